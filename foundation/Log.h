@@ -1,0 +1,71 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace foundation {
+
+enum class LogLevel { debug, info, error, fault };
+
+/// One piece of a log line: fixed text, or a value with its privacy.
+struct LogPiece {
+    enum class Privacy { fixedText, publicValue, privateValue };
+    Privacy privacy = Privacy::fixedText;
+    std::string text;
+
+    LogPiece(const char* fixed) : text(fixed) {}
+};
+
+/// A value that is always shown.
+LogPiece logPublic(std::string_view value);
+/// A value of default privacy: shown as "<private>" unless private values were asked for (Log::showPrivateValues).
+LogPiece logPrivate(std::string_view value);
+
+/// Where finished lines go. Called from any thread, one call at a time.
+class LogSink {
+public:
+    virtual ~LogSink();
+    virtual void write(LogLevel level, std::string_view subsystem, std::string_view category,
+                       std::string_view line) = 0;
+};
+
+/// Process-wide settings of logging. Thread-safe.
+namespace Log {
+/// Replaces the sink; nullptr restores the platform's default (os_log on macOS, standard error on Linux).
+void setSink(std::shared_ptr<LogSink> sink);
+/// Whether values of default privacy are written out; off at start.
+void showPrivateValues(bool show);
+/// The least level that is written; info at start.
+void setLevel(LogLevel level);
+} // namespace Log
+
+/// A sink that writes one line per entry to a file descriptor it does not own: "category: line", errors marked.
+std::shared_ptr<LogSink> makeStderrLogSink();
+/// The system's log: os_log on macOS; syslog (which the journal collects) on Linux, under the given identity.
+std::shared_ptr<LogSink> makeSystemLogSink(const std::string& identity);
+
+/// Writes lines under one subsystem and category. Immutable, cheap to copy, safe on any thread.
+class Logger {
+public:
+    Logger(std::string subsystem, std::string category)
+        : subsystem_(std::move(subsystem)), category_(std::move(category)) {}
+
+    void log(LogLevel level, const std::vector<LogPiece>& pieces) const;
+
+    void debug(const std::vector<LogPiece>& pieces) const { log(LogLevel::debug, pieces); }
+
+    void info(const std::vector<LogPiece>& pieces) const { log(LogLevel::info, pieces); }
+
+    void error(const std::vector<LogPiece>& pieces) const { log(LogLevel::error, pieces); }
+
+private:
+    std::string subsystem_;
+    std::string category_;
+};
+
+/// Logs the reason at fault level and aborts the process. Every condition that is fatal by design ends here.
+[[noreturn]] void fatalError(std::string_view reason);
+
+} // namespace foundation

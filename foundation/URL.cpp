@@ -1,0 +1,7 @@
+#include "foundation/URL.h"
+
+namespace foundation {
+
+URL::~URL() = default;
+
+} // namespace foundation

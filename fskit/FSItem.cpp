@@ -1,0 +1,7 @@
+#include "fskit/FSItem.h"
+
+namespace fskit {
+
+FSItem::~FSItem() = default;
+
+} // namespace fskit

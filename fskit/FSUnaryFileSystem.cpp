@@ -1,0 +1,7 @@
+#include "fskit/FSUnaryFileSystem.h"
+
+namespace fskit {
+
+FSUnaryFileSystemOperations::~FSUnaryFileSystemOperations() = default;
+
+} // namespace fskit

@@ -1,0 +1,18 @@
+#include "fskit/Reply.h"
+
+#include "foundation/Log.h"
+
+#include <cassert>
+
+namespace fskit::detail {
+
+void replyCalledTwice() {
+    assert(!"a reply handler was called twice");
+}
+
+void replyDropped() {
+    static const foundation::Logger logger("com.kemvi.fs", "FSKit");
+    logger.error({"a reply handler was dropped without an answer; answering EIO"});
+}
+
+} // namespace fskit::detail

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "fskit/FSUnaryFileSystem.h"
+#include "hosts/fuse/MountOptions.h"
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+namespace fusehost {
+
+/// The mount itself failed. The text says why and what to do.
+class MountError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// Puts one volume of an fskit file system before the Linux kernel. Used in this order by one thread:
+/// load, mount, serve, shutdown. Only `requestStop` may be called from elsewhere.
+class FuseHost {
+public:
+    FuseHost(std::shared_ptr<fskit::FSUnaryFileSystem> fileSystem, std::string source, std::string mountPoint,
+             MountOptions options);
+    /// Unmounts if still mounted. Does not shut the volume down.
+    ~FuseHost();
+    FuseHost(const FuseHost&) = delete;
+    FuseHost& operator=(const FuseHost&) = delete;
+
+    /// Loads the source directory and activates its volume. Throws foundation::NSErrorException with the error that
+    /// the file system replied, unchanged.
+    void load();
+
+    /// Mounts the volume. Nothing is served before `serve`. Throws MountError.
+    void mount();
+
+    /// Serves the kernel until the volume is unmounted from outside or a stop is requested; unmounts in either case.
+    /// Returns false if the connection to the kernel failed.
+    bool serve();
+
+    /// Asks `serve` to return as soon as the operation in hand is done. Async-signal-safe, any thread.
+    void requestStop() noexcept;
+
+    /// Gives back what is open and ends the volume. Blocks until the file system has let go of everything, which may
+    /// wait for a helper process without limit.
+    void shutdown();
+
+private:
+    class Implementation;
+    std::unique_ptr<Implementation> implementation_;
+};
+
+} // namespace fusehost

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace fusehost {
+
+/// An option that is not known, lacks its value or has one out of range. The text names the option and what was
+/// expected.
+class MountOptionError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The settings of one mount, as `-o` gives them. Unset optionals mean "as the volume reports".
+struct MountOptions {
+    bool readOnly = false;
+    bool allowOther = false;
+    bool quiet = false;           // a chown that cannot be done succeeds silently
+    bool writeback = false;       // the kernel gathers small writes; changes made behind the mount are seen late
+    double entryTimeout = 1.0;    // seconds a name is trusted
+    double attrTimeout = 1.0;     // seconds attributes are trusted
+    double negativeTimeout = 0.0; // seconds the absence of a name is trusted
+    std::uint32_t requestSize = 64 * 1024;      // most bytes of one read or write request
+    std::optional<std::uint32_t> fileMask;      // permission bits taken from 0777 for files
+    std::optional<std::uint32_t> directoryMask; // the same for directories
+    std::optional<std::uint32_t> uid;
+    std::optional<std::uint32_t> gid;
+    std::optional<std::string> fsname;      // the device shown in the mount table; the source directory otherwise
+    std::vector<std::string> kernelOptions; // nosuid, nodev, noexec, noatime, ...: handed to the mount as they are
+
+    /// Adds one `-o` argument: options separated by commas; later ones win. Options that only mount(8) and systemd
+    /// read (defaults, auto, noauto, user, _netdev, x-..., nofail) are accepted and ignored. Throws MountOptionError.
+    void add(std::string_view commaSeparated);
+};
+
+} // namespace fusehost
