@@ -1,0 +1,93 @@
+// Turns paths of the served tree into real paths that do not leave it.
+import fs from 'node:fs';
+import { PosixError } from '../errors.mjs';
+
+// How long a folder's real place is believed. Asking anew for each request would cost as much as the request itself.
+const believedMilliseconds = 100;
+const mostBelieved = 10_000;
+
+/** @typedef {{real: string, until: number}} Place */
+
+export class Containment {
+    /** @param {string} root an existing folder */
+    constructor(root) {
+        this.root = fs.realpathSync.native(root);
+        if (!fs.statSync(this.root).isDirectory()) throw new PosixError('ENOTDIR', `${root} is not a folder`);
+        this.prefix_ = this.root === '/' ? '/' : this.root + '/';
+        /** @type {Map<string, Place>} */
+        this.places_ = new Map();
+    }
+
+    /**
+     * Where a path of the tree lies. Its folder is followed through links, its last component is not.
+     * @param {string} path
+     * @returns {string}
+     * @throws {PosixError} EACCES when it would lead out of the tree; ENOENT, ENOTDIR when its folder is none
+     */
+    locate(path) {
+        if (path === '/') return this.root;
+        const slash = path.lastIndexOf('/');
+        const name = path.slice(slash + 1);
+        if (name === '' || name === '.') throw new PosixError('EINVAL', `${path} is not a plain path`);
+        if (name === '..') throw leavesTree(path);
+        const folder = this.folder(slash === 0 ? '/' : path.slice(0, slash));
+        return folder === '/' ? folder + name : folder + '/' + name;
+    }
+
+    /**
+     * The real path of a folder of the tree, links followed.
+     * @param {string} path
+     * @returns {string}
+     */
+    folder(path) {
+        if (path === '/') return this.root;
+        const now = performance.now();
+        const known = this.places_.get(path);
+        if (known !== undefined && now < known.until) return known.real;
+        const real = this.follow(path);
+        if (this.places_.size >= mostBelieved) this.places_.clear();
+        this.places_.set(path, { real, until: now + believedMilliseconds });
+        return real;
+    }
+
+    /**
+     * The real path of anything in the tree, all links followed, asked anew.
+     * @param {string} path
+     * @returns {string}
+     */
+    follow(path) {
+        if (/\/\.{0,2}(?:\/|$)/.test(path) && path !== '/') {
+            throw path.includes('/..') ? leavesTree(path) : new PosixError('EINVAL', `${path} is not a plain path`);
+        }
+        let real;
+        try {
+            real = fs.realpathSync.native(this.root + path);
+        } catch (error) {
+            throw withoutRealPath(error, path);
+        }
+        if (real !== this.root && !real.startsWith(this.prefix_)) throw leavesTree(path);
+        return real;
+    }
+
+    /** To be called after a change that may have moved folders. */
+    forget() {
+        this.places_.clear();
+    }
+}
+
+/** @param {string} path */
+function leavesTree(path) {
+    return new PosixError('EACCES', `${path} leads out of the served folder`);
+}
+
+/**
+ * The error of a call of node:fs, told with the path of the tree instead of the real one.
+ * @param {unknown} error
+ * @param {string} path
+ */
+export function withoutRealPath(error, path) {
+    const { code, message } = /** @type {NodeJS.ErrnoException} */ (error);
+    if (code === 'ERR_INVALID_ARG_VALUE') return new PosixError('EINVAL', `${JSON.stringify(path)} is not a path`);
+    if (code === undefined || error instanceof PosixError) return error;
+    return new PosixError(code, `${message.split(',')[0]}: ${path}`);
+}

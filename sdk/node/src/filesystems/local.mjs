@@ -1,0 +1,284 @@
+// Serves a folder of this machine.
+import fs from 'node:fs';
+import { isPosixError, PosixError } from '../errors.mjs';
+import { Containment, withoutRealPath } from './containment.mjs';
+
+const { O_RDONLY, O_WRONLY, O_RDWR, O_CREAT, O_NOFOLLOW, O_NONBLOCK } = fs.constants;
+const noThrow = { throwIfNoEntry: false };
+const replacementCharacter = '\ufffd';
+
+/** @typedef {import('../fileSystem.mjs').Entry} Entry */
+/** @typedef {import('../fileSystem.mjs').OpenFlags} OpenFlags */
+/** @typedef {{descriptor: number, path: string}} LocalFile */
+
+/**
+ * A folder of this machine as a file system. Nothing outside of the folder is reached: links that stay inside are
+ * followed; one that leads out, nowhere or in a circle shows as an empty file that cannot be opened. Special files are
+ * shown, not opened. Names that are not UTF-8 cannot be told in the protocol and are left out of listings.
+ */
+export class LocalFileSystem {
+    /** @param {string} root the folder to serve */
+    constructor(root) {
+        this.tree_ = new Containment(root);
+        this.warned_ = false;
+    }
+
+    /** @param {string} path */
+    getattr(path) {
+        const stat = this.lookAt_(this.tree_.locate(path), path);
+        if (stat === undefined) throw missing(path);
+        return stat;
+    }
+
+    /** @param {string} path @returns {Iterable<Entry>} */
+    readdir(path) {
+        const folder = this.tree_.folder(path);
+        let names;
+        try {
+            names = fs.readdirSync(folder);
+        } catch (error) {
+            throw withoutRealPath(error, path);
+        }
+        if (names.some((name) => name.includes(replacementCharacter))) names = this.utf8Names_(folder, path);
+        return this.entries_(names, folder === '/' ? folder : folder + '/', path === '/' ? path : path + '/');
+    }
+
+    /**
+     * @param {string[]} names
+     * @param {string} folder real, with a slash
+     * @param {string} prefix in the tree, with a slash
+     * @returns {Generator<Entry>}
+     */
+    *entries_(names, folder, prefix) {
+        for (const name of names) {
+            const stat = this.lookAt_(folder + name, prefix + name);
+            if (stat !== undefined) yield { name, ...stat }; // it may have been removed meanwhile
+        }
+    }
+
+    /**
+     * @param {string} real
+     * @param {string} path
+     * @returns {{isDirectory: boolean, size: number, modifiedAt: number} | undefined}
+     */
+    lookAt_(real, path) {
+        let stat;
+        try {
+            stat = fs.lstatSync(real, noThrow);
+            if (stat === undefined) return undefined;
+            if (stat.isSymbolicLink()) stat = this.throughLink_(path) ?? stat;
+        } catch (error) {
+            throw withoutRealPath(error, path);
+        }
+        const isFile = stat.isFile();
+        return { isDirectory: stat.isDirectory(), size: isFile ? stat.size : 0, modifiedAt: shownTime(stat.mtimeMs) };
+    }
+
+    /**
+     * @param {string} path of a link
+     * @returns {fs.Stats | undefined} what it leads to; undefined when it leads out, nowhere or in a circle
+     */
+    throughLink_(path) {
+        try {
+            return fs.lstatSync(this.followLink_(path));
+        } catch (error) {
+            if (isPosixError(error)) return undefined;
+            throw error;
+        }
+    }
+
+    /**
+     * @param {string} path of a link
+     * @returns {string} the real path of what it leads to
+     */
+    followLink_(path) {
+        const target = this.tree_.follow(path);
+        // A link to a folder that the path came through would be a tree without end.
+        for (let slash = path.lastIndexOf('/'); slash >= 0; slash = path.lastIndexOf('/', slash - 1)) {
+            if (this.tree_.folder(path.slice(0, slash) || '/') === target) {
+                throw new PosixError('ELOOP', `${path} leads back to a folder that it lies in`);
+            }
+            if (slash === 0) break;
+        }
+        return target;
+    }
+
+    /**
+     * @param {string} folder
+     * @param {string} path
+     */
+    utf8Names_(folder, path) {
+        const all = fs.readdirSync(folder, { encoding: 'buffer' });
+        const names = all.map((name) => name.toString());
+        const faithful = names.filter((name, index) => Buffer.from(name).equals(all[index]));
+        if (faithful.length < names.length && !this.warned_) {
+            this.warned_ = true;
+            console.error(`kemvi-helper: names that are not UTF-8 are left out of listings, first in ${path}`);
+        }
+        return faithful;
+    }
+
+    /** @param {string} path @param {OpenFlags} flags @returns {LocalFile} */
+    open(path, flags) {
+        let real = this.tree_.locate(path);
+        try {
+            let stat = fs.lstatSync(real, noThrow);
+            if (stat?.isSymbolicLink()) {
+                real = this.followLink_(path);
+                stat = fs.lstatSync(real, noThrow);
+            }
+            if (stat === undefined && !flags.create) throw missing(path);
+            if (stat !== undefined) checkOpenable(stat, path);
+            return { descriptor: this.openChecked_(real, path, flags), path };
+        } catch (error) {
+            throw withoutRealPath(error, path);
+        }
+    }
+
+    /**
+     * Something else may have taken the file's place since it was looked at: the open never waits, follows no link,
+     * and what was opened is looked at once more before it is emptied.
+     * @param {string} real
+     * @param {string} path
+     * @param {OpenFlags} flags
+     */
+    openChecked_(real, path, flags) {
+        const access = flags.write ? (flags.read ? O_RDWR : O_WRONLY) : O_RDONLY;
+        const descriptor = fs.openSync(real, access | (flags.create ? O_CREAT : 0) | O_NOFOLLOW | O_NONBLOCK, 0o666);
+        try {
+            checkOpenable(fs.fstatSync(descriptor), path);
+            if (flags.truncate) fs.ftruncateSync(descriptor, 0);
+            return descriptor;
+        } catch (error) {
+            fs.closeSync(descriptor);
+            throw error;
+        }
+    }
+
+    /** @param {LocalFile} file @param {number} offset @param {number} length @param {Buffer} buffer */
+    read(file, offset, length, buffer) {
+        return fs.readSync(file.descriptor, buffer, 0, length, offset);
+    }
+
+    /** @param {LocalFile} file @param {number} offset @param {Buffer} data */
+    write(file, offset, data) {
+        for (let done = 0; done < data.length; ) {
+            done += fs.writeSync(file.descriptor, data, done, data.length - done, offset + done);
+        }
+    }
+
+    /** @param {LocalFile} file */
+    flush(file) {
+        fs.fdatasyncSync(file.descriptor);
+    }
+
+    /** @param {LocalFile} file */
+    release(file) {
+        fs.closeSync(file.descriptor);
+    }
+
+    /** @param {string} path */
+    mkdir(path) {
+        this.change_(path, (real) => fs.mkdirSync(real));
+    }
+
+    /** Removes a file, a link or an empty folder. @param {string} path */
+    unlink(path) {
+        this.change_(path, (real) => {
+            const stat = fs.lstatSync(real, noThrow);
+            if (stat === undefined) throw missing(path);
+            if (!stat.isDirectory()) return fs.unlinkSync(real);
+            fs.rmdirSync(real);
+            this.tree_.forget();
+        });
+    }
+
+    /** @param {string} oldPath @param {string} newPath */
+    rename(oldPath, newPath) {
+        const newReal = this.tree_.locate(newPath);
+        if (newPath === '/') throw isRoot(newPath);
+        this.change_(oldPath, (real) => fs.renameSync(real, newReal));
+        this.tree_.forget();
+    }
+
+    /** @param {string} path @param {number} mode */
+    chmod(path, mode) {
+        this.onTarget_(path, (real) => fs.chmodSync(real, mode));
+    }
+
+    /** Sets the time of the last change; that of the last access stays. @param {string} path @param {Date} mtime */
+    utimes(path, mtime) {
+        this.onTarget_(path, (real, stat) => fs.utimesSync(real, stat.atimeMs / 1000, settableTime(mtime.getTime())));
+    }
+
+    /** The figures of the file system that the folder lies on. */
+    statfs() {
+        const { bsize, blocks, bfree, files, ffree } = fs.statfsSync(this.tree_.root);
+        return { files: files - ffree, directories: 0, bytes: (blocks - bfree) * bsize };
+    }
+
+    /**
+     * Changes what is at a path itself, not what a link there leads to.
+     * @param {string} path
+     * @param {(real: string) => void} change
+     */
+    change_(path, change) {
+        if (path === '/') throw isRoot(path);
+        const real = this.tree_.locate(path);
+        try {
+            change(real);
+        } catch (error) {
+            throw withoutRealPath(error, path);
+        }
+    }
+
+    /**
+     * @param {string} path
+     * @param {(real: string, stat: fs.Stats) => void} change
+     */
+    onTarget_(path, change) {
+        let real = this.tree_.locate(path);
+        try {
+            let stat = fs.lstatSync(real);
+            if (stat.isSymbolicLink()) {
+                real = this.followLink_(path);
+                stat = fs.lstatSync(real);
+            }
+            change(real, stat);
+        } catch (error) {
+            throw withoutRealPath(error, path);
+        }
+    }
+}
+
+/**
+ * A time is stored a fraction of a microsecond short when it went through a floating-point number of seconds.
+ * @param {number} mtimeMs
+ */
+function shownTime(mtimeMs) {
+    return Math.floor(mtimeMs + 0.0005);
+}
+
+/**
+ * Seconds as node takes them. A quarter of a microsecond keeps them from being cut to the millisecond before.
+ * @param {number} milliseconds
+ */
+function settableTime(milliseconds) {
+    return (milliseconds + 0.00025) / 1000;
+}
+
+/** @param {fs.Stats} stat @param {string} path */
+function checkOpenable(stat, path) {
+    if (stat.isDirectory()) throw new PosixError('EISDIR', `${path} is a folder`);
+    if (!stat.isFile()) throw new PosixError('EACCES', `${path} is a special file and is not opened`);
+}
+
+/** @param {string} path */
+function missing(path) {
+    return new PosixError('ENOENT', `no such file or folder: ${path}`);
+}
+
+/** @param {string} path */
+function isRoot(path) {
+    return new PosixError('EPERM', `${path} is the root of the served folder`);
+}

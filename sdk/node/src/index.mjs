@@ -1,0 +1,3 @@
+export { serve } from './serve.mjs';
+export { PosixError } from './errors.mjs';
+export { LocalFileSystem } from './filesystems/local.mjs';

@@ -1,0 +1,79 @@
+// The main loop of a helper.
+import fs from 'node:fs';
+import { asyncFunctions, checkFileSystem } from './fileSystem.mjs';
+import { runBlocking, runInEventLoop, writeAll } from './loops.mjs';
+import { LineBuffer } from './requestLines.mjs';
+import { Session } from './session.mjs';
+import { takeStandardStreams } from './standardStreams.mjs';
+
+/**
+ * @typedef {object} ServeOptions
+ * @property {'blocking' | 'events'} [loop] how to wait for requests. When left out: blocking for a file system of plain
+ *     functions in a process where nothing else is going on, otherwise node's event loop.
+ * @property {boolean} [debug] say on standard error which loop is used and why; also set by KEMVI_HELPER_DEBUG=1
+ */
+
+const graceMilliseconds = 2000;
+
+/**
+ * Serves a file system over standard input and output until the input ends; then gives back what is open. What the
+ * program prints meanwhile goes to standard error.
+ * @param {import('./fileSystem.mjs').FileSystem} fileSystem
+ * @param {ServeOptions} [options]
+ * @returns {Promise<void>} done when the input has ended. The process then ends by itself; if something still keeps it
+ *     two seconds later, it is ended, because an unmount waits for it.
+ * @throws {TypeError} when the file system or an option is not what it must be
+ */
+export async function serve(fileSystem, options = {}) {
+    checkFileSystem(fileSystem);
+    const { input, output } = takeStandardStreams();
+    const session = new Session(fileSystem, (bytes, from, to) => writeAll(output, bytes, from, to), report);
+    // One turn of the event loop, so that what the program starts right after calling serve is noticed.
+    await new Promise((resolve) => setImmediate(resolve));
+    const { loop, reason } = chooseLoop(fileSystem, options);
+    if (options.debug ?? process.env.KEMVI_HELPER_DEBUG === '1') report(`${loop} loop: ${reason}`);
+    const lines = new LineBuffer();
+    try {
+        const later = loop === 'blocking' ? runBlocking(input, lines, session) : Promise.resolve();
+        if (later !== undefined) {
+            await later;
+            if (loop === 'blocking') report('a function returned a promise: from here on in the event loop');
+            await runInEventLoop(input, lines, session);
+        }
+        if (lines.leftover > 0) report('the input ended within a line');
+    } catch (error) {
+        if (/** @type {any} */ (error).code !== 'EPIPE') throw error; // nobody reads the answers any more: the end too
+    } finally {
+        await session.end();
+    }
+    setTimeout(() => {
+        report('still busy after the end of the input; ending');
+        process.exit();
+    }, graceMilliseconds).unref();
+}
+
+/**
+ * @param {import('./fileSystem.mjs').FileSystem} fileSystem
+ * @param {ServeOptions} options
+ * @returns {{loop: 'blocking' | 'events', reason: string}}
+ */
+function chooseLoop(fileSystem, options) {
+    if (options.loop !== undefined) {
+        if (options.loop === 'blocking' || options.loop === 'events') return { loop: options.loop, reason: 'as asked' };
+        throw new TypeError(`serve: loop must be "blocking" or "events", not ${JSON.stringify(options.loop)}`);
+    }
+    const async = asyncFunctions(fileSystem);
+    if (async.length > 0) return { loop: 'events', reason: `${async.join(', ')} async` };
+    const active = process.getActiveResourcesInfo();
+    if (active.length > 0) return { loop: 'events', reason: `${[...new Set(active)].join(', ')} active` };
+    return { loop: 'blocking', reason: 'plain functions, nothing else active' };
+}
+
+/** @param {string} text */
+function report(text) {
+    try {
+        fs.writeSync(2, `kemvi-helper: ${text}\n`);
+    } catch {
+        // Standard error is gone; there is nobody to tell.
+    }
+}

@@ -1,0 +1,54 @@
+// Keeps the protocol's two streams to itself. The descriptors 0 and 1 are exchanged for harmless ones, so that
+// console.log, a library's chatter or a child process that inherits them cannot write into an answer or eat a request.
+import fs from 'node:fs';
+
+/** @typedef {{input: number, output: number}} Streams descriptors for requests and answers */
+
+/** @type {Streams | undefined} */
+let taken;
+
+/**
+ * The descriptors of the requests and the answers. The first call takes them; afterwards what the program writes to
+ * standard output goes to standard error.
+ * @returns {Streams}
+ */
+export function takeStandardStreams() {
+    taken ??= { input: exchange(0, '/dev/null', 'r', 'r'), output: exchange(1, '/dev/fd/2', 'a', 'w') };
+    if (taken.output === 1) redirectStream();
+    return taken;
+}
+
+/**
+ * Opens what a standard descriptor refers to a second time and puts something else in its place.
+ * @param {number} descriptor
+ * @param {string} replacement
+ * @param {string} replacementFlags
+ * @param {string} flags
+ * @returns {number} the new descriptor, or the old one where the system refuses (a socket, another user's terminal)
+ */
+function exchange(descriptor, replacement, replacementFlags, flags) {
+    /** @type {number[]} */
+    const opened = [];
+    try {
+        opened.push(fs.openSync(`/dev/fd/${descriptor}`, fs.fstatSync(descriptor).isFile() ? refuse() : flags));
+        opened.push(fs.openSync(replacement, replacementFlags));
+        fs.closeSync(descriptor);
+        const lowest = fs.openSync(replacement, replacementFlags); // takes the number that has just become free
+        fs.closeSync(/** @type {number} */ (opened.pop()));
+        if (lowest !== descriptor) fs.closeSync(lowest);
+        return /** @type {number} */ (opened.pop());
+    } catch {
+        for (const extra of opened) fs.closeSync(extra);
+        return descriptor;
+    }
+}
+
+/** A file opened again starts at its beginning, so it is left in place. @returns {never} */
+function refuse() {
+    throw new Error('a regular file');
+}
+
+/** Where the descriptor could not be exchanged, at least everything that goes through node's stream is. */
+function redirectStream() {
+    Object.defineProperty(process, 'stdout', { configurable: true, enumerable: true, get: () => process.stderr });
+}
