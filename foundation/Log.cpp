@@ -77,7 +77,7 @@ void Logger::log(LogLevel level, const std::vector<LogPiece>& pieces) const {
 }
 
 void fatalError(std::string_view reason) {
-    static const Logger logger("com.kemvi.fs", "Fatal");
+    static const Logger logger(bundleIdentifier, "Fatal");
     logger.log(LogLevel::fault, {"fatal error: ", logPublic(reason)});
     std::abort();
 }

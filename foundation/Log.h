@@ -9,6 +9,9 @@ namespace foundation {
 
 enum class LogLevel { debug, info, error, fault };
 
+/// The extension's bundle identifier, under which every line of the system is logged.
+inline constexpr const char* bundleIdentifier = "com.kemvi.fs.extension";
+
 /// One piece of a log line: fixed text, or a value with its privacy.
 struct LogPiece {
     enum class Privacy { fixedText, publicValue, privateValue };

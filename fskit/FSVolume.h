@@ -15,6 +15,16 @@ namespace fskit {
 
 using FSItemPtr = std::shared_ptr<FSItem>;
 
+// The reply handlers of the operations below; results are empty when there is an error.
+using ItemReply = Reply<FSItemPtr, std::optional<foundation::NSError>>;
+/// An item and its name as the volume stores it.
+using NamedItemReply = Reply<FSItemPtr, std::optional<FSFileName>, std::optional<foundation::NSError>>;
+using NameReply = Reply<std::optional<FSFileName>, std::optional<foundation::NSError>>;
+using AttributesReply = Reply<std::optional<FSItemAttributes>, std::optional<foundation::NSError>>;
+using VerifierReply = Reply<FSDirectoryVerifier, std::optional<foundation::NSError>>;
+/// A count of bytes.
+using CountReply = Reply<std::size_t, std::optional<foundation::NSError>>;
+
 /// A mounted or mountable volume: identity and name. The operations are the families below, which a volume class
 /// implements beside this base; a host finds them with dynamic_cast. Every operation may be called on any thread,
 /// several at once, and answers through its reply handler exactly once, on any thread. Errors are POSIX-domain values
@@ -55,42 +65,37 @@ public:
 
     virtual void mount(const FSTaskOptions& options, ErrorReply reply) = 0;
     virtual void unmount(Reply<> reply) = 0;
-    virtual void activate(const FSTaskOptions& options, Reply<FSItemPtr, std::optional<foundation::NSError>> reply) = 0;
+    virtual void activate(const FSTaskOptions& options, ItemReply reply) = 0;
     virtual void deactivate(FSDeactivateOptions options, ErrorReply reply) = 0;
     virtual void synchronize(FSSyncFlags flags, ErrorReply reply) = 0;
 
     virtual void getAttributes(const FSItemGetAttributesRequest& desired, const FSItemPtr& item,
-                               Reply<std::optional<FSItemAttributes>, std::optional<foundation::NSError>> reply) = 0;
+                               AttributesReply reply) = 0;
     /// Adds each attribute that was applied to the consumed set of `newAttributes`, also when it then fails.
     virtual void setAttributes(FSItemSetAttributesRequest& newAttributes, const FSItemPtr& item,
-                               Reply<std::optional<FSItemAttributes>, std::optional<foundation::NSError>> reply) = 0;
+                               AttributesReply reply) = 0;
     /// Replies with the item and its name as the volume stores it.
-    virtual void lookupItem(const FSFileName& name, const FSItemPtr& directory,
-                            Reply<FSItemPtr, std::optional<FSFileName>, std::optional<foundation::NSError>> reply) = 0;
+    virtual void lookupItem(const FSFileName& name, const FSItemPtr& directory, NamedItemReply reply) = 0;
     virtual void reclaimItem(const FSItemPtr& item, ErrorReply reply) = 0;
-    virtual void readSymbolicLink(const FSItemPtr& item,
-                                  Reply<std::optional<FSFileName>, std::optional<foundation::NSError>> reply) = 0;
+    virtual void readSymbolicLink(const FSItemPtr& item, NameReply reply) = 0;
     virtual void createItem(const FSFileName& name, FSItemType type, const FSItemPtr& directory,
-                            FSItemSetAttributesRequest& attributes,
-                            Reply<FSItemPtr, std::optional<FSFileName>, std::optional<foundation::NSError>> reply) = 0;
-    virtual void
-    createSymbolicLink(const FSFileName& name, const FSItemPtr& directory, FSItemSetAttributesRequest& attributes,
-                       const FSFileName& linkContents,
-                       Reply<FSItemPtr, std::optional<FSFileName>, std::optional<foundation::NSError>> reply) = 0;
+                            FSItemSetAttributesRequest& attributes, NamedItemReply reply) = 0;
+    virtual void createSymbolicLink(const FSFileName& name, const FSItemPtr& directory,
+                                    FSItemSetAttributesRequest& attributes, const FSFileName& linkContents,
+                                    NamedItemReply reply) = 0;
     virtual void createLink(const FSItemPtr& item, const FSFileName& name, const FSItemPtr& directory,
-                            Reply<std::optional<FSFileName>, std::optional<foundation::NSError>> reply) = 0;
+                            NameReply reply) = 0;
     virtual void removeItem(const FSItemPtr& item, const FSFileName& name, const FSItemPtr& directory,
                             ErrorReply reply) = 0;
     /// `overItem` is the item that the rename replaces, or null.
     virtual void renameItem(const FSItemPtr& item, const FSItemPtr& sourceDirectory, const FSFileName& sourceName,
                             const FSFileName& destinationName, const FSItemPtr& destinationDirectory,
-                            const FSItemPtr& overItem,
-                            Reply<std::optional<FSFileName>, std::optional<foundation::NSError>> reply) = 0;
+                            const FSItemPtr& overItem, NameReply reply) = 0;
     /// Packs entries from `cookie` on until the packer refuses or the directory ends. `attributes` null: entries are
     /// packed without attributes. Replies with the verifier also when it fails.
     virtual void enumerateDirectory(const FSItemPtr& directory, FSDirectoryCookie cookie, FSDirectoryVerifier verifier,
                                     const FSItemGetAttributesRequest* attributes, FSDirectoryEntryPacker& packer,
-                                    Reply<FSDirectoryVerifier, std::optional<foundation::NSError>> reply) = 0;
+                                    VerifierReply reply) = 0;
 };
 
 class FSVolumeOpenCloseOperations {
@@ -106,10 +111,10 @@ public:
     virtual ~FSVolumeReadWriteOperations();
     /// Replies with the count of bytes placed at the start of the buffer. The buffer must live until the reply.
     virtual void read(const FSItemPtr& item, std::int64_t offset, std::int64_t length, FSMutableFileDataBuffer& buffer,
-                      Reply<std::size_t, std::optional<foundation::NSError>> reply) = 0;
+                      CountReply reply) = 0;
     /// Replies with the count of bytes written. The contents must live until the reply.
     virtual void write(std::span<const std::byte> contents, const FSItemPtr& item, std::int64_t offset,
-                       Reply<std::size_t, std::optional<foundation::NSError>> reply) = 0;
+                       CountReply reply) = 0;
 };
 
 } // namespace fskit

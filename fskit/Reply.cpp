@@ -11,7 +11,7 @@ void replyCalledTwice() {
 }
 
 void replyDropped() {
-    static const foundation::Logger logger("com.kemvi.fs", "FSKit");
+    static const foundation::Logger logger(foundation::bundleIdentifier, "FSKit");
     logger.error({"a reply handler was dropped without an answer; answering EIO"});
 }
 
