@@ -1,0 +1,115 @@
+#include "foundation/Base64Kernels.h"
+
+#if defined(__x86_64__)
+
+#include <bit>
+#include <immintrin.h>
+
+#define KEMVI_AVX2 __attribute__((target("avx2")))
+
+namespace foundation::base64 {
+namespace {
+
+constexpr std::size_t blockBytes = 24;
+constexpr std::size_t blockChars = 32;
+constexpr std::size_t loadOverrun = 4; // a block is loaded as two runs of 16 bytes, 12 bytes apart
+
+// Spreads 2 x 12 bytes over 32 six-bit numbers, one per byte.
+KEMVI_AVX2 __m256i sixBitNumbers(const std::uint8_t* in) {
+    const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
+    const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 12));
+    const __m256i spread = _mm256_setr_epi8(1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10, 1, 0, 2, 1, 4, 3, 5, 4,
+                                            7, 6, 8, 7, 10, 9, 11, 10);
+    const __m256i groups = _mm256_shuffle_epi8(_mm256_set_m128i(high, low), spread);
+    // Multiplications shift each number by an amount of its own.
+    const __m256i odd =
+        _mm256_mulhi_epu16(_mm256_and_si256(groups, _mm256_set1_epi32(0x0FC0FC00)), _mm256_set1_epi32(0x04000040));
+    const __m256i even =
+        _mm256_mullo_epi16(_mm256_and_si256(groups, _mm256_set1_epi32(0x003F03F0)), _mm256_set1_epi32(0x01000010));
+    return _mm256_or_si256(odd, even);
+}
+
+// Adds to each number the distance to its character, by range: A-Z, a-z, each digit and sign.
+KEMVI_AVX2 __m256i characters(__m256i numbers) {
+    const __m256i distances = _mm256_setr_epi8(65, 71, -4, -4, -4, -4, -4, -4, -4, -4, -4, -4, -19, -16, 0, 0, 65, 71,
+                                               -4, -4, -4, -4, -4, -4, -4, -4, -4, -4, -19, -16, 0, 0);
+    const __m256i range = _mm256_subs_epu8(numbers, _mm256_set1_epi8(51));
+    const __m256i beyondUpperCase = _mm256_cmpgt_epi8(numbers, _mm256_set1_epi8(25));
+    const __m256i selector = _mm256_sub_epi8(range, beyondUpperCase);
+    return _mm256_add_epi8(numbers, _mm256_shuffle_epi8(distances, selector));
+}
+
+// Writes the block once more behind each slash, one place further on, with the backslash in the gap.
+KEMVI_AVX2 char* storeEscaped(__m256i block, std::uint32_t slashes, char* out) {
+    alignas(32) char text[2 * blockChars];
+    _mm256_store_si256(reinterpret_cast<__m256i*>(text), block);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), block);
+    std::size_t inserted = 0;
+    for (; slashes != 0; slashes &= slashes - 1) {
+        const auto at = static_cast<std::size_t>(std::countr_zero(slashes));
+        char* const gap = out + at + inserted++;
+        const __m256i rest = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + at));
+        *gap = '\\';
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(gap + 1), rest);
+    }
+    return out + blockChars + inserted;
+}
+
+} // namespace
+
+KEMVI_AVX2 Progress encodeAvx2(const std::uint8_t* in, std::size_t size, char* out) {
+    char* const start = out;
+    std::size_t read = 0;
+    for (; size - read >= blockBytes + loadOverrun; read += blockBytes) {
+        const __m256i block = characters(sixBitNumbers(in + read));
+        const auto slashes =
+            static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(block, _mm256_set1_epi8('/'))));
+        if (slashes == 0) {
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), block);
+            out += blockChars;
+        } else {
+            out = storeEscaped(block, slashes, out);
+        }
+    }
+    return {read, static_cast<std::size_t>(out - start)};
+}
+
+KEMVI_AVX2 Progress decodeAvx2(const char* in, std::size_t size, std::uint8_t* out, std::size_t room) {
+    // A character is valid if the sets of its low and high half byte have no bit in common.
+    const __m256i lowSets = _mm256_setr_epi8(0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x13, 0x1A,
+                                             0x1B, 0x1B, 0x1B, 0x1A, 0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11,
+                                             0x11, 0x11, 0x13, 0x1A, 0x1B, 0x1B, 0x1B, 0x1A);
+    const __m256i highSets = _mm256_setr_epi8(0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08, 0x10, 0x10, 0x10, 0x10,
+                                              0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08,
+                                              0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10);
+    const __m256i distances = _mm256_setr_epi8(0, 16, 19, 4, -65, -65, -71, -71, 0, 0, 0, 0, 0, 0, 0, 0, 0, 16, 19, 4,
+                                               -65, -65, -71, -71, 0, 0, 0, 0, 0, 0, 0, 0);
+    const __m256i pack = _mm256_setr_epi8(2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1, 2, 1, 0, 6, 5, 4, 10,
+                                          9, 8, 14, 13, 12, -1, -1, -1, -1);
+    const __m256i slash = _mm256_set1_epi8('/');
+    Progress done;
+    while (size - done.read > blockChars && room - done.written >= blockChars) {
+        const __m256i text = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + done.read));
+        const __m256i high = _mm256_and_si256(_mm256_srli_epi32(text, 4), _mm256_set1_epi8(0x0F));
+        const __m256i low = _mm256_and_si256(text, _mm256_set1_epi8(0x0F));
+        const __m256i lowSet = _mm256_shuffle_epi8(lowSets, low);
+        const __m256i highSet = _mm256_shuffle_epi8(highSets, high);
+        if (_mm256_testz_si256(lowSet, highSet) == 0)
+            break;
+        // '+' and '/' share their high half; the comparison moves '/' to an entry of its own.
+        const __m256i entry = _mm256_add_epi8(_mm256_cmpeq_epi8(text, slash), high);
+        const __m256i numbers = _mm256_add_epi8(text, _mm256_shuffle_epi8(distances, entry));
+        const __m256i pairs = _mm256_maddubs_epi16(numbers, _mm256_set1_epi32(0x01400140));
+        const __m256i groups = _mm256_madd_epi16(pairs, _mm256_set1_epi32(0x00011000));
+        const __m256i packed = _mm256_shuffle_epi8(groups, pack);
+        const __m256i bytes = _mm256_permutevar8x32_epi32(packed, _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + done.written), bytes);
+        done.read += blockChars;
+        done.written += blockBytes;
+    }
+    return done;
+}
+
+} // namespace foundation::base64
+
+#endif

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace foundation {
+
+/// One child process. It knows nothing of what is spoken over the descriptors that the child is given.
+///
+/// Destroying it neither ends nor signals the child; the exit status of a child that is still running then is collected
+/// when a later child is launched.
+class ChildProcess {
+public:
+    struct Options {
+        std::string executable;                         // absolute path
+        std::vector<std::string> arguments;             // without the program's own name
+        std::map<std::string, std::string> environment; // the whole environment of the child
+        int standardInput = 0; // descriptors of this process that the child gets as its 0 and 1
+        int standardOutput = 1;
+    };
+
+    ChildProcess() = default;
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+    ~ChildProcess();
+
+    /// Starts the program: working directory and standard error inherited, a process group of its own (a terminal's
+    /// interrupt does not reach it), no other descriptor, no signal blocked, the usual signals at their defaults.
+    /// Throws NSErrorException: NSCocoaErrorDomain 4 if the executable does not exist, otherwise the POSIX error. To be
+    /// called once.
+    void launch(const Options& options);
+
+    /// Blocks until the child has exited; returns at once if it has already, or was never launched. Any thread, any
+    /// number of times.
+    void waitUntilExit();
+
+    /// True from a successful launch until the child has exited. Any thread; does not block.
+    bool isRunning();
+
+    /// The child's process id, 0 before launch. Any thread.
+    pid_t processIdentifier() const { return pid_; }
+
+private:
+    std::atomic<pid_t> pid_{0};
+    std::mutex waitLock_; // held by the one thread that waits for the child; guards exited_
+    bool exited_ = false;
+};
+
+} // namespace foundation

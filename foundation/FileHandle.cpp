@@ -1,0 +1,153 @@
+#include "foundation/FileHandle.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <sys/uio.h>
+#include <unistd.h>
+#include <utility>
+
+namespace foundation {
+namespace {
+
+constexpr std::size_t firstReadSize = std::size_t{64} * 1024;
+constexpr std::size_t mostPieces = 4;
+
+// read(2) until it is not interrupted; 0 at the end of the stream, and for a stream that fails, which has ended too.
+std::size_t readSome(int descriptor, char* into, std::size_t room) {
+    for (;;) {
+        const ssize_t count = ::read(descriptor, into, room);
+        if (count >= 0)
+            return static_cast<std::size_t>(count);
+        if (errno != EINTR)
+            return 0;
+    }
+}
+
+} // namespace
+
+class FileHandle::Descriptor {
+public:
+    explicit Descriptor(int owned) : number(owned) {}
+
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    ~Descriptor() { ::close(number); }
+
+    const int number;
+};
+
+FileHandle::FileHandle(int descriptor) {
+    if (descriptor >= 0)
+        descriptor_ = std::make_shared<Descriptor>(descriptor);
+}
+
+FileHandle::~FileHandle() = default;
+
+std::shared_ptr<FileHandle::Descriptor> FileHandle::use() const {
+    std::lock_guard guard(lock_);
+    return descriptor_;
+}
+
+bool FileHandle::isOpen() const {
+    return use() != nullptr;
+}
+
+int FileHandle::fileDescriptor() const {
+    const auto descriptor = use();
+    return descriptor ? descriptor->number : -1;
+}
+
+bool FileHandle::close() {
+    std::shared_ptr<Descriptor> closing;
+    std::lock_guard guard(lock_);
+    closing = std::exchange(descriptor_, nullptr);
+    return closing != nullptr;
+}
+
+bool FileHandle::refill() {
+    const auto descriptor = use();
+    if (!descriptor)
+        return false;
+    held_.clear();
+    heldStart_ = 0;
+    held_.reserve(firstReadSize);
+    held_.setSize(readSome(descriptor->number, held_.data(), held_.capacity()));
+    return held_.size() > 0;
+}
+
+// Moves what is held into `line`, up to and without a byte 10; true if there was one.
+bool FileHandle::takeHeldLine(ByteBuffer& line) {
+    const std::string_view held = held_.view().substr(heldStart_);
+    const std::size_t end = held.find('\n');
+    line.append(held.substr(0, end));
+    if (end == std::string_view::npos) {
+        held_.clear();
+        heldStart_ = 0;
+        return false;
+    }
+    heldStart_ += end + 1;
+    return true;
+}
+
+bool FileHandle::readLine(ByteBuffer& line) {
+    line.clear();
+    if (takeHeldLine(line))
+        return true;
+    const auto descriptor = use();
+    if (!descriptor)
+        return false;
+    for (;;) {
+        // Straight into the line, so that a long answer is copied once only; a full buffer doubles.
+        if (line.size() == line.capacity())
+            line.reserve(line.capacity() < firstReadSize ? firstReadSize : line.capacity() * 2);
+        char* const fresh = line.data() + line.size();
+        const std::size_t count = readSome(descriptor->number, fresh, line.capacity() - line.size());
+        if (count == 0)
+            return false;
+        const void* const end = std::memchr(fresh, '\n', count);
+        if (end == nullptr) {
+            line.setSize(line.size() + count);
+            continue;
+        }
+        const auto length = static_cast<std::size_t>(static_cast<const char*>(end) - fresh);
+        held_.append({fresh + length + 1, count - length - 1});
+        line.setSize(line.size() + length);
+        return true;
+    }
+}
+
+bool FileHandle::write(std::string_view bytes) {
+    return write(std::span<const std::string_view>(&bytes, 1));
+}
+
+bool FileHandle::write(std::span<const std::string_view> pieces) {
+    const auto descriptor = use();
+    if (!descriptor)
+        return false;
+    std::array<iovec, mostPieces> vectors;
+    std::size_t count = 0;
+    for (const std::string_view piece : pieces)
+        if (!piece.empty())
+            vectors.at(count++) = {const_cast<char*>(piece.data()), piece.size()};
+    std::size_t first = 0;
+    while (first < count) {
+        const ssize_t result = ::writev(descriptor->number, &vectors[first], static_cast<int>(count - first));
+        if (result < 0) {
+            if (errno == EINTR)
+                continue;
+            return false;
+        }
+        auto written = static_cast<std::size_t>(result);
+        while (first < count && written >= vectors[first].iov_len)
+            written -= vectors[first++].iov_len;
+        if (first < count) {
+            vectors[first].iov_base = static_cast<char*>(vectors[first].iov_base) + written;
+            vectors[first].iov_len -= written;
+        }
+    }
+    return true;
+}
+
+} // namespace foundation

@@ -1,0 +1,149 @@
+#include "foundation/Base64.h"
+#include "helper/AdapterError.h"
+#include "helper/HelperClient.h"
+
+namespace kemvi {
+namespace {
+
+constexpr const char* noPayload = "read response missing dataBase64";
+
+HelperRequest request(const char* op) {
+    HelperRequest made;
+    made.op = op;
+    return made;
+}
+
+HelperRequest pathRequest(const char* op, const std::string& path) {
+    HelperRequest made = request(op);
+    made.path = path;
+    return made;
+}
+
+} // namespace
+
+std::optional<JSONValue> HelperClient::ping() {
+    return exchange(request("ping")).result;
+}
+
+KemviStatFS HelperClient::statfs() {
+    return KemviStatFS(exchange(request("statfs")).result);
+}
+
+std::vector<KemviDirEntry> HelperClient::readdir(const std::string& path) {
+    const HelperResponse response = exchange(pathRequest("readdir", path));
+    const JSONValue::Array* elements = response.result ? response.result->asArray() : nullptr;
+    if (elements == nullptr)
+        throw AdapterError::protocolError("readdir result was not an array");
+    std::vector<KemviDirEntry> entries;
+    entries.reserve(elements->size());
+    for (const JSONValue& element : *elements)
+        entries.emplace_back(KemviFileStat(element));
+    return entries;
+}
+
+KemviFileStat HelperClient::getattr(const std::string& path) {
+    const HelperResponse response = exchange(pathRequest("getattr", path));
+    if (!response.result)
+        throw AdapterError::protocolError("getattr result was empty");
+    return KemviFileStat(*response.result);
+}
+
+std::int64_t HelperClient::open(const std::string& path, const std::vector<std::string>& flags) {
+    HelperRequest made = pathRequest("open", path);
+    made.flags = flags;
+    const HelperResponse response = exchange(std::move(made));
+    const JSONObject* object = response.result ? response.result->asObject() : nullptr;
+    const JSONValue* handle = object != nullptr ? object->find("handle") : nullptr;
+    const double* number = handle != nullptr ? handle->asNumber() : nullptr;
+    if (number == nullptr)
+        throw AdapterError::protocolError("open result missing handle");
+    return integerFromNumber(*number);
+}
+
+PayloadText HelperClient::readPayload(std::int64_t handle, std::int64_t offset, std::int64_t length) {
+    HelperRequest made = request("read");
+    made.handle = handle;
+    made.offset = offset;
+    made.length = length;
+    HelperResponse response = exchange(std::move(made));
+    if (!response.dataBase64)
+        throw AdapterError::protocolError(noPayload);
+    return std::move(*response.dataBase64);
+}
+
+std::vector<std::byte> HelperClient::read(std::int64_t handle, std::int64_t offset, std::int64_t length) {
+    const PayloadText payload = readPayload(handle, offset, length);
+    std::vector<std::byte> bytes(foundation::base64::decodedLength(payload.text).value_or(0));
+    if (!foundation::base64::decode(payload.text, bytes))
+        throw AdapterError::protocolError(noPayload);
+    return bytes;
+}
+
+std::size_t HelperClient::read(std::int64_t handle, std::int64_t offset, std::int64_t length,
+                               std::span<std::byte> into) {
+    const PayloadText payload = readPayload(handle, offset, length);
+    const auto count = foundation::base64::decode(payload.text, into);
+    if (!count)
+        throw AdapterError::protocolError(noPayload);
+    return *count;
+}
+
+void HelperClient::write(std::int64_t handle, std::int64_t offset, std::span<const std::byte> data) {
+    const std::shared_ptr<foundation::ByteBuffer> text = buffers_->take();
+    text->reserve(foundation::base64::escapedRoom(data.size()));
+    text->setSize(foundation::base64::encodeEscapingSlashes(data, text->data()));
+    HelperRequest made = request("write");
+    made.handle = handle;
+    made.offset = offset;
+    made.dataBase64 = text->view();
+    exchange(std::move(made));
+}
+
+// Operations that answer nothing beyond success.
+
+void HelperClient::handleOperation(const char* op, std::int64_t handle) {
+    HelperRequest made = request(op);
+    made.handle = handle;
+    exchange(std::move(made));
+}
+
+void HelperClient::pathOperation(const char* op, const std::string& path) {
+    exchange(pathRequest(op, path));
+}
+
+void HelperClient::flush(std::int64_t handle) {
+    handleOperation("flush", handle);
+}
+
+void HelperClient::release(std::int64_t handle) {
+    handleOperation("release", handle);
+}
+
+void HelperClient::mkdir(const std::string& path) {
+    pathOperation("mkdir", path);
+}
+
+void HelperClient::unlink(const std::string& path) {
+    pathOperation("unlink", path);
+}
+
+void HelperClient::rename(const std::string& oldPath, const std::string& newPath) {
+    HelperRequest made = request("rename");
+    made.oldPath = oldPath;
+    made.newPath = newPath;
+    exchange(std::move(made));
+}
+
+void HelperClient::chmod(const std::string& path, std::int64_t mode) {
+    HelperRequest made = pathRequest("chmod", path);
+    made.mode = mode;
+    exchange(std::move(made));
+}
+
+void HelperClient::utimes(const std::string& path, foundation::Date mtime) {
+    HelperRequest made = pathRequest("utimes", path);
+    made.mtime = kemviFs().string(mtime);
+    exchange(std::move(made));
+}
+
+} // namespace kemvi

@@ -1,0 +1,153 @@
+#include "helper/HelperResponse.h"
+
+#include "foundation/PosixErrno.h"
+
+#include <array>
+#include <functional>
+#include <utility>
+
+namespace kemvi {
+namespace {
+
+using foundation::ByteBuffer;
+using foundation::DecodingError;
+using foundation::JSONElement;
+using foundation::JSONType;
+namespace posixErrno = foundation::posixErrno;
+
+constexpr std::array<std::pair<std::string_view, std::int32_t>, 9> errnoNames{{
+    {"ENOENT", posixErrno::ENOENT_},
+    {"EEXIST", posixErrno::EEXIST_},
+    {"EINVAL", posixErrno::EINVAL_},
+    {"EISDIR", posixErrno::EISDIR_},
+    {"ENOTDIR", posixErrno::ENOTDIR_},
+    {"ENOTEMPTY", posixErrno::ENOTEMPTY_},
+    {"EACCES", posixErrno::EACCES_},
+    {"EPERM", posixErrno::EPERM_},
+    {"EROFS", posixErrno::EROFS_},
+}};
+
+// A member as it was last seen in the text. Whether its type is the right one is asked when the text has ended, because
+// a later member of the same name takes its place.
+template <typename T>
+struct Member {
+    std::string_view key;
+    JSONType wanted;
+    std::optional<JSONType> seen;
+    T value{};
+
+    // Remembers what is seen; true if the value is of the wanted type and is to be taken.
+    bool note(JSONElement& element) {
+        seen = element.type();
+        return seen == wanted;
+    }
+
+    T required() {
+        if (!seen)
+            throw DecodingError::keyNotFound(key);
+        return checked();
+    }
+
+    std::optional<T> optional() {
+        if (!seen || seen == JSONType::null)
+            return std::nullopt;
+        return checked();
+    }
+
+private:
+    T checked() {
+        if (seen != wanted)
+            throw DecodingError::typeMismatch(key, jsonTypeName(wanted), jsonTypeName(*seen));
+        return std::move(value);
+    }
+};
+
+struct FailureMembers {
+    Member<std::string> message{"error.message", JSONType::string, {}};
+    Member<std::string> code{"error.code", JSONType::string, {}};
+    Member<std::string> name{"error.name", JSONType::string, {}};
+
+    void read(JSONElement& element) {
+        element.forEachMember([this](std::string_view key, JSONElement& value) {
+            for (Member<std::string>* member : {&message, &code, &name})
+                if (member->key.substr(member->key.find('.') + 1) == key && member->note(value))
+                    member->value = value.string();
+        });
+    }
+
+    HelperResponse::Failure failure() {
+        HelperResponse::Failure result;
+        result.message = message.required();
+        result.code = code.optional();
+        result.name = name.optional();
+        return result;
+    }
+};
+
+struct ResponseMembers {
+    std::shared_ptr<const ByteBuffer> line;
+    Member<std::string> id{"id", JSONType::string, {}};
+    Member<bool> ok{"ok", JSONType::boolean, {}};
+    std::optional<JSONValue> result;
+    Member<PayloadText> dataBase64{"dataBase64", JSONType::string, {}};
+    Member<FailureMembers> error{"error", JSONType::object, {}};
+
+    void read(std::string_view key, JSONElement& value) {
+        if (key == id.key) {
+            if (id.note(value))
+                id.value = value.string();
+        } else if (key == ok.key) {
+            if (ok.note(value))
+                ok.value = value.boolean();
+        } else if (key == "result") {
+            result.reset();
+            if (value.type() != JSONType::null)
+                result = JSONValue::read(value);
+        } else if (key == dataBase64.key) {
+            if (dataBase64.note(value))
+                dataBase64.value = payload(value.string());
+        } else if (key == error.key) {
+            error.value = {};
+            if (error.note(value))
+                error.value.read(value);
+        }
+    }
+
+    // Text that had escapes lies in the reader, which the next exchange needs: it moves to memory of its own.
+    PayloadText payload(std::string_view text) const {
+        const std::string_view whole = line->view();
+        if (text.empty() ||
+            (!std::less<>()(text.data(), whole.data()) && std::less<>()(text.data(), whole.data() + whole.size())))
+            return {line, text};
+        auto own = std::make_shared<ByteBuffer>();
+        own->append(text);
+        const std::string_view copy = own->view();
+        return {std::move(own), copy};
+    }
+};
+
+} // namespace
+
+foundation::NSError HelperResponse::Failure::posixError() const {
+    for (const auto& [text, number] : errnoNames)
+        if (code && *code == text)
+            return foundation::NSError::posix(number, message);
+    return foundation::NSError::posix(posixErrno::EIO_, message);
+}
+
+HelperResponse HelperResponse::decode(std::shared_ptr<const ByteBuffer> line, foundation::JSONReader& reader) {
+    ResponseMembers members;
+    members.line = std::move(line);
+    reader.readObject(members.line->view(),
+                      [&](std::string_view key, JSONElement& value) { members.read(key, value); });
+    HelperResponse response;
+    response.id = members.id.required();
+    response.ok = members.ok.required();
+    response.result = std::move(members.result);
+    response.dataBase64 = members.dataBase64.optional();
+    if (auto failure = members.error.optional())
+        response.error = failure->failure();
+    return response;
+}
+
+} // namespace kemvi

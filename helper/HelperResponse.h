@@ -1,0 +1,47 @@
+#pragma once
+
+#include "foundation/ByteBuffer.h"
+#include "foundation/JSON.h"
+#include "foundation/NSError.h"
+#include "helper/JSONValue.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kemvi {
+
+/// The base64 text of an answer, left where it arrived: it shares the line that it is part of.
+struct PayloadText {
+    std::shared_ptr<const foundation::ByteBuffer> line;
+    std::string_view text;
+};
+
+/// One answer of the helper.
+struct HelperResponse {
+    /// Why the helper could not do what was asked.
+    struct Failure {
+        std::string message;
+        std::optional<std::string> code; // symbolic errno name such as "ENOENT"
+        std::optional<std::string> name; // the helper's own name for the kind of error; used by nothing
+
+        /// The errno (a macOS number; EIO for an absent or unknown code) with the message as localised description.
+        foundation::NSError posixError() const;
+
+        const std::string& description() const { return message; }
+
+        friend bool operator==(const Failure&, const Failure&) = default;
+    };
+
+    std::string id;
+    bool ok = false;
+    std::optional<JSONValue> result;
+    std::optional<PayloadText> dataBase64;
+    std::optional<Failure> error;
+
+    /// Decodes the bytes of one line, byte 10 excluded. Throws foundation::DecodingError.
+    static HelperResponse decode(std::shared_ptr<const foundation::ByteBuffer> line, foundation::JSONReader& reader);
+};
+
+} // namespace kemvi

@@ -1,0 +1,154 @@
+#include "helper/JSONValue.h"
+
+#include "foundation/DecodingError.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+
+namespace kemvi {
+namespace {
+
+constexpr std::size_t fewMembers = 16;
+constexpr std::size_t usualMembers = 6;             // a file stat has five
+constexpr double largestPlain = 9007199254740992.0; // 2 to the 53; above, not every integer is a double
+constexpr int smallestPlainExponent = -4;
+
+using foundation::JSONElement;
+using foundation::JSONType;
+
+// Few members: compares each with those before it, which needs no memory. The later one takes the earlier one's place.
+void keepLastOfFew(std::vector<JSONObject::Member>& members) {
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < members.size(); ++i) {
+        const auto end = members.begin() + static_cast<std::ptrdiff_t>(kept);
+        const auto same =
+            std::find_if(members.begin(), end, [&](const auto& m) { return m.first == members[i].first; });
+        if (same != end)
+            same->second = std::move(members[i].second);
+        else if (kept++ != i)
+            members[kept - 1] = std::move(members[i]);
+    }
+    members.erase(members.begin() + static_cast<std::ptrdiff_t>(kept), members.end());
+}
+
+void keepLastOfMany(std::vector<JSONObject::Member>& members) {
+    const auto sameKey = [](const auto& a, const auto& b) { return a.first == b.first; };
+    std::reverse(members.begin(), members.end());
+    std::stable_sort(members.begin(), members.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    members.erase(std::unique(members.begin(), members.end(), sameKey), members.end());
+}
+
+std::string numberText(double value) {
+    char text[32];
+    const auto scientific = std::to_chars(text, text + sizeof text, value, std::chars_format::scientific);
+    const std::string_view shortest(text, static_cast<std::size_t>(scientific.ptr - text));
+    const std::size_t mark = shortest.find('e');
+    int exponent = 0;
+    if (mark != std::string_view::npos) {
+        const std::size_t first = mark + (shortest[mark + 1] == '+' ? 2 : 1);
+        std::from_chars(shortest.data() + first, shortest.data() + shortest.size(), exponent);
+    }
+    if (std::fabs(value) > largestPlain || (value != 0 && exponent < smallestPlainExponent))
+        return std::string(shortest);
+    const auto fixed = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed);
+    std::string plain(text, fixed.ptr);
+    if (plain.find('.') == std::string::npos)
+        plain += ".0";
+    return plain;
+}
+
+std::string joined(const JSONValue::Array& elements) {
+    std::string text = "[";
+    for (const JSONValue& element : elements)
+        text.append(text.size() > 1 ? ", " : "").append(element.description());
+    return text + "]";
+}
+
+std::string joined(const JSONObject& object) {
+    std::vector<const JSONObject::Member*> sorted;
+    for (const auto& member : object.members())
+        sorted.push_back(&member);
+    std::sort(sorted.begin(), sorted.end(), [](const auto* a, const auto* b) { return a->first < b->first; });
+    std::string text = "{";
+    for (const auto* member : sorted)
+        text.append(text.size() > 1 ? ", " : "")
+            .append(member->first)
+            .append(": ")
+            .append(member->second.description());
+    return text + "}";
+}
+
+double readNumber(JSONElement& element) {
+    if (const auto number = element.number())
+        return *number;
+    throw foundation::DecodingError::dataCorrupted("Unsupported JSON value");
+}
+
+JSONValue::Array readArray(JSONElement& element) {
+    JSONValue::Array elements;
+    element.forEachElement([&](JSONElement& item) { elements.push_back(JSONValue::read(item)); });
+    return elements;
+}
+
+JSONObject readObject(JSONElement& element) {
+    std::vector<JSONObject::Member> members;
+    members.reserve(usualMembers);
+    element.forEachMember([&](std::string_view key, JSONElement& value) {
+        std::string ownKey(key); // reading the value may overwrite the key's memory
+        members.emplace_back(std::move(ownKey), JSONValue::read(value));
+    });
+    return JSONObject(std::move(members));
+}
+
+} // namespace
+
+JSONObject::JSONObject() = default;
+
+JSONObject::JSONObject(std::vector<Member> members) : members_(std::move(members)) {
+    if (members_.size() <= fewMembers)
+        keepLastOfFew(members_);
+    else
+        keepLastOfMany(members_);
+}
+
+const JSONValue* JSONObject::find(std::string_view key) const {
+    for (const Member& member : members_)
+        if (member.first == key)
+            return &member.second;
+    return nullptr;
+}
+
+bool operator==(const JSONObject& a, const JSONObject& b) {
+    return a.members_.size() == b.members_.size() &&
+           std::all_of(a.members_.begin(), a.members_.end(), [&](const auto& m) {
+               const JSONValue* other = b.find(m.first);
+               return other != nullptr && *other == m.second;
+           });
+}
+
+JSONValue JSONValue::read(JSONElement& element) {
+    switch (element.type()) {
+    case JSONType::null: return Null{};
+    case JSONType::boolean: return element.boolean();
+    case JSONType::number: return readNumber(element);
+    case JSONType::string: return std::string(element.string());
+    case JSONType::array: return readArray(element);
+    case JSONType::object: return readObject(element);
+    }
+    throw foundation::DecodingError::dataCorrupted("Unsupported JSON value");
+}
+
+std::string JSONValue::description() const {
+    switch (kind()) {
+    case Case::boolean: return *asBool() ? "true" : "false";
+    case Case::number: return numberText(*asNumber());
+    case Case::string: return *asString();
+    case Case::array: return joined(*asArray());
+    case Case::object: return joined(*asObject());
+    case Case::null: break;
+    }
+    return "null";
+}
+
+} // namespace kemvi
