@@ -1,0 +1,11 @@
+#include "extension/KemviFSExtension.h"
+
+#include "extension/KemviUnaryFileSystem.h"
+
+namespace kemvi {
+
+std::shared_ptr<fskit::FSUnaryFileSystem> KemviFSExtension::fileSystem() const {
+    return std::make_shared<KemviUnaryFileSystem>();
+}
+
+} // namespace kemvi
