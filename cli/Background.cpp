@@ -1,0 +1,123 @@
+#include "cli/Background.h"
+
+#include "cli/CommandError.h"
+#include "cli/Signals.h"
+#include "cli/StderrRelay.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/signalfd.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace cli {
+
+namespace {
+
+/// Ties the serving process to the command while it is not ready: should the command be killed, it stops too.
+void dieWithParent(pid_t parent) {
+    ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (::getppid() != parent) {
+        ::_exit(static_cast<int>(ExitCode::interrupted));
+    }
+}
+
+void replaceByNull(int descriptor, int flags) {
+    const int null = ::open("/dev/null", flags | O_CLOEXEC);
+    if (null >= 0) {
+        ::dup2(null, descriptor);
+        ::close(null);
+    }
+}
+
+[[noreturn]] void serveInChild(const std::function<ExitCode(const Announce&)>& serve, pid_t parent, int status) {
+    dieWithParent(parent);
+    ::setsid();
+    replaceByNull(STDIN_FILENO, O_RDONLY);
+    replaceByNull(STDOUT_FILENO, O_WRONLY);
+    ExitCode code = ExitCode::failure;
+    {
+        StderrRelay relay;
+        const auto announce = [&] {
+            relay.switchToLog();
+            ::prctl(PR_SET_PDEATHSIG, 0);
+            const char ready = static_cast<char>(ExitCode::success);
+            [[maybe_unused]] const auto written = ::write(status, &ready, 1);
+            ::close(status);
+        };
+        code = reportingErrors([&] { return serve(announce); });
+    }
+    // Nothing that the parent made before the fork may be ended a second time here.
+    ::_exit(static_cast<int>(code));
+}
+
+ExitCode exitCodeOf(pid_t child) {
+    int status = 0;
+    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (WIFEXITED(status)) {
+        return static_cast<ExitCode>(WEXITSTATUS(status));
+    }
+    throw CommandError(ExitCode::failure, "mount",
+                       "the serving process was killed by signal " + std::to_string(WTERMSIG(status)) +
+                           " before the mount was ready");
+}
+
+ExitCode awaitReadiness(pid_t child, int status) {
+    const sigset_t stopSet = stopSignals();
+    const int signals = ::signalfd(-1, &stopSet, SFD_CLOEXEC);
+    std::array<pollfd, 2> sources{pollfd{status, POLLIN, 0}, pollfd{signals, POLLIN, 0}};
+    for (;;) {
+        if (::poll(sources.data(), sources.size(), -1) < 0) {
+            continue;
+        }
+        signalfd_siginfo received{};
+        if (sources[1].revents != 0 && ::read(signals, &received, sizeof received) == sizeof received) {
+            ::kill(child, SIGTERM);
+        }
+        if (sources[0].revents != 0) {
+            char ready = 0;
+            return ::read(status, &ready, 1) == 1 ? ExitCode::success : exitCodeOf(child);
+        }
+    }
+}
+
+} // namespace
+
+ExitCode runInBackground(const std::function<ExitCode(const Announce&)>& serve) {
+    // A descriptor inherited from the caller (the pipe of a script, say) must not live as long as the mount.
+    ::close_range(STDERR_FILENO + 1, ~0U, 0);
+    std::array<int, 2> status{};
+    if (::pipe2(status.data(), O_CLOEXEC) != 0) {
+        throw CommandError(ExitCode::failure, "mount", "no pipe to the background: " + errnoText(errno));
+    }
+    const pid_t parent = ::getpid();
+    const pid_t child = ::fork();
+    if (child < 0) {
+        throw CommandError(ExitCode::failure, "mount", "cannot go to the background: " + errnoText(errno));
+    }
+    if (child == 0) {
+        ::close(status[0]);
+        serveInChild(serve, parent, status[1]);
+    }
+    ::close(status[1]);
+    return awaitReadiness(child, status[0]);
+}
+
+ExitCode reportingErrors(const std::function<ExitCode()>& serve) {
+    try {
+        return serve();
+    } catch (const CommandError& error) {
+        printMessage(error.what());
+        return error.code();
+    } catch (const std::exception& error) {
+        printMessage(error.what());
+        return ExitCode::failure;
+    }
+}
+
+} // namespace cli

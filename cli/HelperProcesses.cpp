@@ -1,0 +1,80 @@
+#include "cli/HelperProcesses.h"
+
+#include "cli/ProcessTable.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace cli {
+
+namespace {
+
+constexpr int graceAfterEndOfInput = 300;  // milliseconds
+constexpr int graceAfterTermination = 700; // milliseconds
+
+bool allGone(const std::vector<ProcessHandle>& processes, int milliseconds) {
+    return std::all_of(processes.begin(), processes.end(),
+                       [&](const ProcessHandle& process) { return process.waitGone(milliseconds); });
+}
+
+} // namespace
+
+void HelperProcesses::remember() {
+    auto running = helperChildren(::getpid());
+    const std::lock_guard lock(mutex_);
+    remembered_ = std::move(running);
+}
+
+std::vector<pid_t> HelperProcesses::pids() const {
+    const std::lock_guard lock(mutex_);
+    return remembered_ ? *remembered_ : helperChildren(::getpid());
+}
+
+void HelperProcesses::kill() const {
+    const auto children = helperChildren(::getpid());
+    for (const pid_t pid : pids()) {
+        // One that is no child any more was waited for, and its number may be another's by now.
+        if (std::find(children.begin(), children.end(), pid) != children.end()) {
+            ProcessHandle(pid).signalGroup(SIGKILL);
+        }
+    }
+}
+
+void HelperProcesses::end() const {
+    std::vector<ProcessHandle> helpers;
+    for (const pid_t pid : helperChildren(::getpid())) {
+        helpers.emplace_back(pid);
+    }
+    if (!allGone(helpers, graceAfterEndOfInput)) {
+        for (const auto& helper : helpers) {
+            helper.signalGroup(SIGTERM);
+        }
+        if (!allGone(helpers, graceAfterTermination)) {
+            for (const auto& helper : helpers) {
+                helper.signalGroup(SIGKILL);
+            }
+        }
+    }
+    for (const auto& helper : helpers) {
+        ::waitpid(helper.pid(), nullptr, 0);
+    }
+}
+
+std::optional<std::string> HelperProcesses::howEnded() const {
+    for (const pid_t pid : pids()) {
+        siginfo_t info{};
+        if (::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid != pid) {
+            continue;
+        }
+        if (info.si_code == CLD_EXITED) {
+            return "exited with status " + std::to_string(info.si_status);
+        }
+        return "was killed by signal " + std::to_string(info.si_status) + " (" + ::strsignal(info.si_status) + ")";
+    }
+    return std::nullopt;
+}
+
+} // namespace cli

@@ -1,0 +1,162 @@
+#include "cli/InitCommand.h"
+
+#include "cli/CommandError.h"
+#include "cli/JSONText.h"
+#include "cli/MountSource.h"
+#include "cli/Paths.h"
+#include "foundation/Utf8.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace cli {
+
+namespace filesystem = std::filesystem;
+
+namespace {
+
+struct Request {
+    std::string source;
+    std::string helper;
+    std::string driveId;
+    std::string home;
+    std::string repoRoot;
+    bool force = false;
+};
+
+constexpr const char* defaultHelper = "local";
+
+/// A helper is named by its path, or by its bare name if it is one that ships with the command.
+std::string helperPath(const std::string& named) {
+    std::error_code error;
+    const std::string path = absolutePath(named);
+    if (filesystem::is_regular_file(path, error)) {
+        return path;
+    }
+    if (named.find('/') == std::string::npos) {
+        if (const auto folder = shippedHelpers()) {
+            const auto shipped = *folder / (named + ".mjs");
+            if (filesystem::is_regular_file(shipped, error)) {
+                return shipped.string();
+            }
+        }
+    }
+    throw CommandError(ExitCode::helperUnavailable, named,
+                       "there is no such helper; expected the path of a script, or the name of a shipped one such as " +
+                           std::string(defaultHelper));
+}
+
+/// Where the helper may keep what it wants to keep. Made by the helper when it first needs it.
+std::string defaultHome() {
+    const char* data = std::getenv("XDG_DATA_HOME");
+    if (data != nullptr && filesystem::path(data).is_absolute()) {
+        return (filesystem::path(data) / "kemvi").string();
+    }
+    const char* home = std::getenv("HOME");
+    const bool usable = home != nullptr && filesystem::path(home).is_absolute();
+    return usable ? (filesystem::path(home) / ".local/share/kemvi").string() : "/var/lib/kemvi";
+}
+
+using Entry = std::pair<const char*, std::string>;
+
+std::array<Entry, 4> configuration(const Request& request, const std::string& source) {
+    return {Entry{"driveId", request.driveId.empty() ? filesystem::path(source).filename().string() : request.driveId},
+            Entry{"kemviHome", request.home.empty() ? defaultHome() : absolutePath(request.home)},
+            Entry{"repoRoot", request.repoRoot.empty() ? source : absolutePath(request.repoRoot)},
+            Entry{"helperPath", helperPath(request.helper.empty() ? defaultHelper : request.helper)}};
+}
+
+std::string jsonText(const std::array<Entry, 4>& entries) {
+    std::string text = "{\n";
+    for (const auto& [key, value] : entries) {
+        if (!foundation::isValidUtf8(value)) {
+            throw CommandError(ExitCode::usage, value, "is not UTF-8, so it cannot stand in a mount configuration");
+        }
+        text += "  " + jsonString(key) + ": " + jsonString(value) + (key == entries.back().first ? "\n" : ",\n");
+    }
+    return text + "}\n";
+}
+
+[[noreturn]] void refuseWriting(const std::string& path) {
+    throw CommandError(ExitCode::configuration, path,
+                       errno == EEXIST ? std::string("exists already; replace it with --force")
+                                       : "cannot be written: " + errnoText(errno));
+}
+
+/// Puts the whole file in place in one step, so that neither a mount nor a crash ever meets half of it.
+void writeFile(const std::string& path, const std::string& text, bool replace) {
+    std::string temporary = path + ".XXXXXX";
+    const int file = ::mkostemp(temporary.data(), O_CLOEXEC);
+    if (file < 0) {
+        refuseWriting(path);
+    }
+    ::fchmod(file, 0644);
+    const bool written = ::write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    const bool closed = ::close(file) == 0;
+    const bool placed =
+        written && closed &&
+        (replace ? ::rename(temporary.c_str(), path.c_str()) : ::link(temporary.c_str(), path.c_str())) == 0;
+    const int error = errno;
+    if (!placed || !replace) {
+        ::unlink(temporary.c_str());
+    }
+    if (!placed) {
+        errno = error;
+        refuseWriting(path);
+    }
+}
+
+ExitCode run(const Request& request) {
+    std::error_code error;
+    if (filesystem::exists(request.source, error) && !filesystem::is_directory(request.source, error)) {
+        throw CommandError(ExitCode::configuration, request.source, "is not a directory; give the source directory");
+    }
+    const auto entries = configuration(request, absolutePath(request.source));
+    const std::string text = jsonText(entries);
+    filesystem::create_directories(request.source, error);
+    if (error) {
+        throw CommandError(ExitCode::configuration, request.source, "cannot be created: " + error.message());
+    }
+    const std::string path = configurationPath(absolutePath(request.source));
+    writeFile(path, text, request.force);
+    std::printf("Wrote %s:\n", escapedControls(path).c_str());
+    for (const auto& [key, value] : entries) {
+        std::printf("  %-10s  %s\n", key, escapedControls(value).c_str());
+    }
+    if (request.repoRoot.empty()) {
+        std::printf("The source directory itself is served; --repo-root DIR names another.\n");
+    }
+    std::printf("Next: kemvi mount %s MOUNTPOINT\n", escapedControls(request.source).c_str());
+    return ExitCode::success;
+}
+
+} // namespace
+
+void addInitCommand(CLI::App& app, ExitCode& result) {
+    auto request = std::make_shared<Request>();
+    CLI::App* command = app.add_subcommand("init", "Write the mount configuration of a source directory");
+    command->add_option("SOURCE", request->source, "Source directory; made if it does not exist")->required();
+    command->add_option("--helper", request->helper, "Helper script, or the name of a shipped helper (default: local)")
+        ->type_name("PATH");
+    command->add_option("--drive-id", request->driveId, "Identifier of the drive (default: the directory's name)")
+        ->type_name("ID");
+    command
+        ->add_option("--home", request->home, "Directory for the helper's own files (default: in your data directory)")
+        ->type_name("DIR");
+    command->add_option("--repo-root", request->repoRoot, "Directory that the helper works on (default: SOURCE)")
+        ->type_name("DIR");
+    command->add_flag("--force", request->force, "Replace an existing mount-config.json");
+    command->callback([request, &result] { result = run(*request); });
+}
+
+} // namespace cli

@@ -1,0 +1,95 @@
+#include "cli/MountCommand.h"
+
+#include "cli/Background.h"
+#include "cli/CommandError.h"
+#include "cli/MountPoint.h"
+#include "cli/MountSession.h"
+#include "cli/MountSource.h"
+#include "cli/Signals.h"
+#include "foundation/Log.h"
+
+#include <memory>
+#include <string_view>
+
+namespace cli {
+
+namespace {
+
+constexpr const char* optionList = R"(Mount options:
+  ro, rw                 read-only, or both (default)
+  allow_other            let other users in
+  fmask=MASK, dmask=MASK permission bits (octal) taken from 0777 for files, directories; umask= sets both
+  uid=ID, gid=ID         the owner shown for everything
+  quiet                  a chown that cannot be done succeeds silently
+  nonempty               mount on a directory that is not empty
+  entry_timeout=SECONDS, attr_timeout=SECONDS, negative_timeout=SECONDS
+                         how long names, attributes and absent names are trusted (1, 1, 0)
+  request_size=BYTES     most bytes of one read or write request (65536)
+  writeback              let the kernel gather small writes
+  fsname=TEXT            the device shown in the mount table (default: SOURCE)
+  nosuid, nodev, noexec, noatime, sync, dirsync
+                         as mount(8) has them)";
+
+fusehost::MountOptions parseOptions(const std::vector<std::string>& lists) {
+    fusehost::MountOptions options;
+    for (const std::string& list : lists) {
+        try {
+            options.add(list);
+        } catch (const fusehost::MountOptionError& error) {
+            throw CommandError(ExitCode::usage, "-o " + list, error.what());
+        }
+    }
+    return options;
+}
+
+void configureLog(const MountRequest& request) {
+    foundation::Log::showPrivateValues(request.showPrivate);
+    if (!request.verbose) {
+        foundation::Log::setLevel(foundation::LogLevel::error);
+    }
+    if (!request.foreground) {
+        foundation::Log::setLevel(foundation::LogLevel::info);
+        foundation::Log::setSink(foundation::makeSystemLogSink("kemvi"));
+    }
+}
+
+} // namespace
+
+ExitCode mount(const MountRequest& request) {
+    auto options = parseOptions(request.options);
+    const MountSource source = readMountSource(request.source);
+    const std::string mountPoint = checkedMountPoint(request.mountPoint, source, options.nonEmpty);
+    checkHelperAvailable(source);
+    checkFuseAvailable(options.allowOther);
+    if (request.checkOnly) {
+        return ExitCode::success;
+    }
+    blockStopSignals();
+    const MountPlan plan{source.path, mountPoint, source.config.helperPath, std::move(options)};
+    if (request.foreground) {
+        configureLog(request);
+        return runMountSession(plan, [] {});
+    }
+    return runInBackground([&](const Announce& announce) {
+        configureLog(request);
+        return runMountSession(plan, announce);
+    });
+}
+
+void addMountCommand(CLI::App& app, ExitCode& result) {
+    auto request = std::make_shared<MountRequest>();
+    CLI::App* command = app.add_subcommand("mount", "Mount what a source directory's helper serves");
+    command->add_option("SOURCE", request->source, "Directory that holds mount-config.json")->required();
+    command->add_option("MOUNTPOINT", request->mountPoint, "Empty directory to mount on")->required();
+    command->add_flag("-f,--foreground", request->foreground, "Stay in the foreground until unmounted");
+    command->add_option("-o", request->options, "Mount options, separated by commas; kemvi(1) lists them")
+        ->type_name("OPTION,...")
+        ->allow_extra_args(false)
+        ->take_all();
+    command->add_flag("-v,--verbose", request->verbose, "With -f: log every step of the mount's life");
+    command->add_flag("--show-private", request->showPrivate, "Write private values (paths) out in the log");
+    command->footer(optionList);
+    command->callback([request, &result] { result = mount(*request); });
+}
+
+} // namespace cli

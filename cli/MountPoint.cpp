@@ -1,0 +1,159 @@
+#include "cli/MountPoint.h"
+
+#include "cli/CommandError.h"
+#include "cli/MountTable.h"
+#include "cli/Paths.h"
+
+#include <cerrno>
+#include <chrono>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <memory>
+#include <sys/stat.h>
+#include <system_error>
+#include <thread>
+#include <unistd.h>
+
+namespace cli {
+
+namespace filesystem = std::filesystem;
+
+namespace {
+
+constexpr std::chrono::seconds staleProbeLimit{2};
+
+[[noreturn]] void refuse(const std::string& mountPoint, const std::string& problem) {
+    throw CommandError(ExitCode::mountPoint, mountPoint, problem);
+}
+
+/// True if the process behind a FUSE mount is gone. One that hangs is not gone: it is asked in a thread that nobody
+/// waits for longer than a moment.
+bool isStale(const std::string& mountPoint) {
+    auto answer = std::make_shared<std::promise<int>>();
+    auto result = answer->get_future();
+    std::thread([answer, mountPoint] {
+        struct stat ignored {};
+        answer->set_value(::stat(mountPoint.c_str(), &ignored) == 0 ? 0 : errno);
+    }).detach();
+    return result.wait_for(staleProbeLimit) == std::future_status::ready && result.get() == ENOTCONN;
+}
+
+void refuseMounted(const std::string& mountPoint) {
+    const auto mount = findMount(readMountTable(), mountPoint);
+    if (!mount) {
+        return;
+    }
+    if (mount->type.starts_with("fuse") && isStale(mountPoint)) {
+        refuse(mountPoint, "a stale mount is left here (its process is gone: Transport endpoint is not connected); "
+                           "clear it with: " +
+                               std::string(mount->isOurs() ? "kemvi unmount " : "fusermount3 -u ") + mountPoint);
+    }
+    if (mount->isOurs()) {
+        refuse(mountPoint,
+               "is mounted already, from " + mount->source + "; unmount it first: kemvi unmount " + mountPoint);
+    }
+    refuse(mountPoint, "a file system of type " + mount->type + " is mounted here already; choose another directory");
+}
+
+/// The real path of a mount point on which nothing is mounted. The table is asked first, since looking at a mount whose
+/// process hangs would hang too.
+std::string resolvedMountPoint(const std::string& mountPoint) {
+    const auto unresolved = realParentPath(mountPoint);
+    if (unresolved) {
+        refuseMounted(*unresolved);
+    }
+    const auto resolved = realPath(mountPoint);
+    if (!resolved && errno == ENOENT) {
+        refuse(mountPoint, "does not exist; make an empty directory first: mkdir -p " + mountPoint);
+    }
+    if (!resolved) {
+        refuse(mountPoint, "cannot be used as mount point: " + errnoText(errno));
+    }
+    refuseMounted(*resolved);
+    return *resolved;
+}
+
+void checkDirectory(const std::string& mountPoint, bool allowNonEmpty) {
+    std::error_code error;
+    if (!filesystem::is_directory(mountPoint, error)) {
+        refuse(mountPoint, "is not a directory; give an empty directory");
+    }
+    if (::geteuid() != 0 && ::access(mountPoint.c_str(), W_OK) != 0) {
+        refuse(mountPoint, "you may not write to this directory, so you may not mount on it");
+    }
+    const bool empty = filesystem::is_empty(mountPoint, error);
+    if (error) {
+        refuse(mountPoint, "cannot be listed: " + error.message());
+    }
+    if (!empty && !allowNonEmpty) {
+        refuse(mountPoint, "is not empty; give an empty directory, or hide what is in it with -o nonempty");
+    }
+}
+
+/// A helper that touches the mount it serves waits for itself. That happens where the mount lies inside the served
+/// tree, and where it covers the files that the helper works with.
+void checkSurroundings(const std::string& mountPoint, const MountSource& source) {
+    const auto realOrEmpty = [](const std::string& path) {
+        return filesystem::path(path).is_absolute() ? realPath(path).value_or("") : std::string();
+    };
+    const std::string served = realOrEmpty(source.config.repoRoot);
+    if (!served.empty() && mountPoint != served && isWithin(mountPoint, served)) {
+        refuse(mountPoint,
+               "lies inside the served directory " + served + ", so the helper would wait for itself; mount elsewhere");
+    }
+    for (const auto& needed :
+         {source.path, served, realOrEmpty(source.config.kemviHome), realOrEmpty(source.config.helperPath)}) {
+        if (!needed.empty() && isWithin(needed, mountPoint)) {
+            refuse(mountPoint, "would cover " + needed + ", which the helper needs; mount elsewhere");
+        }
+    }
+}
+
+bool userMayAllowOther() {
+    std::ifstream file("/etc/fuse.conf");
+    for (std::string line; std::getline(file, line);) {
+        line.erase(0, line.find_first_not_of(" \t"));
+        line.erase(line.find_last_not_of(" \t\r") + 1);
+        if (line == "user_allow_other") {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+std::string checkedMountPoint(const std::string& mountPoint, const MountSource& source, bool allowNonEmpty) {
+    const std::string resolved = resolvedMountPoint(mountPoint);
+    checkDirectory(resolved, allowNonEmpty);
+    checkSurroundings(resolved, source);
+    return resolved;
+}
+
+void checkFuseAvailable(bool allowOther) {
+    const auto unavailable = [](std::string_view subject, const std::string& problem) {
+        throw CommandError(ExitCode::fuseUnavailable, subject, problem);
+    };
+    const int device = ::open("/dev/fuse", O_RDWR | O_CLOEXEC);
+    if (device < 0) {
+        unavailable("/dev/fuse", errno == ENOENT ? "does not exist; load the kernel module: modprobe fuse"
+                                                 : "cannot be opened: " + errnoText(errno) +
+                                                       "; root can let you with: chmod 666 /dev/fuse");
+    }
+    ::close(device);
+    if (::geteuid() == 0) {
+        return;
+    }
+    if (!findInPath("fusermount3")) {
+        unavailable("fusermount3",
+                    "is not in PATH, and an ordinary user cannot mount without it; install the package fuse3");
+    }
+    if (allowOther && !userMayAllowOther()) {
+        unavailable("allow_other",
+                    "is refused to ordinary users here; add the line user_allow_other to /etc/fuse.conf");
+    }
+}
+
+} // namespace cli

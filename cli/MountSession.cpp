@@ -1,0 +1,168 @@
+#include "cli/MountSession.h"
+
+#include "cli/CommandError.h"
+#include "cli/HelperProcesses.h"
+#include "cli/MountTable.h"
+#include "cli/StopControl.h"
+#include "extension/KemviUnaryFileSystem.h"
+#include "foundation/Error.h"
+#include "hosts/fuse/FuseHost.h"
+
+#include <memory>
+#include <mutex>
+#include <sys/prctl.h>
+#include <sys/vfs.h>
+#include <thread>
+#include <unistd.h>
+
+namespace cli {
+
+namespace {
+
+constexpr long fuseMagic = 0x65735546; // f_type of a FUSE mount
+
+void nameProcess(const std::string& name) {
+    ::prctl(PR_SET_NAME, name.c_str());
+}
+
+/// Calls `announce` from a thread of its own when the kernel has had an answer from the mount. Asking for the volume's
+/// figures is enough for that and costs the helper nothing.
+class Announcer {
+public:
+    Announcer(const std::string& mountPoint, Announce announce) : state_(std::make_shared<State>()) {
+        state_->announce = std::move(announce);
+        // Detached: should the mount break before it has answered, the question is never answered either.
+        std::thread([state = state_, mountPoint] {
+            struct statfs figures {};
+            if (::statfs(mountPoint.c_str(), &figures) != 0 || figures.f_type != fuseMagic) {
+                return;
+            }
+            const std::lock_guard lock(state->mutex);
+            if (state->announce) {
+                state->announce();
+                state->announce = nullptr;
+                state->announced = true;
+            }
+        }).detach();
+    }
+
+    ~Announcer() { cancel(); }
+
+    Announcer(const Announcer&) = delete;
+    Announcer& operator=(const Announcer&) = delete;
+
+    /// From here on nothing is announced any more. True if it was before.
+    bool cancel() {
+        const std::lock_guard lock(state_->mutex);
+        state_->announce = nullptr;
+        return state_->announced;
+    }
+
+private:
+    struct State {
+        std::mutex mutex;
+        Announce announce;
+        bool announced = false;
+    };
+
+    std::shared_ptr<State> state_;
+};
+
+/// What a failed start means, in words for the user.
+std::string startProblem(const foundation::NSError& error, const HelperProcesses& helpers) {
+    const std::string text = error.description();
+    if (error.isPosix() && error.localizedDescription) {
+        return "the helper answered the first request with an error: " + text;
+    }
+    if (error.domain == foundation::NSCocoaErrorDomain) {
+        return "the helper's first answer is not a line of the protocol: " + text;
+    }
+    if (text == "helper closed stdout") {
+        const auto end = helpers.howEnded();
+        return "the helper ended before it answered the first request" + (end ? " (it " + *end + ")" : std::string());
+    }
+    return "the helper did not answer the first request as it must: " + text;
+}
+
+class MountSession {
+public:
+    MountSession(const MountPlan& plan)
+        : plan_(plan),
+          host_(std::make_shared<kemvi::KemviUnaryFileSystem>(), plan.source, plan.mountPoint, plan.options),
+          stop_(host_, helpers_, plan.mountPoint) {}
+
+    ExitCode run(const Announce& announce) {
+        load();
+        const bool served = mountAndServe(announce);
+        end();
+        if (stop_.gaveUp()) {
+            return ExitCode::gaveUpWaiting;
+        }
+        if (stop_.interrupted()) {
+            throw CommandError(ExitCode::interrupted, plan_.mountPoint, "interrupted before the mount was ready");
+        }
+        if (!served) {
+            throw CommandError(ExitCode::mountFailed, plan_.mountPoint, "the connection to the kernel broke");
+        }
+        return ExitCode::success;
+    }
+
+private:
+    void load() {
+        try {
+            host_.load();
+        } catch (const foundation::Error& error) {
+            const std::string problem = startProblem(error.nsError(), helpers_);
+            helpers_.end();
+            if (stop_.interrupted()) {
+                throw CommandError(ExitCode::interrupted, plan_.mountPoint, "interrupted before the mount was ready");
+            }
+            throw CommandError(ExitCode::helperFailed, plan_.helperPath,
+                               problem + "; see what it said, or run: kemvi check " + plan_.source);
+        }
+        helpers_.remember();
+    }
+
+    /// False if the connection to the kernel failed.
+    bool mountAndServe(const Announce& announce) {
+        try {
+            host_.mount();
+        } catch (const fusehost::MountError& error) {
+            end();
+            throw CommandError(ExitCode::mountFailed, plan_.mountPoint, error.what());
+        }
+        if (const auto mount = findMount(readMountTable(), plan_.mountPoint)) {
+            nameProcess(servingProcessName(mount->deviceMinor));
+        }
+        stop_.enter(StopControl::Phase::serving);
+        Announcer announcer(plan_.mountPoint, announce);
+        const bool served = host_.serve();
+        return served && (announcer.cancel() || stop_.interrupted());
+    }
+
+    /// Lets the helper go.
+    void end() {
+        // The device number may now be given to another mount, whose process must not be taken for this one.
+        nameProcess("kemvi-ending");
+        stop_.enter(StopControl::Phase::ending);
+        host_.shutdown();
+    }
+
+    const MountPlan& plan_;
+    HelperProcesses helpers_;
+    fusehost::FuseHost host_;
+    StopControl stop_;
+};
+
+} // namespace
+
+std::string servingProcessName(unsigned deviceMinor) {
+    return "kemvi-" + std::to_string(deviceMinor);
+}
+
+ExitCode runMountSession(const MountPlan& plan, const Announce& announce) {
+    ::chdir("/") == 0 || ::chdir(plan.source.c_str()) == 0;
+    return MountSession(plan).run(announce);
+}
+
+} // namespace cli

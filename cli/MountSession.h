@@ -1,0 +1,28 @@
+#pragma once
+
+#include "cli/Background.h"
+#include "cli/ExitCode.h"
+#include "hosts/fuse/MountOptions.h"
+
+#include <string>
+
+namespace cli {
+
+/// A mount of which everything that can be checked beforehand has been checked.
+struct MountPlan {
+    std::string source;     // real path
+    std::string mountPoint; // real path
+    std::string helperPath; // for messages
+    fusehost::MountOptions options;
+};
+
+/// Lives through one mount: starts the helper, mounts, announces, serves until the end, lets the helper go. Blocks all
+/// that time. Leaves no helper behind, whatever happens. Must be called in the process's first thread, with the stop
+/// signals blocked and no other thread running. Throws CommandError; before `announce` was called nothing is mounted
+/// then.
+ExitCode runMountSession(const MountPlan& plan, const Announce& announce);
+
+/// The name under which the process that serves a mount is known: that of its main thread.
+std::string servingProcessName(unsigned deviceMinor);
+
+} // namespace cli

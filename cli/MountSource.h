@@ -1,0 +1,26 @@
+#pragma once
+
+#include "extension/KemviMountConfig.h"
+
+#include <string>
+
+namespace cli {
+
+/// A source directory whose configuration has been read.
+struct MountSource {
+    std::string path; // real path
+    kemvi::KemviMountConfig config;
+
+    std::string configurationPath() const;
+};
+
+/// The path of the configuration file of a source directory.
+std::string configurationPath(const std::string& source);
+
+/// Reads SOURCE and its mount-config.json. Throws CommandError that names the file, the key and what was expected.
+MountSource readMountSource(const std::string& source);
+
+/// Throws CommandError unless `node` is in PATH and the helper script is there.
+void checkHelperAvailable(const MountSource& source);
+
+} // namespace cli

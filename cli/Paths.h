@@ -1,0 +1,32 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace cli {
+
+/// `path` made absolute against the working directory, without "." and ".." and without a slash at the end. Touches no
+/// file.
+std::string absolutePath(const std::string& path);
+
+/// The real path of `path`'s parent directory with the last component appended as it stands. The last component is
+/// never looked at, so that asking about a mount point whose file system hangs does not hang. Nothing if the parent
+/// does not exist.
+std::optional<std::string> realParentPath(const std::string& path);
+
+/// The real path, if everything on it exists.
+std::optional<std::string> realPath(const std::string& path);
+
+/// True if `path` is `directory` or lies beneath it. Both absolute and without ".." or trailing slash.
+bool isWithin(std::string_view path, std::string_view directory);
+
+/// Where `program` is found along PATH, as execvp would look for it.
+std::optional<std::string> findInPath(const std::string& program);
+
+/// The folder of the helpers that ship with the command: beside the sources when run from the build tree, under share/
+/// when installed. Nothing if neither is there.
+std::optional<std::filesystem::path> shippedHelpers();
+
+} // namespace cli

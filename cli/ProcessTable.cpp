@@ -1,0 +1,184 @@
+#include "cli/ProcessTable.h"
+
+#include "cli/Paths.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <poll.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace cli {
+
+namespace filesystem = std::filesystem;
+
+namespace {
+
+std::string procPath(pid_t pid, const char* file) {
+    return "/proc/" + std::to_string(pid) + "/" + file;
+}
+
+std::string contents(const std::string& path) {
+    std::ifstream file(path);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+/// The parent of a process; 0 if it is gone. In "pid (name) state ppid ..." the name may hold anything, so the fields
+/// are counted from the last parenthesis.
+pid_t parentOf(pid_t pid) {
+    const std::string stat = contents(procPath(pid, "stat"));
+    const auto nameEnd = stat.rfind(')');
+    if (nameEnd == std::string::npos || nameEnd + 4 >= stat.size()) {
+        return 0;
+    }
+    pid_t parent = 0;
+    std::from_chars(stat.data() + nameEnd + 4, stat.data() + stat.size(), parent);
+    return parent;
+}
+
+/// What a link of /proc names. Reading it does not touch the file it leads to.
+std::string linkTarget(const std::string& path) {
+    std::error_code error;
+    return filesystem::read_symlink(path, error).string();
+}
+
+bool hasOpenFileWithin(pid_t pid, const std::string& directory) {
+    std::error_code error;
+    for (filesystem::directory_iterator entry(procPath(pid, "fd"), error), end; !error && entry != end;
+         entry.increment(error)) {
+        if (isWithin(linkTarget(entry->path().string()), directory)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool hasMappingWithin(pid_t pid, const std::string& directory) {
+    std::ifstream maps(procPath(pid, "maps"));
+    for (std::string line; std::getline(maps, line);) {
+        const auto path = line.find('/');
+        if (path != std::string::npos && isWithin(std::string_view(line).substr(path), directory)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool usesMount(pid_t pid, const std::string& mountPoint) {
+    return isWithin(linkTarget(procPath(pid, "cwd")), mountPoint) ||
+           isWithin(linkTarget(procPath(pid, "root")), mountPoint) || hasOpenFileWithin(pid, mountPoint) ||
+           hasMappingWithin(pid, mountPoint);
+}
+
+} // namespace
+
+ProcessHandle::ProcessHandle(pid_t pid) : pid_(pid), descriptor_(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0))) {}
+
+ProcessHandle::ProcessHandle(ProcessHandle&& other) noexcept
+    : pid_(other.pid_), descriptor_(std::exchange(other.descriptor_, -1)) {}
+
+ProcessHandle& ProcessHandle::operator=(ProcessHandle&& other) noexcept {
+    std::swap(pid_, other.pid_);
+    std::swap(descriptor_, other.descriptor_);
+    return *this;
+}
+
+ProcessHandle::~ProcessHandle() {
+    if (descriptor_ >= 0) {
+        ::close(descriptor_);
+    }
+}
+
+bool ProcessHandle::waitGone(int milliseconds) const {
+    if (descriptor_ < 0) {
+        return true;
+    }
+    pollfd ended{descriptor_, POLLIN, 0};
+    int ready = 0;
+    do {
+        ready = ::poll(&ended, 1, milliseconds);
+    } while (ready < 0 && errno == EINTR);
+    return ready > 0;
+}
+
+void ProcessHandle::signal(int number) const {
+    if (descriptor_ >= 0) {
+        ::syscall(SYS_pidfd_send_signal, descriptor_, number, nullptr, 0);
+    }
+}
+
+void ProcessHandle::signalGroup(int number) const {
+    // The number of a group stays taken while its leader lives, so this cannot hit another group.
+    if (!gone() && ::getpgid(pid_) == pid_) {
+        ::kill(-pid_, number);
+    }
+    signal(number);
+}
+
+std::vector<pid_t> allProcesses() {
+    std::vector<pid_t> processes;
+    std::error_code error;
+    for (filesystem::directory_iterator entry("/proc", error), end; !error && entry != end; entry.increment(error)) {
+        const std::string name = entry->path().filename().string();
+        pid_t pid = 0;
+        const auto result = std::from_chars(name.data(), name.data() + name.size(), pid);
+        if (result.ec == std::errc() && result.ptr == name.data() + name.size()) {
+            processes.push_back(pid);
+        }
+    }
+    return processes;
+}
+
+std::string processName(pid_t pid) {
+    std::string name = contents(procPath(pid, "comm"));
+    if (!name.empty() && name.back() == '\n') {
+        name.pop_back();
+    }
+    return name;
+}
+
+std::vector<pid_t> helperChildren(pid_t parent) {
+    auto processes = allProcesses();
+    std::erase_if(processes,
+                  [&](pid_t pid) { return parentOf(pid) != parent || processName(pid).starts_with("fusermount"); });
+    return processes;
+}
+
+std::vector<pid_t> sameProgramNamed(std::string_view name) {
+    struct stat own {};
+
+    if (::stat("/proc/self/exe", &own) != 0) {
+        return {};
+    }
+    auto processes = allProcesses();
+    std::erase_if(processes, [&](pid_t pid) {
+        struct stat other {};
+        return pid == ::getpid() || processName(pid) != name || ::stat(procPath(pid, "exe").c_str(), &other) != 0 ||
+               other.st_dev != own.st_dev || other.st_ino != own.st_ino;
+    });
+    return processes;
+}
+
+std::vector<ProcessName> usersOfMount(const std::string& mountPoint, pid_t except, std::size_t limit) {
+    std::vector<ProcessName> users;
+    for (const pid_t pid : allProcesses()) {
+        if (users.size() == limit) {
+            break;
+        }
+        if (pid != except && pid != ::getpid() && usesMount(pid, mountPoint)) {
+            users.push_back({pid, processName(pid)});
+        }
+    }
+    return users;
+}
+
+} // namespace cli

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+#include <vector>
+
+namespace cli {
+
+/// A process, for a message.
+struct ProcessName {
+    pid_t pid = 0;
+    std::string name;
+};
+
+/// A process held by descriptor, so that a number given to another process in the meantime is never mistaken for it.
+class ProcessHandle {
+public:
+    /// `gone()` from the start if there is no such process.
+    explicit ProcessHandle(pid_t pid);
+    ProcessHandle(ProcessHandle&& other) noexcept;
+    ProcessHandle& operator=(ProcessHandle&& other) noexcept;
+    ProcessHandle(const ProcessHandle&) = delete;
+    ProcessHandle& operator=(const ProcessHandle&) = delete;
+    ~ProcessHandle();
+
+    pid_t pid() const { return pid_; }
+
+    /// Waits until the process has ended, at most the given time in milliseconds (negative: without limit). True if it
+    /// has ended. A zombie has ended.
+    bool waitGone(int milliseconds) const;
+
+    bool gone() const { return waitGone(0); }
+
+    /// Sends a signal; silently nothing if the process has ended or belongs to someone else.
+    void signal(int number) const;
+
+    /// Sends a signal to the process and, where it leads a process group, to the whole of it.
+    void signalGroup(int number) const;
+
+private:
+    pid_t pid_ = -1;
+    int descriptor_ = -1;
+};
+
+/// The process numbers in /proc.
+std::vector<pid_t> allProcesses();
+
+/// The name of a process's main thread; empty if it is gone.
+std::string processName(pid_t pid);
+
+/// The processes that `parent` started and that serve as helpers: its children, less the fusermount3 that stands by to
+/// clear the mount should the parent die.
+std::vector<pid_t> helperChildren(pid_t parent);
+
+/// The processes whose name is `name` and that run the same program file as this process.
+std::vector<pid_t> sameProgramNamed(std::string_view name);
+
+/// Up to `limit` processes other than `except` that have a file, their working directory or a mapping on the given
+/// mount. Only those that this user may look into are found. Never asks the mounted file system anything.
+std::vector<ProcessName> usersOfMount(const std::string& mountPoint, pid_t except, std::size_t limit);
+
+} // namespace cli

@@ -1,0 +1,132 @@
+#include "cli/StopControl.h"
+
+#include "cli/CommandError.h"
+#include "cli/Signals.h"
+#include "cli/Unmounting.h"
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+namespace cli {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto slowStart = 5s;
+constexpr auto slowEnd = 3s;
+constexpr auto retryKilling = 100ms;
+constexpr auto endAfterKilling = 2s;
+
+} // namespace
+
+StopControl::StopControl(fusehost::FuseHost& host, const HelperProcesses& helpers, const std::string& mountPoint)
+    : host_(host), helpers_(helpers), mountPoint_(mountPoint) {
+    const sigset_t stops = stopSignals();
+    signals_ = ::signalfd(-1, &stops, SFD_CLOEXEC);
+    phaseChanged_ = ::eventfd(0, EFD_CLOEXEC);
+    if (signals_ < 0 || phaseChanged_ < 0) {
+        throw CommandError(ExitCode::failure, mountPoint, "cannot wait for signals: " + errnoText(errno));
+    }
+    deadline_ = Clock::now() + slowStart;
+    thread_ = std::thread([this] { run(); });
+}
+
+StopControl::~StopControl() {
+    enter(Phase::ended);
+    thread_.join();
+    ::close(signals_);
+    ::close(phaseChanged_);
+}
+
+void StopControl::enter(Phase phase) {
+    phase_ = phase;
+    ::eventfd_write(phaseChanged_, 1);
+}
+
+void StopControl::run() {
+    while (phase_ != Phase::ended) {
+        wait();
+    }
+}
+
+void StopControl::wait() {
+    int timeout = -1;
+    if (deadline_) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline_ - Clock::now());
+        timeout = static_cast<int>(std::max<std::int64_t>(0, left.count()));
+    }
+    std::array<pollfd, 2> sources{pollfd{phaseChanged_, POLLIN, 0}, pollfd{signals_, POLLIN, 0}};
+    const int ready = ::poll(sources.data(), sources.size(), timeout);
+    if (eventfd_t changes = 0; ready > 0 && sources[0].revents != 0 && ::eventfd_read(phaseChanged_, &changes) == 0) {
+        onPhase();
+    }
+    if (phase_ == Phase::ended) {
+        return;
+    }
+    if (signalfd_siginfo received{};
+        ready > 0 && sources[1].revents != 0 && ::read(signals_, &received, sizeof received) == sizeof received) {
+        onSignal();
+    }
+    if (deadline_ && Clock::now() >= *deadline_) {
+        deadline_.reset();
+        onDeadline();
+    }
+}
+
+void StopControl::onPhase() {
+    if (phase_ == Phase::serving && !stopRequested_) {
+        deadline_.reset();
+    } else if (phase_ == Phase::ending && !deadline_ && !named_) {
+        deadline_ = Clock::now() + slowEnd;
+    }
+}
+
+void StopControl::onSignal() {
+    if (phase_ == Phase::starting) {
+        interrupted_ = true;
+        stopRequested_ = true;
+        host_.requestStop(); // the phase may just be changing
+        deadline_ = Clock::now();
+    } else if (!stopRequested_ && !named_) {
+        stopRequested_ = true;
+        host_.requestStop();
+        if (!deadline_) {
+            deadline_ = Clock::now() + slowEnd;
+        }
+    } else if (!gaveUp_) {
+        gaveUp_ = true;
+        helpers_.kill();
+        deadline_ = Clock::now() + endAfterKilling;
+    }
+}
+
+void StopControl::onDeadline() {
+    if (phase_ == Phase::starting && interrupted_) {
+        // The helper may be on its way to be started: keep at it until the start has failed.
+        helpers_.kill();
+        deadline_ = Clock::now() + retryKilling;
+    } else if (phase_ == Phase::starting) {
+        tell("to answer its first request");
+    } else if (gaveUp_) {
+        // Even without its helper the mount does not come to an end; the kernel releases its users when we are gone.
+        unmountLazily(mountPoint_);
+        ::_exit(static_cast<int>(ExitCode::gaveUpWaiting));
+    } else {
+        named_ = true;
+        tell("to end; another signal kills it");
+    }
+}
+
+void StopControl::tell(const std::string& what) const {
+    const auto helpers = helpers_.pids();
+    const std::string helper = helpers.empty() ? "the helper" : "the helper (pid " + std::to_string(helpers[0]) + ")";
+    printMessage(mountPoint_ + ": still waiting for " + helper + " " + what);
+}
+
+} // namespace cli

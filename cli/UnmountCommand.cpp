@@ -1,0 +1,167 @@
+#include "cli/UnmountCommand.h"
+
+#include "cli/CommandError.h"
+#include "cli/MountSession.h"
+#include "cli/MountTable.h"
+#include "cli/Paths.h"
+#include "cli/ProcessTable.h"
+#include "cli/Unmounting.h"
+
+#include <csignal>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace cli {
+
+namespace {
+
+// Milliseconds. A forced end takes no longer than their sum.
+constexpr int orderlyEnd = 1500;
+constexpr int endAfterSecondSignal = 1500;
+constexpr int endAfterKilling = 1000;
+constexpr int quietWait = 3000;
+
+constexpr std::size_t namedUsers = 5;
+
+struct Request {
+    std::string mountPoint;
+    bool force = false;
+};
+
+/// The mount that the user means. A link to a mount point is followed only once it is clear that no mount bears its
+/// name, because following the name of a mount asks the mounted file system.
+MountEntry findOurMount(const std::string& name) {
+    const auto table = readMountTable();
+    auto path = realParentPath(name);
+    auto found = path ? findMount(table, *path) : std::nullopt;
+    std::error_code error;
+    if (path && !found && std::filesystem::is_symlink(*path, error)) {
+        path = realPath(*path);
+        found = path ? findMount(table, *path) : std::nullopt;
+    }
+    if (!found) {
+        throw CommandError(ExitCode::notMounted, name, "nothing is mounted here");
+    }
+    if (!found->isOurs()) {
+        throw CommandError(ExitCode::notMounted, name,
+                           "what is mounted here is of type " + found->type + ", not of ours; use umount");
+    }
+    return *found;
+}
+
+std::vector<ProcessHandle> servingProcesses(const MountEntry& mount) {
+    std::vector<ProcessHandle> processes;
+    for (const pid_t pid : sameProgramNamed(servingProcessName(mount.deviceMinor))) {
+        processes.emplace_back(pid);
+    }
+    return processes;
+}
+
+std::string userList(const MountEntry& mount, const std::vector<ProcessHandle>& hosts) {
+    std::string list;
+    const auto users = usersOfMount(mount.mountPoint, hosts.empty() ? 0 : hosts[0].pid(), namedUsers + 1);
+    for (std::size_t i = 0; i < users.size() && i < namedUsers; ++i) {
+        list += (i == 0 ? " by " : ", ") + std::to_string(users[i].pid) + " (" + users[i].name + ")";
+    }
+    return list + (users.size() > namedUsers ? " and others" : "");
+}
+
+[[noreturn]] void refuse(const MountEntry& mount, const UnmountFailure& failure,
+                         const std::vector<ProcessHandle>& hosts) {
+    if (failure.busy) {
+        throw CommandError(ExitCode::busy, mount.mountPoint,
+                           "is in use" + userList(mount, hosts) +
+                               "; end what uses it and try again, or cut it off with --force");
+    }
+    throw CommandError(ExitCode::failure, mount.mountPoint, "cannot be unmounted: " + failure.reason);
+}
+
+void unmountOrderly(const MountEntry& mount, const std::vector<ProcessHandle>& hosts) {
+    if (const auto failure = unmount(mount.mountPoint)) {
+        refuse(mount, *failure, hosts);
+    }
+    for (const auto& host : hosts) {
+        if (!host.waitGone(quietWait)) {
+            const std::string pid = std::to_string(host.pid());
+            printMessage(mount.mountPoint + ": unmounted; process " + pid +
+                         " still waits for its helper to end; to end both: kill " + pid);
+            host.waitGone(-1);
+        }
+    }
+}
+
+std::vector<ProcessHandle> helpersOf(const std::vector<ProcessHandle>& hosts) {
+    std::vector<ProcessHandle> helpers;
+    for (const auto& host : hosts) {
+        for (const pid_t pid : helperChildren(host.pid())) {
+            helpers.emplace_back(pid);
+        }
+    }
+    return helpers;
+}
+
+bool allGone(const std::vector<ProcessHandle>& processes, int milliseconds) {
+    bool gone = true;
+    for (const auto& process : processes) {
+        gone = process.waitGone(gone ? milliseconds : 0) && gone;
+    }
+    return gone;
+}
+
+/// Detaches the mount, then ends its processes: asked to end in order, told not to wait for the helper, killed.
+void unmountByForce(const MountEntry& mount, const std::vector<ProcessHandle>& hosts) {
+    const auto helpers = helpersOf(hosts);
+    if (const auto failure = unmountLazily(mount.mountPoint)) {
+        refuse(mount, *failure, hosts);
+    }
+    const auto signalHosts = [&](int number) {
+        for (const auto& host : hosts) {
+            host.signal(number);
+        }
+    };
+    signalHosts(SIGTERM);
+    if (!allGone(hosts, orderlyEnd)) {
+        signalHosts(SIGTERM);
+        if (!allGone(hosts, endAfterSecondSignal)) {
+            signalHosts(SIGKILL);
+        }
+    }
+    for (const auto& helper : helpers) {
+        if (!helper.gone()) {
+            printMessage(mount.mountPoint + ": the helper (pid " + std::to_string(helper.pid()) +
+                         ") did not end and is killed");
+            helper.signalGroup(SIGKILL);
+        }
+    }
+    if (!allGone(hosts, endAfterKilling) || !allGone(helpers, endAfterKilling)) {
+        throw CommandError(ExitCode::failure, mount.mountPoint, "unmounted, but its processes could not be ended");
+    }
+}
+
+ExitCode run(const Request& request) {
+    const MountEntry mount = findOurMount(request.mountPoint);
+    const auto hosts = servingProcesses(mount);
+    if (request.force) {
+        unmountByForce(mount, hosts);
+    } else {
+        unmountOrderly(mount, hosts);
+    }
+    return ExitCode::success;
+}
+
+} // namespace
+
+void addUnmountCommand(CLI::App& app, ExitCode& result) {
+    auto request = std::make_shared<Request>();
+    CLI::App* command = app.add_subcommand("unmount", "End a mount and wait until its helper has ended");
+    command->add_option("MOUNTPOINT", request->mountPoint, "Directory that is mounted on")->required();
+    command->add_flag("--force", request->force,
+                      "Also if it is in use or its helper does not answer; takes a few seconds at most");
+    command->callback([request, &result] { result = run(*request); });
+}
+
+} // namespace cli

@@ -1,0 +1,132 @@
+#include "cli/check/CheckedHelper.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+#include <utility>
+
+namespace cli::check {
+
+namespace {
+
+bool ready(int descriptor, short events, std::chrono::steady_clock::time_point deadline) {
+    for (;;) {
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();
+        pollfd source{descriptor, events, 0};
+        const int count = ::poll(&source, 1, static_cast<int>(std::max<std::int64_t>(0, left)));
+        if (count >= 0 || errno != EINTR) {
+            return count > 0;
+        }
+    }
+}
+
+} // namespace
+
+CheckedHelper::CheckedHelper(const kemvi::KemviMountConfig& config, Duration limit) : config_(config), limit_(limit) {}
+
+CheckedHelper::~CheckedHelper() {
+    if (handle_) {
+        handle_->signalGroup(SIGKILL);
+        process_.waitUntilExit();
+    }
+}
+
+void CheckedHelper::start() {
+    process_.launch({"/usr/bin/env",
+                     {"node", config_.helperPath},
+                     config_.helperEnvironment(),
+                     input_.fileHandleForReading().fileDescriptor(),
+                     output_.fileHandleForWriting().fileDescriptor()});
+    handle_.emplace(process_.processIdentifier());
+    input_.fileHandleForReading().close();
+    output_.fileHandleForWriting().close();
+    for (auto* handle : {&input_.fileHandleForWriting(), &output_.fileHandleForReading()}) {
+        ::fcntl(handle->fileDescriptor(), F_SETFL, ::fcntl(handle->fileDescriptor(), F_GETFL) | O_NONBLOCK);
+    }
+}
+
+Exchange CheckedHelper::exchange(std::string line) {
+    const auto begin = Clock::now();
+    const auto deadline = begin + limit_;
+    Exchange exchange{std::move(line), {}, Exchange::Outcome::closed, {}};
+    std::size_t scanned = 0;
+    auto end = std::string::npos;
+    if (!lost_ && writeLine(exchange.request + "\n", deadline)) {
+        while ((end = held_.find('\n', scanned)) == std::string::npos) {
+            scanned = held_.size();
+            if (!fill(deadline)) {
+                break;
+            }
+        }
+    }
+    exchange.took = Clock::now() - begin;
+    if (end != std::string::npos) {
+        exchange.outcome = Exchange::Outcome::answered;
+        exchange.answer = held_.substr(0, end);
+        held_.erase(0, end + 1);
+        return exchange;
+    }
+    exchange.outcome = ended_ || lost_ ? Exchange::Outcome::closed : Exchange::Outcome::timedOut;
+    exchange.answer = std::exchange(held_, {});
+    lost_ = true;
+    return exchange;
+}
+
+bool CheckedHelper::writeLine(std::string_view line, Clock::time_point deadline) {
+    const int descriptor = input_.fileHandleForWriting().fileDescriptor();
+    while (!line.empty()) {
+        const auto written = ::write(descriptor, line.data(), line.size());
+        if (written > 0) {
+            line.remove_prefix(static_cast<std::size_t>(written));
+        } else if (errno == EAGAIN) {
+            if (!ready(descriptor, POLLOUT, deadline)) {
+                return false;
+            }
+        } else if (errno != EINTR) {
+            ended_ = true;
+            return false;
+        }
+    }
+    return true;
+}
+
+bool CheckedHelper::fill(Clock::time_point deadline) {
+    const int descriptor = output_.fileHandleForReading().fileDescriptor();
+    if (ended_ || !ready(descriptor, POLLIN, deadline)) {
+        return false;
+    }
+    std::array<char, 65536> bytes{};
+    const auto count = ::read(descriptor, bytes.data(), bytes.size());
+    if (count > 0) {
+        held_.append(bytes.data(), static_cast<std::size_t>(count));
+        return true;
+    }
+    ended_ = count == 0;
+    return false;
+}
+
+std::string CheckedHelper::unaskedOutput(Duration wait) {
+    const auto deadline = Clock::now() + wait;
+    while (fill(deadline)) {
+    }
+    return std::exchange(held_, {});
+}
+
+bool CheckedHelper::end(Duration limit) {
+    input_.fileHandleForWriting().close();
+    const bool gone = handle_->waitGone(static_cast<int>(limit.count()));
+    lost_ = true;
+    if (!gone) {
+        handle_->signalGroup(SIGKILL);
+    }
+    process_.waitUntilExit();
+    handle_.reset();
+    return gone;
+}
+
+} // namespace cli::check
