@@ -22,6 +22,7 @@ struct MountOptions {
     bool allowOther = false;
     bool quiet = false;           // a chown that cannot be done succeeds silently
     bool writeback = false;       // the kernel gathers small writes; changes made behind the mount are seen late
+    bool nonEmpty = false;        // the mount point may hold files, which the mount then hides
     double entryTimeout = 1.0;    // seconds a name is trusted
     double attrTimeout = 1.0;     // seconds attributes are trusted
     double negativeTimeout = 0.0; // seconds the absence of a name is trusted

@@ -1,0 +1,65 @@
+#include "hosts/fuse/DirectorySnapshot.h"
+
+#include "hosts/fuse/HostLog.h"
+
+namespace fusehost {
+namespace {
+
+bool isDot(std::string_view name) {
+    return name == "." || name == "..";
+}
+
+class SnapshotPacker final : public fskit::FSDirectoryEntryPacker {
+public:
+    SnapshotPacker(std::vector<ListedEntry>& entries, std::size_t maximumNameLength)
+        : entries_(entries), maximumNameLength_(maximumNameLength) {}
+
+    bool packEntry(const fskit::FSFileName& name, fskit::FSItemType itemType, fskit::FSItemID itemID,
+                   fskit::FSDirectoryCookie, const fskit::FSItemAttributes* attributes) override {
+        const bool isOwnOrParent = entries_.size() < 2 && isDot(name.data());
+        if (isOwnOrParent || isUsable(name.data()))
+            entries_.push_back({name.data(), itemType, itemID, attributes ? *attributes : fskit::FSItemAttributes()});
+        else
+            reject(name.data());
+        return true;
+    }
+
+    std::size_t rejected() const { return rejected_; }
+
+    const std::string& firstRejected() const { return firstRejected_; }
+
+private:
+    bool isUsable(std::string_view name) const {
+        return !name.empty() && !isDot(name) && name.find('/') == std::string_view::npos &&
+               name.size() <= maximumNameLength_;
+    }
+
+    void reject(std::string_view name) {
+        if (rejected_++ == 0)
+            firstRejected_ = name;
+    }
+
+    std::vector<ListedEntry>& entries_;
+    std::size_t maximumNameLength_;
+    std::size_t rejected_ = 0;
+    std::string firstRejected_;
+};
+
+} // namespace
+
+DirectorySnapshot::DirectorySnapshot(VolumeCalls& volume, const fskit::FSItemPtr& directory, std::uint64_t changeCount)
+    : changeCount_(changeCount), taken_(std::chrono::steady_clock::now()) {
+    SnapshotPacker packer(entries_, volume.maximumNameLength());
+    volume.enumerate(directory, packer);
+    leftNamesOut_ = packer.rejected() > 0;
+    if (leftNamesOut_)
+        hostLog().error({"left out of a listing: ", foundation::logPublic(std::to_string(packer.rejected())),
+                         " entries whose names no kernel accepts, the first of them \"",
+                         foundation::logPublic(packer.firstRejected()), "\""});
+}
+
+double DirectorySnapshot::age() const {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - taken_).count();
+}
+
+} // namespace fusehost

@@ -1,0 +1,126 @@
+#include "hosts/fuse/ByteSpool.h"
+#include "hosts/fuse/FileTree.h"
+#include "hosts/fuse/KernelErrno.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <vector>
+
+namespace fusehost {
+
+using fskit::FSItemAttributes;
+using fskit::FSItemPtr;
+
+struct stat FileTree::getAttributes(NodeID id) {
+    Node& node = nodeAt(id);
+    if (!node.item) {
+        const FoundItem found = lookUpAgain(node);
+        return shown(node, found.attributes);
+    }
+    try {
+        const FSItemAttributes attributes = volume_.getAttributes(node.item);
+        if (attributes.type() == node.type)
+            return shown(node, attributes);
+    } catch (const KernelError& error) {
+        if (error.number() != ENOENT || id == rootNodeID)
+            throw;
+    }
+    dropVanished(node);
+    throw KernelError(ESTALE);
+}
+
+struct stat FileTree::setAttributes(NodeID id, const AttributeChange& change) {
+    Node& node = nodeAt(id);
+    const FSItemPtr item = itemOf(node);
+    checkOwner(item, change);
+    std::optional<struct stat> result;
+    if (change.size)
+        result = changeSize(node, *change.size);
+    if (change.mode || change.modifyTime) {
+        fskit::FSItemSetAttributesRequest request;
+        if (change.mode)
+            request.setMode(*change.mode);
+        if (change.modifyTime)
+            request.setModifyTime(*change.modifyTime);
+        noteChange(node);
+        const FSItemAttributes attributes = volume_.setAttributes(item, request);
+        // The root is shown as the volume shows it, which is not what the helper says of it.
+        if (id != rootNodeID)
+            result = shown(node, attributes);
+    }
+    return result ? *result : getAttributes(id);
+}
+
+void FileTree::checkOwner(const FSItemPtr& item, const AttributeChange& change) {
+    if (quiet_ || (!change.uid && !change.gid))
+        return;
+    const auto known = item->knownAttributes();
+    const struct stat current = attributeMap_.map(known ? *known : volume_.getAttributes(item));
+    if (change.uid.value_or(current.st_uid) != current.st_uid || change.gid.value_or(current.st_gid) != current.st_gid)
+        throw KernelError(EPERM);
+}
+
+struct stat FileTree::changeSize(Node& node, std::uint64_t size) {
+    if (node.isDirectory())
+        throw KernelError(EISDIR);
+    if (size > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
+        throw KernelError(EFBIG);
+    noteChange(node);
+    if (size == 0) {
+        fskit::FSItemSetAttributesRequest request;
+        request.setSize(0);
+        const FSItemAttributes attributes = volume_.setAttributes(itemOf(node), request);
+        closeUnused(node);
+        return shown(node, attributes);
+    }
+    // A fresh look: what is kept must be judged by the file as it is now, which may have grown behind the mount.
+    const FoundItem found = lookUpAgain(node);
+    node.size = found.attributes.size();
+    if (size == node.size)
+        return shown(node, found.attributes);
+    if (size < node.size)
+        shrink(node, size);
+    else
+        grow(node, size);
+    closeUnused(node);
+    return shown(node, volume_.getAttributes(node.item));
+}
+
+// The volume can only empty a file, or keep as much of its head as one read of the helper happens to return. So the
+// head is read here, by as many reads as it takes, and written back after the file was emptied.
+void FileTree::shrink(Node& node, std::uint64_t size) {
+    ByteSpool head;
+    std::vector<std::byte> block(static_cast<std::size_t>(std::min<std::uint64_t>(size, requestSize_)));
+    while (head.size() < size) {
+        const auto wanted = std::min<std::uint64_t>(size - head.size(), block.size());
+        const std::span<std::byte> part(block.data(), static_cast<std::size_t>(wanted));
+        const std::size_t count = readWhole(node, static_cast<std::int64_t>(head.size()), part);
+        head.append(part.first(count));
+        if (count < part.size())
+            break;
+    }
+    fskit::FSItemSetAttributesRequest request;
+    request.setSize(0);
+    volume_.setAttributes(node.item, request);
+    for (std::uint64_t at = 0; at < head.size(); at += block.size()) {
+        const auto count = std::min<std::uint64_t>(head.size() - at, block.size());
+        const std::span<std::byte> part(block.data(), static_cast<std::size_t>(count));
+        head.copy(at, part);
+        writeWhole(node, static_cast<std::int64_t>(at), part);
+    }
+    if (head.size() < size)
+        grow(node, size);
+    node.size = size;
+}
+
+void FileTree::grow(Node& node, std::uint64_t size) {
+    const std::byte zero{0};
+    writeWhole(node, static_cast<std::int64_t>(size - 1), std::span(&zero, 1));
+    node.size = size;
+}
+
+std::string FileTree::readSymbolicLink(NodeID id) {
+    return volume_.readSymbolicLink(itemOf(nodeAt(id)));
+}
+
+} // namespace fusehost

@@ -1,0 +1,164 @@
+#include "hosts/fuse/FileTree.h"
+#include "hosts/fuse/HostLog.h"
+#include "hosts/fuse/KernelErrno.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+
+namespace fusehost {
+
+using fskit::FSVolumeOpenModes;
+
+FileTree::OpenFile& FileTree::fileAt(FileHandle handle) {
+    const auto found = files_.find(handle);
+    if (found == files_.end())
+        throw KernelError(EBADF);
+    return found->second;
+}
+
+FSVolumeOpenModes FileTree::modesFor(int flags) const {
+    switch (flags & O_ACCMODE) {
+    case O_RDONLY: return FSVolumeOpenModes::read;
+    // With the writeback cache the kernel reads the rest of a page that is written in part.
+    case O_WRONLY: return writeback_ ? FSVolumeOpenModes::readWrite : FSVolumeOpenModes::write;
+    default: return FSVolumeOpenModes::readWrite;
+    }
+}
+
+FileHandle FileTree::addOpenFile(Node& node, int flags) {
+    const FSVolumeOpenModes modes = modesFor(flags);
+    OpenFile file{node.id, contains(modes, FSVolumeOpenModes::read), contains(modes, FSVolumeOpenModes::write), false};
+    node.readers += file.reads;
+    node.writers += file.writes;
+    node.unflushedWriters += file.writes;
+    const FileHandle handle = nextHandle_++;
+    files_.emplace(handle, file);
+    return handle;
+}
+
+FileHandle FileTree::open(NodeID id, int flags) {
+    Node& node = nodeAt(id);
+    if (node.isDirectory())
+        throw KernelError(EISDIR);
+    // A handle that others hold may belong to a file that was replaced behind the mount: every opener gets the file
+    // that now has the name.
+    if (node.isOpen())
+        closeForMove(node);
+    if ((flags & O_TRUNC) != 0)
+        changeSize(node, 0);
+    try {
+        volume_.open(itemOf(node), modesFor(flags));
+    } catch (const KernelError& error) {
+        closeUnused(node);
+        if (error.number() == ENOENT)
+            throw KernelError(ESTALE);
+        throw;
+    }
+    return addOpenFile(node, flags);
+}
+
+std::size_t FileTree::read(FileHandle handle, std::int64_t offset, std::span<std::byte> into) {
+    return readWhole(nodeAt(fileAt(handle).node), offset, into);
+}
+
+// The kernel takes a short answer for the end of the file and shows zeros behind it, while a helper may answer short
+// for reasons of its own. So the rest is asked for until the answer is empty or the end that the kernel knows of is
+// reached; an error on the way is an error of the whole.
+std::size_t FileTree::readWhole(Node& node, std::int64_t offset, std::span<std::byte> into) {
+    std::size_t total = 0;
+    while (total < into.size()) {
+        const auto at = offset + static_cast<std::int64_t>(total);
+        const std::size_t count = volume_.read(itemOf(node), at, into.subspan(total));
+        total += count;
+        if (count == 0 || static_cast<std::uint64_t>(offset) + total >= node.size)
+            break;
+    }
+    return total;
+}
+
+std::size_t FileTree::write(FileHandle handle, std::int64_t offset, std::span<const std::byte> contents) {
+    OpenFile& file = fileAt(handle);
+    Node& node = nodeAt(file.node);
+    if (file.flushed) {
+        file.flushed = false;
+        ++node.unflushedWriters;
+    }
+    writeWhole(node, offset, contents);
+    return contents.size();
+}
+
+void FileTree::writeWhole(Node& node, std::int64_t offset, std::span<const std::byte> contents) {
+    noteChange(node);
+    std::size_t total = 0;
+    do {
+        const auto at = offset + static_cast<std::int64_t>(total);
+        const std::size_t count = volume_.write(itemOf(node), at, contents.subspan(total));
+        if (count == 0 && !contents.empty())
+            throw KernelError(EIO);
+        total += count;
+    } while (total < contents.size());
+    node.size = std::max(node.size, static_cast<std::uint64_t>(offset) + total);
+}
+
+void FileTree::flush(FileHandle handle) {
+    OpenFile& file = fileAt(handle);
+    Node& node = nodeAt(file.node);
+    if (!file.writes)
+        return;
+    if (!file.flushed) {
+        file.flushed = true;
+        --node.unflushedWriters;
+    }
+    const int deferred = std::exchange(node.deferredError, 0);
+    closeUnused(node);
+    if (deferred != 0)
+        throw KernelError(deferred);
+}
+
+void FileTree::synchronize(FileHandle handle) {
+    Node& node = nodeAt(fileAt(handle).node);
+    if (const int error = std::exchange(node.deferredError, 0))
+        throw KernelError(error);
+    volume_.synchronize();
+}
+
+void FileTree::release(FileHandle handle) {
+    const OpenFile file = fileAt(handle);
+    files_.erase(handle);
+    Node& node = nodeAt(file.node);
+    node.readers -= file.reads;
+    node.writers -= file.writes;
+    node.unflushedWriters -= file.writes && !file.flushed;
+    try {
+        closeUnused(node);
+    } catch (const KernelError& error) {
+        hostLog().error({"closing ", foundation::logPrivate(node.name), ": ", foundation::logPublic(error.what())});
+    }
+    if (node.hidden && !node.isOpen())
+        removeHidden(node);
+    else
+        nodes_.deleteIfUnused(node);
+}
+
+void FileTree::closeUnused(Node& node) {
+    if (!node.item)
+        return; // nothing can be open: the volume's handles went when the item did
+    const FSVolumeOpenModes reading = node.readers > 0 ? FSVolumeOpenModes::read : FSVolumeOpenModes::none;
+    const FSVolumeOpenModes writing = node.unflushedWriters > 0 ? FSVolumeOpenModes::write : FSVolumeOpenModes::none;
+    volume_.close(node.item, reading | writing);
+}
+
+void FileTree::closeForMove(Node& node) {
+    if (node.item && node.isOpen()) {
+        try {
+            volume_.close(node.item, FSVolumeOpenModes::none);
+        } catch (const KernelError& error) {
+            node.deferredError = error.number();
+        }
+    }
+    for (Node* child = node.firstChild; child != nullptr; child = child->nextSibling)
+        closeForMove(*child);
+}
+
+} // namespace fusehost

@@ -1,0 +1,78 @@
+#include "hosts/fuse/FileTree.h"
+#include "hosts/fuse/HostLog.h"
+#include "hosts/fuse/KernelErrno.h"
+
+#include <vector>
+
+namespace fusehost {
+
+// A file that is removed or replaced while open must live on until its last close, but the volume knows files by path
+// alone. So it is given a name of ours, which is never listed nor looked up, and removed when nobody has it open. The
+// names say what they are, for whoever finds one after a crash.
+
+bool FileTree::isHidden(const Node& directory, const std::string& name) {
+    if (!name.starts_with(hiddenPrefix_))
+        return false;
+    const Node* node = nodes_.child(directory, name);
+    return node != nullptr && node->hidden;
+}
+
+std::string FileTree::hiddenName() {
+    return hiddenPrefix_ + std::to_string(nextHidden_++);
+}
+
+void FileTree::moveTo(Node& node, Node& directory, const std::string& name) {
+    closeForMove(node);
+    Node& from = *node.parent;
+    volume_.rename(itemOf(node), itemOf(from), node.name, itemOf(directory), name, nullptr);
+    noteChange(from);
+    noteChange(directory);
+    noteChange(node);
+    nodes_.move(node, directory, name);
+}
+
+void FileTree::hide(Node& node) {
+    moveTo(node, *node.parent, hiddenName());
+    node.hidden = true;
+}
+
+void FileTree::showAgain(Node& node, const std::string& name) {
+    moveTo(node, *node.parent, name);
+    node.hidden = false;
+}
+
+void FileTree::moveHiddenOut(Node& directory) {
+    if (directory.parent == nullptr)
+        return;
+    std::vector<Node*> hidden;
+    for (Node* child = directory.firstChild; child != nullptr; child = child->nextSibling)
+        if (child->hidden)
+            hidden.push_back(child);
+    for (Node* node : hidden)
+        moveTo(*node, *directory.parent, hiddenName());
+}
+
+void FileTree::removeHidden(Node& node) {
+    try {
+        volume_.remove(itemOf(node), itemOf(*node.parent), node.name);
+    } catch (const KernelError& error) {
+        hostLog().error({"a removed file stays in the served tree as ", foundation::logPublic(node.name), ": ",
+                         foundation::logPublic(error.what())});
+    }
+    node.hidden = false;
+    if (node.parent != nullptr) {
+        noteChange(*node.parent);
+        nodes_.detach(node);
+    }
+    nodes_.deleteIfUnused(node);
+}
+
+void FileTree::end() noexcept {
+    for (auto& [handle, file] : files_)
+        if (Node* node = nodes_.find(file.node); node != nullptr && node->hidden)
+            removeHidden(*node);
+    files_.clear();
+    directories_.clear();
+}
+
+} // namespace fusehost

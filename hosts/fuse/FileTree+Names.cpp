@@ -1,0 +1,213 @@
+#include "hosts/fuse/FileTree.h"
+#include "hosts/fuse/KernelErrno.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+
+namespace fusehost {
+
+using fskit::FSItemPtr;
+using fskit::FSItemType;
+
+namespace {
+
+/// How long the answer "no such name" serves the create that follows it. Short: it is the time in which a file made
+/// behind the mount under that very name would be emptied.
+constexpr std::chrono::milliseconds absenceTrust{20};
+
+} // namespace
+
+std::optional<FoundItem> FileTree::existing(Node& directory, const std::string& name) {
+    const std::optional<Absence> absence = std::exchange(absence_, std::nullopt);
+    const bool isKnownAbsent = absence && entryTimeout_ > 0 && absence->directory == directory.id &&
+                               absence->name == name && std::chrono::steady_clock::now() - absence->seen < absenceTrust;
+    if (isKnownAbsent)
+        return std::nullopt;
+    try {
+        return findChild(directory, name);
+    } catch (const KernelError& error) {
+        if (error.number() == ENOENT)
+            return std::nullopt;
+        throw;
+    }
+}
+
+FoundItem FileTree::createNew(Node& directory, const std::string& name, FSItemType type, mode_t mode) {
+    absence_.reset();
+    noteChange(directory);
+    FoundItem made = volume_.create(itemOf(directory), name, type);
+    applyCreationMode(made, mode);
+    return made;
+}
+
+// New files are 0644 and new directories 0755 whatever was asked. Where the caller asked for less access for others,
+// or for an executable, the helper is told; one that does not take modes is no reason to fail.
+void FileTree::applyCreationMode(const FoundItem& made, mode_t mode) {
+    const mode_t usual = made.attributes.type() == FSItemType::directory ? 0755 : 0644;
+    const mode_t withheld = usual & ~mode & 0077;
+    const mode_t executable = mode & ~usual & 0111;
+    if (withheld == 0 && executable == 0)
+        return;
+    fskit::FSItemSetAttributesRequest request;
+    request.setMode(mode & 0777);
+    try {
+        volume_.setAttributes(made.item, request);
+    } catch (const KernelError&) {
+    }
+}
+
+std::pair<TreeEntry, FileHandle> FileTree::create(NodeID directoryID, const std::string& name, int flags, mode_t mode) {
+    Node& directory = directoryAt(directoryID);
+    checkName(name);
+    if (isHidden(directory, name))
+        throw KernelError(EEXIST);
+    if (std::optional<FoundItem> found = existing(directory, name)) {
+        if ((flags & O_EXCL) != 0)
+            throw KernelError(EEXIST);
+        fskit::FSItemAttributes attributes = found->attributes;
+        Node& node = adopt(directory, *found);
+        const FileHandle handle = open(node.id, flags);
+        if ((flags & O_TRUNC) != 0)
+            attributes.setSize(0);
+        return {handOut(node, attributes), handle};
+    }
+    FoundItem made = createNew(directory, name, FSItemType::file, mode);
+    Node& node = adopt(directory, made);
+    noteChange(node);
+    // The volume opens its handles when they are first used: a file that is made and not written costs no more.
+    return {handOut(node, made.attributes), addOpenFile(node, flags)};
+}
+
+TreeEntry FileTree::makeNode(NodeID directoryID, const std::string& name, mode_t mode) {
+    Node& directory = directoryAt(directoryID);
+    checkName(name);
+    if (!S_ISREG(mode) && (mode & S_IFMT) != 0) {
+        volume_.create(itemOf(directory), name, FSItemType::unknown); // the volume says why it cannot
+        throw KernelError(EOPNOTSUPP);
+    }
+    if (existing(directory, name))
+        throw KernelError(EEXIST);
+    FoundItem made = createNew(directory, name, FSItemType::file, mode);
+    return handOut(adopt(directory, made), made.attributes);
+}
+
+TreeEntry FileTree::makeDirectory(NodeID directoryID, const std::string& name, mode_t mode) {
+    Node& directory = directoryAt(directoryID);
+    checkName(name);
+    FoundItem made = createNew(directory, name, FSItemType::directory, mode);
+    return handOut(adopt(directory, made), made.attributes);
+}
+
+TreeEntry FileTree::makeSymbolicLink(NodeID directoryID, const std::string& name, const std::string& contents) {
+    Node& directory = directoryAt(directoryID);
+    checkName(name);
+    FoundItem made = volume_.createSymbolicLink(itemOf(directory), name, contents);
+    return handOut(adopt(directory, made), made.attributes);
+}
+
+TreeEntry FileTree::makeLink(NodeID id, NodeID directoryID, const std::string& name) {
+    Node& directory = directoryAt(directoryID);
+    checkName(name);
+    volume_.createLink(itemOf(nodeAt(id)), itemOf(directory), name);
+    FoundItem made = findChild(directory, name);
+    return handOut(adopt(directory, made), made.attributes);
+}
+
+void FileTree::removeFile(NodeID directoryID, const std::string& name) {
+    Node& directory = directoryAt(directoryID);
+    const Resolved target = resolve(directory, name);
+    if (target.isDirectory)
+        throw KernelError(EISDIR);
+    noteChange(directory);
+    if (target.node != nullptr && target.node->isOpen()) {
+        hide(*target.node);
+        return;
+    }
+    volume_.remove(target.item, itemOf(directory), name);
+    if (target.node != nullptr) {
+        nodes_.detach(*target.node);
+        nodes_.deleteIfUnused(*target.node);
+    }
+}
+
+void FileTree::removeDirectory(NodeID directoryID, const std::string& name) {
+    Node& directory = directoryAt(directoryID);
+    const Resolved target = resolve(directory, name);
+    if (!target.isDirectory)
+        throw KernelError(ENOTDIR);
+    // Asked first, because a helper may remove a directory with all that is in it.
+    refuseIfNotEmpty(target.node, target.item);
+    noteChange(directory);
+    if (target.node != nullptr)
+        moveHiddenOut(*target.node);
+    volume_.remove(target.item, itemOf(directory), name);
+    if (target.node != nullptr) {
+        nodes_.detach(*target.node);
+        nodes_.deleteIfUnused(*target.node);
+    }
+}
+
+void FileTree::rename(NodeID directoryID, const std::string& name, NodeID newDirectoryID, const std::string& newName,
+                      unsigned flags) {
+    if ((flags & ~static_cast<unsigned>(RENAME_NOREPLACE)) != 0)
+        throw KernelError(EINVAL);
+    Node& from = directoryAt(directoryID);
+    Node& to = directoryAt(newDirectoryID);
+    checkName(newName);
+    const Resolved source = resolve(from, name);
+    if (isHidden(to, newName) || ((flags & RENAME_NOREPLACE) != 0 && existing(to, newName)))
+        throw KernelError(EEXIST);
+    Node* target = nodes_.child(to, newName);
+    if (target != nullptr && target == source.node)
+        return;
+    absence_.reset();
+    if (source.node != nullptr)
+        closeForMove(*source.node);
+    const bool targetLivesOn = target != nullptr && target->isOpen();
+    if (targetLivesOn)
+        hide(*target);
+    else if (target != nullptr)
+        moveHiddenOut(*target);
+    try {
+        renameOver(source.item, from, name, to, newName, source.isDirectory);
+    } catch (const KernelError&) {
+        if (targetLivesOn)
+            showAgain(*target, newName);
+        throw;
+    }
+    noteChange(from);
+    noteChange(to);
+    if (source.node != nullptr) {
+        noteChange(*source.node);
+        nodes_.move(*source.node, to, newName);
+    } else if (Node* replaced = nodes_.child(to, newName)) {
+        nodes_.detach(*replaced);
+        nodes_.deleteIfUnused(*replaced);
+    }
+}
+
+// The replaced item is not named at first: a helper that replaces atomically is let do so. One that refuses gets the
+// item named, and then removes it before the rename.
+void FileTree::renameOver(const FSItemPtr& item, Node& from, const std::string& name, Node& to,
+                          const std::string& newName, bool movesDirectory) {
+    const FSItemPtr fromItem = itemOf(from);
+    const FSItemPtr toItem = itemOf(to);
+    try {
+        volume_.rename(item, fromItem, name, toItem, newName, nullptr);
+        return;
+    } catch (const KernelError& error) {
+        if (error.number() != EEXIST)
+            throw;
+    }
+    const FoundItem replaced = findChild(to, newName);
+    const bool replacesDirectory = replaced.attributes.type() == FSItemType::directory;
+    if (replacesDirectory != movesDirectory)
+        throw KernelError(replacesDirectory ? EISDIR : ENOTDIR);
+    if (replacesDirectory)
+        refuseIfNotEmpty(nodes_.child(to, newName), replaced.item);
+    volume_.rename(item, fromItem, name, toItem, newName, replaced.item);
+}
+
+} // namespace fusehost

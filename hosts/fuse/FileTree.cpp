@@ -1,0 +1,156 @@
+#include "hosts/fuse/FileTree.h"
+
+#include "foundation/UUID.h"
+#include "hosts/fuse/KernelErrno.h"
+
+#include <cerrno>
+
+namespace fusehost {
+
+using fskit::FSItemAttributes;
+using fskit::FSItemPtr;
+
+FileTree::FileTree(VolumeCalls& volume, const MountOptions& options)
+    : volume_(volume), attributeMap_(options),
+      hiddenPrefix_(".kemvi-hidden-" + foundation::UUID::random().uuidString().substr(0, 8) + "-"),
+      entryTimeout_(options.entryTimeout), attrTimeout_(options.attrTimeout), requestSize_(options.requestSize),
+      quiet_(options.quiet), writeback_(options.writeback) {}
+
+void FileTree::begin() {
+    nodes_.root().item = volume_.activate();
+}
+
+Node& FileTree::nodeAt(NodeID id) {
+    Node* node = nodes_.find(id);
+    if (node == nullptr)
+        throw KernelError(ESTALE);
+    return *node;
+}
+
+Node& FileTree::directoryAt(NodeID id) {
+    Node& node = nodeAt(id);
+    if (!node.isDirectory())
+        throw KernelError(ENOTDIR);
+    return node;
+}
+
+void FileTree::checkName(const std::string& name) const {
+    if (name.size() > volume_.maximumNameLength())
+        throw KernelError(ENAMETOOLONG);
+}
+
+void FileTree::dropVanished(Node& node) {
+    closeForMove(node);
+    nodes_.detach(node);
+    nodes_.deleteIfUnused(node);
+}
+
+FoundItem FileTree::findChild(Node& directory, const std::string& name) {
+    try {
+        FoundItem found = volume_.lookup(itemOf(directory), name);
+        const bool storedNameIsUsable = !found.name.empty() && found.name.find('/') == std::string::npos &&
+                                        found.name.size() <= volume_.maximumNameLength();
+        if (!storedNameIsUsable)
+            found.name = name;
+        return found;
+    } catch (const KernelError& error) {
+        if (error.number() == ENOENT)
+            if (Node* vanished = nodes_.child(directory, name))
+                dropVanished(*vanished);
+        throw;
+    }
+}
+
+FoundItem FileTree::lookUpAgain(Node& node) {
+    if (node.parent == nullptr)
+        throw KernelError(ESTALE);
+    const NodeID id = node.id;
+    try {
+        FoundItem found = findChild(*node.parent, node.name);
+        if (found.attributes.type() != node.type) {
+            dropVanished(node);
+            throw KernelError(ESTALE);
+        }
+        node.item = found.item;
+        return found;
+    } catch (const KernelError& error) {
+        // The kernel asks by number: "stale" makes it look the name up again, which "no such file" does not.
+        if (error.number() == ENOENT || nodes_.find(id) == nullptr)
+            throw KernelError(ESTALE);
+        throw;
+    }
+}
+
+const FSItemPtr& FileTree::itemOf(Node& node) {
+    if (!node.item)
+        lookUpAgain(node);
+    return node.item;
+}
+
+FileTree::Resolved FileTree::resolve(Node& directory, const std::string& name) {
+    checkName(name);
+    if (isHidden(directory, name))
+        throw KernelError(ENOENT);
+    if (Node* node = nodes_.child(directory, name); node != nullptr && node->item)
+        return {node, node->item, node->isDirectory()};
+    FoundItem found = findChild(directory, name);
+    const bool isDirectory = found.attributes.type() == fskit::FSItemType::directory;
+    Node* node = nodes_.child(directory, found.name);
+    if (node != nullptr && node->isDirectory() != isDirectory) {
+        dropVanished(*node);
+        node = nullptr;
+    }
+    return {node, std::move(found.item), isDirectory};
+}
+
+Node& FileTree::adopt(Node& directory, FoundItem& found) {
+    if (Node* known = nodes_.child(directory, found.name);
+        known != nullptr && known->type != fskit::FSItemType::unknown && known->type != found.attributes.type())
+        dropVanished(*known);
+    Node& node = nodes_.childOrNew(directory, found.name);
+    node.type = found.attributes.type();
+    node.item = std::move(found.item);
+    return node;
+}
+
+TreeEntry FileTree::handOut(Node& node, const FSItemAttributes& attributes) {
+    ++node.lookups;
+    return {node.id, shown(node, attributes)};
+}
+
+struct stat FileTree::shown(Node& node, const FSItemAttributes& attributes) {
+    node.size = attributes.size();
+    struct stat result = attributeMap_.map(attributes);
+    if (node.hidden)
+        result.st_nlink = 0;
+    return result;
+}
+
+TreeEntry FileTree::lookup(NodeID directoryID, const std::string& name) {
+    Node& directory = directoryAt(directoryID);
+    checkName(name);
+    if (isHidden(directory, name))
+        throw KernelError(ENOENT);
+    try {
+        FoundItem found = findChild(directory, name);
+        const FSItemAttributes attributes = found.attributes;
+        return handOut(adopt(directory, found), attributes);
+    } catch (const KernelError& error) {
+        if (error.number() == ENOENT)
+            absence_ = Absence{directoryID, name, std::chrono::steady_clock::now()};
+        throw;
+    }
+}
+
+void FileTree::forget(NodeID node, std::uint64_t lookups) {
+    const FSItemPtr item = nodes_.forget(node, lookups);
+    if (!item)
+        return;
+    try {
+        volume_.reclaim(item);
+    } catch (const KernelError&) {
+        // The kernel waits for no answer, and the item is gone either way.
+    }
+}
+
+} // namespace fusehost

@@ -1,0 +1,202 @@
+#pragma once
+
+#include "hosts/fuse/AttributeMap.h"
+#include "hosts/fuse/DirectorySnapshot.h"
+#include "hosts/fuse/MountOptions.h"
+#include "hosts/fuse/NodeTable.h"
+#include "hosts/fuse/VolumeCalls.h"
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <unordered_map>
+
+namespace fusehost {
+
+/// A node handed to the kernel with its attributes; one reference is counted.
+struct TreeEntry {
+    NodeID node = 0;
+
+    struct stat attributes {};
+};
+
+/// An open file as the kernel knows it.
+using FileHandle = std::uint64_t;
+using DirectoryHandle = std::uint64_t;
+
+/// A change of attributes; absent members stay as they are.
+struct AttributeChange {
+    std::optional<std::uint64_t> size;
+    std::optional<mode_t> mode;
+    std::optional<uid_t> uid;
+    std::optional<gid_t> gid;
+    std::optional<timespec> modifyTime;
+};
+
+/// A Unix file tree over a volume: closes the gap between what a kernel expects of a file system and what the volume's
+/// simple rules give, with the volume's own operations. Knows nothing of FUSE; every failure is a KernelError.
+///
+/// Not thread-safe: one thread executes all operations, one after the other. That is what keeps a sequence of several
+/// requests (a create, a rename, a change of size) whole.
+class FileTree {
+public:
+    FileTree(VolumeCalls& volume, const MountOptions& options);
+
+    /// Activates the volume.
+    void begin();
+    /// Removes the files that live only because they are open. Never throws; for the end of a mount.
+    void end() noexcept;
+
+    // Lookup and attributes (FileTree.cpp, FileTree+Attributes.cpp)
+    TreeEntry lookup(NodeID directory, const std::string& name);
+    /// The kernel gives back references, or never got an entry that was handed out.
+    void forget(NodeID node, std::uint64_t lookups);
+    struct stat getAttributes(NodeID node);
+    struct stat setAttributes(NodeID node, const AttributeChange& change);
+    std::string readSymbolicLink(NodeID node);
+
+    // Open files (FileTree+Files.cpp)
+    FileHandle open(NodeID node, int flags);
+    std::size_t read(FileHandle file, std::int64_t offset, std::span<std::byte> into);
+    std::size_t write(FileHandle file, std::int64_t offset, std::span<const std::byte> contents);
+    /// A descriptor of the file was closed; other descriptors may still share the handle.
+    void flush(FileHandle file);
+    void synchronize(FileHandle file);
+    void release(FileHandle file);
+
+    // Directories (FileTree+Directories.cpp)
+    DirectoryHandle openDirectory(NodeID node);
+    void releaseDirectory(DirectoryHandle directory);
+    /// Takes the snapshot that the listing is served from; anew for every listing from the start.
+    void startListing(DirectoryHandle directory);
+    /// Entry `index` of the listing; null at its end and for a name that is not to be shown.
+    const ListedEntry* listedEntry(DirectoryHandle directory, std::size_t index);
+    std::size_t listedCount(DirectoryHandle directory);
+    /// The entry as a node handed to the kernel, where the listing still tells the truth about it; otherwise absent.
+    std::optional<TreeEntry> listedNode(DirectoryHandle directory, const ListedEntry& entry);
+    /// Seconds for which the listing's attributes may still be trusted, of `timeout` seconds.
+    double remainingTrust(DirectoryHandle directory, double timeout);
+
+    // Names (FileTree+Names.cpp)
+    /// Creates and opens. Never empties an existing file unless `flags` say so. `mode` has the umask applied already.
+    std::pair<TreeEntry, FileHandle> create(NodeID directory, const std::string& name, int flags, mode_t mode);
+    TreeEntry makeNode(NodeID directory, const std::string& name, mode_t mode);
+    TreeEntry makeDirectory(NodeID directory, const std::string& name, mode_t mode);
+    TreeEntry makeSymbolicLink(NodeID directory, const std::string& name, const std::string& contents);
+    TreeEntry makeLink(NodeID node, NodeID directory, const std::string& name);
+    void removeFile(NodeID directory, const std::string& name);
+    void removeDirectory(NodeID directory, const std::string& name);
+    void rename(NodeID directory, const std::string& name, NodeID newDirectory, const std::string& newName,
+                unsigned flags);
+
+    fskit::FSStatFSResult statistics() const { return volume_.statistics(); }
+
+    std::size_t maximumNameLength() const { return volume_.maximumNameLength(); }
+
+    const NodeTable& nodes() const { return nodes_; }
+
+private:
+    struct OpenFile {
+        NodeID node = 0;
+        bool reads = false;
+        bool writes = false;
+        bool flushed = false; // has flushed and not written since
+    };
+
+    struct OpenDirectory {
+        NodeID node = 0;
+        std::unique_ptr<DirectorySnapshot> snapshot; // null: nothing to list
+    };
+
+    /// A name that a lookup has just found missing; spares a create that follows at once the same question.
+    struct Absence {
+        NodeID directory = 0;
+        std::string name;
+        std::chrono::steady_clock::time_point seen;
+    };
+
+    /// A name resolved for a change: its item, and its node if the kernel knows it.
+    struct Resolved {
+        Node* node = nullptr;
+        fskit::FSItemPtr item;
+        bool isDirectory = false;
+    };
+
+    // Nodes and items (FileTree.cpp)
+    Node& nodeAt(NodeID id);
+    Node& directoryAt(NodeID id);
+    /// The node's item, looked up if the node has none. ESTALE if the node has lost its name or its file.
+    const fskit::FSItemPtr& itemOf(Node& node);
+    FoundItem lookUpAgain(Node& node);
+    FoundItem findChild(Node& directory, const std::string& name);
+    Resolved resolve(Node& directory, const std::string& name);
+    /// The node for what a lookup or a creation has found.
+    Node& adopt(Node& directory, FoundItem& found);
+    TreeEntry handOut(Node& node, const fskit::FSItemAttributes& attributes);
+    struct stat shown(Node& node, const fskit::FSItemAttributes& attributes);
+    void checkName(const std::string& name) const;
+
+    void noteChange(Node& node) { node.changed = ++changes_; }
+
+    /// Forgets a node whose file is gone or has become something else.
+    void dropVanished(Node& node);
+
+    // Attributes and sizes (FileTree+Attributes.cpp)
+    void checkOwner(const fskit::FSItemPtr& item, const AttributeChange& change);
+    struct stat changeSize(Node& node, std::uint64_t size);
+    void shrink(Node& node, std::uint64_t size);
+    void grow(Node& node, std::uint64_t size);
+
+    // Open files (FileTree+Files.cpp)
+    OpenFile& fileAt(FileHandle handle);
+    FileHandle addOpenFile(Node& node, int flags);
+    std::size_t readWhole(Node& node, std::int64_t offset, std::span<std::byte> into);
+    void writeWhole(Node& node, std::int64_t offset, std::span<const std::byte> contents);
+    fskit::FSVolumeOpenModes modesFor(int flags) const;
+    /// Closes in the volume what no opener of the node needs.
+    void closeUnused(Node& node);
+    /// Closes everything that is open at the node and beneath it: the volume's handles are tied to paths. They open
+    /// again when next used. A failure is kept for the file's next flush.
+    void closeForMove(Node& node);
+
+    // Directories (FileTree+Directories.cpp)
+    OpenDirectory& openDirectoryAt(DirectoryHandle handle);
+    void refuseIfNotEmpty(Node* directory, const fskit::FSItemPtr& item);
+
+    // Names (FileTree+Names.cpp)
+    std::optional<FoundItem> existing(Node& directory, const std::string& name);
+    FoundItem createNew(Node& directory, const std::string& name, fskit::FSItemType type, mode_t mode);
+    void applyCreationMode(const FoundItem& made, mode_t mode);
+    void renameOver(const fskit::FSItemPtr& item, Node& from, const std::string& name, Node& to,
+                    const std::string& newName, bool movesDirectory);
+
+    // Hidden files (FileTree+Hidden.cpp)
+    bool isHidden(const Node& directory, const std::string& name);
+    void hide(Node& node);
+    void showAgain(Node& node, const std::string& name);
+    void moveHiddenOut(Node& directory);
+    void removeHidden(Node& node);
+    void moveTo(Node& node, Node& directory, const std::string& name);
+    std::string hiddenName();
+
+    VolumeCalls& volume_;
+    AttributeMap attributeMap_;
+    NodeTable nodes_;
+    std::unordered_map<FileHandle, OpenFile> files_;
+    std::unordered_map<DirectoryHandle, OpenDirectory> directories_;
+    std::uint64_t nextHandle_ = 1;
+    std::uint64_t changes_ = 0; // counts changes made through the mount
+    std::optional<Absence> absence_;
+    std::string hiddenPrefix_; // begins every hidden name of this mount
+    std::uint64_t nextHidden_ = 1;
+    double entryTimeout_;
+    double attrTimeout_;
+    std::uint32_t requestSize_;
+    bool quiet_;
+    bool writeback_;
+};
+
+} // namespace fusehost

@@ -1,0 +1,98 @@
+#include "hosts/fuse/KernelSession.h"
+
+#include "hosts/fuse/FuseHost.h"
+#include "hosts/fuse/HostLog.h"
+#include "hosts/fuse/LibFuse.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <fcntl.h>
+#include <vector>
+
+namespace fusehost {
+namespace {
+
+// libfuse reports through one function per process. What it last said is the reason of a failed mount.
+std::string lastMessage;
+
+void keepMessage(fuse_log_level level, const char* format, va_list arguments) {
+    char text[512];
+    std::vsnprintf(text, sizeof text, format, arguments);
+    std::string line(text);
+    while (!line.empty() && line.back() == '\n')
+        line.pop_back();
+    if (level <= FUSE_LOG_ERR)
+        lastMessage = line;
+    hostLog().debug({"libfuse: ", foundation::logPublic(line)});
+}
+
+/// A value inside an option list: commas and backslashes would end it.
+std::string escaped(const std::string& value) {
+    std::string text;
+    for (const char c : value) {
+        if (c == ',' || c == '\\')
+            text += '\\';
+        text += c;
+    }
+    return text;
+}
+
+std::string optionList(const std::string& source, const MountOptions& options) {
+    std::string list =
+        "default_permissions,auto_unmount,subtype=kemvi,fsname=" + escaped(options.fsname.value_or(source)) +
+        ",max_read=" + std::to_string(options.requestSize);
+    if (options.readOnly)
+        list += ",ro";
+    if (options.allowOther)
+        list += ",allow_other";
+    for (const std::string& option : options.kernelOptions)
+        list += "," + option;
+    return list;
+}
+
+} // namespace
+
+KernelSession::KernelSession(KernelContext& context, const std::string& source, const MountOptions& options) {
+    fuse_set_log_func(keepMessage);
+    std::string list = optionList(source, options);
+    char program[] = "kemvi";
+    char flag[] = "-o";
+    char* arguments[] = {program, flag, list.data(), nullptr};
+    fuse_args args = FUSE_ARGS_INIT(3, arguments);
+    session_ = fuse_session_new(&args, &kernelOperations(), sizeof(fuse_lowlevel_ops), &context);
+    fuse_opt_free_args(&args);
+    if (session_ == nullptr)
+        throw MountError("libfuse refuses the mount options \"" + list + "\": " + lastMessage);
+}
+
+KernelSession::~KernelSession() {
+    unmount();
+    fuse_session_destroy(session_);
+}
+
+int KernelSession::descriptor() const {
+    return fuse_session_fd(session_);
+}
+
+void KernelSession::mount(const std::string& mountPoint) {
+    lastMessage.clear();
+    if (fuse_session_mount(session_, mountPoint.c_str()) != 0) {
+        const std::string reason = lastMessage.empty() ? "see the message of fusermount3 above" : lastMessage;
+        throw MountError("cannot mount at " + mountPoint + ": " + reason);
+    }
+    mounted_ = true;
+    // A request can vanish between poll and read (its caller was killed); reading must not wait for the next one.
+    const int flags = fcntl(descriptor(), F_GETFL);
+    if (fcntl(descriptor(), F_SETFL, flags | O_NONBLOCK) != 0)
+        throw MountError("cannot make the connection to the kernel non-blocking");
+    fcntl(descriptor(), F_SETFD, FD_CLOEXEC);
+}
+
+void KernelSession::unmount() {
+    if (!mounted_)
+        return;
+    mounted_ = false;
+    fuse_session_unmount(session_);
+}
+
+} // namespace fusehost

@@ -1,0 +1,138 @@
+#include "hosts/fuse/MountOptions.h"
+
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <functional>
+#include <map>
+
+namespace fusehost {
+namespace {
+
+constexpr std::uint32_t smallestRequest = 4096;
+constexpr std::uint32_t largestRequest = 1024 * 1024;
+
+[[noreturn]] void fail(std::string_view name, std::string_view expected) {
+    throw MountOptionError("option \"" + std::string(name) + "\": expected " + std::string(expected));
+}
+
+double seconds(std::string_view name, std::string_view value) {
+    const std::string text(value);
+    char* end = nullptr;
+    const double number = std::strtod(text.c_str(), &end);
+    if (text.empty() || *end != '\0' || !std::isfinite(number) || number < 0)
+        fail(name, "a number of seconds, 0 or more");
+    return number;
+}
+
+std::uint32_t integer(std::string_view name, std::string_view value, int base, std::string_view expected) {
+    std::uint32_t number = 0;
+    const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number, base);
+    if (value.empty() || error != std::errc() || end != value.data() + value.size())
+        fail(name, expected);
+    return number;
+}
+
+std::uint32_t mask(std::string_view name, std::string_view value) {
+    const std::uint32_t bits = integer(name, value, 8, "permission bits in octal, such as 022");
+    if (bits > 0777)
+        fail(name, "permission bits in octal, at most 777");
+    return bits;
+}
+
+std::uint32_t requestBytes(std::string_view name, std::string_view value) {
+    const std::string expected = "a multiple of 4096 bytes from 4096 to 1048576";
+    const std::uint32_t bytes = integer(name, value, 10, expected);
+    if (bytes < smallestRequest || bytes > largestRequest || bytes % smallestRequest != 0)
+        fail(name, expected);
+    return bytes;
+}
+
+using WithValue = std::function<void(MountOptions&, std::string_view name, std::string_view value)>;
+
+const std::map<std::string_view, WithValue>& optionsWithValue() {
+    static const std::map<std::string_view, WithValue> table = {
+        {"entry_timeout", [](MountOptions& o, auto name, auto value) { o.entryTimeout = seconds(name, value); }},
+        {"attr_timeout", [](MountOptions& o, auto name, auto value) { o.attrTimeout = seconds(name, value); }},
+        {"negative_timeout", [](MountOptions& o, auto name, auto value) { o.negativeTimeout = seconds(name, value); }},
+        {"fmask", [](MountOptions& o, auto name, auto value) { o.fileMask = mask(name, value); }},
+        {"dmask", [](MountOptions& o, auto name, auto value) { o.directoryMask = mask(name, value); }},
+        {"umask", [](MountOptions& o, auto name, auto value) { o.fileMask = o.directoryMask = mask(name, value); }},
+        {"uid", [](MountOptions& o, auto name, auto value) { o.uid = integer(name, value, 10, "a user id"); }},
+        {"gid", [](MountOptions& o, auto name, auto value) { o.gid = integer(name, value, 10, "a group id"); }},
+        {"request_size", [](MountOptions& o, auto name, auto value) { o.requestSize = requestBytes(name, value); }},
+        {"fsname", [](MountOptions& o, auto, auto value) { o.fsname = std::string(value); }},
+    };
+    return table;
+}
+
+const std::map<std::string_view, void (*)(MountOptions&)>& flags() {
+    static const std::map<std::string_view, void (*)(MountOptions&)> table = {
+        {"ro", [](MountOptions& o) { o.readOnly = true; }},
+        {"rw", [](MountOptions& o) { o.readOnly = false; }},
+        {"allow_other", [](MountOptions& o) { o.allowOther = true; }},
+        {"quiet", [](MountOptions& o) { o.quiet = true; }},
+        {"writeback", [](MountOptions& o) { o.writeback = true; }},
+        {"nonempty", [](MountOptions& o) { o.nonEmpty = true; }},
+        {"default_permissions", [](MountOptions&) {}}, // always on
+    };
+    return table;
+}
+
+bool isKernelOption(std::string_view name) {
+    constexpr std::array names = {"suid",  "nosuid",  "dev",  "nodev", "exec",   "noexec",
+                                  "atime", "noatime", "sync", "async", "dirsync"};
+    for (std::string_view known : names)
+        if (name == known)
+            return true;
+    return false;
+}
+
+bool isForOthers(std::string_view name) {
+    constexpr std::array names = {"defaults", "auto",       "noauto",      "user",     "nouser",
+                                  "users",    "owner",      "group",       "_netdev",  "nofail",
+                                  "relatime", "norelatime", "strictatime", "diratime", "nodiratime"};
+    for (std::string_view known : names)
+        if (name == known)
+            return true;
+    return name.starts_with("x-") || name.starts_with("comment=");
+}
+
+void addOne(MountOptions& options, std::string_view option) {
+    const std::size_t equals = option.find('=');
+    const std::string_view name = option.substr(0, equals);
+    if (isForOthers(option))
+        return;
+    if (const auto known = optionsWithValue().find(name); known != optionsWithValue().end()) {
+        if (equals == std::string_view::npos)
+            fail(name, "a value, as in " + std::string(name) + "=...");
+        known->second(options, name, option.substr(equals + 1));
+        return;
+    }
+    if (const auto known = flags().find(name); known != flags().end()) {
+        if (equals != std::string_view::npos)
+            fail(name, "no value");
+        known->second(options);
+        return;
+    }
+    if (!isKernelOption(option))
+        throw MountOptionError("option \"" + std::string(name) + "\" is not known; 'kemvi mount --help' lists them");
+    options.kernelOptions.emplace_back(option);
+}
+
+} // namespace
+
+void MountOptions::add(std::string_view commaSeparated) {
+    while (!commaSeparated.empty()) {
+        const std::size_t comma = commaSeparated.find(',');
+        const std::string_view option = commaSeparated.substr(0, comma);
+        if (!option.empty())
+            addOne(*this, option);
+        if (comma == std::string_view::npos)
+            return;
+        commaSeparated.remove_prefix(comma + 1);
+    }
+}
+
+} // namespace fusehost

@@ -1,0 +1,110 @@
+#pragma once
+
+#include "fskit/FSItem.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+
+namespace fusehost {
+
+/// What the kernel calls a node: a number that is never used twice in the life of a mount.
+using NodeID = std::uint64_t;
+inline constexpr NodeID rootNodeID = 1;
+
+/// One file or directory that the kernel knows of, or one on the way to it.
+struct Node {
+    NodeID id = 0;
+    Node* parent = nullptr; // null for the root and for a node that has lost its name
+    Node* firstChild = nullptr;
+    Node* nextSibling = nullptr;
+    Node* previousSibling = nullptr;
+    std::string name;
+    std::shared_ptr<fskit::FSItem> item; // null until first needed, and again after a move; see FileTree::itemOf
+    std::uint64_t lookups = 0;           // references that the kernel holds
+    std::uint64_t size = 0;              // bytes, as the kernel was last told or has since written
+    std::uint64_t changed = 0;           // FileTree's change count when this node was last changed through the mount
+    std::uint32_t readers = 0;           // open descriptions per mode
+    std::uint32_t writers = 0;
+    std::uint32_t unflushedWriters = 0; // writers that have not flushed since they last wrote or were opened
+    int deferredError = 0;              // an errno to be reported by the next flush or fsync of a writer
+    fskit::FSItemType type = fskit::FSItemType::unknown;
+    bool hidden = false; // removed by name while open; lives on under a name of ours until its last close
+
+    bool isDirectory() const { return type == fskit::FSItemType::directory; }
+
+    bool isOpen() const { return readers + writers > 0; }
+
+    bool hasName() const { return parent != nullptr || id == rootNodeID; }
+};
+
+/// All nodes of a mount. A node is (parent, name); paths are never stored. A node lives while the kernel holds a
+/// reference, while it is open, and while it has children that live. Not thread-safe: it belongs to the thread that
+/// executes the kernel's requests.
+class NodeTable {
+public:
+    NodeTable();
+    ~NodeTable();
+    NodeTable(const NodeTable&) = delete;
+    NodeTable& operator=(const NodeTable&) = delete;
+
+    Node& root() { return *root_; }
+
+    /// Null for an id that is not, or no longer, known.
+    Node* find(NodeID id);
+    /// Null if no node of that name is known in the directory.
+    Node* child(const Node& directory, std::string_view name);
+    /// The node of that name; a new one of unknown type if none is known. Not yet referenced by the kernel.
+    Node& childOrNew(Node& directory, std::string_view name);
+
+    /// Takes back references. A node that nothing needs any more is deleted, and so are ancestors kept for its sake.
+    /// Unknown ids and too large counts are tolerated. Returns the item of the node if the kernel's last reference is
+    /// gone and there was one.
+    std::shared_ptr<fskit::FSItem> forget(NodeID id, std::uint64_t lookups);
+    /// Deletes the node if nothing needs it.
+    void deleteIfUnused(Node& node);
+
+    /// Gives the node a new name. A node that has that name already loses it. Items of the node and of everything
+    /// beneath it are dropped, since they stand for old paths.
+    void move(Node& node, Node& directory, std::string_view name);
+    /// Takes the node's name away: it was removed or replaced. It lives on only for the kernel's references.
+    void detach(Node& node);
+
+    std::size_t size() const { return nodes_.size(); }
+
+private:
+    struct Name {
+        const Node* parent;
+        std::string_view name;
+    };
+
+    struct Hash {
+        using is_transparent = void;
+        std::size_t operator()(const Name& name) const;
+
+        std::size_t operator()(const Node* node) const { return (*this)(Name{node->parent, node->name}); }
+    };
+
+    struct Equal {
+        using is_transparent = void;
+
+        bool operator()(const Node* a, const Node* b) const { return a == b; }
+
+        bool operator()(const Name& a, const Node* b) const { return a.parent == b->parent && a.name == b->name; }
+
+        bool operator()(const Node* a, const Name& b) const { return (*this)(b, a); }
+    };
+
+    void attach(Node& node, Node& directory, std::string_view name);
+    void dropItemsBeneath(Node& node);
+
+    std::unordered_map<NodeID, std::unique_ptr<Node>> nodes_;
+    std::unordered_set<Node*, Hash, Equal> names_;
+    NodeID nextID_ = rootNodeID + 1;
+    Node* root_;
+};
+
+} // namespace fusehost

@@ -1,0 +1,242 @@
+#include "hosts/fuse/SessionLoop.h"
+
+#include "hosts/fuse/HostLog.h"
+#include "hosts/fuse/LibFuse.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace fusehost {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// An operation that takes longer gets the watcher's attention.
+constexpr auto patience = 50ms;
+/// The watcher goes to sleep when nothing happened for so many times its patience.
+constexpr int idleRounds = 20;
+/// A signal interrupts an operation only when it has lasted this long. Programs that use signals for their own ends
+/// (timers, runtimes) do not expect EINTR from a file; within a second a user who pressed Ctrl-C must be obeyed.
+constexpr auto interruptAfter = 500ms;
+
+int makeEventDescriptor() {
+    const int descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (descriptor < 0)
+        throw std::system_error(errno, std::generic_category(), "eventfd");
+    return descriptor;
+}
+
+void signalEvent(int descriptor) {
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = write(descriptor, &one, sizeof one);
+}
+
+void clearEvent(int descriptor) {
+    std::uint64_t count = 0;
+    [[maybe_unused]] const ssize_t got = read(descriptor, &count, sizeof count);
+}
+
+/// True if the thread is on its way out. The kernel flushes the files of a dying process without letting it be
+/// interrupted, so this is the only way to learn that nobody waits for the result.
+bool isExiting(std::uint32_t thread) {
+    if (thread == 0)
+        return false;
+    char path[64];
+    std::snprintf(path, sizeof path, "/proc/%u/stat", thread);
+    std::FILE* file = std::fopen(path, "re");
+    if (file == nullptr)
+        return true;
+    char text[1024];
+    const std::size_t count = std::fread(text, 1, sizeof text - 1, file);
+    std::fclose(file);
+    text[count] = '\0';
+    const char* afterName = std::strrchr(text, ')');
+    unsigned flags = 0;
+    constexpr unsigned exitingFlag = 0x4; // PF_EXITING
+    return afterName != nullptr && std::sscanf(afterName, ") %*c %*d %*d %*d %*d %*d %u", &flags) == 1 &&
+           (flags & exitingFlag) != 0;
+}
+
+} // namespace
+
+SessionLoop::SessionLoop(fuse_session* session, int descriptor, int stopDescriptor)
+    : session_(session), descriptor_(descriptor), stopDescriptor_(stopDescriptor),
+      wakeDescriptor_(makeEventDescriptor()) {
+    // Signals belong to whoever owns the process, never to the watcher.
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, &before);
+    watcher_ = std::thread([this] { watch(); });
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+SessionLoop::~SessionLoop() {
+    {
+        const std::lock_guard guard(lock_);
+        ending_ = true;
+    }
+    signalEvent(wakeDescriptor_);
+    changed_.notify_all();
+    watcher_.join();
+    close(wakeDescriptor_);
+}
+
+bool SessionLoop::run() {
+    KernelRequest request; // its memory is used again for the next one
+    while (true) {
+        switch (next(request)) {
+        case Received::request: execute(request); break;
+        case Received::nothing: break;
+        case Received::end: return true;
+        case Received::failure: return false;
+        }
+    }
+}
+
+SessionLoop::Received SessionLoop::next(KernelRequest& request) {
+    reclaimReading();
+    pollfd polled[] = {{descriptor_, POLLIN, 0}, {stopDescriptor_, POLLIN, 0}};
+    {
+        const std::lock_guard guard(lock_);
+        if (!backlog_.empty()) {
+            if (poll(polled + 1, 1, 0) > 0)
+                return Received::end;
+            request = std::move(backlog_.front().request);
+            backlog_.pop_front();
+            return Received::request;
+        }
+    }
+    if (poll(polled, 2, -1) < 0)
+        return errno == EINTR ? Received::nothing : Received::failure;
+    if (polled[1].revents != 0)
+        return Received::end;
+    return receive(request);
+}
+
+SessionLoop::Received SessionLoop::receive(KernelRequest& request) {
+    fuse_buf buffer{};
+    buffer.mem = request.memory.release();
+    const int result = fuse_session_receive_buf(session_, &buffer);
+    request.memory.reset(buffer.mem);
+    request.size = result > 0 ? buffer.size : 0;
+    if (result > 0)
+        return Received::request;
+    if (result == -EAGAIN || result == -EINTR)
+        return Received::nothing;
+    if (result == 0)
+        return Received::end; // unmounted
+    hostLog().error({"reading from the kernel failed: ", foundation::logPublic(std::strerror(-result))});
+    return Received::failure;
+}
+
+void SessionLoop::reclaimReading() {
+    Guard guard(lock_);
+    if (!watcherReads_)
+        return;
+    signalEvent(wakeDescriptor_);
+    changed_.wait(guard, [&] { return !watcherReads_; });
+}
+
+void SessionLoop::execute(const KernelRequest& request) {
+    if (request.isInterrupt())
+        return; // whatever it is about has been answered: nothing else is under way
+    {
+        const std::lock_guard guard(lock_);
+        current_ = {request.unique(), request.thread(), request.isFlush(), Clock::now()};
+        busy_ = true;
+        ++operation_;
+        if (watcherSleeps_) {
+            watcherSleeps_ = false;
+            changed_.notify_all();
+        }
+    }
+    fuse_buf buffer{};
+    buffer.mem = request.memory.get();
+    buffer.size = request.size;
+    fuse_session_process_buf(session_, &buffer);
+    const std::lock_guard guard(lock_);
+    busy_ = false;
+}
+
+void SessionLoop::watch() {
+    Guard guard(lock_);
+    int idle = 0;
+    while (!ending_) {
+        const std::uint64_t operation = operation_;
+        changed_.wait_for(guard, patience, [&] { return ending_; });
+        if (operation_ != operation)
+            idle = 0;
+        else if (busy_)
+            takeOver(guard, operation);
+        else if (++idle >= idleRounds) {
+            sleepUntilBusy(guard);
+            idle = 0;
+        }
+    }
+}
+
+void SessionLoop::sleepUntilBusy(Guard& guard) {
+    watcherSleeps_ = true;
+    changed_.wait(guard, [&] { return ending_ || !watcherSleeps_; });
+    watcherSleeps_ = false;
+}
+
+void SessionLoop::takeOver(Guard& guard, std::uint64_t operation) {
+    watcherReads_ = true;
+    while (!ending_ && busy_ && operation_ == operation) {
+        guard.unlock();
+        pollfd polled[] = {{descriptor_, POLLIN, 0}, {wakeDescriptor_, POLLIN, 0}};
+        const int ready = poll(polled, 2, static_cast<int>(std::chrono::milliseconds(patience).count()));
+        guard.lock();
+        if (ready > 0 && (polled[0].revents & POLLIN) != 0)
+            readIntoBacklog();
+        else if (ready > 0 && polled[0].revents != 0)
+            changed_.wait_for(guard, patience, [&] { return ending_ || !busy_; }); // unmounted: nothing to read
+        answerInterrupted();
+    }
+    clearEvent(wakeDescriptor_);
+    interrupted_.clear();
+    watcherReads_ = false;
+    changed_.notify_all();
+}
+
+void SessionLoop::readIntoBacklog() {
+    KernelRequest request;
+    if (receive(request) != Received::request)
+        return;
+    if (request.isInterrupt())
+        interrupted_.insert(request.interruptedUnique());
+    else {
+        const Pending about{request.unique(), request.thread(), request.isFlush(), Clock::now()};
+        backlog_.push_back({std::move(request), about});
+    }
+}
+
+bool SessionLoop::mustAnswer(const Pending& pending, Clock::time_point now) {
+    if (now - pending.since < interruptAfter)
+        return false;
+    return interrupted_.erase(pending.unique) > 0 || (pending.isFlush && isExiting(pending.thread));
+}
+
+void SessionLoop::answerInterrupted() {
+    const Clock::time_point now = Clock::now();
+    if (busy_ && mustAnswer(current_, now)) {
+        replyErrorDirectly(descriptor_, current_.unique, EINTR);
+        current_.isFlush = false; // answered; not to be looked at again
+    }
+    std::erase_if(backlog_, [&](const Waiting& waiting) {
+        if (!mustAnswer(waiting.about, now))
+            return false;
+        replyErrorDirectly(descriptor_, waiting.about.unique, EINTR);
+        return true;
+    });
+}
+
+} // namespace fusehost

@@ -1,0 +1,189 @@
+#include "hosts/fuse/VolumeCalls.h"
+
+#include "foundation/Log.h"
+#include "hosts/fuse/Await.h"
+#include "hosts/fuse/FuseHost.h"
+#include "hosts/fuse/HostLog.h"
+#include "hosts/fuse/KernelErrno.h"
+
+#include <cerrno>
+#include <climits>
+
+namespace fusehost {
+
+using foundation::NSError;
+using fskit::FSItemAttributes;
+using fskit::FSItemPtr;
+using fskit::FSVolumeOpenModes;
+using OptionalError = std::optional<NSError>;
+
+VolumeCalls::VolumeCalls(std::shared_ptr<fskit::FSVolume> volume)
+    : volume_(std::move(volume)), operations_(dynamic_cast<fskit::FSVolumeOperations*>(volume_.get())),
+      openClose_(dynamic_cast<fskit::FSVolumeOpenCloseOperations*>(volume_.get())),
+      readWrite_(dynamic_cast<fskit::FSVolumeReadWriteOperations*>(volume_.get())) {
+    if (operations_ == nullptr || openClose_ == nullptr || readWrite_ == nullptr)
+        throw MountError("the volume does not offer the operations that a mount needs");
+    const std::int64_t limit = operations_->maximumNameLength();
+    maximumNameLength_ = limit < 0 ? NAME_MAX : static_cast<std::size_t>(limit);
+}
+
+void VolumeCalls::fail(const NSError& error) {
+    if (!error.isPosix()) {
+        std::lock_guard guard(lock_);
+        const std::string fault = error.description();
+        if (fault != lastFault_) {
+            lastFault_ = fault;
+            hostLog().error({"operations fail with EIO: ", foundation::logPublic(fault)});
+        }
+    }
+    throw KernelError(kernelErrno(error));
+}
+
+void VolumeCalls::check(const OptionalError& error) {
+    if (error)
+        fail(*error);
+}
+
+FSItemPtr VolumeCalls::activate() {
+    const fskit::FSTaskOptions options;
+    const auto [mountError] = await<OptionalError>([&](auto reply) { operations_->mount(options, std::move(reply)); });
+    check(mountError);
+    auto [root, error] =
+        await<FSItemPtr, OptionalError>([&](auto reply) { operations_->activate(options, std::move(reply)); });
+    check(error);
+    return root;
+}
+
+void VolumeCalls::end() {
+    await<>([&](auto reply) { operations_->unmount(std::move(reply)); });
+    const auto [error] = await<OptionalError>(
+        [&](auto reply) { operations_->deactivate(fskit::FSDeactivateOptions::none, std::move(reply)); });
+    check(error);
+}
+
+FSItemAttributes VolumeCalls::attributesOf(const FSItemPtr& item) {
+    if (auto known = item->knownAttributes())
+        return *known;
+    return getAttributes(item);
+}
+
+FoundItem VolumeCalls::lookup(const FSItemPtr& directory, const std::string& name) {
+    auto [item, stored, error] = await<FSItemPtr, std::optional<fskit::FSFileName>, OptionalError>(
+        [&](auto reply) { operations_->lookupItem(fskit::FSFileName(name), directory, std::move(reply)); });
+    check(error);
+    FSItemAttributes attributes = attributesOf(item);
+    return {std::move(item), stored ? stored->data() : name, attributes};
+}
+
+FSItemAttributes VolumeCalls::getAttributes(const FSItemPtr& item) {
+    const fskit::FSItemGetAttributesRequest everything;
+    const auto [attributes, error] = await<std::optional<FSItemAttributes>, OptionalError>(
+        [&](auto reply) { operations_->getAttributes(everything, item, std::move(reply)); });
+    check(error);
+    return attributes.value_or(FSItemAttributes());
+}
+
+FSItemAttributes VolumeCalls::setAttributes(const FSItemPtr& item, fskit::FSItemSetAttributesRequest& request) {
+    const auto [attributes, error] = await<std::optional<FSItemAttributes>, OptionalError>(
+        [&](auto reply) { operations_->setAttributes(request, item, std::move(reply)); });
+    check(error);
+    return attributes.value_or(FSItemAttributes());
+}
+
+void VolumeCalls::enumerate(const FSItemPtr& directory, fskit::FSDirectoryEntryPacker& packer) {
+    const fskit::FSItemGetAttributesRequest everything;
+    const auto [verifier, error] = await<fskit::FSDirectoryVerifier, OptionalError>([&](auto reply) {
+        operations_->enumerateDirectory(directory, fskit::FSDirectoryCookieInitial, fskit::FSDirectoryVerifierInitial,
+                                        &everything, packer, std::move(reply));
+    });
+    check(error);
+}
+
+FoundItem VolumeCalls::create(const FSItemPtr& directory, const std::string& name, fskit::FSItemType type) {
+    fskit::FSItemSetAttributesRequest none;
+    auto [item, stored, error] = await<FSItemPtr, std::optional<fskit::FSFileName>, OptionalError>(
+        [&](auto reply) { operations_->createItem(fskit::FSFileName(name), type, directory, none, std::move(reply)); });
+    check(error);
+    FSItemAttributes attributes = attributesOf(item);
+    return {std::move(item), stored ? stored->data() : name, attributes};
+}
+
+void VolumeCalls::remove(const FSItemPtr& item, const FSItemPtr& directory, const std::string& name) {
+    const auto [error] = await<OptionalError>(
+        [&](auto reply) { operations_->removeItem(item, fskit::FSFileName(name), directory, std::move(reply)); });
+    check(error);
+}
+
+void VolumeCalls::rename(const FSItemPtr& item, const FSItemPtr& from, const std::string& oldName, const FSItemPtr& to,
+                         const std::string& newName, const FSItemPtr& overItem) {
+    const auto [stored, error] = await<std::optional<fskit::FSFileName>, OptionalError>([&](auto reply) {
+        operations_->renameItem(item, from, fskit::FSFileName(oldName), fskit::FSFileName(newName), to, overItem,
+                                std::move(reply));
+    });
+    check(error);
+}
+
+FoundItem VolumeCalls::createSymbolicLink(const FSItemPtr& directory, const std::string& name,
+                                          const std::string& contents) {
+    fskit::FSItemSetAttributesRequest none;
+    auto [item, stored, error] = await<FSItemPtr, std::optional<fskit::FSFileName>, OptionalError>([&](auto reply) {
+        operations_->createSymbolicLink(fskit::FSFileName(name), directory, none, fskit::FSFileName(contents),
+                                        std::move(reply));
+    });
+    check(error);
+    FSItemAttributes attributes = attributesOf(item);
+    return {std::move(item), stored ? stored->data() : name, attributes};
+}
+
+void VolumeCalls::createLink(const FSItemPtr& item, const FSItemPtr& directory, const std::string& name) {
+    const auto [stored, error] = await<std::optional<fskit::FSFileName>, OptionalError>(
+        [&](auto reply) { operations_->createLink(item, fskit::FSFileName(name), directory, std::move(reply)); });
+    check(error);
+}
+
+std::string VolumeCalls::readSymbolicLink(const FSItemPtr& item) {
+    const auto [contents, error] = await<std::optional<fskit::FSFileName>, OptionalError>(
+        [&](auto reply) { operations_->readSymbolicLink(item, std::move(reply)); });
+    check(error);
+    return contents ? contents->data() : std::string();
+}
+
+void VolumeCalls::reclaim(const FSItemPtr& item) {
+    const auto [error] = await<OptionalError>([&](auto reply) { operations_->reclaimItem(item, std::move(reply)); });
+    check(error);
+}
+
+void VolumeCalls::open(const FSItemPtr& item, FSVolumeOpenModes modes) {
+    const auto [error] = await<OptionalError>([&](auto reply) { openClose_->openItem(item, modes, std::move(reply)); });
+    check(error);
+}
+
+void VolumeCalls::close(const FSItemPtr& item, FSVolumeOpenModes keeping) {
+    const auto [error] =
+        await<OptionalError>([&](auto reply) { openClose_->closeItem(item, keeping, std::move(reply)); });
+    check(error);
+}
+
+std::size_t VolumeCalls::read(const FSItemPtr& item, std::int64_t offset, std::span<std::byte> into) {
+    fskit::FSMutableFileDataBuffer buffer(into);
+    const auto [count, error] = await<std::size_t, OptionalError>([&](auto reply) {
+        readWrite_->read(item, offset, static_cast<std::int64_t>(into.size()), buffer, std::move(reply));
+    });
+    check(error);
+    return count;
+}
+
+std::size_t VolumeCalls::write(const FSItemPtr& item, std::int64_t offset, std::span<const std::byte> contents) {
+    const auto [count, error] = await<std::size_t, OptionalError>(
+        [&](auto reply) { readWrite_->write(contents, item, offset, std::move(reply)); });
+    check(error);
+    return count;
+}
+
+void VolumeCalls::synchronize() {
+    const auto [error] =
+        await<OptionalError>([&](auto reply) { operations_->synchronize(fskit::FSSyncFlags::wait, std::move(reply)); });
+    check(error);
+}
+
+} // namespace fusehost

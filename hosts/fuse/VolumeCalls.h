@@ -1,0 +1,78 @@
+#pragma once
+
+#include "fskit/FSUnaryFileSystem.h"
+#include "fskit/FSVolume.h"
+
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <string>
+
+namespace fusehost {
+
+/// An item with the attributes that belong to it and its name as the volume stores it.
+struct FoundItem {
+    fskit::FSItemPtr item;
+    std::string name;
+    fskit::FSItemAttributes attributes;
+};
+
+/// The operations of one volume as plain calls: each waits for the volume's reply and returns its value, or throws
+/// KernelError. Safe on any thread, as the volume's operations are.
+class VolumeCalls {
+public:
+    /// Throws MountError if the volume lacks an operation family that a host needs.
+    explicit VolumeCalls(std::shared_ptr<fskit::FSVolume> volume);
+
+    /// Mounts and activates. Returns the root item.
+    fskit::FSItemPtr activate();
+    /// Unmounts and deactivates; blocks until the volume has let go of everything.
+    void end();
+
+    /// ENOENT if there is no such name.
+    FoundItem lookup(const fskit::FSItemPtr& directory, const std::string& name);
+    fskit::FSItemAttributes getAttributes(const fskit::FSItemPtr& item);
+    /// The attributes after the change.
+    fskit::FSItemAttributes setAttributes(const fskit::FSItemPtr& item, fskit::FSItemSetAttributesRequest& request);
+    void enumerate(const fskit::FSItemPtr& directory, fskit::FSDirectoryEntryPacker& packer);
+
+    FoundItem create(const fskit::FSItemPtr& directory, const std::string& name, fskit::FSItemType type);
+    void remove(const fskit::FSItemPtr& item, const fskit::FSItemPtr& directory, const std::string& name);
+    void rename(const fskit::FSItemPtr& item, const fskit::FSItemPtr& from, const std::string& oldName,
+                const fskit::FSItemPtr& to, const std::string& newName, const fskit::FSItemPtr& overItem);
+    FoundItem createSymbolicLink(const fskit::FSItemPtr& directory, const std::string& name,
+                                 const std::string& contents);
+    void createLink(const fskit::FSItemPtr& item, const fskit::FSItemPtr& directory, const std::string& name);
+    std::string readSymbolicLink(const fskit::FSItemPtr& item);
+    void reclaim(const fskit::FSItemPtr& item);
+
+    void open(const fskit::FSItemPtr& item, fskit::FSVolumeOpenModes modes);
+    /// Closes every mode but `keeping`.
+    void close(const fskit::FSItemPtr& item, fskit::FSVolumeOpenModes keeping);
+    /// Bytes read, at most the size of `into`; 0 at the end of the file.
+    std::size_t read(const fskit::FSItemPtr& item, std::int64_t offset, std::span<std::byte> into);
+    std::size_t write(const fskit::FSItemPtr& item, std::int64_t offset, std::span<const std::byte> contents);
+    void synchronize();
+
+    fskit::FSStatFSResult statistics() const { return operations_->volumeStatistics(); }
+
+    /// Bytes; the volume's limit for one name.
+    std::size_t maximumNameLength() const { return maximumNameLength_; }
+
+private:
+    [[noreturn]] void fail(const foundation::NSError& error);
+    void check(const std::optional<foundation::NSError>& error);
+    fskit::FSItemAttributes attributesOf(const fskit::FSItemPtr& item);
+
+    std::shared_ptr<fskit::FSVolume> volume_;
+    fskit::FSVolumeOperations* operations_;
+    fskit::FSVolumeOpenCloseOperations* openClose_;
+    fskit::FSVolumeReadWriteOperations* readWrite_;
+    std::size_t maximumNameLength_;
+    std::mutex lock_;       // guards lastFault_
+    std::string lastFault_; // the last fault logged, so that a dead helper costs one line and not one per request
+};
+
+} // namespace fusehost
