@@ -95,6 +95,8 @@ std::optional<std::size_t> decodeWith(const Kernels& kernels, std::string_view t
     const auto total = decodedLength(text);
     if (!total || *total == 0)
         return total;
+    // Vector code writes whole blocks, but nothing behind the last byte that was sent.
+    into = into.first(std::min(into.size(), *total));
     auto* const out = reinterpret_cast<std::uint8_t*>(into.data());
     const Progress done = decodeGroups(kernels, text, out, into.size());
     if (!decodeBeyond(kernels, text.substr(done.read), {out + done.written, into.size() - done.written}))

@@ -25,8 +25,9 @@ std::size_t encodeEscapingSlashes(std::span<const std::byte> data, char* out);
 /// not a multiple of four.
 std::optional<std::size_t> decodedLength(std::string_view text);
 
-/// Decodes `text`, storing as many of its first bytes as fit in `into`; all of the text is checked. The total number of
-/// bytes it stands for, or nothing if it is not valid (the contents of `into` are then unspecified).
+/// Decodes `text`, storing as many of its first bytes as fit in `into`; all of the text is checked, and nothing behind
+/// the last byte is touched. The total number of bytes it stands for, or nothing if it is not valid (the contents of
+/// `into` are then unspecified).
 std::optional<std::size_t> decode(std::string_view text, std::span<std::byte> into);
 
 } // namespace foundation::base64
