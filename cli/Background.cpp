@@ -34,7 +34,7 @@ void replaceByNull(int descriptor, int flags) {
     }
 }
 
-[[noreturn]] void serveInChild(const std::function<ExitCode(const Announce&)>& serve, pid_t parent, int status) {
+[[noreturn]] void serveInChild(const std::function<ExitCode(const Progress&)>& serve, pid_t parent, int status) {
     dieWithParent(parent);
     ::setsid();
     replaceByNull(STDIN_FILENO, O_RDONLY);
@@ -42,14 +42,15 @@ void replaceByNull(int descriptor, int flags) {
     ExitCode code = ExitCode::failure;
     {
         StderrRelay relay;
-        const auto announce = [&] {
+        Progress progress;
+        progress.mounted = [] { ::prctl(PR_SET_PDEATHSIG, 0); }; // a setting of the thread, not of the process
+        progress.ready = [&] {
             relay.switchToLog();
-            ::prctl(PR_SET_PDEATHSIG, 0);
             const char ready = static_cast<char>(ExitCode::success);
             [[maybe_unused]] const auto written = ::write(status, &ready, 1);
             ::close(status);
         };
-        code = reportingErrors([&] { return serve(announce); });
+        code = reportingErrors([&] { return serve(progress); });
     }
     // Nothing that the parent made before the fork may be ended a second time here.
     ::_exit(static_cast<int>(code));
@@ -88,7 +89,7 @@ ExitCode awaitReadiness(pid_t child, int status) {
 
 } // namespace
 
-ExitCode runInBackground(const std::function<ExitCode(const Announce&)>& serve) {
+ExitCode runInBackground(const std::function<ExitCode(const Progress&)>& serve) {
     // A descriptor inherited from the caller (the pipe of a script, say) must not live as long as the mount.
     ::close_range(STDERR_FILENO + 1, ~0U, 0);
     std::array<int, 2> status{};

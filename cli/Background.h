@@ -6,14 +6,19 @@
 
 namespace cli {
 
-/// What is called in the serving process when the mount is ready; the command that the user typed returns then.
-using Announce = std::function<void()>;
+/// What the serving process reports to the command that the user typed.
+struct Progress {
+    /// It is mounted, and about to be served. To be called in the process's first thread.
+    std::function<void()> mounted = [] {};
+    /// It is served: the command returns. Any thread.
+    std::function<void()> ready = [] {};
+};
 
 /// Runs `serve` in a process of its own that outlives the command. Returns in the calling process only: success as soon
-/// as `serve` has called its announce function, or what `serve` ended with when it ended before that; its error is on
+/// as `serve` has reported "ready", or what `serve` ended with when it ended before that; its error is on
 /// the terminal then. Before the call SIGINT, SIGTERM and SIGHUP must be blocked: they are passed on to the serving
 /// process until it is ready. Call it before the process has started any thread. Throws CommandError.
-ExitCode runInBackground(const std::function<ExitCode(const Announce&)>& serve);
+ExitCode runInBackground(const std::function<ExitCode(const Progress&)>& serve);
 
 /// Runs `serve` and turns what it throws into a message on standard error and an exit code.
 ExitCode reportingErrors(const std::function<ExitCode()>& serve);

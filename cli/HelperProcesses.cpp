@@ -23,18 +23,18 @@ bool allGone(const std::vector<ProcessHandle>& processes, int milliseconds) {
 } // namespace
 
 void HelperProcesses::remember() {
-    auto running = helperChildren(::getpid());
+    auto running = childrenOf(::getpid()).helpers;
     const std::lock_guard lock(mutex_);
     remembered_ = std::move(running);
 }
 
 std::vector<pid_t> HelperProcesses::pids() const {
     const std::lock_guard lock(mutex_);
-    return remembered_ ? *remembered_ : helperChildren(::getpid());
+    return remembered_ ? *remembered_ : childrenOf(::getpid()).helpers;
 }
 
 void HelperProcesses::kill() const {
-    const auto children = helperChildren(::getpid());
+    const auto children = childrenOf(::getpid()).helpers;
     for (const pid_t pid : pids()) {
         // One that is no child any more was waited for, and its number may be another's by now.
         if (std::find(children.begin(), children.end(), pid) != children.end()) {
@@ -45,7 +45,7 @@ void HelperProcesses::kill() const {
 
 void HelperProcesses::end() const {
     std::vector<ProcessHandle> helpers;
-    for (const pid_t pid : helperChildren(::getpid())) {
+    for (const pid_t pid : childrenOf(::getpid()).helpers) {
         helpers.emplace_back(pid);
     }
     if (!allGone(helpers, graceAfterEndOfInput)) {

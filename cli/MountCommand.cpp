@@ -68,11 +68,11 @@ ExitCode mount(const MountRequest& request) {
     const MountPlan plan{source.path, mountPoint, source.config.helperPath, std::move(options)};
     if (request.foreground) {
         configureLog(request);
-        return runMountSession(plan, [] {});
+        return runMountSession(plan, Progress());
     }
-    return runInBackground([&](const Announce& announce) {
+    return runInBackground([&](const Progress& progress) {
         configureLog(request);
-        return runMountSession(plan, announce);
+        return runMountSession(plan, progress);
     });
 }
 

@@ -143,14 +143,10 @@ void checkFuseAvailable(bool allowOther) {
                                                        "; root can let you with: chmod 666 /dev/fuse");
     }
     ::close(device);
-    if (::geteuid() == 0) {
-        return;
-    }
     if (!findInPath("fusermount3")) {
-        unavailable("fusermount3",
-                    "is not in PATH, and an ordinary user cannot mount without it; install the package fuse3");
+        unavailable("fusermount3", "is not in PATH, and mounting goes through it; install the package fuse3");
     }
-    if (allowOther && !userMayAllowOther()) {
+    if (allowOther && ::geteuid() != 0 && !userMayAllowOther()) {
         unavailable("allow_other",
                     "is refused to ordinary users here; add the line user_allow_other to /etc/fuse.conf");
     }

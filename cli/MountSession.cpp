@@ -25,12 +25,12 @@ void nameProcess(const std::string& name) {
     ::prctl(PR_SET_NAME, name.c_str());
 }
 
-/// Calls `announce` from a thread of its own when the kernel has had an answer from the mount. Asking for the volume's
+/// Calls `ready` from a thread of its own when the kernel has had an answer from the mount. Asking for the volume's
 /// figures is enough for that and costs the helper nothing.
 class Announcer {
 public:
-    Announcer(const std::string& mountPoint, Announce announce) : state_(std::make_shared<State>()) {
-        state_->announce = std::move(announce);
+    Announcer(const std::string& mountPoint, std::function<void()> ready) : state_(std::make_shared<State>()) {
+        state_->ready = std::move(ready);
         // Detached: should the mount break before it has answered, the question is never answered either.
         std::thread([state = state_, mountPoint] {
             struct statfs figures {};
@@ -38,9 +38,9 @@ public:
                 return;
             }
             const std::lock_guard lock(state->mutex);
-            if (state->announce) {
-                state->announce();
-                state->announce = nullptr;
+            if (state->ready) {
+                state->ready();
+                state->ready = nullptr;
                 state->announced = true;
             }
         }).detach();
@@ -54,14 +54,14 @@ public:
     /// From here on nothing is announced any more. True if it was before.
     bool cancel() {
         const std::lock_guard lock(state_->mutex);
-        state_->announce = nullptr;
+        state_->ready = nullptr;
         return state_->announced;
     }
 
 private:
     struct State {
         std::mutex mutex;
-        Announce announce;
+        std::function<void()> ready;
         bool announced = false;
     };
 
@@ -91,9 +91,9 @@ public:
           host_(std::make_shared<kemvi::KemviUnaryFileSystem>(), plan.source, plan.mountPoint, plan.options),
           stop_(host_, helpers_, plan.mountPoint) {}
 
-    ExitCode run(const Announce& announce) {
+    ExitCode run(const Progress& progress) {
         load();
-        const bool served = mountAndServe(announce);
+        const bool served = mountAndServe(progress);
         end();
         if (stop_.gaveUp()) {
             return ExitCode::gaveUpWaiting;
@@ -124,7 +124,7 @@ private:
     }
 
     /// False if the connection to the kernel failed.
-    bool mountAndServe(const Announce& announce) {
+    bool mountAndServe(const Progress& progress) {
         try {
             host_.mount();
         } catch (const fusehost::MountError& error) {
@@ -134,8 +134,9 @@ private:
         if (const auto mount = findMount(readMountTable(), plan_.mountPoint)) {
             nameProcess(servingProcessName(mount->deviceMinor));
         }
+        progress.mounted();
         stop_.enter(StopControl::Phase::serving);
-        Announcer announcer(plan_.mountPoint, announce);
+        Announcer announcer(plan_.mountPoint, progress.ready);
         const bool served = host_.serve();
         return served && (announcer.cancel() || stop_.interrupted());
     }
@@ -160,9 +161,9 @@ std::string servingProcessName(unsigned deviceMinor) {
     return "kemvi-" + std::to_string(deviceMinor);
 }
 
-ExitCode runMountSession(const MountPlan& plan, const Announce& announce) {
+ExitCode runMountSession(const MountPlan& plan, const Progress& progress) {
     ::chdir("/") == 0 || ::chdir(plan.source.c_str()) == 0;
-    return MountSession(plan).run(announce);
+    return MountSession(plan).run(progress);
 }
 
 } // namespace cli

@@ -16,11 +16,11 @@ struct MountPlan {
     fusehost::MountOptions options;
 };
 
-/// Lives through one mount: starts the helper, mounts, announces, serves until the end, lets the helper go. Blocks all
+/// Lives through one mount: starts the helper, mounts, reports, serves until the end, lets the helper go. Blocks all
 /// that time. Leaves no helper behind, whatever happens. Must be called in the process's first thread, with the stop
-/// signals blocked and no other thread running. Throws CommandError; before `announce` was called nothing is mounted
+/// signals blocked and no other thread running. Throws CommandError; before "ready" was reported nothing is mounted
 /// then.
-ExitCode runMountSession(const MountPlan& plan, const Announce& announce);
+ExitCode runMountSession(const MountPlan& plan, const Progress& progress);
 
 /// The name under which the process that serves a mount is known: that of its main thread.
 std::string servingProcessName(unsigned deviceMinor);

@@ -146,11 +146,15 @@ std::string processName(pid_t pid) {
     return name;
 }
 
-std::vector<pid_t> helperChildren(pid_t parent) {
-    auto processes = allProcesses();
-    std::erase_if(processes,
-                  [&](pid_t pid) { return parentOf(pid) != parent || processName(pid).starts_with("fusermount"); });
-    return processes;
+Children childrenOf(pid_t parent) {
+    Children children;
+    for (const pid_t pid : allProcesses()) {
+        if (parentOf(pid) == parent) {
+            const bool watcher = processName(pid).starts_with("fusermount");
+            (watcher ? children.watchers : children.helpers).push_back(pid);
+        }
+    }
+    return children;
 }
 
 std::vector<pid_t> sameProgramNamed(std::string_view name) {

@@ -49,9 +49,14 @@ std::vector<pid_t> allProcesses();
 /// The name of a process's main thread; empty if it is gone.
 std::string processName(pid_t pid);
 
-/// The processes that `parent` started and that serve as helpers: its children, less the fusermount3 that stands by to
-/// clear the mount should the parent die.
-std::vector<pid_t> helperChildren(pid_t parent);
+/// What a process that serves a mount has started.
+struct Children {
+    std::vector<pid_t> helpers;
+    /// The fusermount3 that stands by to clear the mount should the process die.
+    std::vector<pid_t> watchers;
+};
+
+Children childrenOf(pid_t parent);
 
 /// The processes whose name is `name` and that run the same program file as this process.
 std::vector<pid_t> sameProgramNamed(std::string_view name);

@@ -24,6 +24,7 @@ constexpr int orderlyEnd = 1500;
 constexpr int endAfterSecondSignal = 1500;
 constexpr int endAfterKilling = 1000;
 constexpr int quietWait = 3000;
+constexpr int watcherEnd = 1000;
 
 constexpr std::size_t namedUsers = 5;
 
@@ -53,38 +54,53 @@ MountEntry findOurMount(const std::string& name) {
     return *found;
 }
 
-std::vector<ProcessHandle> servingProcesses(const MountEntry& mount) {
-    std::vector<ProcessHandle> processes;
-    for (const pid_t pid : sameProgramNamed(servingProcessName(mount.deviceMinor))) {
-        processes.emplace_back(pid);
+/// The processes behind a mount, held before it is taken away.
+struct Processes {
+    std::vector<ProcessHandle> hosts; // one, or none behind a stale mount
+    std::vector<ProcessHandle> helpers;
+    /// They look at the mount point once more when the host ends; a new mount there must not meet them.
+    std::vector<ProcessHandle> watchers;
+};
+
+Processes processesBehind(const MountEntry& mount) {
+    Processes processes;
+    for (const pid_t host : sameProgramNamed(servingProcessName(mount.deviceMinor))) {
+        processes.hosts.emplace_back(host);
+        const Children children = childrenOf(host);
+        for (const pid_t pid : children.helpers) {
+            processes.helpers.emplace_back(pid);
+        }
+        for (const pid_t pid : children.watchers) {
+            processes.watchers.emplace_back(pid);
+        }
     }
     return processes;
 }
 
-std::string userList(const MountEntry& mount, const std::vector<ProcessHandle>& hosts) {
+std::string userList(const MountEntry& mount, const Processes& processes) {
     std::string list;
-    const auto users = usersOfMount(mount.mountPoint, hosts.empty() ? 0 : hosts[0].pid(), namedUsers + 1);
+    const auto users =
+        usersOfMount(mount.mountPoint, processes.hosts.empty() ? 0 : processes.hosts[0].pid(), namedUsers + 1);
     for (std::size_t i = 0; i < users.size() && i < namedUsers; ++i) {
         list += (i == 0 ? " by " : ", ") + std::to_string(users[i].pid) + " (" + users[i].name + ")";
     }
     return list + (users.size() > namedUsers ? " and others" : "");
 }
 
-[[noreturn]] void refuse(const MountEntry& mount, const UnmountFailure& failure,
-                         const std::vector<ProcessHandle>& hosts) {
+[[noreturn]] void refuse(const MountEntry& mount, const UnmountFailure& failure, const Processes& processes) {
     if (failure.busy) {
         throw CommandError(ExitCode::busy, mount.mountPoint,
-                           "is in use" + userList(mount, hosts) +
+                           "is in use" + userList(mount, processes) +
                                "; end what uses it and try again, or cut it off with --force");
     }
     throw CommandError(ExitCode::failure, mount.mountPoint, "cannot be unmounted: " + failure.reason);
 }
 
-void unmountOrderly(const MountEntry& mount, const std::vector<ProcessHandle>& hosts) {
+void unmountOrderly(const MountEntry& mount, const Processes& processes) {
     if (const auto failure = unmount(mount.mountPoint)) {
-        refuse(mount, *failure, hosts);
+        refuse(mount, *failure, processes);
     }
-    for (const auto& host : hosts) {
+    for (const auto& host : processes.hosts) {
         if (!host.waitGone(quietWait)) {
             const std::string pid = std::to_string(host.pid());
             printMessage(mount.mountPoint + ": unmounted; process " + pid +
@@ -92,16 +108,6 @@ void unmountOrderly(const MountEntry& mount, const std::vector<ProcessHandle>& h
             host.waitGone(-1);
         }
     }
-}
-
-std::vector<ProcessHandle> helpersOf(const std::vector<ProcessHandle>& hosts) {
-    std::vector<ProcessHandle> helpers;
-    for (const auto& host : hosts) {
-        for (const pid_t pid : helperChildren(host.pid())) {
-            helpers.emplace_back(pid);
-        }
-    }
-    return helpers;
 }
 
 bool allGone(const std::vector<ProcessHandle>& processes, int milliseconds) {
@@ -113,43 +119,43 @@ bool allGone(const std::vector<ProcessHandle>& processes, int milliseconds) {
 }
 
 /// Detaches the mount, then ends its processes: asked to end in order, told not to wait for the helper, killed.
-void unmountByForce(const MountEntry& mount, const std::vector<ProcessHandle>& hosts) {
-    const auto helpers = helpersOf(hosts);
+void unmountByForce(const MountEntry& mount, const Processes& processes) {
     if (const auto failure = unmountLazily(mount.mountPoint)) {
-        refuse(mount, *failure, hosts);
+        refuse(mount, *failure, processes);
     }
     const auto signalHosts = [&](int number) {
-        for (const auto& host : hosts) {
+        for (const auto& host : processes.hosts) {
             host.signal(number);
         }
     };
     signalHosts(SIGTERM);
-    if (!allGone(hosts, orderlyEnd)) {
+    if (!allGone(processes.hosts, orderlyEnd)) {
         signalHosts(SIGTERM);
-        if (!allGone(hosts, endAfterSecondSignal)) {
+        if (!allGone(processes.hosts, endAfterSecondSignal)) {
             signalHosts(SIGKILL);
         }
     }
-    for (const auto& helper : helpers) {
+    for (const auto& helper : processes.helpers) {
         if (!helper.gone()) {
             printMessage(mount.mountPoint + ": the helper (pid " + std::to_string(helper.pid()) +
                          ") did not end and is killed");
             helper.signalGroup(SIGKILL);
         }
     }
-    if (!allGone(hosts, endAfterKilling) || !allGone(helpers, endAfterKilling)) {
+    if (!allGone(processes.hosts, endAfterKilling) || !allGone(processes.helpers, endAfterKilling)) {
         throw CommandError(ExitCode::failure, mount.mountPoint, "unmounted, but its processes could not be ended");
     }
 }
 
 ExitCode run(const Request& request) {
     const MountEntry mount = findOurMount(request.mountPoint);
-    const auto hosts = servingProcesses(mount);
+    const Processes processes = processesBehind(mount);
     if (request.force) {
-        unmountByForce(mount, hosts);
+        unmountByForce(mount, processes);
     } else {
-        unmountOrderly(mount, hosts);
+        unmountOrderly(mount, processes);
     }
+    allGone(processes.watchers, watcherEnd);
     return ExitCode::success;
 }
 
