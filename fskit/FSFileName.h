@@ -11,7 +11,8 @@ class FSFileName {
 public:
     FSFileName() = default;
 
-    explicit FSFileName(std::string_view bytes) : data_(bytes.substr(0, bytes.find('\0'))) {}
+    explicit FSFileName(std::string_view bytes)
+        : data_(bytes.substr(0, bytes.find('\0'))), isWhole_(data_.size() == bytes.size()) {}
 
     /// The bytes, always present, without a terminating NUL.
     const std::string& data() const { return data_; }
@@ -19,10 +20,14 @@ public:
     /// The text; absent when the bytes are not valid UTF-8.
     std::optional<std::string_view> string() const;
 
-    friend bool operator==(const FSFileName&, const FSFileName&) = default;
+    /// False if the name was cut at a NUL, so that it is not the name it was made from.
+    bool isWhole() const { return isWhole_; }
+
+    friend bool operator==(const FSFileName& a, const FSFileName& b) { return a.data_ == b.data_; }
 
 private:
     std::string data_;
+    bool isWhole_ = true;
 };
 
 } // namespace fskit

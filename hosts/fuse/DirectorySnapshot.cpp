@@ -17,7 +17,7 @@ public:
     bool packEntry(const fskit::FSFileName& name, fskit::FSItemType itemType, fskit::FSItemID itemID,
                    fskit::FSDirectoryCookie, const fskit::FSItemAttributes* attributes) override {
         const bool isOwnOrParent = entries_.size() < 2 && isDot(name.data());
-        if (isOwnOrParent || isUsable(name.data()))
+        if (isOwnOrParent || (name.isWhole() && isUsable(name.data())))
             entries_.push_back({name.data(), itemType, itemID, attributes ? *attributes : fskit::FSItemAttributes()});
         else
             reject(name.data());

@@ -66,24 +66,33 @@ struct stat FileTree::changeSize(Node& node, std::uint64_t size) {
     if (size > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
         throw KernelError(EFBIG);
     noteChange(node);
-    if (size == 0) {
-        fskit::FSItemSetAttributesRequest request;
-        request.setSize(0);
-        const FSItemAttributes attributes = volume_.setAttributes(itemOf(node), request);
+    try {
+        const FSItemAttributes attributes = size == 0 ? makeEmpty(node) : resize(node, size);
         closeUnused(node);
         return shown(node, attributes);
+    } catch (const KernelError&) {
+        closeQuietly(node);
+        throw;
     }
+}
+
+FSItemAttributes FileTree::makeEmpty(Node& node) {
+    fskit::FSItemSetAttributesRequest request;
+    request.setSize(0);
+    return volume_.setAttributes(itemOf(node), request);
+}
+
+FSItemAttributes FileTree::resize(Node& node, std::uint64_t size) {
     // A fresh look: what is kept must be judged by the file as it is now, which may have grown behind the mount.
     const FoundItem found = lookUpAgain(node);
     node.size = found.attributes.size();
     if (size == node.size)
-        return shown(node, found.attributes);
+        return found.attributes;
     if (size < node.size)
         shrink(node, size);
     else
         grow(node, size);
-    closeUnused(node);
-    return shown(node, volume_.getAttributes(node.item));
+    return volume_.getAttributes(node.item);
 }
 
 // The volume can only empty a file, or keep as much of its head as one read of the helper happens to return. So the
@@ -99,9 +108,7 @@ void FileTree::shrink(Node& node, std::uint64_t size) {
         if (count < part.size())
             break;
     }
-    fskit::FSItemSetAttributesRequest request;
-    request.setSize(0);
-    volume_.setAttributes(node.item, request);
+    makeEmpty(node);
     for (std::uint64_t at = 0; at < head.size(); at += block.size()) {
         const auto count = std::min<std::uint64_t>(head.size() - at, block.size());
         const std::span<std::byte> part(block.data(), static_cast<std::size_t>(count));

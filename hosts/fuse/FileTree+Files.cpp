@@ -50,7 +50,7 @@ FileHandle FileTree::open(NodeID id, int flags) {
     try {
         volume_.open(itemOf(node), modesFor(flags));
     } catch (const KernelError& error) {
-        closeUnused(node);
+        closeQuietly(node);
         if (error.number() == ENOENT)
             throw KernelError(ESTALE);
         throw;
@@ -130,11 +130,7 @@ void FileTree::release(FileHandle handle) {
     node.readers -= file.reads;
     node.writers -= file.writes;
     node.unflushedWriters -= file.writes && !file.flushed;
-    try {
-        closeUnused(node);
-    } catch (const KernelError& error) {
-        hostLog().error({"closing ", foundation::logPrivate(node.name), ": ", foundation::logPublic(error.what())});
-    }
+    closeQuietly(node);
     if (node.hidden && !node.isOpen())
         removeHidden(node);
     else
@@ -147,6 +143,14 @@ void FileTree::closeUnused(Node& node) {
     const FSVolumeOpenModes reading = node.readers > 0 ? FSVolumeOpenModes::read : FSVolumeOpenModes::none;
     const FSVolumeOpenModes writing = node.unflushedWriters > 0 ? FSVolumeOpenModes::write : FSVolumeOpenModes::none;
     volume_.close(node.item, reading | writing);
+}
+
+void FileTree::closeQuietly(Node& node) noexcept {
+    try {
+        closeUnused(node);
+    } catch (const KernelError& error) {
+        hostLog().error({"closing ", foundation::logPrivate(node.name), ": ", foundation::logPublic(error.what())});
+    }
 }
 
 void FileTree::closeForMove(Node& node) {

@@ -21,7 +21,7 @@ constexpr std::chrono::milliseconds absenceTrust{20};
 
 std::optional<FoundItem> FileTree::existing(Node& directory, const std::string& name) {
     const std::optional<Absence> absence = std::exchange(absence_, std::nullopt);
-    const bool isKnownAbsent = absence && entryTimeout_ > 0 && absence->directory == directory.id &&
+    const bool isKnownAbsent = absence && trustsAbsence_ && absence->directory == directory.id &&
                                absence->name == name && std::chrono::steady_clock::now() - absence->seen < absenceTrust;
     if (isKnownAbsent)
         return std::nullopt;

@@ -13,8 +13,8 @@ using fskit::FSItemPtr;
 FileTree::FileTree(VolumeCalls& volume, const MountOptions& options)
     : volume_(volume), attributeMap_(options),
       hiddenPrefix_(".kemvi-hidden-" + foundation::UUID::random().uuidString().substr(0, 8) + "-"),
-      entryTimeout_(options.entryTimeout), attrTimeout_(options.attrTimeout), requestSize_(options.requestSize),
-      quiet_(options.quiet), writeback_(options.writeback) {}
+      attrTimeout_(options.attrTimeout), trustsAbsence_(options.entryTimeout > 0 && options.negativeTimeout <= 0),
+      requestSize_(options.requestSize), quiet_(options.quiet), writeback_(options.writeback) {}
 
 void FileTree::begin() {
     nodes_.root().item = volume_.activate();

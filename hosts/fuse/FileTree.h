@@ -111,7 +111,7 @@ private:
         std::unique_ptr<DirectorySnapshot> snapshot; // null: nothing to list
     };
 
-    /// A name that a lookup has just found missing; spares a create that follows at once the same question.
+    /// A name that the lookup just before has found missing: spares the create that follows it the same question.
     struct Absence {
         NodeID directory = 0;
         std::string name;
@@ -147,6 +147,8 @@ private:
     // Attributes and sizes (FileTree+Attributes.cpp)
     void checkOwner(const fskit::FSItemPtr& item, const AttributeChange& change);
     struct stat changeSize(Node& node, std::uint64_t size);
+    fskit::FSItemAttributes makeEmpty(Node& node);
+    fskit::FSItemAttributes resize(Node& node, std::uint64_t size);
     void shrink(Node& node, std::uint64_t size);
     void grow(Node& node, std::uint64_t size);
 
@@ -158,6 +160,8 @@ private:
     fskit::FSVolumeOpenModes modesFor(int flags) const;
     /// Closes in the volume what no opener of the node needs.
     void closeUnused(Node& node);
+    /// The same where nobody is left to be told of a failure, or another one is to be reported: it is logged.
+    void closeQuietly(Node& node) noexcept;
     /// Closes everything that is open at the node and beneath it: the volume's handles are tied to paths. They open
     /// again when next used. A failure is kept for the file's next flush.
     void closeForMove(Node& node);
@@ -192,8 +196,10 @@ private:
     std::optional<Absence> absence_;
     std::string hiddenPrefix_; // begins every hidden name of this mount
     std::uint64_t nextHidden_ = 1;
-    double entryTimeout_;
     double attrTimeout_;
+    // Whether a create may rely on the lookup before it. Not with timeouts of 0, and not where the kernel itself
+    // remembers absent names: it then creates without a lookup, and the last one may be long past.
+    bool trustsAbsence_;
     std::uint32_t requestSize_;
     bool quiet_;
     bool writeback_;
