@@ -1,7 +1,5 @@
 #include "foundation/JSON.h"
 
-#include "foundation/JSONTokens.h"
-
 #include <string>
 
 namespace foundation {
@@ -23,80 +21,28 @@ std::string_view jsonTypeName(JSONType type) {
     return "nothing";
 }
 
-JSONReader::JSONReader() : tokens_(std::make_unique<Tokens>()) {}
-
-JSONReader::~JSONReader() = default;
-
-void JSONReader::readObject(std::string_view text, const JSONElement::MemberHandler& handler) {
+void JSONReader::begin(std::string_view text) {
     if (text.starts_with(byteOrderMark))
         text.remove_prefix(byteOrderMark.size());
-    tokens_->begin(text);
-    JSONElement top(*this, tokens_->nextType());
-    if (top.type() == JSONType::object) {
-        top.forEachMember(handler);
-        tokens_->expectEnd();
-        return;
-    }
+    tokens_.begin(text);
+}
+
+void JSONReader::refuse(JSONElement& top) const {
     top.skip();
-    tokens_->expectEnd();
+    tokens_.expectEnd();
     const auto kind =
         top.type() == JSONType::null ? DecodingError::Kind::valueNotFound : DecodingError::Kind::typeMismatch;
     throw DecodingError(kind, "expected an object at the top level, found " + std::string(jsonTypeName(top.type())));
 }
 
-void JSONElement::take() {
-    taken_ = true;
-}
-
-void JSONElement::skip() {
-    if (taken_)
-        return;
-    JSONReader::Tokens& tokens = *reader_.tokens_;
+void JSONElement::skipUntaken() {
     switch (type_) {
-    case JSONType::null: tokens.takeNull(); break;
-    case JSONType::boolean: tokens.takeBoolean(); break;
-    case JSONType::number: tokens.takeNumberText(); break;
-    case JSONType::string: tokens.takeString(); break;
+    case JSONType::null: tokens_.takeNull(); break;
+    case JSONType::boolean: tokens_.takeBoolean(); break;
+    case JSONType::number: tokens_.takeNumberText(); break;
+    case JSONType::string: tokens_.takeString(); break;
     case JSONType::array: forEachElement([](JSONElement&) {}); break;
     case JSONType::object: forEachMember([](std::string_view, JSONElement&) {}); break;
-    }
-}
-
-bool JSONElement::boolean() {
-    take();
-    return reader_.tokens_->takeBoolean();
-}
-
-std::optional<double> JSONElement::number() {
-    take();
-    return reader_.tokens_->takeNumber();
-}
-
-std::string_view JSONElement::string() {
-    take();
-    return reader_.tokens_->takeString();
-}
-
-void JSONElement::forEachElement(const ElementHandler& handler) {
-    take();
-    JSONReader::Tokens& tokens = *reader_.tokens_;
-    tokens.enter('[');
-    for (bool more = !tokens.leaveIfEmpty(']'); more; more = tokens.nextItem(']')) {
-        JSONElement element(reader_, tokens.nextType());
-        handler(element);
-        element.skip();
-    }
-}
-
-void JSONElement::forEachMember(const MemberHandler& handler) {
-    take();
-    JSONReader::Tokens& tokens = *reader_.tokens_;
-    tokens.enter('{');
-    for (bool more = !tokens.leaveIfEmpty('}'); more; more = tokens.nextItem('}')) {
-        const std::string_view key = tokens.takeKey();
-        JSONElement value(reader_, tokens.nextType());
-        handler(key, value);
-        value.skip();
     }
 }
 

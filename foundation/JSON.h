@@ -1,6 +1,7 @@
 #pragma once
 
 #include "foundation/DecodingError.h"
+#include "foundation/JSONTokens.h"
 
 #include <cstdint>
 #include <functional>
@@ -12,42 +13,73 @@
 
 namespace foundation {
 
-enum class JSONType { null, boolean, number, string, array, object };
-
 /// "null", "a boolean", "a number", "a string", "an array", "an object".
 std::string_view jsonTypeName(JSONType type);
-
-class JSONReader;
 
 /// One value at the place where a JSONReader stands. Valid only inside the call it was handed to, and to be taken at
 /// most once; a value that is not taken is still read to its end and checked. All functions throw DecodingError with
 /// kind dataCorrupted where the text is not JSON.
 class JSONElement {
 public:
-    using ElementHandler = std::function<void(JSONElement&)>;
-    using MemberHandler = std::function<void(std::string_view key, JSONElement&)>;
+    JSONElement(const JSONElement&) = delete;
+    JSONElement& operator=(const JSONElement&) = delete;
 
     JSONType type() const { return type_; }
 
     /// Each of these takes the value and may be called only on a value of its type.
-    bool boolean();
+    bool boolean() { return take().takeBoolean(); }
+
     /// The nearest double, whatever the length of the number; nothing if it is too large for one.
-    std::optional<double> number();
+    std::optional<double> number() { return take().takeNumber(); }
+
     /// The text with escapes resolved. Without escapes it lies inside the text being read, otherwise inside the reader,
-    /// until the next string or key is read. The same holds for the key that a MemberHandler gets.
-    std::string_view string();
-    void forEachElement(const ElementHandler& handler);
-    void forEachMember(const MemberHandler& handler);
+    /// until the next string or key is read. The same holds for the key that a handler of members gets.
+    std::string_view string() { return take().takeString(); }
+
+    /// Calls `handler(JSONElement&)` for each element of an array.
+    template <typename Handler>
+    void forEachElement(const Handler& handler) {
+        JSONTokens& tokens = take();
+        tokens.enter('[');
+        for (bool more = !tokens.leaveIfEmpty(']'); more; more = tokens.nextItem(']')) {
+            JSONElement element(tokens);
+            handler(element);
+            element.skip();
+        }
+    }
+
+    /// Calls `handler(std::string_view key, JSONElement& value)` for each member of an object, in the order of the
+    /// text.
+    template <typename Handler>
+    void forEachMember(const Handler& handler) {
+        JSONTokens& tokens = take();
+        tokens.enter('{');
+        for (bool more = !tokens.leaveIfEmpty('}'); more; more = tokens.nextItem('}')) {
+            const std::string_view key = tokens.takeKey();
+            JSONElement value(tokens);
+            handler(key, value);
+            value.skip();
+        }
+    }
 
 private:
     friend class JSONReader;
 
-    JSONElement(JSONReader& reader, JSONType type) : reader_(reader), type_(type) {}
+    explicit JSONElement(JSONTokens& tokens) : tokens_(tokens), type_(tokens.nextType()) {}
 
-    void take();
-    void skip();
+    JSONTokens& take() {
+        taken_ = true;
+        return tokens_;
+    }
 
-    JSONReader& reader_;
+    void skip() {
+        if (!taken_)
+            skipUntaken();
+    }
+
+    void skipUntaken();
+
+    JSONTokens& tokens_;
     JSONType type_;
     bool taken_ = false;
 };
@@ -57,21 +89,24 @@ private:
 /// objects. Numbers may have any length. Keeps its working memory between texts. Not thread-safe.
 class JSONReader {
 public:
-    JSONReader();
-    ~JSONReader();
-    JSONReader(const JSONReader&) = delete;
-    JSONReader& operator=(const JSONReader&) = delete;
-
-    /// Reads a text whose top level must be an object and hands its members to `handler` in the order of the text.
-    /// Throws DecodingError: typeMismatch if the top level is something else (valueNotFound for null), dataCorrupted if
-    /// the text is not JSON.
-    void readObject(std::string_view text, const JSONElement::MemberHandler& handler);
+    /// Reads a text whose top level must be an object and calls `handler(std::string_view key, JSONElement& value)` for
+    /// each of its members, in the order of the text. Throws DecodingError: typeMismatch if the top level is something
+    /// else (valueNotFound for null), dataCorrupted if the text is not JSON.
+    template <typename Handler>
+    void readObject(std::string_view text, const Handler& handler) {
+        begin(text);
+        JSONElement top(tokens_);
+        if (top.type() != JSONType::object)
+            refuse(top);
+        top.forEachMember(handler);
+        tokens_.expectEnd();
+    }
 
 private:
-    friend class JSONElement;
-    struct Tokens;
+    void begin(std::string_view text);
+    [[noreturn]] void refuse(JSONElement& top) const;
 
-    std::unique_ptr<Tokens> tokens_;
+    JSONTokens tokens_;
 };
 
 /// The members of one JSON object, for records whose values are strings, such as a configuration file. Of a key that

@@ -6,13 +6,8 @@
 namespace foundation {
 namespace {
 
-constexpr int mostLevels = 512;
 constexpr std::size_t firstCapacity = std::size_t{64} * 1024;
 constexpr std::size_t exactDigits = 15; // integers of so many digits are exact in a double
-
-bool isSpace(char c) {
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
-}
 
 bool isDigit(char c) {
     return c >= '0' && c <= '9';
@@ -99,53 +94,53 @@ std::string_view problemOf(simdjson::error_code error) {
 
 // The first of simdjson's two stages: offsets of every bracket, comma, colon and first character of a scalar outside
 // strings. The second stage is ours, because theirs leaves unchecked what is not asked for.
-struct JSONReader::Tokens::Index {
-    std::unique_ptr<simdjson::internal::dom_parser_implementation> stage;
-    std::size_t capacity = 0;
-    std::size_t count = 0;
-
+class JSONTokens::Index {
+public:
     simdjson::error_code build(std::string_view text) {
-        count = 0;
-        if (text.size() > capacity || !stage)
-            if (const auto error = grow(std::max({text.size(), 2 * capacity, firstCapacity})))
+        if (text.size() > capacity_ || !stage_)
+            if (const auto error = grow(std::max({text.size(), 2 * capacity_, firstCapacity})))
                 return error;
         const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
-        const auto error = stage->stage1(bytes, text.size(), simdjson::stage1_mode::regular);
-        if (!error)
-            count = stage->n_structural_indexes;
-        return error;
+        return stage_->stage1(bytes, text.size(), simdjson::stage1_mode::regular);
     }
 
-    std::size_t offset(std::size_t token) const { return stage->structural_indexes[token]; }
+    const std::uint32_t* offsets() const { return stage_->structural_indexes.get(); }
+
+    std::size_t count() const { return stage_->n_structural_indexes; }
 
 private:
     simdjson::error_code grow(std::size_t wanted) {
-        stage.reset();
-        capacity = 0;
+        stage_.reset();
+        capacity_ = 0;
         constexpr std::size_t unusedDepth = 1; // the depth of the second stage, which does not run
         const auto error =
-            simdjson::get_active_implementation()->create_dom_parser_implementation(wanted, unusedDepth, stage);
+            simdjson::get_active_implementation()->create_dom_parser_implementation(wanted, unusedDepth, stage_);
         if (!error)
-            capacity = wanted;
+            capacity_ = wanted;
         return error;
     }
+
+    std::unique_ptr<simdjson::internal::dom_parser_implementation> stage_;
+    std::size_t capacity_ = 0;
 };
 
-JSONReader::Tokens::Tokens() : index_(std::make_unique<Index>()) {}
+JSONTokens::JSONTokens() : index_(std::make_unique<Index>()) {}
 
-JSONReader::Tokens::~Tokens() = default;
+JSONTokens::~JSONTokens() = default;
 
-void JSONReader::Tokens::begin(std::string_view text) {
+void JSONTokens::begin(std::string_view text) {
     text_ = text;
     next_ = 0;
     depth_ = 0;
     const simdjson::error_code error = text.empty() ? simdjson::EMPTY : index_->build(text);
     if (error)
         throw DecodingError::dataCorrupted("not valid JSON: " + std::string(problemOf(error)));
+    offsets_ = index_->offsets();
+    count_ = index_->count();
 }
 
-void JSONReader::Tokens::fail(std::string_view problem) const {
-    const std::size_t offset = next_ < index_->count ? index_->offset(next_) : text_.size();
+void JSONTokens::fail(std::string_view problem) const {
+    const std::size_t offset = next_ < count_ ? offsets_[next_] : text_.size();
     const std::string_view before = text_.substr(0, offset);
     const auto line = 1 + std::count(before.begin(), before.end(), '\n');
     const std::size_t lineStart = before.rfind('\n') + 1; // npos + 1 is 0
@@ -154,46 +149,18 @@ void JSONReader::Tokens::fail(std::string_view problem) const {
     throw DecodingError::dataCorrupted(std::move(text));
 }
 
-char JSONReader::Tokens::peek() const {
-    return next_ < index_->count ? text_[index_->offset(next_)] : '\0';
-}
-
-// The token at which we stand, without the white space up to the next one.
-std::string_view JSONReader::Tokens::token() const {
-    const std::size_t start = index_->offset(next_);
-    std::size_t end = next_ + 1 < index_->count ? index_->offset(next_ + 1) : text_.size();
-    while (isSpace(text_[end - 1]))
-        --end;
-    return text_.substr(start, end - start);
-}
-
-void JSONReader::Tokens::expectEnd() {
-    if (next_ != index_->count)
+void JSONTokens::expectEnd() const {
+    if (next_ != count_)
         fail("expected the end of the text");
 }
 
-JSONType JSONReader::Tokens::nextType() {
-    switch (const char c = peek()) {
-    case '{': return JSONType::object;
-    case '[': return JSONType::array;
-    case '"': return JSONType::string;
-    case 't':
-    case 'f': return JSONType::boolean;
-    case 'n': return JSONType::null;
-    default:
-        if (c != '-' && !isDigit(c))
-            fail("expected a value");
-        return JSONType::number;
-    }
-}
-
-void JSONReader::Tokens::takeNull() {
+void JSONTokens::takeNull() {
     if (token() != "null")
         fail("expected a value");
     ++next_;
 }
 
-bool JSONReader::Tokens::takeBoolean() {
+bool JSONTokens::takeBoolean() {
     const std::string_view text = token();
     if (text != "true" && text != "false")
         fail("expected a value");
@@ -201,7 +168,7 @@ bool JSONReader::Tokens::takeBoolean() {
     return text == "true";
 }
 
-std::string_view JSONReader::Tokens::takeNumberText() {
+std::string_view JSONTokens::takeNumberText() {
     const std::string_view text = token();
     if (!isNumber(text))
         fail("expected a number");
@@ -209,7 +176,7 @@ std::string_view JSONReader::Tokens::takeNumberText() {
     return text;
 }
 
-std::optional<double> JSONReader::Tokens::takeNumber() {
+std::optional<double> JSONTokens::takeNumber() {
     const std::string_view text = takeNumberText();
     if (text.size() <= exactDigits && std::all_of(text.begin(), text.end(), isDigit)) {
         std::int64_t value = 0;
@@ -223,23 +190,13 @@ std::optional<double> JSONReader::Tokens::takeNumber() {
     return value;
 }
 
-std::string_view JSONReader::Tokens::takeString() {
-    const std::string_view text = token();
-    const std::string_view body = text.substr(1, text.size() - 2);
-    const bool escaped = body.find('\\') != std::string_view::npos;
-    if (escaped)
-        unescape(body);
-    ++next_;
-    return escaped ? std::string_view(unescaped_) : body;
-}
-
-void JSONReader::Tokens::unescape(std::string_view body) {
+std::string_view JSONTokens::takeEscapedString(std::string_view body) {
     unescaped_.clear();
     for (std::size_t at = 0; at < body.size();) {
         const std::size_t escape = std::min(body.find('\\', at), body.size());
         unescaped_.append(body.substr(at, escape - at));
         if (escape == body.size())
-            return;
+            break;
         at = escape + 2;
         switch (body[escape + 1]) { // a backslash is never the last character: it would have escaped the closing quote
         case '"':
@@ -254,10 +211,12 @@ void JSONReader::Tokens::unescape(std::string_view body) {
         default: fail("a string has an escape that JSON does not know");
         }
     }
+    ++next_;
+    return unescaped_;
 }
 
 // `at` stands behind \u; a surrogate must be the first of a pair, and the pair is taken.
-char32_t JSONReader::Tokens::takeEscapedCodePoint(std::string_view body, std::size_t& at) const {
+char32_t JSONTokens::takeEscapedCodePoint(std::string_view body, std::size_t& at) const {
     const auto unit = hexQuad(body, at);
     if (!unit)
         fail("\\u must be followed by four hexadecimal digits");
@@ -269,42 +228,6 @@ char32_t JSONReader::Tokens::takeEscapedCodePoint(std::string_view body, std::si
         fail("a string has half a surrogate pair");
     at += 6;
     return 0x10000 + ((*unit - 0xD800) << 10) + (*low - 0xDC00);
-}
-
-void JSONReader::Tokens::enter(char opening) {
-    if (peek() != opening)
-        fail("expected an array or an object");
-    if (++depth_ > mostLevels)
-        fail("arrays and objects are nested more than 512 levels deep");
-    ++next_;
-}
-
-bool JSONReader::Tokens::leaveIfEmpty(char closing) {
-    if (peek() != closing)
-        return false;
-    ++next_;
-    --depth_;
-    return true;
-}
-
-bool JSONReader::Tokens::nextItem(char closing) {
-    const char c = peek();
-    if (c != ',' && c != closing)
-        fail(closing == ']' ? "expected a comma or the end of the array" : "expected a comma or the end of the object");
-    ++next_;
-    if (c == closing)
-        --depth_;
-    return c == ',';
-}
-
-std::string_view JSONReader::Tokens::takeKey() {
-    if (peek() != '"')
-        fail("expected a key in quotes");
-    const std::string_view key = takeString();
-    if (peek() != ':')
-        fail("expected a colon behind the key");
-    ++next_;
-    return key;
 }
 
 } // namespace foundation

@@ -79,28 +79,6 @@ std::string joined(const JSONObject& object) {
     return text + "}";
 }
 
-double readNumber(JSONElement& element) {
-    if (const auto number = element.number())
-        return *number;
-    throw foundation::DecodingError::dataCorrupted("Unsupported JSON value");
-}
-
-JSONValue::Array readArray(JSONElement& element) {
-    JSONValue::Array elements;
-    element.forEachElement([&](JSONElement& item) { elements.push_back(JSONValue::read(item)); });
-    return elements;
-}
-
-JSONObject readObject(JSONElement& element) {
-    std::vector<JSONObject::Member> members;
-    members.reserve(usualMembers);
-    element.forEachMember([&](std::string_view key, JSONElement& value) {
-        std::string ownKey(key); // reading the value may overwrite the key's memory
-        members.emplace_back(std::move(ownKey), JSONValue::read(value));
-    });
-    return JSONObject(std::move(members));
-}
-
 } // namespace
 
 JSONObject::JSONObject() = default;
@@ -128,15 +106,45 @@ bool operator==(const JSONObject& a, const JSONObject& b) {
 }
 
 JSONValue JSONValue::read(JSONElement& element) {
+    JSONValue value;
+    value.assign(element);
+    return value;
+}
+
+void JSONValue::assign(JSONElement& element) {
     switch (element.type()) {
-    case JSONType::null: return Null{};
-    case JSONType::boolean: return element.boolean();
-    case JSONType::number: return readNumber(element);
-    case JSONType::string: return std::string(element.string());
-    case JSONType::array: return readArray(element);
-    case JSONType::object: return readObject(element);
+    case JSONType::null: break; // what a new value is; the reader checks the literal
+    case JSONType::boolean: storage_ = element.boolean(); break;
+    case JSONType::number: assignNumber(element); break;
+    case JSONType::string: storage_.emplace<std::string>(element.string()); break;
+    case JSONType::array: assignArray(element); break;
+    case JSONType::object: assignObject(element); break;
     }
-    throw foundation::DecodingError::dataCorrupted("Unsupported JSON value");
+}
+
+void JSONValue::assignNumber(JSONElement& element) {
+    const std::optional<double> number = element.number();
+    if (!number)
+        throw foundation::DecodingError::dataCorrupted("Unsupported JSON value");
+    storage_ = *number;
+}
+
+// Elements and members are made where they will stay: a listing has hundreds of thousands.
+
+void JSONValue::assignArray(JSONElement& element) {
+    Array& elements = storage_.emplace<Array>();
+    element.forEachElement([&](JSONElement& item) { elements.emplace_back().assign(item); });
+}
+
+void JSONValue::assignObject(JSONElement& element) {
+    std::vector<JSONObject::Member> members;
+    members.reserve(usualMembers);
+    element.forEachMember([&](std::string_view key, JSONElement& value) {
+        JSONObject::Member& member = members.emplace_back();
+        member.first = key; // before the value is read, which may reuse the key's memory
+        member.second.assign(value);
+    });
+    storage_.emplace<JSONObject>(std::move(members));
 }
 
 std::string JSONValue::description() const {

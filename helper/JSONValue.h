@@ -87,6 +87,11 @@ public:
     friend bool operator==(const JSONValue&, const JSONValue&) = default;
 
 private:
+    void assign(foundation::JSONElement& element);
+    void assignNumber(foundation::JSONElement& element);
+    void assignArray(foundation::JSONElement& element);
+    void assignObject(foundation::JSONElement& element);
+
     std::variant<bool, double, std::string, Array, JSONObject, Null> storage_;
 };
 
