@@ -29,8 +29,10 @@ def parse():
     parser.add_argument("--binary", required=True, help="the kemvi command")
     parser.add_argument("--sdk", required=True, help="the folder of the helper kit, with helpers/local.mjs in it")
     parser.add_argument("--user", action="store_true", help="run as an ordinary user")
-    parser.add_argument("folders", nargs="+", help="folders beside this file, or options for pytest")
-    return parser.parse_args()
+    parser.add_argument("folders", nargs="+", help="folders beside this file")
+    arguments, more = parser.parse_known_args()
+    arguments.folders += more  # options for pytest
+    return arguments
 
 
 def checkMachine(asUser):

@@ -109,7 +109,7 @@ def test_unmounting_works_after_a_death_that_nobody_noticed(controlled):
 
 def test_figures_and_root_are_told_without_the_helper(victim):
     killHelper(victim)
-    assert os.statvfs(victim.path).f_bsize == 4096
+    assert os.statvfs(victim.path).f_frsize == 4096
     assert os.stat(victim.path).st_ino == 2
 
 
@@ -131,9 +131,9 @@ def test_everybody_who_waits_fails_when_the_helper_dies(victim):
     for worker in workers:
         eventually(lambda pid=worker.pid: system.isWaiting(pid), 10, "a waiting process")
     killHelper(victim)
-    for worker in workers:
+    for number, worker in enumerate(workers):
         with pytest.raises(OSError) as caught:
-            worker.result(AT_ONCE)
+            print(number, worker.result(AT_ONCE))
         assert caught.value.errno == errno.EIO
 
 

@@ -80,7 +80,8 @@ const actions = {
     answer.result.push(...rule.names.map((name) => listed(request, name)));
     return answer;
   },
-  die: () => process.exit(1),
+  // Not process.exit, which would wait for the read of standard input that is under way.
+  die: () => process.kill(process.pid, 'SIGKILL'),
   garbage(rule) {
     fs.writeSync(1, `${rule.text ?? 'this is not JSON'}\n`);
     return undefined;
@@ -95,6 +96,12 @@ async function answerTo(line, request) {
   const answer = await run(0, request);
   return answer === undefined ? undefined : Buffer.from(JSON.stringify(answer));
 }
+
+// Nobody reads the answer when the host was killed meanwhile.
+process.on('uncaughtException', (error) => {
+  if (error.code !== 'EPIPE') console.error(error);
+  process.kill(process.pid, 'SIGKILL');
+});
 
 function send(answer) {
   if (rules().some((rule) => rule.action === 'bytewise')) {

@@ -7,6 +7,7 @@ import subprocess
 import pytest
 
 from harness import libc
+from harness.deadline import eventually
 from harness.worker import Worker
 
 
@@ -318,7 +319,7 @@ def test_rename_over_an_open_file_keeps_both_contents(volume):
         os.rename(volume.path / "a", volume.path / "b")
         assert old.read() == b"is b"
         assert (volume.path / "b").read_bytes() == b"is a"
-    assert sorted(os.listdir(volume.backing)) == ["b"]
+    eventually(lambda: os.listdir(volume.backing) == ["b"], 10, "the removal of the replaced file")
 
 
 def test_rename_over_an_open_written_file_keeps_what_is_written_apart(volume):

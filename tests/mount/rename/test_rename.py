@@ -5,6 +5,8 @@ import os
 
 import pytest
 
+from harness.deadline import eventually
+
 
 def put(path, data=b"content"):
     path.write_bytes(data)
@@ -82,7 +84,7 @@ def test_open_file_is_replaced_by_a_helper_that_refuses_to_replace(controlled):
         os.rename(controlled.path / "a", controlled.path / "b")
         assert old.read() == b"is b"
         assert (controlled.path / "b").read_bytes() == b"is a"
-    assert os.listdir(controlled.backing) == ["b"]
+    eventually(lambda: os.listdir(controlled.backing) == ["b"], 10, "the removal of the replaced file")
 
 
 def test_folder_with_entries_is_not_replaced_by_a_helper_that_refuses_to_replace(controlled):

@@ -114,11 +114,14 @@ def test_waiting_process_gets_its_answer_when_the_helper_wakes(stuck, what):
 
 
 def test_process_that_waits_behind_another_is_ended_at_once(stuck):
-    rule = stuck.helper.block("getattr", "/unseen")
-    first = Worker(os.stat, stuck.path / "unseen")
+    # In a folder of its own: the kernel itself keeps changes of a folder waiting while a name in it is looked up.
+    (stuck.backing / "folder" / "unseen").write_bytes(b"unseen")
+    os.stat(stuck.path / "folder")
+    rule = stuck.helper.block("getattr", "/folder/unseen")
+    first = Worker(os.stat, stuck.path / "folder" / "unseen")
     stuck.helper.blockedRequest()
     others = [Worker(os.listdir, stuck.path), Worker((stuck.path / "file").read_bytes),
-              Worker(os.mkdir, stuck.path / "fresh"), Worker(os.stat, stuck.path / "absent")]
+              Worker(os.stat, stuck.path / "absent"), Worker(os.mkdir, stuck.path / "fresh")]
     for other in others:
         eventually(lambda pid=other.pid: system.isWaiting(pid), 10, "a waiting process")
     for other, number in zip(others, [signal.SIGKILL, signal.SIGINT] * 2):
@@ -251,14 +254,15 @@ def test_interrupted_resize_is_whole_in_the_end(stuck):
 
 def test_interrupting_over_and_over_leaks_nothing(stuck):
     for turn in range(15):
+        (stuck.backing / f"file{turn}").write_bytes(DATA)
         rule = stuck.helper.block("read")
-        worker = Worker((stuck.path / "file").read_bytes)
+        worker = Worker((stuck.path / f"file{turn}").read_bytes)
         stuck.helper.blockedRequest()
         worker.kill(signal.SIGKILL if turn % 2 else signal.SIGINT)
         assert worker.isGone(AT_ONCE)
         stuck.helper.drop(rule)
         eventually(lambda: not stuck.helper.isBlocked(), 10)
-    assert (stuck.path / "file").read_bytes() == DATA
+        assert (stuck.path / f"file{turn}").read_bytes() == DATA
     assert len(os.listdir(f"/proc/{stuck.host.pid}/task")) < 12
 
 
@@ -321,7 +325,8 @@ def test_second_signal_stops_waiting_for_a_helper_that_hangs(stuck):
     assert worker.isGone(AT_ONCE)
     helper = stuck.helperPid()
     stuck.host.send_signal(signal.SIGTERM)
-    eventually(lambda: not system.mountPoints(stuck.path), 10, "the unmount")
+    eventually(lambda: stuck.logLines(str(helper)), 20, "a line with the pid of the helper")
     stuck.host.send_signal(signal.SIGTERM)
     assert stuck.waitForEnd(10) != 0
+    assert system.mountPoints(stuck.path) == []
     eventually(lambda: not system.isAlive(helper), 10, "the end of the helper")
