@@ -66,7 +66,7 @@ def test_figures_of_the_volume_cost_no_request(controlled):
     figures = os.statvfs(controlled.path)
     subprocess.run(["df", controlled.path], capture_output=True, check=True, timeout=20)
     assert controlled.helper.count() == 0
-    assert figures.f_bsize == 4096 and figures.f_blocks == figures.f_bfree == figures.f_bavail == 1 << 30
+    assert figures.f_frsize == 4096 and figures.f_blocks == figures.f_bfree == figures.f_bavail == 1 << 30
     assert figures.f_files == 1_000_000_000 and figures.f_ffree == 999_999_999
 
 

@@ -65,16 +65,22 @@ def test_read_file_is_given_back_after_the_last_close(controlled, file):
     eventually(lambda: controlled.helper.count("release") == 1, 10)
 
 
+def held(controlled):
+    """Handles that the helper has given out and not got back."""
+    return controlled.helper.count("open") - controlled.helper.count("release")
+
+
 def test_file_stays_open_in_the_helper_while_somebody_has_it_open(controlled, file):
     first, second = os.open(file, os.O_RDWR), os.open(file, os.O_RDWR)
     for descriptor in (first, second):
         os.pread(descriptor, 3, 0)
         os.pwrite(descriptor, b"C", 0)
-    assert controlled.helper.count("open") == 2, "one handle to read and one to write, shared by all openers"
+    assert held(controlled) == 2, "one handle to read and one to write, shared by all openers"
+    controlled.helper.forget()
     os.close(first)
     os.pwrite(second, b"c", 0)
     assert os.pread(second, 20, 0) == b"content"
-    assert controlled.helper.count("open") == 2 and controlled.helper.count("release") == 0
+    assert controlled.helper.count("open", "release") == 0
     os.close(second)
     eventually(lambda: controlled.helper.count("release") == 2, 10)
 
@@ -83,13 +89,25 @@ def test_only_the_mode_nobody_has_open_is_given_back(controlled, file):
     reader, writer = os.open(file, os.O_RDONLY), os.open(file, os.O_WRONLY)
     os.pread(reader, 3, 0)
     os.pwrite(writer, b"C", 0)
-    opened = {tuple(request["flags"]): request for request in controlled.helper.requests("open")}
-    assert set(opened) == {("read",), ("write", "create")}
+    assert {tuple(request["flags"]) for request in controlled.helper.requests("open")} == {("read",), ("write", "create")}
+    assert held(controlled) == 2
     os.close(writer)
-    eventually(lambda: controlled.helper.count("release") == 1, 10)
+    eventually(lambda: held(controlled) == 1, 10)
+    controlled.helper.forget()
     assert os.pread(reader, 20, 0) == b"Content"
+    assert controlled.helper.count("open") == 0, "the file was still open for reading"
     os.close(reader)
     eventually(lambda: not controlled.helperFiles(), 10)
+
+
+def test_each_opener_gets_the_file_that_has_the_name_now(mount):
+    volume = mount(options=["entry_timeout=0", "attr_timeout=0"])
+    put(volume.backing / "file", b"old content")
+    with open(volume.path / "file", "rb", buffering=0) as old:
+        assert old.read() == b"old content"
+        put(volume.backing / "fresh", b"new")
+        os.rename(volume.backing / "fresh", volume.backing / "file")
+        assert (volume.path / "file").read_bytes() == b"new"
 
 
 def test_writing_after_a_duplicate_was_closed_opens_again(controlled, file):

@@ -53,9 +53,9 @@ class Program:
         return subprocess.Popen([self.binary, *map(str, arguments)], env=self.environment, **more)
 
 
-def writeConfiguration(source, helper, repoRoot, **replaced):
+def writeConfiguration(source, helper, tree, **replaced):
     """A mount-config.json as `kemvi init` writes it; `replaced` changes keys, None leaves one out."""
-    entries = {"driveId": "test", "kemviHome": str(source), "repoRoot": str(repoRoot), "helperPath": str(helper)}
+    entries = {"driveId": "test", "kemviHome": str(source), "repoRoot": str(tree), "helperPath": str(helper)}
     entries.update(replaced)
     text = json.dumps({key: value for key, value in entries.items() if value is not None})
     (Path(source) / "mount-config.json").write_text(text)

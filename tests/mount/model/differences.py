@@ -1,11 +1,11 @@
 """Where the volume is meant to differ from a local disk. Each entry has its reason; anything else is a fault.
 
-`known(kind, arguments, mount, plain)` tells whether a pair of results is one of these.
+`known(kind, mount, plain)` tells whether a pair of results is one of these.
 """
 
 # Not compared at all, because `operations` never looks at them:
 #   modes and owners      the volume shows 0644, 0755 and the mounting user for everything
-#   sizes of folders      the helper's business; the root shows 0
+#   sizes of folders      the helper's business; the root shows 0; with them what seeking and mapping do to a folder
 #   numbers of links      1 and 2, the volume has no links
 #   access, change times  the volume has one time and shows it as all of them
 #   inode numbers         a function of the path

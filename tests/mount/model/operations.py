@@ -114,10 +114,6 @@ def described(seen):
     return ("file", seen.st_size)
 
 
-def _slots(tree, *names):
-    return [tree.descriptor(name) for name in names]
-
-
 def doOpen(tree, slot, name, flags):
     tree.put(slot, os.open(tree.path(name), flags))
 
@@ -150,17 +146,22 @@ def doFutimens(tree, slot, when):
     return os.fstat(tree.descriptor(slot)).st_mtime
 
 
-def mappable(descriptor):
-    """The size of a file; folders are refused here, since their sizes differ."""
+def sizeOfFile(descriptor):
+    """Folders are refused here, since sizes and places in them differ from disk to disk."""
     seen = os.fstat(descriptor)
     if stat.S_ISDIR(seen.st_mode):
-        raise OSError(errno.ENODEV, "a folder cannot be mapped")
+        raise OSError(errno.EISDIR, "not done to folders")
     return seen.st_size
+
+
+def doSeek(tree, slot, offset, whence):
+    sizeOfFile(tree.descriptor(slot))
+    return os.lseek(tree.descriptor(slot), offset, whence)
 
 
 def doMapRead(tree, slot):
     descriptor = tree.descriptor(slot)
-    if mappable(descriptor) == 0:
+    if sizeOfFile(descriptor) == 0:
         return b""
     with mmap.mmap(descriptor, 0, access=mmap.ACCESS_READ) as view:
         return view[:]
@@ -168,7 +169,7 @@ def doMapRead(tree, slot):
 
 def doMapWrite(tree, slot, seed, offset):
     descriptor = tree.descriptor(slot)
-    size = mappable(descriptor)
+    size = sizeOfFile(descriptor)
     if offset >= size:
         return None
     with mmap.mmap(descriptor, 0) as view:
@@ -268,7 +269,7 @@ PERFORMERS = {
     "pread": lambda tree, slot, size, offset: os.pread(tree.descriptor(slot), size, offset),
     "write": doWrite,
     "pwrite": doPwrite,
-    "seek": lambda tree, slot, offset, whence: os.lseek(tree.descriptor(slot), offset, whence),
+    "seek": doSeek,
     "ftruncate": lambda tree, slot, size: os.ftruncate(tree.descriptor(slot), size),
     "fstat": lambda tree, slot: described(os.fstat(tree.descriptor(slot))),
     "fsync": lambda tree, slot: os.fsync(tree.descriptor(slot)),
