@@ -46,7 +46,10 @@ export class AnswerLine {
         }
     }
 
-    /** Sends what is left of the line. @param {string} text the last of it, without the line feed */
+    /**
+     * Sends what is left of the line.
+     * @param {string} text the last of it, without the line feed
+     */
     end(text) {
         this.text(text + '\n');
         this.flush_();

@@ -63,7 +63,8 @@ export async function serve(fileSystem, options = {}) {
 
 function endNow() {
     const busy = process.getActiveResourcesInfo().filter((name) => name !== 'Timeout' && !standardStreams.has(name));
-    report(`still busy ${graceMilliseconds / 1000} s after the end of the input${busy.length ? ': ' + busy : ''}; ending`);
+    const reason = busy.length > 0 ? ` (${busy.join(', ')})` : '';
+    report(`still busy ${graceMilliseconds / 1000} s after the end of the input${reason}; ending`);
     process.exit();
 }
 

@@ -33,7 +33,10 @@ export class Session {
         this.closing_ = '';
         /** @type {Request | undefined} the request that is being answered */
         this.current_ = undefined;
-        /** Makes the answer that is awaited an error. @type {(error: unknown) => void} */
+        /**
+         * Makes the answer that is awaited an error.
+         * @type {(error: unknown) => void}
+         */
         this.abandon_ = () => {};
         /** @type {import('./fileSystem.mjs').OpenFlags} of the open that is under way */
         this.openedFlags = { read: false, write: false, create: false, truncate: false };
@@ -81,6 +84,7 @@ export class Session {
      * @param {PromiseLike<any>} promise
      */
     async answerLater_(request, operation, promise) {
+        /** @type {Promise<never>} */
         const abandoned = new Promise((resolve, reject) => (this.abandon_ = reject));
         try {
             this.finish_(request, operation, await Promise.race([promise, abandoned]));
@@ -91,8 +95,8 @@ export class Session {
     }
 
     /**
-     * Something failed where nobody waits for it: in a timer, an event, a promise left alone. If an answer is awaited it
-     * may never come now, so it becomes an error; a mount would wait for ever.
+     * Something failed where nobody waits for it: in a timer, an event, a promise left alone. If an answer is awaited,
+     * it may never come now, so it becomes an error; a mount would wait for ever.
      * @param {unknown} error
      */
     strayFailure(error) {
@@ -274,7 +278,10 @@ export class Session {
         return open;
     }
 
-    /** Forgets a handle and gives its file back. @param {unknown} handle */
+    /**
+     * Forgets a handle and gives its file back.
+     * @param {unknown} handle
+     */
     release(handle) {
         const { file } = this.openFile(handle);
         this.handles_.delete(/** @type {number} */ (handle));

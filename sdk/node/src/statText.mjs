@@ -54,7 +54,7 @@ export function baseName(path) {
     return path === '/' ? '/' : path.slice(path.lastIndexOf('/') + 1);
 }
 
-// A name that is its own JSON text: no control character, quote, backslash, slash, half of a surrogate pair or dot first.
+// A name that is its own JSON text: without control characters, quotes, backslashes, slashes, surrogates, a first dot.
 const plainName = /^[^\u0000-\u001f"\\/.\ud800-\udfff][^\u0000-\u001f"\\/\ud800-\udfff]*$/;
 
 /** Makes the texts of the members of one folder. */

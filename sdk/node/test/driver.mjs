@@ -66,7 +66,12 @@ export class Driver {
         }
     }
 
-    /** The line of a request, every slash escaped. @param {string} id @param {string} op @param {object} fields */
+    /**
+     * The line of a request, every slash escaped.
+     * @param {string} id
+     * @param {string} op
+     * @param {object} fields
+     */
     static requestLine(id, op, fields) {
         return JSON.stringify({ id, op, ...fields }).replaceAll('/', '\\/') + '\n';
     }
@@ -96,11 +101,25 @@ export class Driver {
         return answer.error.code;
     }
 
-    /** Ends the input. @returns {Promise<number | string>} exit status or signal */
+    /**
+     * Ends the input.
+     * @returns {Promise<number | string>} exit status or signal
+     */
     async end() {
         this.child.stdin.end();
         return this.exit;
     }
+}
+
+/** The same command with pipes as its streams, as a mount starts it; spawn alone would give it sockets. */
+export function betweenPipes(command) {
+    const pipeline = 'cat | { "$0" "$@"; echo "exit status $?" >&2; } | cat >&3';
+    return ['sh', '-c', `exec 3>&1; { ${pipeline}; } 2>&1 | cat >&2`, ...command];
+}
+
+/** @param {string} name of a script in test/servers, with its arguments */
+export function serverCommand(name, ...values) {
+    return [process.execPath, path.join(packageFolder, 'test', 'servers', name + '.mjs'), ...values];
 }
 
 /** @param {string} name of a helper that ships with the package */

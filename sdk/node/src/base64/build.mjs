@@ -12,10 +12,10 @@ export function moduleText() {
     const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'kemvi-base64-'));
     try {
         const file = path.join(folder, 'base64.wasm');
-        const linker = ['--no-entry', '--import-memory', '--strip-all', '-z,stack-size=1024'].map((flag) => `-Wl,${flag}`);
+        const linkerFlags = ['--no-entry', '--import-memory', '--strip-all', '-z,stack-size=1024'];
         execFileSync('clang-14', [
             '--target=wasm32', '-O3', '-msimd128', '-nostdlib', '-ffreestanding', '-Wall', '-Wextra', '-Werror',
-            ...linker, '-o', file, path.join(here, 'base64.c'),
+            ...linkerFlags.map((flag) => `-Wl,${flag}`), '-o', file, path.join(here, 'base64.c'),
         ]);
         const lines = fs.readFileSync(file).toString('base64').match(/.{1,112}/g) ?? [];
         return (

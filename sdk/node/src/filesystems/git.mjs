@@ -22,8 +22,8 @@ const referenceFields = [
 ];
 
 /**
- * A repository, read-only. Every file and folder of a commit has the time of the commit. A symbolic link shows as a file
- * with its target as text, a submodule as an empty folder. `commits` lists the latest thousand and leads to all.
+ * A repository, read-only. Every file and folder of a commit has the time of the commit. A symbolic link shows as a
+ * file with its target as text, a submodule as an empty folder. `commits` lists the latest thousand and leads to all.
  */
 export class GitFileSystem {
     /** @param {string} root a repository, or a folder in its work tree */

@@ -187,7 +187,10 @@ export class LocalFileSystem {
         this.change_(path, (real) => fs.mkdirSync(real));
     }
 
-    /** Removes a file, a link or an empty folder. @param {string} path */
+    /**
+     * Removes a file, a link or an empty folder.
+     * @param {string} path
+     */
     unlink(path) {
         this.change_(path, (real) => {
             const stat = fs.lstatSync(real, noThrow);
@@ -211,7 +214,11 @@ export class LocalFileSystem {
         this.onTarget_(path, (real) => fs.chmodSync(real, mode));
     }
 
-    /** Sets the time of the last change; that of the last access stays. @param {string} path @param {Date} mtime */
+    /**
+     * Sets the time of the last change; that of the last access stays.
+     * @param {string} path
+     * @param {Date} mtime
+     */
     utimes(path, mtime) {
         this.onTarget_(path, (real, stat) => fs.utimesSync(real, stat.atimeMs / 1000, settableTime(mtime.getTime())));
     }

@@ -22,12 +22,13 @@ const nodeSize = 256; // what an empty file or folder counts for
 const defaultLimit = 256 << 20;
 
 /**
- * Files and folders in memory, up to a limit; beyond it, writing answers ENOSPC. A file that is removed while it is open
- * lives, and counts, until it is released.
+ * Files and folders in memory, up to a limit; beyond it, writing answers ENOSPC. A file that is removed while it is
+ * open lives, and counts, until it is released.
  */
 export class MemoryFileSystem {
     /** @param {{limit?: number}} [options] `limit`: bytes of all contents together, 256 bytes for each node included */
-    constructor({ limit = defaultLimit } = {}) {
+    constructor(options = {}) {
+        const limit = options.limit ?? defaultLimit;
         if (!Number.isSafeInteger(limit) || limit <= 0) throw new TypeError('limit must be a whole number of bytes');
         this.limit_ = limit;
         this.used_ = 0;
@@ -116,7 +117,11 @@ export class MemoryFileSystem {
         from.modifiedAt = to.modifiedAt = Date.now();
     }
 
-    /** Kept, though nothing shows it. @param {string} path @param {number} mode */
+    /**
+     * Kept, though nothing shows it.
+     * @param {string} path
+     * @param {number} mode
+     */
     chmod(path, mode) {
         this.node_(path).mode = mode;
     }
