@@ -17,6 +17,7 @@ from pathlib import Path
 
 SKIPPED = 77
 HERE = Path(__file__).resolve().parent
+SEMANTICS = HERE.parents[1] / "docs" / "semantics.md"
 
 
 def skip(reason):
@@ -51,6 +52,7 @@ def ownedCopy(arguments, user):
     home = Path(tempfile.mkdtemp(prefix="kemvi-user-"))
     shutil.copy2(arguments.binary, home / "kemvi")
     shutil.copytree(arguments.sdk, home / "sdk", ignore=shutil.ignore_patterns("node_modules"), symlinks=True)
+    shutil.copy2(SEMANTICS, home / "semantics.md")
     shutil.copytree(HERE, home / "mount", ignore=shutil.ignore_patterns("__pycache__", ".pytest_cache"))
     for folder, folders, files in os.walk(home):
         os.chown(folder, user.pw_uid, user.pw_gid)
@@ -93,6 +95,7 @@ def runAsUser(arguments):
     user = pwd.getpwnam("nobody")
     home = ownedCopy(arguments, user)
     os.environ["TMPDIR"] = os.environ["HOME"] = str(home)
+    os.environ["KEMVI_SEMANTICS"] = str(home / "semantics.md")
     prefix = withOpenDevice(home)
     prefix += ["setpriv", f"--reuid={user.pw_uid}", f"--regid={user.pw_gid}", "--clear-groups"]
     try:

@@ -314,6 +314,16 @@ def perform(tree, kind, arguments):
         return ("error", errno.errorcode.get(error.errno, str(error.errno)))
 
 
+def usesRemovedFolder(tree, arguments):
+    """Whether an operation is about the descriptor of a folder that was removed; only a disk can tell."""
+    for slot in arguments[:2]:
+        if slot in tree.slots:
+            seen = os.fstat(tree.slots[slot])
+            if stat.S_ISDIR(seen.st_mode) and seen.st_nlink == 0:
+                return True
+    return False
+
+
 def snapshot(root):
     """A whole tree: path -> folder or content."""
     told = {}

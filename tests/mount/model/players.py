@@ -4,7 +4,7 @@ import os
 import pickle
 import signal
 
-from .operations import Tree, perform
+from .operations import Tree, perform, usesRemovedFolder
 
 
 class Player:
@@ -36,6 +36,7 @@ class Player:
                     answer = None
                 else:
                     answer = [perform(tree, order[0], order[1:]) for tree in trees]
+                    answer.append(usesRemovedFolder(trees[1], order[1:]))
                 pickle.dump(answer, outgoing)
                 outgoing.flush()
         except EOFError:
@@ -72,7 +73,7 @@ class Cast:
             self.players.append(Player(roots))
 
     def play(self, operation):
-        """The results in both trees."""
+        """The results in both trees, and whether it was about a folder that is gone."""
         return self.players[operation[0]].do(operation[1:])
 
     def closeAll(self):

@@ -55,8 +55,8 @@ class Stage:
 
     def _compare(self, cast, sequence, roots, backing):
         for number, operation in enumerate(sequence):
-            mount, plain = cast.play(operation)
-            if not known(operation[1], mount, plain):
+            mount, plain, isAboutRemovedFolder = cast.play(operation)
+            if not known(operation[1], mount, plain, isAboutRemovedFolder):
                 return f"step {number}: {operation}\n  on the volume: {short(mount)}\n  on the disk:   {short(plain)}"
         cast.closeAll()
         shown, wanted = snapshot(roots[0]), snapshot(roots[1])
