@@ -20,8 +20,9 @@ export function takeStandardStreams() {
 function takeOutput() {
     const output = isFile(2) ? 1 : exchange(1, '/dev/fd/2', 'w', 'w');
     if (output !== 1) return output;
-    // Standard error cannot be opened a second time: it is a socket, or a file, in which two writers would overwrite each
-    // other. What goes through node's stream can be led there all the same; what is written to the descriptor is lost.
+    // Standard error cannot be opened a second time: it is a socket, or a file, in which two writers would overwrite
+    // each other. What goes through node's stream can be led there all the same; what is written to the descriptor is
+    // lost.
     Object.defineProperty(process, 'stdout', { configurable: true, enumerable: true, get: () => process.stderr });
     return exchange(1, '/dev/null', 'w', 'w');
 }

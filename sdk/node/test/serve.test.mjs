@@ -96,8 +96,8 @@ for (const kind of ['plain', 'async', 'promising']) {
         assert.equal(await helper.code('getattr', { path: '/text' }), undefined);
         assert.equal(await helper.code('getattr', { path: '/nodeCode' }), undefined);
         await helper.ok('ping');
-        assert.match(helper.stderr, /getattr \/fault failed: TypeError: a mistake of the author\n +at .*oddFileSystem/);
-        assert.match(helper.stderr, /getattr \/text failed: only a text/);
+        await helper.said(/getattr \/fault failed: TypeError: a mistake of the author\n +at .*oddFileSystem/);
+        await helper.said(/getattr \/text failed: only a text/);
     });
 
     check('what would silently become 0 or 1970 is an error that names the path', async (helper) => {
@@ -127,8 +127,7 @@ for (const kind of ['plain', 'async', 'promising']) {
     check('a line without an id is reported, not answered', async (helper) => {
         helper.send('garbage\n\n[]\n"text"\n{"op":"ping"}\nnull\n{"id":null,"op":"ping"}\n');
         await helper.ok('ping');
-        assert.equal(helper.stderr.match(/^kemvi-helper: /gm)?.length, 7, helper.stderr);
-        assert.match(helper.stderr, /cannot be read: .*: "garbage"/);
+        await helper.said(/cannot be read: .*: "garbage"\n(kemvi-helper: [^\n]*\n){6}$/);
     });
 
     check('an id that is a number is told to be wrong', async (helper) => {
@@ -147,7 +146,7 @@ for (const kind of ['plain', 'async', 'promising']) {
         const { handle } = await helper.ok('open', { path: '/file', flags: ['read', 'write'] });
         const wrong = [
             ['getattr', {}], ['getattr', { path: 5 }], ['getattr', { path: 'file' }], ['readdir', { path: '' }],
-            ['rename', { oldPath: '/a' }], ['chmod', { path: '/a', mode: '0644' }], ['chmod', { path: '/a', mode: 4096 }],
+            ['chmod', { path: '/a', mode: '0644' }], ['chmod', { path: '/a', mode: 4096 }], ['rename', { oldPath: '/a' }],
             ['utimes', { path: '/a', mtime: 5 }], ['utimes', { path: '/a', mtime: '2024-05-01T12:34:56Z' }],
             ['read', { handle, offset: -1, length: 1 }], ['read', { handle, offset: 0, length: 1.5 }],
             ['read', { handle, offset: 0 }], ['write', { handle, offset: '0', dataBase64: '' }],
@@ -250,7 +249,8 @@ for (const kind of ['plain', 'async', 'promising']) {
     check('a payload that is not padded base64 is EINVAL and nothing is written', async (helper) => {
         const { handle } = await helper.ok('open', { path: '/written', flags: ['read', 'write'] });
         for (const filling of ['', 'AAAA'.repeat(200)]) {
-            for (const dataBase64 of ['A', 'AA', 'AAA', 'A===', '====', 'AA=A', 'AA==AAAA', 'AA-_', 'AA A', '\u00e4AAA', 'A\\AA']) {
+            const wrong = ['A', 'AA', 'AAA', 'A===', '====', 'AA=A', 'AA==AAAA', 'AA-_', 'AA A', '\u00e4AAA', 'A\\AA'];
+            for (const dataBase64 of wrong) {
                 const fields = { handle, offset: 0, dataBase64: filling + dataBase64 };
                 assert.equal(await helper.code('write', fields), 'EINVAL', fields.dataBase64.slice(-12));
             }
@@ -269,7 +269,7 @@ for (const kind of ['plain', 'async', 'promising']) {
         await helper.ok('chmod', { path: '/file', mode: 0o755 });
         await helper.ok('utimes', { path: '/file', mtime: '2024-05-01T14:34:56.789+02:00' });
         await helper.ok('rename', { oldPath: '/a', newPath: '/b' });
-        assert.match(helper.stderr, /chmod \/file 493\nutimes \/file 1714566896789\nrename \/a \/b\n/);
+        await helper.said(/chmod \/file 493\nutimes \/file 1714566896789\nrename \/a \/b\n/);
         assert.deepEqual(await helper.ok('statfs'), { files: 1, directories: 2, bytes: 3 });
     });
 
@@ -282,7 +282,7 @@ for (const kind of ['plain', 'async', 'promising']) {
         const helper = new Driver(t, serverCommand(kind));
         for (const path of ['/one', '/releaseFails', '/two']) await helper.ok('open', { path, flags: ['read'] });
         assert.equal(await helper.end(), 0);
-        assert.match(helper.stderr, /released \/one\nreleased \/releaseFails\n[^]*released \/two\nended\nafter serve\n$/);
+        assert.match(helper.stderr, /released \/one\n[^]*\/releaseFails\n[^]*released \/two\nended\nafter serve\n$/);
     });
 
     test(`${kind} functions: nothing but answers reaches standard output`, async (t) => {
@@ -372,20 +372,20 @@ for (const [name, loop] of [
 test('the debug setting tells the loop, and when it changes', async (t) => {
     for (const [kind, line] of [
         ['plain', 'blocking loop: plain functions, nothing else active'],
-        ['async', 'events loop: getattr, readdir, read, open, write, flush, release, chmod, utimes, rename'],
+        ['async', 'events loop: getattr, readdir, read, open, .* async'],
         ['promising', 'events loop from here on: a function returned a promise'],
     ]) {
         const helper = new Driver(t, serverCommand(kind), { KEMVI_HELPER_DEBUG: '1' });
         await helper.request('getattr', { path: '/file' });
         await helper.ok('ping');
-        assert.ok(helper.stderr.split('\n').some((each) => each.startsWith('kemvi-helper: ' + line.slice(0, 40))), helper.stderr);
+        await helper.said(new RegExp(`^kemvi-helper: ${line}`, 'm'));
     }
 });
 
 test('what is printed before serve does not reach the answers of a mount either', async (t) => {
     const helper = new Driver(t, betweenPipes(serverCommand('variant', 'printsFirst')), { KEMVI_DRIVE_ID: '' });
     await helper.ok('ping');
-    assert.match(helper.stderr, /before serve\n/);
+    await helper.said(/before serve\n/);
 });
 
 for (const name of ['strayFailure', 'strayRejection']) {
@@ -393,7 +393,7 @@ for (const name of ['strayFailure', 'strayRejection']) {
         const helper = variant(t, name);
         assert.equal(await helper.code('getattr', { path: '/never' }), undefined);
         await helper.ok('getattr', { path: '/f' });
-        assert.match(helper.stderr, /unhandled: (SyntaxError|Error: left alone)/);
+        await helper.said(/unhandled: (SyntaxError|Error: left alone)/);
     });
 }
 

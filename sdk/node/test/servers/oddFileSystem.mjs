@@ -51,7 +51,8 @@ const stats = {
 const listings = {
     '/': () => [{ name: 'file', ...file }, { name: 'sub', isDirectory: true, modifiedAt: time }],
     '/empty': () => [],
-    '/names': () => ['a"b', 'back\\slash', 'line\nbreak', 'gr\u00fc\u00df', '\u{1f600}', '.dot'].map((name) => ({ name, ...file })),
+    '/names': () =>
+        ['a"b', 'back\\slash', 'line\nbreak', 'gr\u00fc\u00df', '\u{1f600}', '.dot'].map((name) => ({ name, ...file })),
     *'/generator'() {
         yield { name: 'x', ...file };
     },
