@@ -7,7 +7,7 @@
 namespace fskit::detail {
 
 void replyCalledTwice() {
-    assert(!"a reply handler was called twice");
+    assert(false && "a reply handler was called twice");
 }
 
 void replyDropped() {
