@@ -149,8 +149,7 @@ void FileTree::closeQuietly(Node& node) noexcept {
     try {
         closeUnused(node);
     } catch (const KernelError& error) {
-        if (!error.isLogged())
-            hostLog().error({"closing ", foundation::logPrivate(node.name), ": ", foundation::logPublic(error.what())});
+        hostLog().error({"closing ", foundation::logPrivate(node.name), ": ", foundation::logPublic(error.what())});
     }
 }
 

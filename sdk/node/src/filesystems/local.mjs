@@ -3,7 +3,7 @@ import fs from 'node:fs';
 import { isPosixError, PosixError } from '../errors.mjs';
 import { Containment, withoutRealPath } from './containment.mjs';
 
-const { O_RDONLY, O_WRONLY, O_RDWR, O_CREAT, O_NOFOLLOW, O_NONBLOCK, S_IFMT, S_IFDIR, S_IFREG, S_IFLNK } = fs.constants;
+const { O_RDONLY, O_WRONLY, O_RDWR, O_CREAT, O_NOFOLLOW, O_NONBLOCK } = fs.constants;
 const noThrow = { throwIfNoEntry: false };
 const replacementCharacter = '\ufffd';
 
@@ -52,8 +52,7 @@ export class LocalFileSystem {
     *entries_(names, folder, prefix) {
         for (const name of names) {
             const stat = this.lookAt_(folder + name, prefix + name);
-            if (stat === undefined) continue; // removed meanwhile
-            yield { name, isDirectory: stat.isDirectory, size: stat.size, modifiedAt: stat.modifiedAt };
+            if (stat !== undefined) yield { name, ...stat }; // it may have been removed meanwhile
         }
     }
 
@@ -67,16 +66,12 @@ export class LocalFileSystem {
         try {
             stat = fs.lstatSync(real, noThrow);
             if (stat === undefined) return undefined;
-            if ((stat.mode & S_IFMT) === S_IFLNK) stat = this.throughLink_(path) ?? stat;
+            if (stat.isSymbolicLink()) stat = this.throughLink_(path) ?? stat;
         } catch (error) {
             throw withoutRealPath(error, path);
         }
-        const type = stat.mode & S_IFMT;
-        return {
-            isDirectory: type === S_IFDIR,
-            size: type === S_IFREG ? stat.size : 0,
-            modifiedAt: shownTime(stat.mtimeMs),
-        };
+        const isFile = stat.isFile();
+        return { isDirectory: stat.isDirectory(), size: isFile ? stat.size : 0, modifiedAt: shownTime(stat.mtimeMs) };
     }
 
     /**
@@ -187,10 +182,7 @@ export class LocalFileSystem {
         this.change_(path, (real) => fs.mkdirSync(real));
     }
 
-    /**
-     * Removes a file, a link or an empty folder.
-     * @param {string} path
-     */
+    /** Removes a file, a link or an empty folder. @param {string} path */
     unlink(path) {
         this.change_(path, (real) => {
             const stat = fs.lstatSync(real, noThrow);
@@ -214,11 +206,7 @@ export class LocalFileSystem {
         this.onTarget_(path, (real) => fs.chmodSync(real, mode));
     }
 
-    /**
-     * Sets the time of the last change; that of the last access stays.
-     * @param {string} path
-     * @param {Date} mtime
-     */
+    /** Sets the time of the last change; that of the last access stays. @param {string} path @param {Date} mtime */
     utimes(path, mtime) {
         this.onTarget_(path, (real, stat) => fs.utimesSync(real, stat.atimeMs / 1000, settableTime(mtime.getTime())));
     }

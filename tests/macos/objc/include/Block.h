@@ -1,0 +1,15 @@
+#pragma once
+
+// The public interface of the block runtime in Blocks.m, as the platform's own header has it.
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+void* _Block_copy(const void* block);
+void _Block_release(const void* block);
+#ifdef __cplusplus
+}
+#endif
+
+#define Block_copy(...) ((__typeof(__VA_ARGS__))_Block_copy((const void*)(__VA_ARGS__)))
+#define Block_release(...) _Block_release((const void*)(__VA_ARGS__))

@@ -1,0 +1,10 @@
+// How a program on macOS reaches its environment.
+#pragma once
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+char*** _NSGetEnviron(void);
+#ifdef __cplusplus
+}
+#endif
