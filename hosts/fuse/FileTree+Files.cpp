@@ -149,7 +149,8 @@ void FileTree::closeQuietly(Node& node) noexcept {
     try {
         closeUnused(node);
     } catch (const KernelError& error) {
-        hostLog().error({"closing ", foundation::logPrivate(node.name), ": ", foundation::logPublic(error.what())});
+        if (!error.isLogged())
+            hostLog().error({"closing ", foundation::logPrivate(node.name), ": ", foundation::logPublic(error.what())});
     }
 }
 

@@ -15,13 +15,23 @@ class KernelError final : public std::exception {
 public:
     explicit KernelError(int number) : number_(number) {}
 
+    /// The same for a fault that has its line in the log already.
+    static KernelError logged(int number) {
+        KernelError error(number);
+        error.logged_ = true;
+        return error;
+    }
+
     /// An errno value of the running kernel.
     int number() const { return number_; }
+
+    bool isLogged() const { return logged_; }
 
     const char* what() const noexcept override;
 
 private:
     int number_;
+    bool logged_ = false;
 };
 
 } // namespace fusehost

@@ -28,15 +28,15 @@ VolumeCalls::VolumeCalls(std::shared_ptr<fskit::FSVolume> volume)
 }
 
 void VolumeCalls::fail(const NSError& error) {
-    if (!error.isPosix()) {
-        std::lock_guard guard(lock_);
-        const std::string fault = error.description();
-        if (fault != lastFault_) {
-            lastFault_ = fault;
-            hostLog().error({"operations fail with EIO: ", foundation::logPublic(fault)});
-        }
+    if (error.isPosix())
+        throw KernelError(kernelErrno(error));
+    const std::lock_guard guard(lock_);
+    const std::string fault = error.description();
+    if (fault != lastFault_) {
+        lastFault_ = fault;
+        hostLog().error({"operations fail with EIO: ", foundation::logPublic(fault)});
     }
-    throw KernelError(kernelErrno(error));
+    throw KernelError::logged(kernelErrno(error));
 }
 
 void VolumeCalls::check(const OptionalError& error) {

@@ -1,15 +1,20 @@
 // Puts one answer line together and hands it to the reader, in pieces when it is long.
 import { quote } from './jsonText.mjs';
 
-const bufferSize = 256 * 1024;
+const bufferSize = 192 * 1024;
 const flushSize = 64 * 1024; // the reader starts on the first piece while the next is made
-const encodeSlice = 48 * 1024; // a multiple of 3, and its base64 text stays a small string
+const encodeSlice = 48 * 1024; // a multiple of 3
+const slack = 16; // the codec's last write may be longer than its text
 
 export class AnswerLine {
-    /** @param {(bytes: Buffer, from: number, to: number) => void} send writes all of the bytes given */
-    constructor(send) {
+    /**
+     * @param {import('./base64/codec.mjs').Codec} codec
+     * @param {(bytes: Buffer, from: number, to: number) => void} send writes all of the bytes given
+     */
+    constructor(codec, send) {
+        this.codec_ = codec;
         this.send_ = send;
-        this.bytes_ = Buffer.allocUnsafeSlow(bufferSize);
+        this.bytes_ = codec.allocate(bufferSize + slack);
         this.used_ = 0;
         /** Whether a part of the line is already on its way, so that the line can only be completed. */
         this.partlySent = false;
@@ -35,14 +40,16 @@ export class AnswerLine {
     base64(bytes, from, to) {
         const source = Buffer.isBuffer(bytes) ? bytes : Buffer.from(bytes.buffer, bytes.byteOffset, bytes.byteLength);
         for (let position = from; position < to; position += encodeSlice) {
-            const text = source.base64Slice(position, Math.min(position + encodeSlice, to));
-            if (text.length > bufferSize - this.used_) this.flush_();
-            this.used_ += this.bytes_.latin1Write(text, this.used_);
-            if (this.used_ > flushSize) this.flush_();
+            const end = Math.min(position + encodeSlice, to);
+            this.used_ += this.codec_.encode(source, position, end, this.bytes_, this.used_);
+            if (this.used_ >= flushSize) this.flush_(); // so that there is always room for one slice more
         }
     }
 
-    /** Sends what is left of the line. @param {string} text the last of it, without the line feed */
+    /**
+     * Sends what is left of the line.
+     * @param {string} text the last of it, without the line feed
+     */
     end(text) {
         this.text(text + '\n');
         this.flush_();

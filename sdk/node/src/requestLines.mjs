@@ -1,15 +1,19 @@
 // Cuts the bytes that arrive into lines and lines into requests.
-import { decodeInPlace } from './base64.mjs';
+
+/** @typedef {import('./base64/codec.mjs').Codec} Codec */
 
 const lineFeed = 10;
-const startSize = 1 << 20;
+const startSize = 2 << 20; // of which most lines use a small part; memory that is not used costs nothing
 
 /** Gathers bytes in one buffer, which grows with the longest line and shrinks again after it. */
 export class LineBuffer {
-    /** @param {number} [size] bytes to start with */
-    constructor(size = startSize) {
-        this.startSize_ = size;
-        this.bytes = Buffer.allocUnsafeSlow(size);
+    /**
+     * @param {Codec} codec
+     * @param {number} [size] bytes to start with
+     */
+    constructor(codec, size = startSize) {
+        this.first_ = codec.allocate(size);
+        this.bytes = this.first_;
         this.start_ = 0; // of the line that is being gathered
         this.scanned_ = 0; // up to here there is no line feed
         this.end_ = 0; // of what has arrived
@@ -21,7 +25,7 @@ export class LineBuffer {
     get fillPosition() {
         if (this.start_ === this.end_) {
             this.start_ = this.scanned_ = this.end_ = 0;
-            if (this.bytes.length > 8 * this.startSize_) this.bytes = Buffer.allocUnsafeSlow(this.startSize_);
+            this.bytes = this.first_;
         } else if (this.end_ + 1 >= this.bytes.length) {
             this.makeRoom_();
         }
@@ -107,11 +111,13 @@ const quoteMark = 34;
  * @param {Buffer} bytes
  * @param {number} from
  * @param {number} to
+ * @param {Codec} codec
  * @returns {Request}
  * @throws {SyntaxError} when the line is not a JSON object
  */
-export function parseRequest(bytes, from, to) {
-    const request = to - from > shortLine ? parseLongRequest(bytes, from, to) : JSON.parse(bytes.utf8Slice(from, to));
+export function parseRequest(bytes, from, to, codec) {
+    const long = to - from > shortLine;
+    const request = long ? parseLongRequest(bytes, from, to, codec) : JSON.parse(bytes.utf8Slice(from, to));
     if (typeof request !== 'object' || request === null || Array.isArray(request)) {
         throw new SyntaxError('the line is not a JSON object');
     }
@@ -123,9 +129,10 @@ export function parseRequest(bytes, from, to) {
  * @param {Buffer} bytes
  * @param {number} from
  * @param {number} to
+ * @param {Codec} codec
  * @returns {Request}
  */
-function parseLongRequest(bytes, from, to) {
+function parseLongRequest(bytes, from, to, codec) {
     const key = bytes.indexOf(dataKey, from);
     const before = key > from && key < to ? bytes[key - 1] : 0;
     if (before !== 0x2c && before !== 0x7b) return JSON.parse(bytes.utf8Slice(from, to)); // not after a comma or brace
@@ -133,7 +140,7 @@ function parseLongRequest(bytes, from, to) {
     const dataTo = bytes.indexOf(quoteMark, dataFrom);
     if (dataTo < 0 || dataTo >= to) throw new SyntaxError('the line ends within "dataBase64"');
     const request = JSON.parse(bytes.utf8Slice(from, dataFrom) + bytes.utf8Slice(dataTo, to));
-    const end = decodeInPlace(bytes, dataFrom, dataTo);
+    const end = codec.decodeInPlace(bytes, dataFrom, dataTo);
     if (end >= 0) {
         request.dataBase64 = true;
         request.data = bytes.subarray(dataFrom, end);

@@ -1,5 +1,6 @@
 // The main loop of a helper.
 import fs from 'node:fs';
+import { makeCodec } from './base64/codec.mjs';
 import { asyncFunctions, checkFileSystem } from './fileSystem.mjs';
 import { runBlocking, runInEventLoop, writeAll } from './loops.mjs';
 import { LineBuffer } from './requestLines.mjs';
@@ -14,6 +15,10 @@ import { takeStandardStreams } from './standardStreams.mjs';
  */
 
 const graceMilliseconds = 2000;
+const standardStreams = new Set(['PipeWrap', 'TTYWrap']); // show up as soon as something was printed
+
+// Started by a mount: nothing that is printed may reach the answers, not even before serve is called.
+if (process.env.KEMVI_DRIVE_ID !== undefined) takeStandardStreams();
 
 /**
  * Serves a file system over standard input and output until the input ends; then gives back what is open. What the
@@ -27,29 +32,40 @@ const graceMilliseconds = 2000;
 export async function serve(fileSystem, options = {}) {
     checkFileSystem(fileSystem);
     const { input, output } = takeStandardStreams();
-    const session = new Session(fileSystem, (bytes, from, to) => writeAll(output, bytes, from, to), report);
+    const codec = makeCodec();
+    const session = new Session(fileSystem, codec, (bytes, from, to) => writeAll(output, bytes, from, to), report);
     // One turn of the event loop, so that what the program starts right after calling serve is noticed.
     await new Promise((resolve) => setImmediate(resolve));
     const { loop, reason } = chooseLoop(fileSystem, options);
-    if (options.debug ?? process.env.KEMVI_HELPER_DEBUG === '1') report(`${loop} loop: ${reason}`);
-    const lines = new LineBuffer();
+    const debug = options.debug ?? process.env.KEMVI_HELPER_DEBUG === '1';
+    const say = (/** @type {string} */ text) => debug && report(text);
+    say(`${loop} loop: ${reason}`);
+    const lines = new LineBuffer(codec);
+    const onStray = (/** @type {unknown} */ error) => session.strayFailure(error);
+    process.on('uncaughtException', onStray); // promises left alone arrive here too
     try {
         const later = loop === 'blocking' ? runBlocking(input, lines, session) : Promise.resolve();
         if (later !== undefined) {
             await later;
-            if (loop === 'blocking') report('a function returned a promise: from here on in the event loop');
+            if (loop === 'blocking') say('events loop from here on: a function returned a promise');
             await runInEventLoop(input, lines, session);
         }
         if (lines.leftover > 0) report('the input ended within a line');
     } catch (error) {
         if (/** @type {any} */ (error).code !== 'EPIPE') throw error; // nobody reads the answers any more: the end too
     } finally {
+        const grace = setTimeout(endNow, graceMilliseconds);
         await session.end();
+        grace.unref();
+        process.off('uncaughtException', onStray);
     }
-    setTimeout(() => {
-        report('still busy after the end of the input; ending');
-        process.exit();
-    }, graceMilliseconds).unref();
+}
+
+function endNow() {
+    const busy = process.getActiveResourcesInfo().filter((name) => name !== 'Timeout' && !standardStreams.has(name));
+    const reason = busy.length > 0 ? ` (${busy.join(', ')})` : '';
+    report(`still busy ${graceMilliseconds / 1000} s after the end of the input${reason}; ending`);
+    process.exit();
 }
 
 /**
@@ -64,8 +80,8 @@ function chooseLoop(fileSystem, options) {
     }
     const async = asyncFunctions(fileSystem);
     if (async.length > 0) return { loop: 'events', reason: `${async.join(', ')} async` };
-    const active = process.getActiveResourcesInfo();
-    if (active.length > 0) return { loop: 'events', reason: `${[...new Set(active)].join(', ')} active` };
+    const active = new Set(process.getActiveResourcesInfo().filter((name) => !standardStreams.has(name)));
+    if (active.size > 0) return { loop: 'events', reason: `${[...active].join(', ')} active` };
     return { loop: 'blocking', reason: 'plain functions, nothing else active' };
 }
 

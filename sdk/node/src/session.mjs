@@ -11,24 +11,33 @@ import { parseRequest } from './requestLines.mjs';
 
 // Longer reads are asked of the file system in pieces of this size, so that no length is too long for the memory. A
 // multiple of 3, so that the pieces' base64 texts make one.
-const readPiece = 3 << 20;
+const readPiece = 3 << 19;
 
 export class Session {
     /**
      * @param {import('./fileSystem.mjs').FileSystem} fileSystem
+     * @param {import('./base64/codec.mjs').Codec} codec
      * @param {(bytes: Buffer, from: number, to: number) => void} send
      * @param {(text: string) => void} report takes lines for people
      */
-    constructor(fileSystem, send, report) {
+    constructor(fileSystem, codec, send, report) {
         this.fileSystem = fileSystem;
-        this.line_ = new AnswerLine(send);
+        this.line_ = new AnswerLine(codec, send);
+        this.codec_ = codec;
         this.report_ = report;
         /** @type {Map<number, OpenFile>} */
         this.handles_ = new Map();
         this.lastHandle_ = 0;
-        this.scratch_ = Buffer.allocUnsafeSlow(128 * 1024);
+        this.scratch_ = codec.allocate(readPiece);
         /** What closes the value that is being written, should the line have to end with an error. */
         this.closing_ = '';
+        /** @type {Request | undefined} the request that is being answered */
+        this.current_ = undefined;
+        /**
+         * Makes the answer that is awaited an error.
+         * @type {(error: unknown) => void}
+         */
+        this.abandon_ = () => {};
         /** @type {import('./fileSystem.mjs').OpenFlags} of the open that is under way */
         this.openedFlags = { read: false, write: false, create: false, truncate: false };
     }
@@ -43,7 +52,7 @@ export class Session {
     answer(bytes, from, to) {
         let request;
         try {
-            request = parseRequest(bytes, from, to);
+            request = parseRequest(bytes, from, to, this.codec_);
         } catch (error) {
             this.answerMalformed_(bytes.toString('utf8', from, Math.min(to, from + 200)), error);
             return undefined;
@@ -53,6 +62,7 @@ export class Session {
             return undefined;
         }
         const operation = operations[request.op];
+        this.current_ = request;
         try {
             if (operation === undefined) {
                 throw new PosixError('EINVAL', `unknown operation ${JSON.stringify(request.op)}`);
@@ -74,11 +84,24 @@ export class Session {
      * @param {PromiseLike<any>} promise
      */
     async answerLater_(request, operation, promise) {
+        /** @type {Promise<never>} */
+        const abandoned = new Promise((resolve, reject) => (this.abandon_ = reject));
         try {
-            this.finish_(request, operation, await promise);
+            this.finish_(request, operation, await Promise.race([promise, abandoned]));
         } catch (error) {
             this.fail_(request, error);
         }
+        this.abandon_ = () => {};
+    }
+
+    /**
+     * Something failed where nobody waits for it: in a timer, an event, a promise left alone. If an answer is awaited,
+     * it may never come now, so it becomes an error; a mount would wait for ever.
+     * @param {unknown} error
+     */
+    strayFailure(error) {
+        this.report_(`unhandled: ${error instanceof Error ? error.stack : String(error)}`);
+        this.abandon_(new Error('the file system failed while this request was under way'));
     }
 
     /**
@@ -130,7 +153,6 @@ export class Session {
      */
     read(file, offset, length, request) {
         if (length > readPiece) return drive(this.readLong_(file, offset, length, request));
-        if (this.scratch_.length < length) this.scratch_ = Buffer.allocUnsafeSlow(length);
         return length === 0 ? 0 : this.fileSystem.read(file, offset, length, this.scratch_);
     }
 
@@ -157,11 +179,11 @@ export class Session {
      * @returns {Generator<any, symbol, any>}
      */
     *readLong_(file, offset, length, request) {
-        if (this.scratch_.length < readPiece) this.scratch_ = Buffer.allocUnsafeSlow(readPiece);
         this.begin_(request, '"dataBase64":"', '"');
         for (let done = 0; done < length; ) {
             const piece = Math.min(length - done, readPiece);
             const got = yield this.fileSystem.read(file, offset + done, piece, this.scratch_);
+            if (this.current_ !== request) return alreadyWritten; // abandoned, and answered, while this was awaited
             const count = this.byteCount_(got, piece);
             this.line_.base64(typeof got === 'number' ? this.scratch_ : got, 0, count);
             if (count < piece) break;
@@ -256,7 +278,10 @@ export class Session {
         return open;
     }
 
-    /** Forgets a handle and gives its file back. @param {unknown} handle */
+    /**
+     * Forgets a handle and gives its file back.
+     * @param {unknown} handle
+     */
     release(handle) {
         const { file } = this.openFile(handle);
         this.handles_.delete(/** @type {number} */ (handle));

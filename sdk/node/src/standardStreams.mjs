@@ -13,9 +13,18 @@ let taken;
  * @returns {Streams}
  */
 export function takeStandardStreams() {
-    taken ??= { input: exchange(0, '/dev/null', 'r', 'r'), output: exchange(1, '/dev/fd/2', 'a', 'w') };
-    if (taken.output === 1) redirectStream();
+    taken ??= { input: exchange(0, '/dev/null', 'r', 'r'), output: takeOutput() };
     return taken;
+}
+
+function takeOutput() {
+    const output = isFile(2) ? 1 : exchange(1, '/dev/fd/2', 'w', 'w');
+    if (output !== 1) return output;
+    // Standard error cannot be opened a second time: it is a socket, or a file, in which two writers would overwrite
+    // each other. What goes through node's stream can be led there all the same; what is written to the descriptor is
+    // lost.
+    Object.defineProperty(process, 'stdout', { configurable: true, enumerable: true, get: () => process.stderr });
+    return exchange(1, '/dev/null', 'w', 'w');
 }
 
 /**
@@ -30,7 +39,8 @@ function exchange(descriptor, replacement, replacementFlags, flags) {
     /** @type {number[]} */
     const opened = [];
     try {
-        opened.push(fs.openSync(`/dev/fd/${descriptor}`, fs.fstatSync(descriptor).isFile() ? refuse() : flags));
+        if (isFile(descriptor)) return descriptor; // opened again it would start at its beginning
+        opened.push(fs.openSync(`/dev/fd/${descriptor}`, flags));
         opened.push(fs.openSync(replacement, replacementFlags));
         fs.closeSync(descriptor);
         const lowest = fs.openSync(replacement, replacementFlags); // takes the number that has just become free
@@ -43,12 +53,11 @@ function exchange(descriptor, replacement, replacementFlags, flags) {
     }
 }
 
-/** A file opened again starts at its beginning, so it is left in place. @returns {never} */
-function refuse() {
-    throw new Error('a regular file');
-}
-
-/** Where the descriptor could not be exchanged, at least everything that goes through node's stream is. */
-function redirectStream() {
-    Object.defineProperty(process, 'stdout', { configurable: true, enumerable: true, get: () => process.stderr });
+/** @param {number} descriptor */
+function isFile(descriptor) {
+    try {
+        return fs.fstatSync(descriptor).isFile();
+    } catch {
+        return false; // it is closed
+    }
 }

@@ -54,6 +54,9 @@ export function baseName(path) {
     return path === '/' ? '/' : path.slice(path.lastIndexOf('/') + 1);
 }
 
+// A name that is its own JSON text: without control characters, quotes, backslashes, slashes, surrogates, a first dot.
+const plainName = /^[^\u0000-\u001f"\\/.\ud800-\udfff][^\u0000-\u001f"\\/\ud800-\udfff]*$/;
+
 /** Makes the texts of the members of one folder. */
 export class EntryTexts {
     /** @param {string} folder */
@@ -64,10 +67,19 @@ export class EntryTexts {
     /** @param {import('./fileSystem.mjs').Entry} entry */
     text(entry) {
         const name = entry?.name;
+        const plain = typeof name === 'string' && plainName.test(name);
+        const inQuotes = plain ? name + '"' : this.checkedName_(name);
+        return statText(entry, this.quotedPrefix_ + inQuotes, '"' + inQuotes);
+    }
+
+    /**
+     * @param {unknown} name
+     * @returns {string} its JSON text without the first quote
+     */
+    checkedName_(name) {
         if (typeof name !== 'string' || name === '' || name === '.' || name === '..' || /[/\0]/.test(name)) {
             throw wrong(this.quotedPrefix_ + '"', 'members with the name of one file', name);
         }
-        const quotedName = quote(name);
-        return statText(entry, this.quotedPrefix_ + quotedName.slice(1), quotedName);
+        return quote(name).slice(1);
     }
 }

@@ -17,6 +17,8 @@ export function temporaryFolder(t) {
     return folder;
 }
 
+const patience = 30_000; // milliseconds; only a broken helper needs it
+
 export class Driver {
     /**
      * @param {import('node:test').TestContext} t the helper is ended with the test
@@ -29,7 +31,10 @@ export class Driver {
             stdio: ['pipe', 'pipe', 'pipe'],
         });
         this.stderr = '';
-        this.child.stderr.setEncoding('utf8').on('data', (text) => (this.stderr += text));
+        this.child.stderr.setEncoding('utf8').on('data', (text) => {
+            this.stderr += text;
+            this.wake();
+        });
         this.received = Buffer.alloc(0);
         this.ended = false;
         this.wake = () => {};
@@ -52,6 +57,20 @@ export class Driver {
         this.child.stdin.write(bytes);
     }
 
+    /**
+     * Waits until the helper has written something or has ended.
+     * @param {string} awaited for the message when that takes too long
+     */
+    async something_(awaited) {
+        let timer;
+        const late = () => new Error(`no ${awaited} within ${patience} ms; the helper said: ${this.stderr}`);
+        await new Promise((resolve, reject) => {
+            this.wake = () => resolve(undefined);
+            timer = setTimeout(() => reject(late()), patience);
+        });
+        clearTimeout(timer);
+    }
+
     /** The next line that the helper wrote, without its line feed. */
     async line() {
         for (;;) {
@@ -62,11 +81,27 @@ export class Driver {
                 return line;
             }
             if (this.ended) throw new Error(`the helper closed its output; it said: ${this.stderr}`);
-            await new Promise((resolve) => (this.wake = /** @type {any} */ (resolve)));
+            await this.something_('answer');
         }
     }
 
-    /** The line of a request, every slash escaped. @param {string} id @param {string} op @param {object} fields */
+    /**
+     * Waits until the helper has said something on standard error.
+     * @param {RegExp} pattern
+     */
+    async said(pattern) {
+        while (!pattern.test(this.stderr)) {
+            if (this.ended) throw new Error(`the helper ended without saying ${pattern}, it said: ${this.stderr}`);
+            await this.something_(String(pattern));
+        }
+    }
+
+    /**
+     * The line of a request, every slash escaped.
+     * @param {string} id
+     * @param {string} op
+     * @param {object} fields
+     */
     static requestLine(id, op, fields) {
         return JSON.stringify({ id, op, ...fields }).replaceAll('/', '\\/') + '\n';
     }
@@ -96,11 +131,25 @@ export class Driver {
         return answer.error.code;
     }
 
-    /** Ends the input. @returns {Promise<number | string>} exit status or signal */
+    /**
+     * Ends the input.
+     * @returns {Promise<number | string>} exit status or signal
+     */
     async end() {
         this.child.stdin.end();
         return this.exit;
     }
+}
+
+/** The same command with pipes as its streams, as a mount starts it; spawn alone would give it sockets. */
+export function betweenPipes(command) {
+    const pipeline = 'cat | { "$0" "$@"; echo "exit status $?" >&2; } | cat >&3';
+    return ['sh', '-c', `exec 3>&1; { ${pipeline}; } 2>&1 | cat >&2`, ...command];
+}
+
+/** @param {string} name of a script in test/servers, with its arguments */
+export function serverCommand(name, ...values) {
+    return [process.execPath, path.join(packageFolder, 'test', 'servers', name + '.mjs'), ...values];
 }
 
 /** @param {string} name of a helper that ships with the package */

@@ -1,6 +1,5 @@
 #include "foundation/PosixErrno.h"
 #include "fskit/Answer.h"
-#include "fskit/FSFileName.h"
 
 #include <gtest/gtest.h>
 
@@ -74,44 +73,6 @@ TEST(Answer, doesNotTakeAnExceptionOfTheHandlerForOneOfTheWork) {
     });
     EXPECT_THROW(fskit::answer(reply, [] {}), std::runtime_error);
     EXPECT_EQ(calls, 1);
-}
-
-TEST(Reply, droppedUnusedAnswersEIO) {
-    Error answered;
-    {
-        const fskit::ErrorReply dropped([&](Error error) { answered = error; });
-    }
-    EXPECT_EQ(answered, NSError::posix(foundation::posixErrno::EIO_));
-}
-
-TEST(Reply, movedFromDoesNotAnswer) {
-    int calls = 0;
-    fskit::ErrorReply first([&](Error) { ++calls; });
-    fskit::ErrorReply second(std::move(first));
-    second(std::nullopt);
-    EXPECT_EQ(calls, 1);
-}
-
-#ifndef NDEBUG
-TEST(ReplyDeathTest, secondCallStopsADebugBuild) {
-    EXPECT_DEATH(
-        {
-            fskit::ErrorReply reply([](Error) {});
-            reply(std::nullopt);
-            reply(std::nullopt);
-        },
-        "called twice");
-}
-#endif
-
-TEST(FSFileName, hasNoTextWhenItsBytesAreNotUTF8) {
-    EXPECT_EQ(fskit::FSFileName("caf\xC3\xA9").string(), "caf\xC3\xA9");
-    EXPECT_EQ(fskit::FSFileName("caf\xE9").string(), std::nullopt);
-    EXPECT_EQ(fskit::FSFileName("caf\xE9").data(), "caf\xE9");
-}
-
-TEST(FSFileName, endsAtTheFirstNUL) {
-    EXPECT_EQ(fskit::FSFileName(std::string_view("ab\0cd", 5)).data(), "ab");
 }
 
 } // namespace

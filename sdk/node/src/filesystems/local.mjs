@@ -3,7 +3,7 @@ import fs from 'node:fs';
 import { isPosixError, PosixError } from '../errors.mjs';
 import { Containment, withoutRealPath } from './containment.mjs';
 
-const { O_RDONLY, O_WRONLY, O_RDWR, O_CREAT, O_NOFOLLOW, O_NONBLOCK } = fs.constants;
+const { O_RDONLY, O_WRONLY, O_RDWR, O_CREAT, O_NOFOLLOW, O_NONBLOCK, S_IFMT, S_IFDIR, S_IFREG, S_IFLNK } = fs.constants;
 const noThrow = { throwIfNoEntry: false };
 const replacementCharacter = '\ufffd';
 
@@ -52,7 +52,8 @@ export class LocalFileSystem {
     *entries_(names, folder, prefix) {
         for (const name of names) {
             const stat = this.lookAt_(folder + name, prefix + name);
-            if (stat !== undefined) yield { name, ...stat }; // it may have been removed meanwhile
+            if (stat === undefined) continue; // removed meanwhile
+            yield { name, isDirectory: stat.isDirectory, size: stat.size, modifiedAt: stat.modifiedAt };
         }
     }
 
@@ -66,12 +67,16 @@ export class LocalFileSystem {
         try {
             stat = fs.lstatSync(real, noThrow);
             if (stat === undefined) return undefined;
-            if (stat.isSymbolicLink()) stat = this.throughLink_(path) ?? stat;
+            if ((stat.mode & S_IFMT) === S_IFLNK) stat = this.throughLink_(path) ?? stat;
         } catch (error) {
             throw withoutRealPath(error, path);
         }
-        const isFile = stat.isFile();
-        return { isDirectory: stat.isDirectory(), size: isFile ? stat.size : 0, modifiedAt: shownTime(stat.mtimeMs) };
+        const type = stat.mode & S_IFMT;
+        return {
+            isDirectory: type === S_IFDIR,
+            size: type === S_IFREG ? stat.size : 0,
+            modifiedAt: shownTime(stat.mtimeMs),
+        };
     }
 
     /**
@@ -182,7 +187,10 @@ export class LocalFileSystem {
         this.change_(path, (real) => fs.mkdirSync(real));
     }
 
-    /** Removes a file, a link or an empty folder. @param {string} path */
+    /**
+     * Removes a file, a link or an empty folder.
+     * @param {string} path
+     */
     unlink(path) {
         this.change_(path, (real) => {
             const stat = fs.lstatSync(real, noThrow);
@@ -206,7 +214,11 @@ export class LocalFileSystem {
         this.onTarget_(path, (real) => fs.chmodSync(real, mode));
     }
 
-    /** Sets the time of the last change; that of the last access stays. @param {string} path @param {Date} mtime */
+    /**
+     * Sets the time of the last change; that of the last access stays.
+     * @param {string} path
+     * @param {Date} mtime
+     */
     utimes(path, mtime) {
         this.onTarget_(path, (real, stat) => fs.utimesSync(real, stat.atimeMs / 1000, settableTime(mtime.getTime())));
     }

@@ -1,0 +1,242 @@
+// Times exchanges with several helpers side by side: kitExchange FOLDER ROUNDS HELPER.mjs...
+//
+// Each helper is started over two pipes as a mount starts it. The helpers take turns in short batches, so that what
+// else the machine does hits all of them alike. Printed are, per operation, the microseconds of one exchange with each
+// helper (median of the batches) and its ratio to the first helper (median of the ratios within a round).
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <random>
+#include <spawn.h>
+#include <stdexcept>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+extern char** environ;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr size_t blockSize = 65536;
+constexpr const char* fileName = "kitExchange.bin";
+
+std::string base64(const std::string& bytes) {
+    static const char characters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string text;
+    for (size_t i = 0; i < bytes.size(); i += 3) {
+        size_t rest = std::min<size_t>(3, bytes.size() - i);
+        unsigned group = 0;
+        for (size_t k = 0; k < 3; k++) {
+            group = group << 8 | (k < rest ? static_cast<unsigned char>(bytes[i + k]) : 0u);
+        }
+        for (size_t k = 0; k < 4; k++) {
+            text += k <= rest ? characters[group >> (18 - 6 * k) & 63] : '=';
+        }
+    }
+    return text;
+}
+
+std::string withEscapedSlashes(const std::string& text) {
+    std::string escaped;
+    for (char character : text) {
+        if (character == '/') {
+            escaped += '\\';
+        }
+        escaped += character;
+    }
+    return escaped;
+}
+
+class Helper {
+public:
+    explicit Helper(const std::string& script) : name(script.substr(script.rfind('/') + 1)) {
+        int toHelper[2];
+        int fromHelper[2];
+        if (pipe(toHelper) != 0 || pipe(fromHelper) != 0) {
+            throw std::runtime_error("pipe failed");
+        }
+        for (int descriptor : {toHelper[1], fromHelper[0]}) {
+            fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+        }
+#ifdef F_SETPIPE_SZ
+        fcntl(toHelper[1], F_SETPIPE_SZ, 1 << 20);
+        fcntl(fromHelper[0], F_SETPIPE_SZ, 1 << 20);
+#endif
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, toHelper[0], 0);
+        posix_spawn_file_actions_adddup2(&actions, fromHelper[1], 1);
+        posix_spawn_file_actions_addclose(&actions, toHelper[0]);
+        posix_spawn_file_actions_addclose(&actions, fromHelper[1]);
+        std::string program = "node";
+        std::string argument = script;
+        char* arguments[] = {program.data(), argument.data(), nullptr};
+        if (posix_spawnp(&pid_, "node", &actions, nullptr, arguments, environ) != 0) {
+            throw std::runtime_error("node cannot be started");
+        }
+        posix_spawn_file_actions_destroy(&actions);
+        close(toHelper[0]);
+        close(fromHelper[1]);
+        requests_ = toHelper[1];
+        answers_ = fromHelper[0];
+    }
+
+    // One exchange; fails unless the answer is a success.
+    const std::string& exchange(const std::string& fields) {
+        line_ = "{\"id\":\"" + std::to_string(++lastId_) + "\"," + fields + "}\n";
+        for (size_t done = 0; done < line_.size();) {
+            ssize_t count = write(requests_, line_.data() + done, line_.size() - done);
+            if (count <= 0) {
+                throw std::runtime_error(name + ": cannot write to the helper");
+            }
+            done += static_cast<size_t>(count);
+        }
+        size_t have = 0;
+        do {
+            ssize_t count = ::read(answers_, buffer_.data() + have, buffer_.size() - have);
+            if (count <= 0) {
+                throw std::runtime_error(name + ": the helper closed its output");
+            }
+            have += static_cast<size_t>(count);
+        } while (buffer_[have - 1] != '\n');
+        answer_.assign(buffer_.data(), std::min<size_t>(have, 300));
+        if (answer_.find("\"ok\":true") == std::string::npos && have < 300) {
+            throw std::runtime_error(name + ": " + answer_);
+        }
+        return answer_;
+    }
+
+    long open(const std::string& flags) {
+        const std::string& answer =
+            exchange(std::string("\"op\":\"open\",\"path\":\"\\/") + fileName + "\",\"flags\":[" + flags + "]");
+        size_t at = answer.find("\"handle\":");
+        if (at == std::string::npos) {
+            throw std::runtime_error(name + ": no handle in " + answer);
+        }
+        return std::strtol(answer.c_str() + at + 9, nullptr, 10);
+    }
+
+    void end() {
+        close(requests_);
+        int status = 0;
+        waitpid(pid_, &status, 0);
+        close(answers_);
+    }
+
+    std::string name;
+
+private:
+    pid_t pid_ = 0;
+    int requests_ = -1;
+    int answers_ = -1;
+    long lastId_ = 0;
+    std::string line_;
+    std::string answer_;
+    std::vector<char> buffer_ = std::vector<char>(4 << 20);
+};
+
+struct Operation {
+    std::string name;
+    int batch;
+    std::vector<std::string> fields; // per helper, since handles differ
+    std::vector<std::vector<double>> times;
+};
+
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+std::vector<Operation> prepare(std::vector<Helper>& helpers) {
+    std::mt19937 random(1);
+    std::string block;
+    for (size_t i = 0; i < blockSize; i++) {
+        block += static_cast<char>(random());
+    }
+    std::string text = withEscapedSlashes(base64(block));
+    std::vector<Operation> operations = {
+        {"ping", 400, {}, {}}, {"getattr", 400, {}, {}}, {"read 64K", 100, {}, {}}, {"write 64K", 100, {}, {}}};
+    for (Helper& helper : helpers) {
+        std::string writing = std::to_string(helper.open(R"("write","create")"));
+        std::string write = R"("op":"write","handle":)" + writing + R"(,"offset":0,"dataBase64":")" + text + "\"";
+        helper.exchange(write);
+        std::string reading = std::to_string(helper.open(R"("read")"));
+        operations[0].fields.push_back(R"("op":"ping")");
+        operations[1].fields.push_back(std::string(R"("op":"getattr","path":"\/)") + fileName + "\"");
+        operations[2].fields.push_back(R"("op":"read","handle":)" + reading + R"(,"offset":0,"length":65536)");
+        operations[3].fields.push_back(write);
+    }
+    for (Operation& operation : operations) {
+        operation.times.resize(helpers.size());
+    }
+    return operations;
+}
+
+void measure(Operation& operation, std::vector<Helper>& helpers, bool keep) {
+    for (size_t which = 0; which < helpers.size(); which++) {
+        auto start = Clock::now();
+        for (int i = 0; i < operation.batch; i++) {
+            helpers[which].exchange(operation.fields[which]);
+        }
+        std::chrono::duration<double, std::micro> time = Clock::now() - start;
+        if (keep) {
+            operation.times[which].push_back(time.count() / operation.batch);
+        }
+    }
+}
+
+void print(const Operation& operation, const std::vector<Helper>& helpers) {
+    std::printf("%-10s", operation.name.c_str());
+    for (size_t which = 0; which < helpers.size(); which++) {
+        std::vector<double> ratios;
+        for (size_t round = 0; round < operation.times[which].size(); round++) {
+            ratios.push_back(operation.times[which][round] / operation.times[0][round]);
+        }
+        std::printf("  %s %.2f us (%.2fx)", helpers[which].name.c_str(), median(operation.times[which]),
+                    median(ratios));
+    }
+    std::printf("\n");
+}
+
+void run(const char* folder, int rounds, const std::vector<std::string>& scripts) {
+    setenv("KEMVI_REPO_ROOT", folder, 1);
+    std::vector<Helper> helpers;
+    for (const std::string& script : scripts) {
+        helpers.emplace_back(script);
+    }
+    std::vector<Operation> operations = prepare(helpers);
+    for (Operation& operation : operations) {
+        for (int round = -10; round < rounds; round++) { // the first rounds let the engine compile what is hot
+            measure(operation, helpers, round >= 0);
+        }
+        print(operation, helpers);
+    }
+    for (Helper& helper : helpers) {
+        helper.end();
+    }
+    std::remove((std::string(folder) + "/" + fileName).c_str());
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 4 || std::atoi(argv[2]) < 1) {
+        std::fprintf(stderr, "usage: kitExchange FOLDER ROUNDS HELPER.mjs...\n");
+        return 2;
+    }
+    std::signal(SIGPIPE, SIG_IGN);
+    try {
+        run(argv[1], std::atoi(argv[2]), std::vector<std::string>(argv + 3, argv + argc));
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "kitExchange: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,49 @@
+// Small servers, chosen by the first argument.
+import { serve } from 'kemvi-helper';
+
+const tree = {
+    getattr: (path) => (path === '/' ? { isDirectory: true } : { size: 1 }),
+    readdir: () => [{ name: 'f', size: 1 }],
+    read: () => Buffer.from('x'),
+};
+
+const variants = {
+    readOnly: () => serve(tree),
+    writable: () => serve({ ...tree, write: () => {} }),
+    incomplete: () => serve({ getattr: tree.getattr, readdir: tree.readdir }),
+    notAFunction: () => serve({ ...tree, mkdir: 5 }),
+    noObject: () => serve(undefined),
+    wrongLoop: () => serve(tree, { loop: 'fast' }),
+    askedForEvents: () => serve(tree, { loop: 'events', debug: true }),
+    timer() {
+        setInterval(() => {}, 60_000);
+        return serve(tree, { debug: true });
+    },
+    timerAfterwards() {
+        const served = serve(tree, { debug: true });
+        setInterval(() => {}, 60_000);
+        return served;
+    },
+    printsFirst() {
+        console.log('before serve');
+        console.error('to standard error');
+        return serve(tree, { debug: true });
+    },
+    strayFailure: () =>
+        serve({
+            ...tree,
+            getattr: (path) =>
+                path === '/never' ? new Promise(() => setTimeout(() => JSON.parse('{'), 0)) : tree.getattr(path),
+        }),
+    strayRejection: () =>
+        serve({
+            ...tree,
+            getattr(path) {
+                if (path === '/never') setTimeout(() => Promise.reject(new Error('left alone')), 0);
+                return path === '/never' ? new Promise(() => {}) : tree.getattr(path);
+            },
+        }),
+    neverReleases: () => serve({ ...tree, release: () => new Promise(() => {}) }),
+};
+
+await variants[process.argv[2]]();

@@ -1,0 +1,165 @@
+// The part of node's interface that the kit uses, so that its types can be checked without installing anything.
+// Programs that use the kit have the whole of it from @types/node.
+
+declare class Buffer extends Uint8Array {
+    static alloc(size: number): Buffer;
+    static allocUnsafe(size: number): Buffer;
+    static allocUnsafeSlow(size: number): Buffer;
+    static from(values: any, map?: any, self?: any): Buffer;
+    static from(text: string, encoding?: string): Buffer;
+    static from(memory: ArrayBufferLike, offset?: number, length?: number): Buffer;
+    static concat(parts: Uint8Array[]): Buffer;
+    static isBuffer(value: unknown): value is Buffer;
+    static byteLength(text: string): number;
+    toString(encoding?: string, start?: number, end?: number): string;
+    copy(target: Uint8Array, at?: number, start?: number, end?: number): number;
+    equals(other: Uint8Array): boolean;
+    indexOf(value: number | Uint8Array, start?: number): number;
+    subarray(start?: number, end?: number): Buffer;
+    latin1Slice(start?: number, end?: number): string;
+    utf8Slice(start?: number, end?: number): string;
+    base64Slice(start?: number, end?: number): string;
+    latin1Write(text: string, at?: number): number;
+    utf8Write(text: string, at?: number): number;
+    base64Write(text: string, at?: number): number;
+}
+
+declare namespace NodeJS {
+    interface ErrnoException extends Error {
+        code?: string;
+    }
+    type ProcessEnv = Record<string, string | undefined>;
+}
+
+declare const process: {
+    argv: string[];
+    env: NodeJS.ProcessEnv;
+    stdout: { write(text: string): boolean };
+    stderr: { write(text: string): boolean };
+    exit(status?: number): never;
+    getActiveResourcesInfo(): string[];
+    on(event: 'uncaughtException', listener: (error: unknown) => void): void;
+    off(event: 'uncaughtException', listener: (error: unknown) => void): void;
+};
+
+interface ImportMeta {
+    url: string;
+}
+
+declare const console: { error(...values: unknown[]): void };
+declare const performance: { now(): number };
+declare function setImmediate(action: (value: any) => void): unknown;
+declare function setTimeout(action: () => void, milliseconds: number): { unref(): void };
+declare interface ErrorConstructor {
+    stackTraceLimit: number;
+}
+
+declare namespace WebAssembly {
+    class Module {
+        constructor(bytes: Uint8Array);
+    }
+    class Memory {
+        constructor(size: { initial: number; maximum: number });
+        readonly buffer: ArrayBuffer;
+    }
+    class Instance {
+        constructor(module: Module, imports: Record<string, Record<string, unknown>>);
+        readonly exports: Record<string, unknown>;
+    }
+}
+
+declare module 'node:buffer' {
+    export const constants: { MAX_LENGTH: number };
+}
+
+declare module 'node:os' {
+    const os: { constants: { errno: Record<string, number> }; tmpdir(): string };
+    export default os;
+}
+
+declare module 'node:path' {
+    const path: { join(...parts: string[]): string; dirname(path: string): string };
+    export default path;
+}
+
+declare module 'node:url' {
+    export function fileURLToPath(url: string): string;
+}
+
+declare module 'node:net' {
+    export class Socket {
+        constructor(options: { fd: number; readable: boolean; writable: boolean });
+        [Symbol.asyncIterator](): AsyncIterator<Buffer>;
+    }
+    const net: { Socket: typeof Socket };
+    export default net;
+}
+
+declare module 'node:child_process' {
+    interface Stream {
+        on(event: string, listener: (value: any) => void): void;
+        write(text: string): void;
+        end(): void;
+    }
+    export interface ChildProcess {
+        stdin: Stream;
+        stdout: Stream;
+        on(event: string, listener: (value: any) => void): void;
+    }
+    export function spawn(command: string, options: string[], settings: object): ChildProcess;
+    export function execFileSync(command: string, options: string[], settings?: object): string;
+    export function execFile(
+        command: string,
+        options: string[],
+        settings: object,
+        done: (error: Error | null, output: string, complaint: string) => void,
+    ): void;
+}
+
+declare module 'node:fs' {
+    namespace fs {
+        interface Stats {
+            mode: number;
+            size: number;
+            atimeMs: number;
+            mtimeMs: number;
+            isDirectory(): boolean;
+            isFile(): boolean;
+            isSymbolicLink(): boolean;
+        }
+    }
+    const fs: {
+        constants: Record<
+            | 'O_RDONLY' | 'O_WRONLY' | 'O_RDWR' | 'O_CREAT' | 'O_NOFOLLOW' | 'O_NONBLOCK'
+            | 'S_IFMT' | 'S_IFDIR' | 'S_IFREG' | 'S_IFLNK',
+            number
+        >;
+        realpathSync: { native(path: string): string };
+        openSync(path: string, flags: string | number, mode?: number): number;
+        closeSync(descriptor: number): void;
+        readSync(descriptor: number, bytes: Buffer, at: number, length: number, position: number | null): number;
+        writeSync(descriptor: number, text: string): number;
+        writeSync(descriptor: number, bytes: Buffer, at: number, length: number, position?: number): number;
+        fdatasyncSync(descriptor: number): void;
+        ftruncateSync(descriptor: number, length: number): void;
+        statSync(path: string): fs.Stats;
+        fstatSync(descriptor: number): fs.Stats;
+        lstatSync(path: string): fs.Stats;
+        lstatSync(path: string, options: { throwIfNoEntry: boolean }): fs.Stats | undefined;
+        readdirSync(path: string): string[];
+        readdirSync(path: string, options: { encoding: 'buffer' }): Buffer[];
+        mkdirSync(path: string): void;
+        rmdirSync(path: string): void;
+        unlinkSync(path: string): void;
+        renameSync(oldPath: string, newPath: string): void;
+        chmodSync(path: string, mode: number): void;
+        utimesSync(path: string, accessed: number, modified: number): void;
+        statfsSync(path: string): Record<'bsize' | 'blocks' | 'bfree' | 'files' | 'ffree', number>;
+        readFileSync(path: string): Buffer;
+        writeFileSync(path: string, text: string): void;
+        mkdtempSync(prefix: string): string;
+        rmSync(path: string, options: { recursive: boolean }): void;
+        createReadStream(path: string, options: { fd: number }): { [Symbol.asyncIterator](): AsyncIterator<Buffer> };
+    };
+    export default fs;
+}

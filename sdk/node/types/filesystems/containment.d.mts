@@ -1,0 +1,40 @@
+/**
+ * The error of a call of node:fs, told with the path of the tree instead of the real one.
+ * @param {unknown} error
+ * @param {string} path
+ */
+export function withoutRealPath(error: unknown, path: string): unknown;
+/** @typedef {{real: string, until: number}} Place */
+export class Containment {
+    /** @param {string} root an existing folder */
+    constructor(root: string);
+    root: string;
+    prefix_: string;
+    /** @type {Map<string, Place>} */
+    places_: Map<string, Place>;
+    /**
+     * Where a path of the tree lies. Its folder is followed through links, its last component is not.
+     * @param {string} path
+     * @returns {string}
+     * @throws {PosixError} EACCES when it would lead out of the tree; ENOENT, ENOTDIR when its folder is none
+     */
+    locate(path: string): string;
+    /**
+     * The real path of a folder of the tree, links followed.
+     * @param {string} path
+     * @returns {string}
+     */
+    folder(path: string): string;
+    /**
+     * The real path of anything in the tree, all links followed, asked anew.
+     * @param {string} path
+     * @returns {string}
+     */
+    follow(path: string): string;
+    /** To be called after a change that may have moved folders. */
+    forget(): void;
+}
+export type Place = {
+    real: string;
+    until: number;
+};

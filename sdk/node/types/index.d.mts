@@ -1,0 +1,10 @@
+export { serve } from "./serve.mjs";
+export { PosixError } from "./errors.mjs";
+export { LocalFileSystem } from "./filesystems/local.mjs";
+export { MemoryFileSystem } from "./filesystems/memory.mjs";
+export { GitFileSystem } from "./filesystems/git.mjs";
+export type Stat = import('./fileSystem.mjs').Stat;
+export type Entry = import('./fileSystem.mjs').Entry;
+export type OpenFlags = import('./fileSystem.mjs').OpenFlags;
+export type FileSystem<File = any> = import('./fileSystem.mjs').FileSystem<File>;
+export type ServeOptions = import('./serve.mjs').ServeOptions;

@@ -1,0 +1,192 @@
+"""A helper that ends or talks nonsense: every operation fails at once, it is said once, and unmounting works."""
+
+import errno
+import os
+import signal
+import time
+
+import pytest
+
+from harness import system
+from harness.deadline import eventually
+from harness.worker import Worker
+
+AT_ONCE = 2.0
+
+
+@pytest.fixture
+def victim(controlled):
+    """A volume with some files, one of them open for reading and writing."""
+    for name in ("open", "read", "remove", "rename", "truncate", "times", "mode"):
+        (controlled.backing / name).write_bytes(b"content" * 100)
+    (controlled.backing / "folder").mkdir()
+    controlled.descriptor = os.open(controlled.path / "open", os.O_RDWR)
+    os.pread(controlled.descriptor, 10, 0)
+    os.pwrite(controlled.descriptor, b"C", 0)
+    controlled.checksDescriptors = False
+    controlled.expectLog("helper")
+    yield controlled
+    try:
+        os.close(controlled.descriptor)
+    except OSError as error:
+        assert error.errno == errno.EIO
+
+
+def killHelper(volume, number=signal.SIGKILL):
+    pids = volume.helperPids()
+    for pid in pids:
+        os.kill(pid, number)
+    eventually(lambda: not any(system.isAlive(pid) for pid in pids), 10, "the end of the helper")
+
+
+def everyOperation(volume):
+    path = volume.path
+    return {
+        "stat": lambda: os.stat(path / "unseen"),
+        "list": lambda: os.listdir(path / "folder"),
+        "list the root": lambda: os.listdir(path),
+        "open and read": lambda: (path / "read").read_bytes(),
+        "create": lambda: (path / "fresh").touch(),
+        "mkdir": lambda: os.mkdir(path / "fresh"),
+        "unlink": lambda: os.unlink(path / "remove"),
+        "rmdir": lambda: os.rmdir(path / "folder"),
+        "rename": lambda: os.rename(path / "rename", path / "renamed"),
+        "truncate": lambda: os.truncate(path / "truncate", 3),
+        "utime": lambda: os.utime(path / "times", (1, 1)),
+        "chmod": lambda: os.chmod(path / "mode", 0o600),
+        "write to an open file": lambda: os.pwrite(volume.descriptor, b"x", 0),
+        "resize an open file": lambda: os.ftruncate(volume.descriptor, 5),
+        "synchronise an open file": lambda: os.fsync(volume.descriptor),
+    }
+
+
+def failuresOf(volume):
+    told = {}
+    for name, call in everyOperation(volume).items():
+        begin = time.monotonic()
+        try:
+            call()
+            told[name] = "worked"
+        except OSError as error:
+            told[name] = errno.errorcode[error.errno]
+        assert time.monotonic() - begin < AT_ONCE, name
+    return told
+
+
+def test_every_operation_fails_at_once_with_eio(victim):
+    killHelper(victim)
+    told = failuresOf(victim)
+    assert set(told.values()) == {"EIO"}, told
+    assert (victim.backing / "remove").exists() and (victim.backing / "rename").exists()
+
+
+def test_death_is_told_in_one_line(victim):
+    killHelper(victim)
+    failuresOf(victim)
+    failuresOf(victim)
+    assert len(victim.log().splitlines()) == 1, victim.log()
+    assert "helper" in victim.log()
+
+
+def test_unmounting_works_after_the_death(victim):
+    killHelper(victim)
+    failuresOf(victim)
+    try:
+        os.close(victim.descriptor)
+    except OSError:
+        pass
+    victim.descriptor = os.open("/dev/null", os.O_RDONLY)
+    victim.unmount()
+    victim.waitForEnd(10)
+
+
+def test_unmounting_works_after_a_death_that_nobody_noticed(controlled):
+    controlled.expectLog("helper")
+    killHelper(controlled)
+    controlled.unmount()
+    controlled.waitForEnd(10)
+
+
+def test_figures_and_root_are_told_without_the_helper(victim):
+    killHelper(victim)
+    assert os.statvfs(victim.path).f_frsize == 4096
+    assert os.stat(victim.path).st_ino == 2
+
+
+def test_death_in_the_middle_of_a_request_fails_that_request(victim):
+    victim.helper.rule("die", "read")
+    begin = time.monotonic()
+    with pytest.raises(OSError) as caught:
+        (victim.path / "read").read_bytes()
+    assert caught.value.errno == errno.EIO and time.monotonic() - begin < AT_ONCE
+    told = failuresOf(victim)
+    assert set(told.values()) == {"EIO"}, told
+
+
+def test_everybody_who_waits_fails_when_the_helper_dies(victim):
+    victim.helper.block("getattr", "/unseen")
+    workers = [Worker(os.stat, victim.path / "unseen"), Worker(os.listdir, victim.path / "folder"),
+               Worker((victim.path / "read").read_bytes)]
+    victim.helper.blockedRequest()
+    for worker in workers:
+        eventually(lambda pid=worker.pid: system.isWaiting(pid), 10, "a waiting process")
+    killHelper(victim)
+    for number, worker in enumerate(workers):
+        with pytest.raises(OSError) as caught:
+            print(number, worker.result(AT_ONCE))
+        assert caught.value.errno == errno.EIO
+
+
+def test_helper_that_ends_by_a_signal_to_end_is_as_dead(victim):
+    killHelper(victim, signal.SIGTERM)
+    told = failuresOf(victim)
+    assert set(told.values()) == {"EIO"}, told
+
+
+def test_close_fails_or_works_but_the_descriptor_is_gone(victim):
+    killHelper(victim)
+    try:
+        os.close(victim.descriptor)
+    except OSError as error:
+        assert error.errno == errno.EIO
+    with pytest.raises(OSError) as caught:
+        os.fstat(victim.descriptor)
+    assert caught.value.errno == errno.EBADF
+    victim.descriptor = os.open("/dev/null", os.O_RDONLY)
+
+
+@pytest.mark.parametrize("text", ["this is not JSON", "{}", "[]", '{"id":"999999","ok":true}', '{"id":1,"ok":true}', "",
+                                  '{"id":"x","ok":"yes"}', "\x00\x01\x02"])
+def test_answer_that_is_nonsense_fails_one_operation_and_the_next_one_works(controlled, text):
+    controlled.expectLog("")
+    (controlled.backing / "file").write_bytes(b"content")
+    rule = controlled.helper.rule("garbage", "getattr", text=text)
+    with pytest.raises(OSError) as caught:
+        os.stat(controlled.path / "file")
+    assert caught.value.errno == errno.EIO
+    controlled.helper.drop(rule)
+    assert (controlled.path / "file").read_bytes() == b"content"
+
+
+def failureWith(volume):
+    with pytest.raises(OSError) as caught:
+        os.stat(volume.path / "file")
+    return caught.value.errno
+
+
+@pytest.mark.parametrize("code", ["ENOENT", "EEXIST", "EINVAL", "EISDIR", "ENOTDIR", "ENOTEMPTY", "EACCES", "EPERM",
+                                  "EROFS", "EIO"])
+def test_error_code_of_the_helper_is_the_error_of_the_call(controlled, code):
+    controlled.helper.fail("getattr", code)
+    assert failureWith(controlled) == getattr(errno, code)
+
+
+@pytest.mark.parametrize("code", ["ENOSPC", "EBUSY", "EDQUOT", "ENOMEM", "ESTALE", "enoent", "2", "", "ENAMETOOLONG"])
+def test_error_code_that_is_not_known_is_an_input_output_error(controlled, code):
+    controlled.helper.fail("getattr", code)
+    assert failureWith(controlled) == errno.EIO
+
+
+def test_error_without_a_code_is_an_input_output_error(controlled):
+    controlled.helper.rule("failNameless", "getattr", message="something")
+    assert failureWith(controlled) == errno.EIO

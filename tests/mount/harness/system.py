@@ -1,0 +1,137 @@
+"""What the machine knows of a test: its mounts, its processes and their open descriptors."""
+
+import os
+import re
+import signal
+import subprocess
+from pathlib import Path
+
+OCTAL = re.compile(r"\\([0-7]{3})")
+
+
+def mountPoints(below):
+    """The mount points at or beneath a folder, as the kernel lists them now."""
+    below = str(below)
+    found = []
+    with open("/proc/self/mountinfo", encoding="utf-8", errors="surrogateescape") as table:
+        for line in table:
+            point = OCTAL.sub(lambda match: chr(int(match.group(1), 8)), line.split(" ")[4])
+            if point == below or point.startswith(below + "/"):
+                found.append(point)
+    return found
+
+
+def mountLine(point):
+    """The fields of one mount: {'options', 'type', 'source', 'superOptions'}; None when nothing is mounted there."""
+    with open("/proc/self/mountinfo", encoding="utf-8", errors="surrogateescape") as table:
+        for line in table:
+            first, second = line.rstrip("\n").split(" - ", 1)
+            fields, last = first.split(" "), second.split(" ")
+            if OCTAL.sub(lambda match: chr(int(match.group(1), 8)), fields[4]) == str(point):
+                return {"options": fields[5].split(","), "type": last[0], "source": last[1],
+                        "superOptions": last[2].split(",")}
+    return None
+
+
+def processes(marker):
+    """Pids of the live processes that carry `marker` in their environment or on their command line, but ours."""
+    wanted = os.fsencode(str(marker))
+    own = set()
+    pid = os.getpid()
+    while pid > 1:
+        own.add(pid)
+        pid = parentOf(pid)
+    found = []
+    for entry in os.listdir("/proc"):
+        if not entry.isdigit() or int(entry) in own or stateOf(entry) in ("Z", "X", None):
+            continue
+        for source in ("environ", "cmdline"):
+            try:
+                if wanted in Path(f"/proc/{entry}/{source}").read_bytes():
+                    found.append(int(entry))
+                    break
+            except OSError:
+                continue
+    return found
+
+
+def _status(pid, index):
+    try:
+        text = Path(f"/proc/{pid}/stat").read_text(errors="replace")
+    except OSError:
+        return None
+    return text[text.rindex(")") + 2:].split(" ")[index]
+
+
+def stateOf(pid):
+    """The one-letter state of a process; None when it is gone."""
+    return _status(pid, 0)
+
+
+def parentOf(pid):
+    return int(_status(pid, 1) or 0)
+
+
+def children(pid):
+    """Live children of a process."""
+    found = []
+    for entry in os.listdir("/proc"):
+        if entry.isdigit() and parentOf(entry) == pid and stateOf(entry) not in ("Z", "X", None):
+            found.append(int(entry))
+    return found
+
+
+def isAlive(pid):
+    return stateOf(pid) not in ("Z", "X", None)
+
+
+def commandOf(pid):
+    try:
+        return Path(f"/proc/{pid}/cmdline").read_bytes().decode(errors="replace").replace("\0", " ").strip()
+    except OSError:
+        return "(gone)"
+
+
+def descriptors(pid):
+    """Open descriptors of a process: number -> what it leads to."""
+    found = {}
+    try:
+        numbers = os.listdir(f"/proc/{pid}/fd")
+    except OSError:
+        return found
+    for number in numbers:
+        try:
+            found[int(number)] = os.readlink(f"/proc/{pid}/fd/{number}")
+        except OSError:
+            continue
+    return found
+
+
+def isWaiting(pid):
+    """Whether some thread of the process waits for the file system (asleep in the kernel's fuse code or in `D`)."""
+    try:
+        for task in os.listdir(f"/proc/{pid}/task"):
+            if _status(f"{pid}/task/{task}", 0) == "D":
+                return True
+            place = Path(f"/proc/{pid}/task/{task}/wchan").read_text()
+            if "fuse" in place or "request_wait" in place or "folio_wait" in place or "inode" in place:
+                return True
+    except OSError:
+        pass
+    return False
+
+
+def clearAway(folder):
+    """Ends the processes that belong to a folder and detaches the mounts in it. Returns what there was to clear."""
+    cleared = []
+    for pid in processes(folder):
+        cleared.append(f"process {pid}: {commandOf(pid)}")
+        try:
+            os.kill(pid, signal.SIGKILL)
+        except OSError:
+            pass
+    for point in reversed(mountPoints(folder)):
+        cleared.append(f"mount {point}")
+        command = ["umount", "-l", point] if os.getuid() == 0 else ["fusermount3", "-u", "-z", point]
+        subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, timeout=20, check=False)
+    return cleared

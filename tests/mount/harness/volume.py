@@ -1,0 +1,217 @@
+"""One served tree and the volume that shows it."""
+
+import json
+import os
+import re
+import shutil
+import signal
+import subprocess
+import threading
+from pathlib import Path
+
+from . import system
+from .control import HelperControl
+from .deadline import Late, eventually
+
+HELPERS = Path(__file__).resolve().parent.parent / "helpers"
+SUSPICIOUS = re.compile(r"error|warning|fatal|assert|abort|sanitizer|leak|unexpected|invalid|failed|panic|deadlock|race",
+                        re.IGNORECASE)
+MARKER = "KEMVI_TEST_WORKSPACE"
+
+
+class PlainVolume:
+    """The served tree itself, without any mount: what a local disk does with the same test."""
+
+    isPlain = True
+
+    def __init__(self, workspace):
+        self.path = self.backing = workspace / "tree"
+        self.backing.mkdir()
+
+    def close(self):
+        pass
+
+
+class Program:
+    """The `kemvi` command as a test runs it, in an environment that marks every process of the test."""
+
+    def __init__(self, binary, helper, workspace):
+        self.binary, self.helper, self.workspace = binary, helper, Path(workspace)
+        self.environment = dict(os.environ)
+        self.environment[MARKER] = str(workspace)
+        self.environment["HOME"] = str(workspace)
+        self.environment.setdefault("ASAN_OPTIONS", "detect_leaks=1")
+
+    def run(self, *arguments, limit=30, environment=None, **more):
+        """Runs the command to its end. Output is text; never raises for an exit code."""
+        more.setdefault("stdin", subprocess.DEVNULL)
+        return subprocess.run([self.binary, *map(str, arguments)], capture_output=True, text=True, timeout=limit,
+                              check=False, env={**self.environment, **(environment or {})}, **more)
+
+    def start(self, *arguments, **more):
+        more.setdefault("stdin", subprocess.DEVNULL)
+        return subprocess.Popen([self.binary, *map(str, arguments)], env=self.environment, **more)
+
+
+def writeConfiguration(source, helper, tree, **replaced):
+    """A mount-config.json as `kemvi init` writes it; `replaced` changes keys, None leaves one out."""
+    entries = {"driveId": "test", "kemviHome": str(source), "repoRoot": str(tree), "helperPath": str(helper)}
+    entries.update(replaced)
+    text = json.dumps({key: value for key, value in entries.items() if value is not None})
+    (Path(source) / "mount-config.json").write_text(text)
+
+
+class Volume:
+    """A mounted volume with source, served tree, mount point and log of its own. `close` unmounts it and fails on
+    whatever it leaves behind."""
+
+    isPlain = False
+
+    def __init__(self, workspace, binary, localHelper, name="", options=(), control=False, helper=None, backing=None,
+                 environment=None):
+        self.workspace = Path(workspace)
+        self.name = name
+        self.source = self.workspace / f"source{name}"
+        self.backing = Path(backing) if backing else self.workspace / f"tree{name}"
+        self.path = self.workspace / f"mount{name}"
+        self.logFile = self.workspace / f"log{name}"
+        for folder in (self.source, self.backing, self.path):
+            folder.mkdir(exist_ok=True)
+        self.options = list(options)
+        self.program = Program(binary, localHelper, workspace)
+        self.program.environment.update(environment or {})
+        self.helper = None
+        if control:
+            self.helper = HelperControl(self.workspace / f"control{name}")
+            self.program.environment["KEMVI_TEST_CONTROL"] = str(self.helper.folder)
+            self.program.environment["KEMVI_TEST_INNER"] = str(localHelper)
+        writeConfiguration(self.source, helper or (HELPERS / "controlled.mjs" if control else localHelper), self.backing)
+        self.host = None
+        self.expectedLog = []
+        self.checksDescriptors = True
+        self.expectsExit = 0
+        self._baseline = 0
+        self._watchdog = None
+
+    # Life
+
+    def arguments(self):
+        more = ["-o", ",".join(self.options)] if self.options else []
+        return ["mount", str(self.source), str(self.path), *more]
+
+    def open(self, limit=60.0, seconds=20):
+        """Mounts in the foreground, as a child. Returns when the kernel answers for the mount point."""
+        with open(self.logFile, "ab") as log:
+            self.host = self.program.start(*self.arguments(), "-f", stdout=log, stderr=log, start_new_session=True)
+        self._watchdog = threading.Timer(limit + 5, self.kill)
+        self._watchdog.daemon = True
+        self._watchdog.start()
+        eventually(lambda: system.mountPoints(self.path) or self.host.poll() is not None, seconds, "the mount")
+        if self.host.poll() is not None:
+            raise AssertionError(f"kemvi mount ended with {self.host.returncode}: {self.log()}")
+        os.stat(self.path)
+        self._baseline = len(system.descriptors(self.host.pid))
+        if self.helper:
+            self.helper.forget()
+        return self
+
+    def kill(self):
+        """Frees a test that hangs: with the host gone the kernel fails everything that waits for it."""
+        for pid in system.processes(self.workspace):
+            if pid != os.getpid():
+                try:
+                    os.kill(pid, signal.SIGKILL)
+                except OSError:
+                    pass
+
+    def unmount(self, limit=30):
+        """Ends the mount through the command, as a user does."""
+        done = self.program.run("unmount", self.path, limit=limit)
+        assert done.returncode == 0, f"kemvi unmount: {done.returncode}: {done.stdout}{done.stderr}"
+        return done
+
+    def waitForEnd(self, seconds=20):
+        """The exit code of the host, which must be on its way out."""
+        try:
+            return self.host.wait(seconds)
+        except subprocess.TimeoutExpired:
+            raise Late(f"the host did not end within {seconds} s; log: {self.log()}") from None
+
+    def close(self):
+        """Unmounts and holds the volume to its promise to leave nothing behind."""
+        if self.host is None:
+            return
+        faults = []
+        try:
+            if self.host.poll() is None:
+                faults += self._openLeftovers()
+                self.unmount()
+            code = self.waitForEnd()
+            if self.expectsExit is not None and code != self.expectsExit:
+                faults.append(f"the host ended with {code}")
+        except (AssertionError, subprocess.TimeoutExpired) as fault:
+            faults.append(str(fault))
+        finally:
+            self._watchdog.cancel()
+        try:
+            # After the sudden death of a host somebody else takes the mount away, a moment later.
+            eventually(lambda: not system.mountPoints(self.path), 5)
+        except Late:
+            faults.append("still mounted")
+        faults += self._suspiciousLines()
+        assert not faults, "\n".join(faults) + "\nlog:\n" + self.log()
+
+    def _openLeftovers(self):
+        """Descriptors of the host beyond those it had when it was mounted, and files the helper still holds open."""
+        if not self.checksDescriptors:
+            return []
+        try:
+            eventually(lambda: len(system.descriptors(self.host.pid)) <= self._baseline, 5, "closed descriptors")
+            eventually(lambda: not self.helperFiles(), 5, "closed files of the helper")
+        except Late:
+            return [f"open in the host: {system.descriptors(self.host.pid)} (at first {self._baseline}); "
+                    f"in the helper: {self.helperFiles()}"]
+        return []
+
+    def _suspiciousLines(self):
+        left = []
+        for line in self.log().splitlines():
+            if SUSPICIOUS.search(line) and not any(re.search(known, line) for known in self.expectedLog):
+                left.append(f"in the log: {line}")
+        return left
+
+    # What is seen from outside
+
+    def log(self):
+        return self.logFile.read_text(errors="replace") if self.logFile.exists() else ""
+
+    def logLines(self, pattern):
+        return [line for line in self.log().splitlines() if re.search(pattern, line)]
+
+    def expectLog(self, *patterns):
+        """Lines that match one of these are no fault of this test."""
+        self.expectedLog += patterns
+
+    def helperPids(self):
+        return [pid for pid in system.processes(self.workspace) if "node" in system.commandOf(pid).split(" ")[0]]
+
+    def helperPid(self):
+        """The process that the host speaks to."""
+        return next(pid for pid in self.helperPids() if system.parentOf(pid) == self.host.pid)
+
+    def helperFiles(self):
+        """Files of the served tree that a helper process holds open."""
+        below = str(self.backing) + "/"
+        return [target for pid in self.helperPids() for target in system.descriptors(pid).values()
+                if target.startswith(below)]
+
+    def hidden(self, folder=""):
+        """Hidden names in a folder of the served tree."""
+        return sorted(name for name in os.listdir(self.backing / folder) if name.startswith(".kemvi-hidden-"))
+
+
+def clearWorkspace(workspace):
+    """Ends what is left in a workspace and removes it. Returns what was left."""
+    cleared = system.clearAway(workspace)
+    shutil.rmtree(workspace, ignore_errors=True)
+    return cleared

@@ -1,0 +1,127 @@
+// The helper of the mount tests: the real one behind a recorder and a set of rules that the test changes while it runs.
+//
+// KEMVI_TEST_CONTROL names a folder: requests.jsonl (written here: every request, the bytes of a write as "size"),
+// rules.json (read here before every request), blocked.json (written here while a request sleeps).
+// KEMVI_TEST_INNER names the script of the real helper.
+import fs from 'node:fs';
+import path from 'node:path';
+import { setTimeout as pause } from 'node:timers/promises';
+import { Inner } from './inner.mjs';
+import { lines } from './lines.mjs';
+
+const folder = process.env.KEMVI_TEST_CONTROL;
+const root = process.env.KEMVI_REPO_ROOT;
+const inner = new Inner(process.env.KEMVI_TEST_INNER);
+const log = fs.openSync(path.join(folder, 'requests.jsonl'), 'a');
+
+const rules = () => JSON.parse(fs.readFileSync(path.join(folder, 'rules.json'), 'utf8'));
+const reach = (served) => path.join(root, served);
+
+function record(request) {
+  const { dataBase64, ...told } = request;
+  if (dataBase64 !== undefined) told.size = Buffer.byteLength(dataBase64, 'base64');
+  fs.writeSync(log, `${JSON.stringify(told)}\n`);
+}
+
+function fits(rule, request) {
+  const where = request.path ?? request.oldPath;
+  return (rule.op === null || rule.op === request.op) && (rule.path === null || rule.path === where);
+}
+
+async function sleepWhile(rule, request) {
+  const note = path.join(folder, 'blocked.json');
+  fs.writeFileSync(`${note}.new`, JSON.stringify(request.op === 'write' ? { ...request, dataBase64: '' } : request));
+  fs.renameSync(`${note}.new`, note);
+  while (rules().some((other) => other.number === rule.number)) await pause(2);
+  fs.rmSync(note, { force: true });
+}
+
+const failure = (request, code, message) => ({ id: request.id, ok: false, error: { code, message } });
+const listed = (request, name, size = 0) => ({
+  path: path.posix.join(request.path, name), name, isDirectory: false, size, modifiedAt: '2024-01-01T00:00:00.000Z',
+});
+
+// Each action gets the rule, the request and a function that hands a request on; it returns the answer.
+const actions = {
+  async block(rule, request, next) {
+    await sleepWhile(rule, request);
+    return next(request);
+  },
+  async blockAfter(rule, request, next) {
+    const answer = await next(request);
+    await sleepWhile(rule, request);
+    return answer;
+  },
+  async delay(rule, request, next) {
+    await pause(rule.milliseconds);
+    return next(request);
+  },
+  fail: (rule, request) => failure(request, rule.code, rule.message),
+  failNameless: (rule, request) => ({ id: request.id, ok: false, error: { message: rule.message } }),
+  // Does the work and reports that it failed, as a helper does that notices a full disk too late.
+  async failAfter(rule, request, next) {
+    await next(request);
+    return failure(request, rule.code, rule.message);
+  },
+  failReadsFrom: (rule, request, next) =>
+    request.offset >= rule.offset ? failure(request, rule.code, rule.message) : next(request),
+  shortReads: (rule, request, next) => next({ ...request, length: Math.min(request.length, rule.most) }),
+  longReads: (rule, request, next) => next({ ...request, length: request.length + rule.extra }),
+  // A rename never replaces: a helper over a store that lacks the call.
+  renameRefusesExisting: (rule, request, next) =>
+    fs.existsSync(reach(request.newPath))
+      ? failure(request, 'EEXIST', 'there is something of that name') : next(request),
+  recursiveUnlink(rule, request) {
+    fs.rmSync(reach(request.path), { recursive: true });
+    return { id: request.id, ok: true };
+  },
+  async oddNames(rule, request, next) {
+    const answer = await next(request);
+    answer.result.push(...rule.names.map((name) => listed(request, name)));
+    return answer;
+  },
+  // Not process.exit, which would wait for the read of standard input that is under way.
+  die: () => process.kill(process.pid, 'SIGKILL'),
+  garbage(rule) {
+    fs.writeSync(1, `${rule.text ?? 'this is not JSON'}\n`);
+    return undefined;
+  },
+};
+
+async function answerTo(line, request) {
+  const active = rules().filter((rule) => fits(rule, request) && actions[rule.action]);
+  if (active.length === 0) return inner.exchange(line);
+  const run = (index, asked) =>
+    index === active.length ? inner.ask(asked) : actions[active[index].action](active[index], asked, (r) => run(index + 1, r));
+  const answer = await run(0, request);
+  return answer === undefined ? undefined : Buffer.from(JSON.stringify(answer));
+}
+
+// Nobody reads the answer when the host was killed meanwhile.
+process.on('uncaughtException', (error) => {
+  if (error.code !== 'EPIPE') console.error(error);
+  process.kill(process.pid, 'SIGKILL');
+});
+
+function send(answer) {
+  if (rules().some((rule) => rule.action === 'bytewise')) {
+    for (const byte of answer) fs.writeSync(1, Buffer.of(byte));
+    fs.writeSync(1, '\n');
+    return;
+  }
+  const whole = Buffer.concat([answer, Buffer.of(10)]);
+  for (let at = 0; at < whole.length;) at += fs.writeSync(1, whole, at);
+}
+
+for await (const line of lines(fs.createReadStream(null, { fd: 0, autoClose: false }))) {
+  const request = JSON.parse(line);
+  record(request);
+  const answer = await answerTo(line, request);
+  if (answer !== undefined) send(answer);
+}
+if (rules().some((rule) => rule.action === 'neverExits')) {
+  fs.writeFileSync(path.join(folder, 'endOfInput'), '');
+  await new Promise((resolve) => setInterval(() => rules().some((rule) => rule.action === 'neverExits') || resolve(), 5));
+}
+await inner.end();
+process.exit(0);

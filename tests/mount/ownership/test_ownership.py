@@ -1,0 +1,144 @@
+"""Owners and modes: what may be changed, what is only accepted, what others may do."""
+
+import errno
+import os
+import stat
+import subprocess
+
+import pytest
+
+UID, GID = os.getuid(), os.getgid()
+
+
+def failure(call, *arguments):
+    with pytest.raises(OSError) as caught:
+        call(*arguments)
+    return caught.value.errno
+
+
+def put(path, data=b"content"):
+    path.write_bytes(data)
+    return path
+
+
+def test_everything_belongs_to_the_mounting_user(mount):
+    volume = mount()
+    (volume.path / "folder").mkdir()
+    put(volume.path / "file")
+    for path in (volume.path, volume.path / "folder", volume.path / "file"):
+        assert (os.stat(path).st_uid, os.stat(path).st_gid) == (UID, GID)
+
+
+def test_chown_to_the_shown_owner_succeeds_and_asks_nothing(controlled):
+    put(controlled.path / "file")
+    controlled.helper.forget()
+    for uid, gid in ((UID, GID), (UID, -1), (-1, GID), (-1, -1)):
+        os.chown(controlled.path / "file", uid, gid)
+    assert controlled.helper.count("chmod", "utimes") == 0
+
+
+@pytest.mark.parametrize("uid,gid", [(UID + 1, -1), (-1, GID + 1), (UID + 1, GID + 1)])
+def test_chown_to_anybody_else_is_not_permitted(mount, uid, gid):
+    volume = mount()
+    put(volume.path / "file")
+    (volume.path / "folder").mkdir()
+    assert failure(os.chown, volume.path / "file", uid, gid) == errno.EPERM
+    assert failure(os.chown, volume.path / "folder", uid, gid) == errno.EPERM
+    assert os.stat(volume.path / "file").st_uid == UID
+
+
+@pytest.mark.rootOnly
+def test_chown_to_anybody_else_succeeds_silently_when_quiet(mount):
+    volume = mount(options=["quiet"])
+    put(volume.path / "file")
+    os.chown(volume.path / "file", UID + 1, GID + 1)
+    assert (os.stat(volume.path / "file").st_uid, os.stat(volume.path / "file").st_gid) == (UID, GID)
+
+
+def test_chown_through_a_descriptor_follows_the_same_rules(mount):
+    volume = mount()
+    descriptor = os.open(put(volume.path / "file"), os.O_RDWR)
+    os.fchown(descriptor, UID, GID)
+    assert failure(os.fchown, descriptor, UID + 1, -1) == errno.EPERM
+    os.close(descriptor)
+
+
+@pytest.mark.parametrize("mode", [0o600, 0o755, 0o444, 0o000, 0o777, 0o700])
+def test_chmod_reaches_the_served_tree_and_is_shown_unchanged(mount, mode):
+    volume = mount()
+    put(volume.path / "file")
+    (volume.path / "folder").mkdir()
+    os.chmod(volume.path / "file", mode)
+    assert stat.S_IMODE(os.stat(volume.backing / "file").st_mode) == mode
+    assert stat.S_IMODE(os.stat(volume.path / "file").st_mode) == 0o644
+    os.chmod(volume.path / "folder", 0o700)
+    assert stat.S_IMODE(os.stat(volume.backing / "folder").st_mode) == 0o700
+    assert stat.S_IMODE(os.stat(volume.path / "folder").st_mode) == 0o755
+
+
+def test_chmod_is_one_request_with_the_permission_bits_alone(controlled):
+    put(controlled.path / "file")
+    controlled.helper.forget()
+    os.chmod(controlled.path / "file", 0o755)
+    assert [request["mode"] for request in controlled.helper.requests("chmod")] == [0o755]
+
+
+def test_chmod_the_helper_refuses_is_refused(controlled):
+    put(controlled.path / "file")
+    controlled.helper.fail("chmod", "EPERM")
+    assert failure(os.chmod, controlled.path / "file", 0o600) == errno.EPERM
+
+
+def test_chmod_through_a_descriptor_works(mount):
+    volume = mount()
+    descriptor = os.open(put(volume.path / "file"), os.O_RDWR)
+    os.fchmod(descriptor, 0o600)
+    assert stat.S_IMODE(os.stat(volume.backing / "file").st_mode) == 0o600
+    os.close(descriptor)
+
+
+@pytest.mark.rootOnly
+def test_owner_and_group_options_are_shown(mount):
+    volume = mount(options=["uid=1234", "gid=4321"])
+    put(volume.path / "file")
+    for path in (volume.path, volume.path / "file"):
+        assert (os.stat(path).st_uid, os.stat(path).st_gid) == (1234, 4321)
+    os.chown(volume.path / "file", 1234, 4321)
+    assert failure(os.chown, volume.path / "file", 0, 0) == errno.EPERM
+
+
+def test_mask_options_are_shown_and_what_is_withheld_is_refused(mount):
+    volume = mount(options=["fmask=0333", "dmask=0022"])
+    put(volume.backing / "file")
+    assert stat.S_IMODE(os.stat(volume.path / "file").st_mode) == 0o444
+    assert stat.S_IMODE(os.stat(volume.path).st_mode) == 0o755
+    if UID != 0:
+        assert failure(os.open, volume.path / "file", os.O_WRONLY) == errno.EACCES
+    assert not os.access(volume.path / "file", os.X_OK)
+
+
+@pytest.mark.rootOnly
+def test_shown_modes_are_enforced_for_other_users(mount):
+    volume = mount(options=["allow_other", "fmask=077", "dmask=022"])
+    put(volume.path / "file")
+    os.chmod(volume.workspace, 0o755)
+    done = subprocess.run(["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "cat", volume.path / "file"],
+                          capture_output=True, check=False, timeout=20)
+    assert done.returncode != 0 and b"Permission denied" in done.stderr and done.stdout == b""
+
+
+def test_access_is_told_by_the_shown_mode(mount):
+    volume = mount()
+    put(volume.path / "file")
+    assert os.access(volume.path / "file", os.R_OK | os.W_OK)
+    assert not os.access(volume.path / "file", os.X_OK)
+    assert os.access(volume.path, os.R_OK | os.W_OK | os.X_OK)
+
+
+def test_copy_with_everything_preserved_succeeds_for_own_files(volume, workspace):
+    put(workspace / "original")
+    os.utime(workspace / "original", (1000, 1000))
+    done = subprocess.run(["cp", "-p", workspace / "original", volume.path / "copy"], capture_output=True, text=True,
+                          check=False, timeout=20)
+    assert done.returncode == 0 and done.stderr == ""
+    assert os.stat(volume.path / "copy").st_mtime == 1000

@@ -1,0 +1,182 @@
+"""Truncating and growing, seen in the bytes and in what the helper is asked."""
+
+import errno
+import os
+
+import pytest
+
+from harness import libc
+
+DATA = bytes(range(256)) * 40  # 10,240 bytes
+
+
+def put(path, data=DATA):
+    path.write_bytes(data)
+    return path
+
+
+def failure(call, *arguments):
+    with pytest.raises(OSError) as caught:
+        call(*arguments)
+    return caught.value.errno
+
+
+@pytest.mark.parametrize("size", [0, 1, 4095, 4096, 4097, 10_239, 10_240, 10_241, 20_000, 1_000_000])
+@pytest.mark.parametrize("how", ["by name", "by descriptor", "by a writing descriptor"])
+def test_file_has_the_new_size_its_head_and_zeros(volume, size, how):
+    path = put(volume.path / "file")
+    if how == "by name":
+        os.truncate(path, size)
+    else:
+        descriptor = os.open(path, os.O_RDWR if how == "by descriptor" else os.O_WRONLY)
+        os.ftruncate(descriptor, size)
+        assert os.fstat(descriptor).st_size == size
+        os.close(descriptor)
+    wanted = DATA[:size] + bytes(max(0, size - len(DATA)))
+    assert os.stat(path).st_size == size
+    assert path.read_bytes() == wanted == (volume.backing / "file").read_bytes()
+
+
+def test_truncate_to_nothing_reads_and_writes_nothing(controlled):
+    put(controlled.backing / "file")
+    os.truncate(controlled.path / "file", 0)
+    assert controlled.helper.count("read", "write") == 0
+    assert (controlled.backing / "file").read_bytes() == b""
+
+
+def test_growing_writes_one_byte_and_reads_nothing(controlled):
+    put(controlled.backing / "file")
+    os.truncate(controlled.path / "file", 50_000)
+    assert controlled.helper.count("read") == 0
+    assert [(request["offset"], request["size"]) for request in controlled.helper.requests("write")] == [(49_999, 1)]
+
+
+def test_growing_a_folder_of_files_does_not_empty_any(controlled):
+    put(controlled.backing / "file")
+    os.truncate(controlled.path / "file", 50_000)
+    assert not any("truncate" in request.get("flags", []) for request in controlled.helper.requests("open"))
+
+
+def test_shrinking_keeps_no_more_than_needed(controlled):
+    put(controlled.backing / "file")
+    os.truncate(controlled.path / "file", 4)
+    assert sum(request["length"] for request in controlled.helper.requests("read")) < 10_000
+    assert (controlled.backing / "file").read_bytes() == DATA[:4]
+
+
+def test_same_size_changes_no_byte(controlled):
+    put(controlled.backing / "file")
+    os.truncate(controlled.path / "file", len(DATA))
+    assert (controlled.backing / "file").read_bytes() == DATA
+
+
+def test_resize_through_a_short_reading_helper_keeps_the_head(controlled):
+    """The volume preserves what one read gives; a helper that answers short must not cost data."""
+    put(controlled.backing / "file")
+    controlled.helper.rule("shortReads", "read", most=1000)
+    try:
+        os.truncate(controlled.path / "file", 5000)
+        assert (controlled.backing / "file").read_bytes() == DATA[:5000]
+    except OSError:
+        assert (controlled.backing / "file").read_bytes() == DATA
+
+
+def test_failed_write_of_a_resize_is_told(controlled):
+    put(controlled.backing / "file")
+    rule = controlled.helper.fail("write", "EACCES")
+    assert failure(os.truncate, controlled.path / "file", 20_000) == errno.EACCES
+    controlled.helper.drop(rule)
+    assert (controlled.backing / "file").read_bytes() == DATA
+
+
+def test_descriptors_opened_before_a_resize_go_on(volume):
+    path = put(volume.path / "file")
+    reader, writer = os.open(path, os.O_RDONLY), os.open(path, os.O_WRONLY)
+    os.pread(reader, 10, 0)
+    os.pwrite(writer, b"x", 0)
+    os.truncate(path, 100)
+    assert os.pread(reader, 1000, 0) == b"x" + DATA[1:100]
+    os.pwrite(writer, b"y", 99)
+    os.truncate(path, 200)
+    assert os.pread(reader, 1000, 0) == b"x" + DATA[1:99] + b"y" + bytes(100)
+    os.close(reader)
+    os.close(writer)
+
+
+def test_write_behind_the_end_leaves_zeros_between(volume):
+    path = put(volume.path / "file", b"head")
+    descriptor = os.open(path, os.O_WRONLY)
+    os.pwrite(descriptor, b"tail", 10_000)
+    os.close(descriptor)
+    assert path.read_bytes() == b"head" + bytes(9_996) + b"tail"
+
+
+def test_shrink_then_grow_shows_zeros_and_not_old_bytes(volume):
+    path = put(volume.path / "file")
+    descriptor = os.open(path, os.O_RDWR)
+    assert os.pread(descriptor, 20_000, 0) == DATA
+    os.ftruncate(descriptor, 100)
+    os.ftruncate(descriptor, 10_000)
+    assert os.pread(descriptor, 20_000, 0) == DATA[:100] + bytes(9_900)
+    os.close(descriptor)
+
+
+def test_resize_of_a_removed_open_file_works(volume):
+    descriptor = os.open(put(volume.path / "file"), os.O_RDWR)
+    os.unlink(volume.path / "file")
+    os.ftruncate(descriptor, 5)
+    assert os.pread(descriptor, 100, 0) == DATA[:5]
+    os.ftruncate(descriptor, 10)
+    assert os.pread(descriptor, 100, 0) == DATA[:5] + bytes(5)
+    os.close(descriptor)
+
+
+def test_resize_of_a_folder_is_refused(volume):
+    (volume.path / "folder").mkdir()
+    assert failure(os.truncate, volume.path / "folder", 0) == errno.EISDIR
+
+
+def test_resize_of_a_missing_file_is_not_found(volume):
+    assert failure(os.truncate, volume.path / "absent", 0) == errno.ENOENT
+
+
+def test_negative_size_is_invalid(volume):
+    put(volume.path / "file")
+    assert failure(os.truncate, volume.path / "file", -1) == errno.EINVAL
+
+
+def test_size_too_large_for_the_served_tree_is_an_error_and_keeps_the_file(volume):
+    put(volume.path / "file")
+    assert failure(os.truncate, volume.path / "file", (1 << 63) - 1) in (errno.EFBIG, errno.EINVAL, errno.EIO, errno.ENOSPC)
+    assert (volume.backing / "file").read_bytes() == DATA
+
+
+def test_preallocation_works_or_is_refused_as_not_supported(volume):
+    path = put(volume.path / "file")
+    descriptor = os.open(path, os.O_RDWR)
+    try:
+        libc.fallocate(descriptor, 0, 0, 50_000)
+        assert os.fstat(descriptor).st_size == 50_000
+    except OSError as error:
+        assert error.errno == errno.EOPNOTSUPP
+    assert path.read_bytes()[:len(DATA)] == DATA
+    os.posix_fallocate(descriptor, 0, 60_000)  # the library has a way without the kernel's help
+    assert os.fstat(descriptor).st_size >= 60_000
+    assert path.read_bytes()[:len(DATA)] == DATA
+    os.close(descriptor)
+
+
+def test_holes_and_data_are_told_in_the_simplest_true_way(volume):
+    path = put(volume.path / "file")
+    descriptor = os.open(path, os.O_RDONLY)
+    assert os.lseek(descriptor, 0, os.SEEK_DATA) == 0
+    assert os.lseek(descriptor, 0, os.SEEK_HOLE) == len(DATA)
+    assert os.lseek(descriptor, 0, os.SEEK_END) == len(DATA)
+    os.close(descriptor)
+
+
+def test_space_told_is_the_size_in_whole_blocks(mount):
+    volume = mount()
+    for size, blocks in ((0, 0), (1, 8), (4096, 8), (4097, 16)):
+        put(volume.path / "file", b"x" * size)
+        assert os.stat(volume.path / "file").st_blocks == blocks

@@ -1,0 +1,332 @@
+"""A helper that does not answer: whoever waits for it can be ended, and everything goes on when it wakes."""
+
+import mmap
+import os
+import signal
+import subprocess
+import time
+
+import pytest
+
+from harness import system
+from harness.deadline import eventually
+from harness.worker import Worker, inChild
+
+# A waiting process is gone within a second; twice that on a machine that does other work beside.
+AT_ONCE = 2.0
+DATA = os.urandom(200_000)
+
+
+def readMapped(folder):
+    descriptor = os.open(folder / "file", os.O_RDONLY)
+    with mmap.mmap(descriptor, 0, access=mmap.ACCESS_READ) as view:
+        return view[150_000]
+
+
+def writeAndClose(folder):
+    descriptor = os.open(folder / "file", os.O_WRONLY)
+    os.write(descriptor, b"written")
+    os.close(descriptor)
+
+
+def writeAndExit(folder):
+    descriptor = os.open(folder / "file", os.O_WRONLY)
+    os.write(descriptor, b"written")
+    os._exit(0)
+
+
+def readAndExit(folder):
+    descriptor = os.open(folder / "file", os.O_RDONLY)
+    os.read(descriptor, 10)
+    os._exit(0)
+
+
+def synchronise(folder):
+    descriptor = os.open(folder / "file", os.O_WRONLY)
+    os.write(descriptor, b"written")
+    os.fsync(descriptor)
+
+
+def writeMany(folder):
+    with open(folder / "file", "wb") as file:
+        file.write(DATA)
+
+
+# What waits, and in which request of the helper.
+WAITS = {
+    "stat": ("getattr", lambda folder: os.stat(folder / "unseen")),
+    "open": ("open", lambda folder: (folder / "file").read_bytes()),
+    "read": ("read", lambda folder: (folder / "file").read_bytes()),
+    "fault of a mapped page": ("read", readMapped),
+    "write": ("write", writeMany),
+    "close": ("release", writeAndClose),
+    "exit with a written descriptor": ("release", writeAndExit),
+    "exit with a read descriptor": ("release", readAndExit),
+    "fsync": ("flush", synchronise),
+    "listing": ("readdir", os.listdir),
+    "create": ("open", lambda folder: (folder / "fresh").touch()),
+    "mkdir": ("mkdir", lambda folder: os.mkdir(folder / "fresh")),
+    "unlink": ("unlink", lambda folder: os.unlink(folder / "file")),
+    "rmdir": ("unlink", lambda folder: os.rmdir(folder / "folder")),
+    "rename": ("rename", lambda folder: os.rename(folder / "file", folder / "moved")),
+    "truncate": ("write", lambda folder: os.truncate(folder / "file", 100)),
+    "chmod": ("chmod", lambda folder: os.chmod(folder / "file", 0o600)),
+    "utime": ("utimes", lambda folder: os.utime(folder / "file", (1, 1))),
+}
+
+
+@pytest.fixture
+def stuck(controlled):
+    (controlled.backing / "file").write_bytes(DATA)
+    (controlled.backing / "unseen").write_bytes(b"unseen")
+    (controlled.backing / "folder").mkdir()
+    controlled.expectLog("interrupt", "helper")
+    return controlled
+
+
+@pytest.mark.parametrize("number", [signal.SIGKILL, signal.SIGINT], ids=["SIGKILL", "SIGINT"])
+@pytest.mark.parametrize("what", WAITS)
+def test_waiting_process_is_ended_at_once_and_the_mount_goes_on(stuck, what, number):
+    op, wait = WAITS[what]
+    rule = stuck.helper.block(op)
+    worker = Worker(wait, stuck.path)
+    # A host may leave to the background what nobody has to wait for; then the process just ends.
+    eventually(lambda: stuck.helper.isBlocked() or worker.isGone(), 20, "the helper being asked")
+    if not worker.isGone():
+        worker.kill(number)
+    assert worker.isGone(AT_ONCE), f"still there, waiting in {system.stateOf(worker.pid)}"
+    stuck.helper.drop(rule)
+    assert (stuck.path / "unseen").read_bytes() == b"unseen"
+    assert "unseen" in os.listdir(stuck.path)
+    assert inChild(lambda: (stuck.path / "after").write_bytes(b"after")) == 5
+    assert (stuck.backing / "after").read_bytes() == b"after"
+
+
+@pytest.mark.parametrize("what", ["stat", "open", "read", "listing", "mkdir", "rename", "utime"])
+def test_waiting_process_gets_its_answer_when_the_helper_wakes(stuck, what):
+    op, wait = WAITS[what]
+    rule = stuck.helper.block(op)
+    worker = Worker(lambda: (wait(stuck.path), True)[1])
+    stuck.helper.blockedRequest()
+    assert not worker.isDone()
+    stuck.helper.drop(rule)
+    assert worker.result(10)
+
+
+def test_process_that_waits_behind_another_is_ended_at_once(stuck):
+    # In a folder of its own: the kernel itself keeps changes of a folder waiting while a name in it is looked up.
+    (stuck.backing / "folder" / "unseen").write_bytes(b"unseen")
+    os.stat(stuck.path / "folder")
+    rule = stuck.helper.block("getattr", "/folder/unseen")
+    first = Worker(os.stat, stuck.path / "folder" / "unseen")
+    stuck.helper.blockedRequest()
+    others = [Worker(os.listdir, stuck.path), Worker((stuck.path / "file").read_bytes),
+              Worker(os.stat, stuck.path / "absent"), Worker(os.mkdir, stuck.path / "fresh")]
+    for other in others:
+        eventually(lambda pid=other.pid: system.isWaiting(pid), 10, "a waiting process")
+    for other, number in zip(others, [signal.SIGKILL, signal.SIGINT] * 2):
+        other.kill(number)
+    for other in others:
+        assert other.isGone(AT_ONCE)
+    assert not first.isDone()
+    stuck.helper.drop(rule)
+    assert first.result(10).st_size == 6
+
+
+def test_many_waiting_processes_are_all_ended(stuck):
+    rule = stuck.helper.block()
+    workers = [Worker(os.stat, stuck.path / f"name{index}") for index in range(25)]
+    stuck.helper.blockedRequest()
+    for worker in workers:
+        eventually(lambda pid=worker.pid: system.isWaiting(pid), 10, "a waiting process")
+    for worker in workers:
+        worker.kill()
+    end = time.monotonic() + AT_ONCE
+    for worker in workers:
+        assert worker.isGone(max(0, end - time.monotonic()))
+    stuck.helper.drop(rule)
+    assert (stuck.path / "file").read_bytes() == DATA
+
+
+def test_process_killed_in_a_read_can_exit_with_a_written_descriptor(stuck):
+    def wait():
+        descriptor = os.open(stuck.path / "other", os.O_WRONLY | os.O_CREAT)
+        os.write(descriptor, b"written")
+        (stuck.path / "file").read_bytes()
+    rule = stuck.helper.block("read")
+    worker = Worker(wait)
+    stuck.helper.blockedRequest()
+    worker.kill()
+    assert worker.isGone(AT_ONCE)
+    stuck.helper.drop(rule)
+    assert (stuck.path / "other").read_bytes() == b"written"
+
+
+def test_process_can_exit_with_a_written_descriptor_while_the_helper_hangs_for_another(stuck):
+    """The close at exit cannot be interrupted by any signal, so the host must not let it wait."""
+    written = stuck.workspace / "written"
+
+    def wait():
+        descriptor = os.open(stuck.path / "other", os.O_WRONLY | os.O_CREAT)
+        os.write(descriptor, b"written")
+        written.touch()
+        signal.pause()
+    worker = Worker(wait)
+    eventually(written.exists, 10)
+    rule = stuck.helper.block("getattr", "/unseen")
+    other = Worker(os.stat, stuck.path / "unseen")
+    stuck.helper.blockedRequest()
+    worker.kill()
+    assert worker.isGone(AT_ONCE)
+    stuck.helper.drop(rule)
+    assert other.result(10).st_size == 6
+    assert (stuck.path / "other").read_bytes() == b"written"
+
+
+def test_programs_die_of_ctrl_c(stuck):
+    rule = stuck.helper.block("getattr")
+    for command in (["cat", "file"], ["ls", "-l", "unseen"], ["cp", "file", "copy"], ["find", "folder"]):
+        command = [command[0], *[word if word.startswith("-") else str(stuck.path / word) for word in command[1:]]]
+        with subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL) as waiting:
+            eventually(lambda: system.isWaiting(waiting.pid), 10, "a waiting program")
+            waiting.send_signal(signal.SIGINT)
+            assert waiting.wait(AT_ONCE) != 0
+    stuck.helper.drop(rule)
+    assert (stuck.path / "file").read_bytes() == DATA
+
+
+def test_signal_handler_of_a_waiting_process_runs_at_once(stuck):
+    class Interrupted(Exception):
+        pass
+
+    def wait():
+        def handler(_number, _frame):
+            raise Interrupted
+        signal.signal(signal.SIGALRM, handler)
+        signal.setitimer(signal.ITIMER_REAL, 0.2)
+        begin = time.monotonic()
+        try:
+            os.stat(stuck.path / "unseen")
+        except Interrupted:
+            return time.monotonic() - begin
+        return None
+    rule = stuck.helper.block("getattr")
+    took = Worker(wait).result(20)
+    assert took is not None and took < 0.2 + AT_ONCE
+    stuck.helper.drop(rule)
+
+
+def test_interrupted_change_is_finished_in_the_background(stuck):
+    rule = stuck.helper.block("mkdir")
+    worker = Worker(os.mkdir, stuck.path / "fresh")
+    stuck.helper.blockedRequest()
+    worker.kill()
+    assert worker.isGone(AT_ONCE)
+    stuck.helper.drop(rule)
+    eventually((stuck.backing / "fresh").is_dir, 10, "the folder")
+    eventually((stuck.path / "fresh").is_dir, 10, "the folder in the mount")
+
+
+def test_interrupted_rename_is_whole_in_the_end(stuck):
+    (stuck.backing / "target").write_bytes(b"target")
+    rule = stuck.helper.block("rename")
+    worker = Worker(os.rename, stuck.path / "file", stuck.path / "target")
+    stuck.helper.blockedRequest()
+    worker.kill()
+    assert worker.isGone(AT_ONCE)
+    stuck.helper.drop(rule)
+    eventually(lambda: not (stuck.backing / "file").exists(), 10, "the rename")
+    eventually(lambda: not (stuck.path / "file").exists(), 10, "the rename in the mount")
+    assert (stuck.path / "target").read_bytes() == DATA
+
+
+def test_interrupted_resize_is_whole_in_the_end(stuck):
+    rule = stuck.helper.block("write")
+    worker = Worker(os.truncate, stuck.path / "file", 100_000)
+    stuck.helper.blockedRequest()
+    worker.kill()
+    assert worker.isGone(AT_ONCE)
+    stuck.helper.drop(rule)
+    eventually(lambda: (stuck.backing / "file").stat().st_size == 100_000, 10, "the resize")
+    eventually(lambda: (stuck.path / "file").read_bytes() == DATA[:100_000], 10, "the resize in the mount")
+    eventually(lambda: not stuck.helperFiles(), 10, "handles given back")
+
+
+def test_interrupting_over_and_over_leaks_nothing(stuck):
+    for turn in range(15):
+        (stuck.backing / f"file{turn}").write_bytes(DATA)
+        rule = stuck.helper.block("read")
+        worker = Worker((stuck.path / f"file{turn}").read_bytes)
+        stuck.helper.blockedRequest()
+        worker.kill(signal.SIGKILL if turn % 2 else signal.SIGINT)
+        assert worker.isGone(AT_ONCE)
+        stuck.helper.drop(rule)
+        eventually(lambda: not stuck.helper.isBlocked(), 10)
+        assert (stuck.path / f"file{turn}").read_bytes() == DATA
+    assert len(os.listdir(f"/proc/{stuck.host.pid}/task")) < 12
+
+
+# Ending the mount
+
+def test_forced_unmount_ends_a_mount_whose_helper_never_answers(stuck):
+    stuck.checksDescriptors, stuck.expectsExit = False, None
+    stuck.expectLog("")
+    stuck.helper.block()
+    worker = Worker(os.stat, stuck.path / "unseen")
+    stuck.helper.blockedRequest()
+    done = stuck.program.run("unmount", "--force", stuck.path, limit=20)
+    assert done.returncode == 0, done.stderr
+    assert system.mountPoints(stuck.path) == []
+    with pytest.raises(OSError):
+        worker.result(5)
+    stuck.waitForEnd(5)
+    eventually(lambda: not stuck.helperPids(), 5, "the end of the helper")
+
+
+def test_forced_unmount_ends_a_mount_that_is_in_use(mount):
+    volume = mount(control=True)
+    volume.checksDescriptors, volume.expectsExit = False, None
+    volume.expectLog("")
+
+    def use():
+        os.chdir(volume.path)
+        signal.pause()
+    holder = Worker(use)
+    eventually(lambda: os.readlink(f"/proc/{holder.pid}/cwd") == str(volume.path), 10, "a user of the mount")
+    done = volume.program.run("unmount", volume.path, "--force", limit=20)
+    assert done.returncode == 0, done.stderr
+    volume.waitForEnd(5)
+    eventually(lambda: not volume.helperPids(), 5, "the end of the helper")
+    holder.kill()
+    assert holder.isGone(AT_ONCE)
+
+
+def test_waiting_processes_fail_when_the_host_is_killed(stuck):
+    stuck.checksDescriptors, stuck.expectsExit = False, None
+    rule = stuck.helper.block("getattr")
+    worker = Worker(os.stat, stuck.path / "unseen")
+    stuck.helper.blockedRequest()
+    stuck.host.kill()
+    with pytest.raises(OSError):
+        worker.result(5)
+    eventually(lambda: not system.mountPoints(stuck.path), 10, "the unmount")
+    # The helper sleeps on, but nobody waits for it. It ends with its input once it wakes.
+    stuck.helper.drop(rule)
+    eventually(lambda: not stuck.helperPids(), 10, "the end of the helper")
+
+
+def test_second_signal_stops_waiting_for_a_helper_that_hangs(stuck):
+    stuck.checksDescriptors, stuck.expectsExit = False, None
+    stuck.expectLog("")
+    stuck.helper.block("getattr")
+    worker = Worker(os.stat, stuck.path / "unseen")
+    stuck.helper.blockedRequest()
+    worker.kill()
+    assert worker.isGone(AT_ONCE)
+    helper = stuck.helperPid()
+    stuck.host.send_signal(signal.SIGTERM)
+    eventually(lambda: stuck.logLines(str(helper)), 20, "a line with the pid of the helper")
+    stuck.host.send_signal(signal.SIGTERM)
+    assert stuck.waitForEnd(10) != 0
+    assert system.mountPoints(stuck.path) == []
+    eventually(lambda: not system.isAlive(helper), 10, "the end of the helper")
