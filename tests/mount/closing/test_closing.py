@@ -175,6 +175,26 @@ def test_synchronising_flushes_the_written_file_in_the_helper(controlled, file):
     os.close(descriptor)
 
 
+def test_synchronising_ends_with_the_question_whether_the_helper_still_answers(controlled, file):
+    descriptor = os.open(file, os.O_WRONLY)
+    os.write(descriptor, b"C")
+    controlled.helper.forget()
+    os.fsync(descriptor)
+    assert controlled.helper.ops() == ["flush", "statfs"]
+    os.close(descriptor)
+
+
+def test_failed_flush_is_the_end_of_synchronising(controlled, file):
+    descriptor = os.open(file, os.O_WRONLY)
+    os.write(descriptor, b"C")
+    controlled.helper.forget()
+    rule = controlled.helper.fail("flush", "EACCES")
+    assert failure(os.fsync, descriptor) == errno.EACCES
+    assert controlled.helper.ops() == ["flush"]
+    controlled.helper.drop(rule)
+    os.close(descriptor)
+
+
 def test_error_of_synchronising_is_told(controlled, file):
     descriptor = os.open(file, os.O_WRONLY)
     os.write(descriptor, b"C")

@@ -71,6 +71,12 @@ const actions = {
   renameRefusesExisting: (rule, request, next) =>
     fs.existsSync(reach(request.newPath))
       ? failure(request, 'EEXIST', 'there is something of that name') : next(request),
+  // A store that knows no upper case: it finds every name, and tells the one that it keeps.
+  ignoresCase(rule, request, next) {
+    const folded = { ...request };
+    for (const key of ['path', 'oldPath', 'newPath']) if (folded[key]) folded[key] = folded[key].toLowerCase();
+    return next(folded);
+  },
   recursiveUnlink(rule, request) {
     fs.rmSync(reach(request.path), { recursive: true });
     return { id: request.id, ok: true };

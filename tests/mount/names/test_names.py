@@ -170,3 +170,34 @@ def test_working_folder_is_told_after_the_kernel_forgot_it(volume):
     os.rename(volume.path / "a", volume.path / "z")
     assert os.readlink(f"/proc/self/fd/{here}") == str(volume.path / "z" / "b" / "c")
     os.close(here)
+
+
+def test_helper_that_ignores_case_serves_one_file_under_both_spellings(controlled):
+    controlled.helper.rule("ignoresCase")
+    path, other = controlled.path / "NAME", controlled.path / "name"
+    path.write_bytes(b"content")
+    assert os.listdir(controlled.backing) == os.listdir(controlled.path) == ["name"]
+    with open(path, "r+b", buffering=0) as file:
+        assert other.read_bytes() == b"content"
+        file.write(b"C")
+        assert os.stat(path).st_ino == os.stat(other).st_ino == os.fstat(file.fileno()).st_ino
+    assert other.read_bytes() == b"Content"
+    os.unlink(other)
+    assert not other.exists() and os.listdir(controlled.backing) == []
+
+
+def test_helper_that_ignores_case_keeps_an_open_file_through_removal_by_the_other_spelling(controlled):
+    controlled.helper.rule("ignoresCase")
+    (controlled.path / "name").write_bytes(b"content")
+    with open(controlled.path / "name", "rb", buffering=0) as file:
+        os.unlink(controlled.path / "NAME")
+        assert file.read() == b"content"
+    assert os.listdir(controlled.path) == []
+
+
+def test_helper_that_ignores_case_renames_between_spellings(controlled):
+    controlled.helper.rule("ignoresCase")
+    (controlled.path / "name").write_bytes(b"content")
+    os.rename(controlled.path / "name", controlled.path / "NAME")
+    assert (controlled.path / "name").read_bytes() == b"content"
+    assert os.listdir(controlled.backing) == ["name"]

@@ -283,6 +283,23 @@ def test_forced_unmount_ends_a_mount_whose_helper_never_answers(stuck):
     eventually(lambda: not stuck.helperPids(), 5, "the end of the helper")
 
 
+def test_plain_unmount_says_what_it_waits_for_and_ends_when_the_helper_wakes(stuck):
+    stuck.checksDescriptors = False
+    stuck.expectLog("")
+    rule = stuck.helper.block("getattr")
+    worker = Worker(os.stat, stuck.path / "unseen")
+    stuck.helper.blockedRequest()
+    worker.kill()
+    assert worker.isGone(AT_ONCE)
+    said = stuck.workspace / "said"
+    with open(said, "wb") as output, stuck.program.start("unmount", stuck.path, stdout=output, stderr=output) as ending:
+        eventually(lambda: str(stuck.host.pid) in said.read_text(), 20, "a line with the process that is waited for")
+        assert ending.poll() is None
+        stuck.helper.drop(rule)
+        assert ending.wait(20) == 0
+    assert stuck.waitForEnd(10) == 0
+
+
 def test_forced_unmount_ends_a_mount_that_is_in_use(mount):
     volume = mount(control=True)
     volume.checksDescriptors, volume.expectsExit = False, None
