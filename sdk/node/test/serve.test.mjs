@@ -146,7 +146,8 @@ for (const kind of ['plain', 'async', 'promising']) {
         const { handle } = await helper.ok('open', { path: '/file', flags: ['read', 'write'] });
         const wrong = [
             ['getattr', {}], ['getattr', { path: 5 }], ['getattr', { path: 'file' }], ['readdir', { path: '' }],
-            ['chmod', { path: '/a', mode: '0644' }], ['chmod', { path: '/a', mode: 4096 }], ['rename', { oldPath: '/a' }],
+            ['chmod', { path: '/a', mode: '0644' }],
+            ['chmod', { path: '/a', mode: 4096 }], ['rename', { oldPath: '/a' }],
             ['utimes', { path: '/a', mtime: 5 }], ['utimes', { path: '/a', mtime: '2024-05-01T12:34:56Z' }],
             ['read', { handle, offset: -1, length: 1 }], ['read', { handle, offset: 0, length: 1.5 }],
             ['read', { handle, offset: 0 }], ['write', { handle, offset: '0', dataBase64: '' }],

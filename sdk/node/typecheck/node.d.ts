@@ -153,7 +153,7 @@ declare module 'node:fs' {
         unlinkSync(path: string): void;
         renameSync(oldPath: string, newPath: string): void;
         chmodSync(path: string, mode: number): void;
-        utimesSync(path: string, accessed: number, modified: number): void;
+        utimesSync(path: string, accessed: string, modified: string): void;
         statfsSync(path: string): Record<'bsize' | 'blocks' | 'bfree' | 'files' | 'ffree', number>;
         readFileSync(path: string): Buffer;
         writeFileSync(path: string, text: string): void;

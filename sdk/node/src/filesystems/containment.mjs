@@ -28,7 +28,7 @@ export class Containment {
         if (path === '/') return this.root;
         const slash = path.lastIndexOf('/');
         const name = path.slice(slash + 1);
-        if (name === '' || name === '.') throw new PosixError('EINVAL', `${path} is not a plain path`);
+        if (name === '' || name === '.' || path.startsWith('//')) throw new PosixError('EINVAL', `${path} is not a plain path`);
         if (name === '..') throw leavesTree(path);
         const folder = this.folder(slash === 0 ? '/' : path.slice(0, slash));
         return folder === '/' ? folder + name : folder + '/' + name;
@@ -63,6 +63,8 @@ export class Containment {
         try {
             real = fs.realpathSync.native(this.root + path);
         } catch (error) {
+            const slash = path.lastIndexOf('/');
+            if (slash > 0) this.follow(path.slice(0, slash)); // out of the tree even what is missing is refused
             throw withoutRealPath(error, path);
         }
         if (real !== this.root && !real.startsWith(this.prefix_)) throw leavesTree(path);

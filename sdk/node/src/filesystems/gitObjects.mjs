@@ -5,6 +5,7 @@ import { RecentlyUsed } from './recentlyUsed.mjs';
 
 /** @typedef {{type: string, size: number, data: Buffer}} GitObject `data` is empty when only the size was asked */
 /** @typedef {{resolve: (object: GitObject | undefined) => void, reject: (error: Error) => void}} Waiter */
+/** @typedef {{ask: (id: string) => Promise<GitObject | undefined>, end: () => void}} ObjectSource */
 /** @typedef {{mode: string, name: string, id: string}} TreeEntry */
 /** @typedef {{tree: string, time: number}} Commit time in milliseconds */
 
@@ -120,7 +121,9 @@ export class GitObjects {
         this.root_ = root;
         const hashName = this.runSync_(['rev-parse', '--show-object-format']).trim();
         this.idBytes = hashName === 'sha256' ? 32 : 20;
+        /** @type {ObjectSource} */
         this.contents_ = new CatFile(root, '--batch');
+        /** @type {ObjectSource} */
         this.sizes_ = new CatFile(root, '--batch-check');
         /** @type {RecentlyUsed<Commit | undefined>} */
         this.commitCache_ = new RecentlyUsed(10_000);

@@ -220,7 +220,7 @@ export class LocalFileSystem {
      * @param {Date} mtime
      */
     utimes(path, mtime) {
-        this.onTarget_(path, (real, stat) => fs.utimesSync(real, stat.atimeMs / 1000, settableTime(mtime.getTime())));
+        this.onTarget_(path, (real, stat) => fs.utimesSync(real, settableTime(stat.atimeMs), settableTime(mtime.getTime())));
     }
 
     /** The figures of the file system that the folder lies on. */
@@ -272,11 +272,12 @@ function shownTime(mtimeMs) {
 }
 
 /**
- * Seconds as node takes them. A quarter of a microsecond keeps them from being cut to the millisecond before.
+ * Seconds as node takes them: as a text, since it takes a negative number for the current time. A quarter of a
+ * microsecond keeps them from being cut to the millisecond before.
  * @param {number} milliseconds
  */
 function settableTime(milliseconds) {
-    return (milliseconds + 0.00025) / 1000;
+    return String((milliseconds + 0.00025) / 1000);
 }
 
 /** @param {fs.Stats} stat @param {string} path */

@@ -1,4 +1,3 @@
-/// <reference path="../../typecheck/node.d.ts" />
 /** Reads the objects of one repository. What was read is kept, since an object never changes. */
 export class GitObjects {
     /**
@@ -8,8 +7,10 @@ export class GitObjects {
     constructor(root: string);
     root_: string;
     idBytes: number;
-    contents_: CatFile;
-    sizes_: CatFile;
+    /** @type {ObjectSource} */
+    contents_: ObjectSource;
+    /** @type {ObjectSource} */
+    sizes_: ObjectSource;
     /** @type {RecentlyUsed<Commit | undefined>} */
     commitCache_: RecentlyUsed<Commit | undefined>;
     /** @type {RecentlyUsed<TreeEntry[]>} */
@@ -44,6 +45,10 @@ export type Waiter = {
     resolve: (object: GitObject | undefined) => void;
     reject: (error: Error) => void;
 };
+export type ObjectSource = {
+    ask: (id: string) => Promise<GitObject | undefined>;
+    end: () => void;
+};
 export type TreeEntry = {
     mode: string;
     name: string;
@@ -56,37 +61,4 @@ export type Commit = {
     tree: string;
     time: number;
 };
-/** One `git cat-file` that answers in the order it is asked. It is started when it is first needed. */
-declare class CatFile {
-    /** @param {string} root @param {'--batch' | '--batch-check'} mode */
-    constructor(root: string, mode: '--batch' | '--batch-check');
-    root_: string;
-    mode_: "--batch" | "--batch-check";
-    /** @type {import('node:child_process').ChildProcess | undefined} */
-    child_: import('node:child_process').ChildProcess | undefined;
-    /** @type {Waiter[]} */
-    waiting_: Waiter[];
-    header_: Buffer;
-    /** @type {{object: GitObject, filled: number} | undefined} the object whose contents are arriving */
-    arriving_: {
-        object: GitObject;
-        filled: number;
-    } | undefined;
-    /** @param {string} id @returns {Promise<GitObject | undefined>} undefined when there is none */
-    ask(id: string): Promise<GitObject | undefined>;
-    end(): void;
-    start_(): import("node:child_process").ChildProcess;
-    /** @param {import('node:child_process').ChildProcess} child @param {Error} error */
-    fail_(child: import('node:child_process').ChildProcess, error: Error): void;
-    /** @param {Buffer} chunk */
-    take_(chunk: Buffer): void;
-    /** @param {Buffer} chunk @returns {Buffer} the rest */
-    takeHeader_(chunk: Buffer): Buffer;
-    /** @param {{object: GitObject, filled: number}} arriving @param {Buffer} chunk @returns {Buffer} the rest */
-    takeContents_(arriving: {
-        object: GitObject;
-        filled: number;
-    }, chunk: Buffer): Buffer;
-}
 import { RecentlyUsed } from "./recentlyUsed.mjs";
-export {};
