@@ -10,6 +10,17 @@ const replacementCharacter = '\ufffd';
 /** @typedef {import('../fileSystem.mjs').Entry} Entry */
 /** @typedef {import('../fileSystem.mjs').OpenFlags} OpenFlags */
 /** @typedef {{descriptor: number, path: string}} LocalFile */
+/**
+ * What is used of node's fs.Stats.
+ * @typedef {object} LocalStat
+ * @property {number} mode
+ * @property {number} size
+ * @property {number} atimeMs
+ * @property {number} mtimeMs
+ * @property {() => boolean} isDirectory
+ * @property {() => boolean} isFile
+ * @property {() => boolean} isSymbolicLink
+ */
 
 /**
  * A folder of this machine as a file system. Nothing outside of the folder is reached: links that stay inside are
@@ -81,7 +92,7 @@ export class LocalFileSystem {
 
     /**
      * @param {string} path of a link
-     * @returns {fs.Stats | undefined} what it leads to; undefined when it leads out, nowhere or in a circle
+     * @returns {LocalStat | undefined} what it leads to; undefined when it leads out, nowhere or in a circle
      */
     throughLink_(path) {
         try {
@@ -246,7 +257,7 @@ export class LocalFileSystem {
 
     /**
      * @param {string} path
-     * @param {(real: string, stat: fs.Stats) => void} change
+     * @param {(real: string, stat: LocalStat) => void} change
      */
     onTarget_(path, change) {
         let real = this.tree_.locate(path);
@@ -280,7 +291,7 @@ function settableTime(milliseconds) {
     return String((milliseconds + 0.00025) / 1000);
 }
 
-/** @param {fs.Stats} stat @param {string} path */
+/** @param {LocalStat} stat @param {string} path */
 function checkOpenable(stat, path) {
     if (stat.isDirectory()) throw new PosixError('EISDIR', `${path} is a folder`);
     if (!stat.isFile()) throw new PosixError('EACCES', `${path} is a special file and is not opened`);

@@ -1,7 +1,17 @@
-/// <reference path="../../typecheck/node.d.ts" />
 /** @typedef {import('../fileSystem.mjs').Entry} Entry */
 /** @typedef {import('../fileSystem.mjs').OpenFlags} OpenFlags */
 /** @typedef {{descriptor: number, path: string}} LocalFile */
+/**
+ * What is used of node's fs.Stats.
+ * @typedef {object} LocalStat
+ * @property {number} mode
+ * @property {number} size
+ * @property {number} atimeMs
+ * @property {number} mtimeMs
+ * @property {() => boolean} isDirectory
+ * @property {() => boolean} isFile
+ * @property {() => boolean} isSymbolicLink
+ */
 /**
  * A folder of this machine as a file system. Nothing outside of the folder is reached: links that stay inside are
  * followed; one that leads out, nowhere or in a circle shows as an empty file that cannot be opened. Special files are
@@ -39,9 +49,9 @@ export class LocalFileSystem {
     } | undefined;
     /**
      * @param {string} path of a link
-     * @returns {fs.Stats | undefined} what it leads to; undefined when it leads out, nowhere or in a circle
+     * @returns {LocalStat | undefined} what it leads to; undefined when it leads out, nowhere or in a circle
      */
-    throughLink_(path: string): fs.Stats | undefined;
+    throughLink_(path: string): LocalStat | undefined;
     /**
      * @param {string} path of a link
      * @returns {string} the real path of what it leads to
@@ -101,9 +111,9 @@ export class LocalFileSystem {
     change_(path: string, change: (real: string) => void): void;
     /**
      * @param {string} path
-     * @param {(real: string, stat: fs.Stats) => void} change
+     * @param {(real: string, stat: LocalStat) => void} change
      */
-    onTarget_(path: string, change: (real: string, stat: fs.Stats) => void): void;
+    onTarget_(path: string, change: (real: string, stat: LocalStat) => void): void;
 }
 export type Entry = import('../fileSystem.mjs').Entry;
 export type OpenFlags = import('../fileSystem.mjs').OpenFlags;
@@ -111,5 +121,16 @@ export type LocalFile = {
     descriptor: number;
     path: string;
 };
+/**
+ * What is used of node's fs.Stats.
+ */
+export type LocalStat = {
+    mode: number;
+    size: number;
+    atimeMs: number;
+    mtimeMs: number;
+    isDirectory: () => boolean;
+    isFile: () => boolean;
+    isSymbolicLink: () => boolean;
+};
 import { Containment } from "./containment.mjs";
-import fs from "node:fs";
