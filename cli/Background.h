@@ -10,8 +10,8 @@ namespace cli {
 struct Progress {
     /// It is mounted, and about to be served. To be called in the process's first thread.
     std::function<void()> mounted = [] {};
-    /// It is served: the command returns. Any thread.
-    std::function<void()> ready = [] {};
+    /// It is served: the command returns. Any thread. May be empty where nobody waits for it.
+    std::function<void()> ready;
 };
 
 /// Runs `serve` in a process of its own that outlives the command. Returns in the calling process only: success as soon

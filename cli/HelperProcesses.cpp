@@ -43,7 +43,7 @@ void HelperProcesses::kill() const {
     }
 }
 
-void HelperProcesses::end() const {
+HelperProcesses::~HelperProcesses() {
     std::vector<ProcessHandle> helpers;
     for (const pid_t pid : childrenOf(::getpid()).helpers) {
         helpers.emplace_back(pid);

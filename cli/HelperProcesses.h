@@ -11,6 +11,13 @@ namespace cli {
 /// The helper processes that this process started. Thread-safe.
 class HelperProcesses {
 public:
+    HelperProcesses() = default;
+    /// Ends every helper there still is, after their input was closed: a moment to go by themselves, SIGTERM, SIGKILL.
+    /// Leaves no process and no zombie. Takes at most about a second and a half.
+    ~HelperProcesses();
+    HelperProcesses(const HelperProcesses&) = delete;
+    HelperProcesses& operator=(const HelperProcesses&) = delete;
+
     /// Takes note of the helpers that run now. Children started later (the mount program's own) are none.
     void remember();
 
@@ -19,10 +26,6 @@ public:
 
     /// Kills them, each with its whole process group. Does not wait.
     void kill() const;
-
-    /// Ends every helper there is, after their input was closed: a moment to go by themselves, SIGTERM, SIGKILL. Leaves
-    /// no process and no zombie. Takes at most about a second and a half.
-    void end() const;
 
     /// How the helper ended, "exited with status 1" or "was killed by signal 9 (Killed)", if one has ended and was not
     /// yet waited for.

@@ -42,15 +42,23 @@ fusehost::MountOptions parseOptions(const std::vector<std::string>& lists) {
     return options;
 }
 
-void configureLog(const MountRequest& request) {
-    foundation::Log::showPrivateValues(request.showPrivate);
-    if (!request.verbose) {
-        foundation::Log::setLevel(foundation::LogLevel::error);
+using foundation::Log::setLevel;
+
+/// What fails before the mount is ready is told in one message of the command's own; the log would tell it twice.
+ExitCode runInForeground(const MountPlan& plan, bool verbose) {
+    Progress progress;
+    if (!verbose) {
+        setLevel(foundation::LogLevel::fault);
+        progress.mounted = [] { setLevel(foundation::LogLevel::error); };
     }
-    if (!request.foreground) {
-        foundation::Log::setLevel(foundation::LogLevel::info);
+    return runMountSession(plan, progress);
+}
+
+ExitCode runWithSystemLog(const MountPlan& plan) {
+    return runInBackground([&](const Progress& progress) {
         foundation::Log::setSink(foundation::makeSystemLogSink("kemvi"));
-    }
+        return runMountSession(plan, progress);
+    });
 }
 
 } // namespace
@@ -66,14 +74,8 @@ ExitCode mount(const MountRequest& request) {
     }
     blockStopSignals();
     const MountPlan plan{source.path, mountPoint, source.config.helperPath, std::move(options)};
-    if (request.foreground) {
-        configureLog(request);
-        return runMountSession(plan, Progress());
-    }
-    return runInBackground([&](const Progress& progress) {
-        configureLog(request);
-        return runMountSession(plan, progress);
-    });
+    foundation::Log::showPrivateValues(request.showPrivate);
+    return request.foreground ? runInForeground(plan, request.verbose) : runWithSystemLog(plan);
 }
 
 void addMountCommand(CLI::App& app, ExitCode& result) {

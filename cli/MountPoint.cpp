@@ -143,10 +143,14 @@ void checkFuseAvailable(bool allowOther) {
                                                        "; root can let you with: chmod 666 /dev/fuse");
     }
     ::close(device);
-    if (!findInPath("fusermount3")) {
-        unavailable("fusermount3", "is not in PATH, and mounting goes through it; install the package fuse3");
+    if (::geteuid() == 0) {
+        return;
     }
-    if (allowOther && ::geteuid() != 0 && !userMayAllowOther()) {
+    if (!findInPath("fusermount3")) {
+        unavailable("fusermount3",
+                    "is not in PATH, and an ordinary user cannot mount without it; install the package fuse3");
+    }
+    if (allowOther && !userMayAllowOther()) {
         unavailable("allow_other",
                     "is refused to ordinary users here; add the line user_allow_other to /etc/fuse.conf");
     }

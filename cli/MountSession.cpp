@@ -3,6 +3,7 @@
 #include "cli/CommandError.h"
 #include "cli/HelperProcesses.h"
 #include "cli/MountTable.h"
+#include "cli/MountWatch.h"
 #include "cli/StopControl.h"
 #include "extension/KemviUnaryFileSystem.h"
 #include "foundation/Error.h"
@@ -87,7 +88,7 @@ std::string startProblem(const foundation::NSError& error, const HelperProcesses
 class MountSession {
 public:
     MountSession(const MountPlan& plan)
-        : plan_(plan),
+        : plan_(plan), watch_(plan.mountPoint),
           host_(std::make_shared<kemvi::KemviUnaryFileSystem>(), plan.source, plan.mountPoint, plan.options),
           stop_(host_, helpers_, plan.mountPoint) {}
 
@@ -98,8 +99,8 @@ public:
         if (stop_.gaveUp()) {
             return ExitCode::gaveUpWaiting;
         }
-        if (stop_.interrupted()) {
-            throw CommandError(ExitCode::interrupted, plan_.mountPoint, "interrupted before the mount was ready");
+        if (interrupted_ || stop_.interrupted()) {
+            throwInterrupted();
         }
         if (!served) {
             throw CommandError(ExitCode::mountFailed, plan_.mountPoint, "the connection to the kernel broke");
@@ -108,14 +109,17 @@ public:
     }
 
 private:
+    [[noreturn]] void throwInterrupted() const {
+        throw CommandError(ExitCode::interrupted, plan_.mountPoint, "interrupted before the mount was ready");
+    }
+
     void load() {
         try {
             host_.load();
         } catch (const foundation::Error& error) {
             const std::string problem = startProblem(error.nsError(), helpers_);
-            helpers_.end();
             if (stop_.interrupted()) {
-                throw CommandError(ExitCode::interrupted, plan_.mountPoint, "interrupted before the mount was ready");
+                throwInterrupted();
             }
             throw CommandError(ExitCode::helperFailed, plan_.helperPath,
                                problem + "; see what it said, or run: kemvi check " + plan_.source);
@@ -133,26 +137,34 @@ private:
         }
         if (const auto mount = findMount(readMountTable(), plan_.mountPoint)) {
             nameProcess(servingProcessName(mount->deviceMinor));
+            watch_.begin(mount->deviceMinor);
         }
         progress.mounted();
         stop_.enter(StopControl::Phase::serving);
+        if (!progress.ready) {
+            return host_.serve();
+        }
         Announcer announcer(plan_.mountPoint, progress.ready);
         const bool served = host_.serve();
-        return served && (announcer.cancel() || stop_.interrupted());
+        interrupted_ = !announcer.cancel();
+        return served;
     }
 
     /// Lets the helper go.
     void end() {
         // The device number may now be given to another mount, whose process must not be taken for this one.
         nameProcess("kemvi-ending");
+        watch_.release();
         stop_.enter(StopControl::Phase::ending);
         host_.shutdown();
     }
 
     const MountPlan& plan_;
-    HelperProcesses helpers_;
+    HelperProcesses helpers_; // goes last: by then the helper's input is closed
+    MountWatch watch_;
     fusehost::FuseHost host_;
     StopControl stop_;
+    bool interrupted_ = false; // the end came between the mount and its first answer
 };
 
 } // namespace

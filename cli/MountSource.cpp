@@ -3,11 +3,10 @@
 #include "cli/CommandError.h"
 #include "cli/Paths.h"
 #include "foundation/DecodingError.h"
+#include "foundation/FileContents.h"
 
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <system_error>
 #include <unistd.h>
 
@@ -35,13 +34,11 @@ std::string readConfiguration(const std::string& path, const std::string& source
     if (!filesystem::is_regular_file(path, error)) {
         throw CommandError(ExitCode::configuration, path, "is not a file; expected the JSON mount configuration");
     }
-    errno = 0;
-    std::ifstream file(path, std::ios::binary);
-    std::string text{std::istreambuf_iterator<char>(file), {}};
-    if (!file) {
-        throw CommandError(ExitCode::configuration, path, "cannot be read: " + errnoText(errno));
+    try {
+        return foundation::contentsOfFile(path);
+    } catch (const foundation::Error& failure) {
+        throw CommandError(ExitCode::configuration, path, "cannot be read: " + failure.description());
     }
-    return text;
 }
 
 } // namespace

@@ -1,11 +1,11 @@
 #include "cli/MountTable.h"
 
 #include "cli/CommandError.h"
+#include "foundation/Error.h"
+#include "foundation/FileContents.h"
 
 #include <algorithm>
 #include <charconv>
-#include <fstream>
-#include <iterator>
 
 namespace cli {
 
@@ -80,12 +80,11 @@ std::vector<MountEntry> parseMountInfo(std::string_view text) {
 }
 
 std::vector<MountEntry> readMountTable() {
-    const std::string path = "/proc/self/mountinfo";
-    std::ifstream file(path);
-    if (!file) {
-        throw CommandError(ExitCode::failure, path, "cannot be read; mount /proc first");
+    try {
+        return parseMountInfo(foundation::contentsOfFile("/proc/self/mountinfo"));
+    } catch (const foundation::Error& error) {
+        throw CommandError(ExitCode::failure, "mount table", error.description());
     }
-    return parseMountInfo(std::string(std::istreambuf_iterator<char>(file), {}));
 }
 
 std::optional<MountEntry> findMount(const std::vector<MountEntry>& table, std::string_view mountPoint) {

@@ -1,6 +1,8 @@
 #include "cli/ProcessTable.h"
 
 #include "cli/Paths.h"
+#include "foundation/Error.h"
+#include "foundation/FileContents.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -8,10 +10,8 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <optional>
 #include <poll.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <system_error>
 #include <unistd.h>
@@ -27,9 +27,13 @@ std::string procPath(pid_t pid, const char* file) {
     return "/proc/" + std::to_string(pid) + "/" + file;
 }
 
+/// The contents of a file of /proc; nothing if its process is gone.
 std::string contents(const std::string& path) {
-    std::ifstream file(path);
-    return std::string(std::istreambuf_iterator<char>(file), {});
+    try {
+        return foundation::contentsOfFile(path);
+    } catch (const foundation::Error&) {
+        return {};
+    }
 }
 
 /// The parent of a process; 0 if it is gone. In "pid (name) state ppid ..." the name may hold anything, so the fields
@@ -43,6 +47,12 @@ pid_t parentOf(pid_t pid) {
     pid_t parent = 0;
     std::from_chars(stat.data() + nameEnd + 4, stat.data() + stat.size(), parent);
     return parent;
+}
+
+/// True if the process runs the same program file as this one.
+bool isSameProgram(pid_t pid) {
+    std::error_code error;
+    return filesystem::equivalent(procPath(pid, "exe"), "/proc/self/exe", error);
 }
 
 /// What a link of /proc names. Reading it does not touch the file it leads to.
@@ -150,7 +160,7 @@ Children childrenOf(pid_t parent) {
     Children children;
     for (const pid_t pid : allProcesses()) {
         if (parentOf(pid) == parent) {
-            const bool watcher = processName(pid).starts_with("fusermount");
+            const bool watcher = isSameProgram(pid) || processName(pid).starts_with("fusermount");
             (watcher ? children.watchers : children.helpers).push_back(pid);
         }
     }
@@ -158,17 +168,9 @@ Children childrenOf(pid_t parent) {
 }
 
 std::vector<pid_t> sameProgramNamed(std::string_view name) {
-    struct stat own {};
-
-    if (::stat("/proc/self/exe", &own) != 0) {
-        return {};
-    }
     auto processes = allProcesses();
-    std::erase_if(processes, [&](pid_t pid) {
-        struct stat other {};
-        return pid == ::getpid() || processName(pid) != name || ::stat(procPath(pid, "exe").c_str(), &other) != 0 ||
-               other.st_dev != own.st_dev || other.st_ino != own.st_ino;
-    });
+    std::erase_if(processes,
+                  [&](pid_t pid) { return pid == ::getpid() || processName(pid) != name || !isSameProgram(pid); });
     return processes;
 }
 

@@ -52,7 +52,7 @@ std::string processName(pid_t pid);
 /// What a process that serves a mount has started.
 struct Children {
     std::vector<pid_t> helpers;
-    /// The fusermount3 that stands by to clear the mount should the process die.
+    /// Those that stand by to clear the mount should the process die.
     std::vector<pid_t> watchers;
 };
 

@@ -4,6 +4,7 @@
 #include "cli/InitCommand.h"
 #include "cli/MountCommand.h"
 #include "cli/MountHelper.h"
+#include "cli/MountWatch.h"
 #include "cli/UnmountCommand.h"
 
 #include <CLI/CLI.hpp>
@@ -36,6 +37,9 @@ int runCommandLine(int argc, char** argv) {
 int main(int argc, char** argv) {
     if (cli::isCalledByMount(argv[0])) {
         return cli::runAsMountHelper(argc, argv);
+    }
+    if (cli::isCalledToWatch(argc, argv)) {
+        return cli::runMountWatch(argv[2]);
     }
     int status = 0;
     const auto failed = cli::reportingErrors([&] {

@@ -39,7 +39,7 @@ std::string escaped(const std::string& value) {
 
 std::string optionList(const std::string& source, const MountOptions& options) {
     std::string list =
-        "default_permissions,auto_unmount,subtype=kemvi,fsname=" + escaped(options.fsname.value_or(source)) +
+        "default_permissions,subtype=kemvi,fsname=" + escaped(options.fsname.value_or(source)) +
         ",max_read=" + std::to_string(options.requestSize);
     if (options.readOnly)
         list += ",ro";
