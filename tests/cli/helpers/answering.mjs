@@ -1,0 +1,40 @@
+// A loop for helpers that misbehave in one way: answers a ping, one empty folder, and nothing else.
+import { appendFileSync, readSync, writeSync } from 'node:fs';
+
+export const answer = (request, members) => writeSync(1, JSON.stringify({ id: request.id, ok: true, ...members }) + '\n');
+
+const file = { path: '/a.txt', name: 'a.txt', isDirectory: false, size: 6, modifiedAt: '2024-05-01T12:34:56.789Z' };
+const usual = {
+    ping: (request) => answer(request, {}),
+    statfs: (request) => answer(request, { result: { files: 1, directories: 1, bytes: 6 } }),
+    readdir: (request) => answer(request, { result: [file] }),
+    getattr: (request) =>
+        request.path === '/a.txt'
+            ? answer(request, { result: file })
+            : answer(request, { ok: false, error: { message: 'no such file', code: 'ENOENT' } }),
+};
+
+// Notes something for the test in a file beside the source directory.
+export const note = (text) => appendFileSync(process.env.KEMVI_TEST_FOLDER + '/notes', text + '\n');
+
+// Serves until the input ends; `special` replaces what is done for the operations named in it.
+export function serve(special = {}) {
+    const chunk = Buffer.alloc(65536);
+    let text = '';
+    for (;;) {
+        const count = readSync(0, chunk, 0, chunk.length, null);
+        if (count === 0) return;
+        text += chunk.toString('utf8', 0, count);
+        for (let end; (end = text.indexOf('\n')) >= 0; text = text.slice(end + 1)) {
+            const request = JSON.parse(text.slice(0, end));
+            const act = special[request.op] ?? usual[request.op];
+            if (act) act(request);
+            else answer(request, { ok: false, error: { message: 'not here', code: 'EROFS' } });
+        }
+    }
+}
+
+export const sleep = (milliseconds) => Atomics.wait(new Int32Array(new SharedArrayBuffer(4)), 0, 0, milliseconds);
+export const forever = () => {
+    for (;;) sleep(1000);
+};

@@ -1,0 +1,5 @@
+// Notes that its input has ended, after a moment.
+import { note, serve, sleep } from './answering.mjs';
+serve();
+sleep(1000);
+note('input ended');

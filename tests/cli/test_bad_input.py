@@ -1,0 +1,297 @@
+"""What is wrong is said in one line before anything is started; nothing is mounted and no process is left."""
+
+import json
+import os
+import shutil
+import subprocess
+
+import pytest
+
+from conftest import HELPERS, KEMVI, assert_fails, root_only, user_only
+
+KEYS = ["driveId", "kemviHome", "repoRoot", "helperPath"]
+
+
+def fails(place, code, *words, options=(), **more):
+    result = place.run("mount", place.source, place.point, *options, **more)
+    assert_fails(result, code, *words)
+    place.assert_nothing_left()
+    return result
+
+
+# The command line
+
+@pytest.mark.parametrize("arguments", [[], ["mount"], ["mount", "a"], ["mount", "a", "b", "c"], ["unmount"], ["init"],
+                                       ["check"], ["frobnicate"], ["mount", "--frobnicate", "a", "b"]])
+def test_wrong_usage_is_code_2_and_points_to_the_help(place, arguments):
+    assert_fails(place.run(*arguments), 2, "--help")
+
+
+@pytest.mark.parametrize("arguments", [["--help"], ["mount", "--help"], ["unmount", "--help"], ["init", "--help"],
+                                       ["check", "--help"], ["--version"]])
+def test_help_and_version_succeed(place, arguments):
+    result = place.run(*arguments)
+    assert result.returncode == 0
+    assert "kemvi" in result.stdout.lower()
+    assert result.stderr == ""
+
+
+def test_mount_help_lists_the_mount_options(place):
+    assert "attr_timeout=SECONDS" in place.run("mount", "--help").stdout
+
+
+@pytest.mark.parametrize("option,word", [("frobnicate", "frobnicate"), ("attr_timeout=soon", "attr_timeout"),
+                                         ("fmask=9", "fmask"), ("uid", "uid"), ("ro=1", "ro"),
+                                         ("request_size=5", "request_size")])
+def test_a_bad_mount_option_is_code_2_and_named(place, option, word):
+    fails(place, 2, word, options=["-o", "ro," + option])
+
+
+# SOURCE and its configuration
+
+def test_missing_source_directory(place):
+    assert_fails(place.run("mount", place.folder / "none", place.point), 3, place.folder / "none")
+
+
+def test_source_that_is_a_file(place):
+    file = place.folder / "file"
+    file.write_text("")
+    assert_fails(place.run("mount", file, place.point), 3, file, "not a directory")
+
+
+def test_missing_configuration_tells_how_to_write_one(place):
+    (place.source / "mount-config.json").unlink()
+    fails(place, 3, place.source / "mount-config.json", "does not exist", "kemvi init")
+
+
+def test_configuration_that_is_a_folder(place):
+    (place.source / "mount-config.json").unlink()
+    (place.source / "mount-config.json").mkdir()
+    fails(place, 3, "mount-config.json", "not a file")
+
+
+@user_only
+def test_configuration_that_cannot_be_read(place):
+    (place.source / "mount-config.json").chmod(0)
+    fails(place, 3, "mount-config.json", "Permission denied")
+
+
+@pytest.mark.parametrize("text", ["", "{", "[]", "null", '"text"', '{"driveId": "d"} x', '{"driveId": "\xff'])
+def test_configuration_that_is_no_json_object(place, text):
+    (place.source / "mount-config.json").write_bytes(text.encode("latin-1"))
+    fails(place, 3, place.source / "mount-config.json", "expected a JSON object")
+
+
+@pytest.mark.parametrize("key", KEYS)
+def test_a_missing_key_is_named(place, key):
+    configuration = place.configuration()
+    del configuration[key]
+    place.write_configuration(json.dumps(configuration))
+    fails(place, 3, "mount-config.json", f'"{key}"', "missing")
+
+
+@pytest.mark.parametrize("key", KEYS)
+def test_a_key_in_another_case_is_missing(place, key):
+    configuration = place.configuration()
+    configuration[key.upper()] = configuration.pop(key)
+    place.write_configuration(json.dumps(configuration))
+    fails(place, 3, f'"{key}"', "missing")
+
+
+@pytest.mark.parametrize("key", KEYS)
+@pytest.mark.parametrize("value", [42, True, None, [], {}])
+def test_a_value_of_the_wrong_type_is_named(place, key, value):
+    place.configure(**{key: value})
+    fails(place, 3, "mount-config.json", f'"{key}"', "a string")
+
+
+@pytest.mark.parametrize("helper", ["", "helper.mjs", "./helper.mjs"])
+def test_a_helper_path_that_is_not_absolute(place, helper):
+    place.configure(helper)
+    fails(place, 3, "mount-config.json", "helperPath", "absolute path")
+
+
+def test_further_keys_are_ignored(place):
+    place.configure(comment={"any": "thing"})
+    place.mount()
+    assert place.run("unmount", place.point).returncode == 0
+
+
+# The helper
+
+def test_helper_script_that_does_not_exist(place):
+    missing = place.folder / "none.mjs"
+    place.configure(missing)
+    fails(place, 4, missing, "does not exist", "helperPath")
+
+
+def test_node_that_is_not_in_path(place):
+    tools = place.folder / "bin"
+    tools.mkdir()
+    (tools / "fusermount3").symlink_to(shutil.which("fusermount3"))
+    fails(place, 4, "node", "PATH", environment=place.environment(PATH=tools))
+
+
+@pytest.mark.parametrize("foreground", [[], ["-f"]])
+def test_helper_that_prints_garbage(place, foreground):
+    place.use_helper("garbage.mjs")
+    result = fails(place, 5, HELPERS / "garbage.mjs", "not a line of the protocol", "kemvi check", options=foreground)
+    assert "garbage.mjs: starting" in result.stderr
+
+
+@pytest.mark.parametrize("foreground", [[], ["-f"]])
+def test_helper_that_answers_the_ping_with_an_error(place, foreground):
+    place.use_helper("pingFails.mjs")
+    result = fails(place, 5, "pingFails.mjs", "error: no database", options=foreground)
+    assert "pingFails.mjs: no database\n" in result.stderr
+
+
+@pytest.mark.parametrize("foreground", [[], ["-f"]])
+def test_helper_that_exits_at_once(place, foreground):
+    place.use_helper("exits.mjs")
+    result = fails(place, 5, "exits.mjs", "ended before it answered", options=foreground)
+    lines = result.stderr.splitlines()
+    assert lines[0] == "exits.mjs: cannot read my settings"
+    assert lines[-1].startswith("kemvi: ")
+
+
+def test_helper_that_is_no_javascript(place):
+    script = place.folder / "helper.mjs"
+    script.write_text("this is not JavaScript")
+    place.configure(script)
+    result = fails(place, 5, script, "ended before it answered")
+    assert "SyntaxError" in result.stderr
+
+
+def test_helper_that_neither_answers_well_nor_ends_is_ended(place):
+    place.use_helper("garbageAndStays.mjs")
+    fails(place, 5, "not a line of the protocol")
+
+
+# The mount point
+
+def test_mount_point_that_does_not_exist(place):
+    place.point.rmdir()
+    fails(place, 6, place.point, "does not exist", "mkdir")
+
+
+def test_mount_point_in_a_folder_that_does_not_exist(place):
+    result = place.run("mount", place.source, place.folder / "none" / "point")
+    assert_fails(result, 6, place.folder / "none" / "point", "does not exist")
+
+
+def test_mount_point_that_is_a_file(place):
+    place.point.rmdir()
+    place.point.write_text("")
+    fails(place, 6, place.point, "not a directory")
+
+
+def test_mount_point_that_is_not_empty(place):
+    (place.point / "precious").write_text("")
+    fails(place, 6, place.point, "not empty", "-o nonempty")
+
+
+def test_nonempty_mounts_over_what_is_there(place):
+    (place.point / "precious").write_text("")
+    place.mount("-o", "nonempty")
+    assert os.listdir(place.point) == ["a.txt"]
+    assert place.run("unmount", place.point).returncode == 0
+    assert os.listdir(place.point) == ["precious"]
+
+
+def test_mount_point_that_is_mounted_already_keeps_its_mount(place):
+    place.mount()
+    result = place.run("mount", place.source, place.point)
+    assert_fails(result, 6, place.point, "mounted already", place.source, "kemvi unmount")
+    assert os.listdir(place.point) == ["a.txt"]
+    assert place.run("unmount", place.point).returncode == 0
+
+
+def test_mounted_already_is_said_of_a_mount_whose_helper_hangs(place):
+    place.use_helper("hangsOnReaddir.mjs")
+    place.mount("-o", "attr_timeout=0,entry_timeout=0")
+    listing = place.start_listing()
+    result = place.run("mount", place.source, place.point)
+    assert_fails(result, 6, "mounted already")
+    assert place.run("unmount", "--force", place.point).returncode == 0
+    listing.wait()
+
+
+def test_mount_point_with_another_file_system_on_it(place):
+    result = place.run("mount", place.source, "/proc")
+    assert_fails(result, 6, "/proc", "type proc")
+
+
+@pytest.mark.parametrize("point", ["tree/point", "tree/deep/point"])
+def test_mount_point_inside_the_served_tree_would_deadlock(place, point):
+    (place.folder / point).mkdir(parents=True)
+    assert_fails(place.run("mount", place.source, place.folder / point), 6, "inside the served directory", place.tree)
+
+
+def test_mount_point_that_would_cover_the_served_tree(place):
+    place.configure(repoRoot=str(place.point / "tree"))
+    (place.point / "tree").mkdir()
+    fails(place, 6, "cover", place.point / "tree", options=["-o", "nonempty"])
+
+
+def test_mount_point_that_is_the_source_directory(place):
+    result = place.run("mount", place.source, place.source, "-o", "nonempty")
+    assert_fails(result, 6, "cover", place.source)
+
+
+def test_mount_point_beside_the_served_tree_in_the_source_directory_is_fine(place):
+    point = place.source / "point"
+    point.mkdir()
+    assert place.run("mount", place.source, point).returncode == 0
+    assert place.run("unmount", point).returncode == 0
+
+
+@user_only
+def test_mount_point_that_belongs_to_someone_else(place):
+    result = place.run("mount", place.source, "/mnt")
+    assert_fails(result, 6, "/mnt", "may not write")
+
+
+# The machine
+
+IN_PRIVATE_NAMESPACE = ["unshare", "--mount", "--propagation", "private", "sh", "-c"]
+
+
+@root_only
+def test_missing_fuse_device(place):
+    script = 'mount -t tmpfs none /dev && mknod -m 666 /dev/null c 1 3 && exec "$0" "$@"'
+    result = subprocess.run([*IN_PRIVATE_NAMESPACE, script, KEMVI, "mount", place.source, place.point], check=False,
+                            cwd=place.folder, env=place.environment(), capture_output=True, text=True)
+    assert_fails(result, 7, "/dev/fuse", "does not exist", "modprobe")
+
+
+@user_only
+def test_missing_fusermount3(place):
+    tools = place.folder / "bin"
+    tools.mkdir()
+    (tools / "node").symlink_to(shutil.which("node"))
+    fails(place, 7, "fusermount3", "PATH", "fuse3", environment=place.environment(PATH=tools))
+
+
+def fuse_conf_allows():
+    try:
+        with open("/etc/fuse.conf", encoding="utf-8") as file:
+            return any(line.strip() == "user_allow_other" for line in file)
+    except OSError:
+        return False
+
+
+@user_only
+@pytest.mark.skipif(fuse_conf_allows(), reason="/etc/fuse.conf allows it here")
+def test_allow_other_that_fuse_conf_forbids(place):
+    fails(place, 7, "allow_other", "/etc/fuse.conf", options=["-o", "allow_other"])
+
+
+@root_only
+def test_root_may_allow_others(place):
+    place.mount("-o", "allow_other")
+    assert place.run("unmount", place.point).returncode == 0
+
+
+def test_a_line_break_in_a_path_keeps_the_message_on_one_line(place):
+    assert_fails(place.run("mount", place.folder / "two\nlines", place.point), 3, "two\\nlines")

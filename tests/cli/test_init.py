@@ -1,0 +1,91 @@
+"""kemvi init writes a configuration that mounts, and never replaces one unasked."""
+
+import json
+import os
+from pathlib import Path
+
+from conftest import SHIPPED_HELPER, assert_fails, user_only
+
+
+def configuration(source):
+    return json.loads((source / "mount-config.json").read_text())
+
+
+def test_defaults(place):
+    source = place.folder / "drive"
+    source.mkdir()
+    result = place.run("init", "drive", environment=place.environment(XDG_DATA_HOME=""))
+    assert (result.returncode, result.stderr) == (0, "")
+    written = configuration(source)
+    assert list(written) == ["driveId", "kemviHome", "repoRoot", "helperPath"]
+    assert written["driveId"] == "drive"
+    assert written["repoRoot"] == str(source)
+    assert written["kemviHome"] == str(place.folder / ".local/share/kemvi")
+    assert os.path.samefile(written["helperPath"], SHIPPED_HELPER)
+    assert "--repo-root" in result.stdout and str(source) in result.stdout
+
+
+def test_what_it_writes_mounts(place):
+    source = place.folder / "drive"
+    assert place.run("init", source, "--repo-root", place.tree).returncode == 0
+    assert place.run("mount", source, place.point).returncode == 0
+    assert os.listdir(place.point) == ["a.txt"]
+    assert place.run("unmount", place.point).returncode == 0
+
+
+def test_options_become_absolute_paths(place):
+    (place.folder / "my helper.mjs").write_text("")
+    result = place.run("init", "new/drive", "--helper", "my helper.mjs", "--drive-id", "id 1", "--home", "home",
+                       "--repo-root", "tree/../tree/")
+    assert result.returncode == 0, result.stderr
+    assert configuration(place.folder / "new/drive") == {
+        "driveId": "id 1", "kemviHome": str(place.folder / "home"), "repoRoot": str(place.tree),
+        "helperPath": str(place.folder / "my helper.mjs")}
+
+
+def test_an_existing_configuration_is_kept(place):
+    before = (place.source / "mount-config.json").read_text()
+    assert_fails(place.run("init", place.source), 3, place.source / "mount-config.json", "exists", "--force")
+    assert (place.source / "mount-config.json").read_text() == before
+    assert os.listdir(place.source) == ["mount-config.json"]
+
+
+def test_force_replaces_it(place):
+    assert place.run("init", place.source, "--force", "--drive-id", "new").returncode == 0
+    assert configuration(place.source)["driveId"] == "new"
+    assert os.listdir(place.source) == ["mount-config.json"]
+
+
+def test_a_helper_that_does_not_exist(place):
+    result = place.run("init", place.folder / "drive", "--helper", "none.mjs")
+    assert_fails(result, 4, "none.mjs", "no such helper")
+    assert not (place.folder / "drive").exists()
+
+
+def test_a_shipped_helper_by_name(place):
+    assert place.run("init", place.folder / "drive", "--helper", "local").returncode == 0
+    assert os.path.samefile(configuration(place.folder / "drive")["helperPath"], SHIPPED_HELPER)
+
+
+def test_a_source_that_is_a_file(place):
+    (place.folder / "file").write_text("")
+    assert_fails(place.run("init", place.folder / "file"), 3, "not a directory")
+
+
+def test_any_name_survives_the_json(place):
+    source = place.folder / 'a"b\\c\nd\u00e9'
+    assert place.run("init", source).returncode == 0
+    assert configuration(source)["repoRoot"] == str(source)
+
+
+def test_a_name_that_is_not_utf8_is_refused(place):
+    source = os.fsencode(place.folder) + b"/\xff"
+    result = place.run("init", os.fsdecode(source))
+    assert_fails(result, 2, "not UTF-8")
+    assert not os.path.exists(source)
+
+
+@user_only
+def test_a_folder_that_may_not_be_written(place):
+    place.source.chmod(0o500)
+    assert_fails(place.run("init", place.source, "--force"), 3, "cannot be written", "Permission denied")

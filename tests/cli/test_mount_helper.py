@@ -1,0 +1,44 @@
+"""Called as mount(8) calls the program of a file system type."""
+
+import os
+import subprocess
+
+import pytest
+
+from conftest import KEMVI, LIMIT
+
+
+def call(place, *arguments, name="mount.kemvi"):
+    program = place.folder / name
+    if not program.is_symlink():
+        program.symlink_to(KEMVI)
+    return subprocess.run([program, *map(str, arguments)], cwd="/", check=False, env=place.environment(),
+                          stdin=subprocess.DEVNULL, text=True, capture_output=True, timeout=LIMIT)
+
+
+@pytest.mark.parametrize("name", ["mount.kemvi", "mount.fuse.kemvi"])
+def test_it_mounts_as_mount_asks(place, name):
+    result = call(place, place.source, place.point, "-o", "rw,noatime,x-systemd.automount,_netdev", name=name)
+    assert (result.returncode, result.stderr) == (0, "")
+    assert os.listdir(place.point) == ["a.txt"]
+    assert place.run("unmount", place.point).returncode == 0
+
+
+def test_flags_of_mount_are_taken(place):
+    assert call(place, place.source, place.point, "-s", "-n", "-v", "-t", "fuse.kemvi", "-o", "ro").returncode == 0
+    assert place.run("unmount", place.point).returncode == 0
+
+
+def test_a_fake_mount_checks_and_mounts_nothing(place):
+    assert call(place, place.source, place.point, "-f").returncode == 0
+    assert not place.is_mounted()
+    (place.point / "x").write_text("")
+    assert call(place, place.source, place.point, "-f").returncode == 32
+
+
+def test_failures_have_the_exit_codes_of_mount(place):
+    assert call(place, place.source).returncode == 1
+    assert call(place, place.source, place.point, "-o", "frobnicate").returncode == 1
+    assert call(place, place.source, place.folder / "none").returncode == 32
+    result = call(place, place.folder / "none", place.point)
+    assert result.returncode == 32 and result.stderr.startswith("kemvi: ")
