@@ -73,7 +73,7 @@ def test_configuration_that_is_a_folder(place):
 @user_only
 def test_configuration_that_cannot_be_read(place):
     (place.source / "mount-config.json").chmod(0)
-    fails(place, 3, "mount-config.json", "Permission denied")
+    fails(place, 3, "mount-config.json", "permission")
 
 
 @pytest.mark.parametrize("text", ["", "{", "[]", "null", '"text"', '{"driveId": "d"} x', '{"driveId": "\xff'])

@@ -30,7 +30,8 @@ def parse():
     parser.add_argument("--binary", required=True, help="the kemvi command")
     parser.add_argument("--sdk", required=True, help="the folder of the helper kit, with helpers/local.mjs in it")
     parser.add_argument("--user", action="store_true", help="run as an ordinary user")
-    parser.add_argument("folders", nargs="+", help="folders beside this file")
+    parser.add_argument("--tests", type=Path, default=HERE, help="where the folders are, if not beside this file")
+    parser.add_argument("folders", nargs="+", help="folders or files of tests")
     arguments, more = parser.parse_known_args()
     arguments.folders += more  # options for pytest
     return arguments
@@ -53,7 +54,7 @@ def ownedCopy(arguments, user):
     shutil.copy2(arguments.binary, home / "kemvi")
     shutil.copytree(arguments.sdk, home / "sdk", ignore=shutil.ignore_patterns("node_modules"), symlinks=True)
     shutil.copy2(SEMANTICS, home / "semantics.md")
-    shutil.copytree(HERE, home / "mount", ignore=shutil.ignore_patterns("__pycache__", ".pytest_cache"))
+    shutil.copytree(arguments.tests, home / "mount", ignore=shutil.ignore_patterns("__pycache__", ".pytest_cache"))
     for folder, folders, files in os.walk(home):
         os.chown(folder, user.pw_uid, user.pw_gid)
         for name in folders + files:
@@ -115,7 +116,7 @@ def main():
         return runAsUser(arguments)
     if not arguments.user and os.getuid() != 0:
         skip("needs root; the mount.user entry of this name runs as the ordinary user that you are")
-    return pytest(arguments.binary, arguments.sdk, HERE, arguments.folders)
+    return pytest(arguments.binary, arguments.sdk, arguments.tests, arguments.folders)
 
 
 if __name__ == "__main__":
