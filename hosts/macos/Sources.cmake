@@ -5,8 +5,8 @@ list(TRANSFORM KEMVI_MACOS_SOURCES PREPEND ${CMAKE_CURRENT_LIST_DIR}/)
 set(KEMVI_MACOS_APP_SOURCES ${CMAKE_CURRENT_LIST_DIR}/app/main.mm)
 
 # Identifiers are unique across all developers: whoever signs the extension sets their own.
-set(KEMVI_MACOS_APP_IDENTIFIER com.kemvi CACHE STRING "Bundle identifier of the macOS application")
-set(KEMVI_MACOS_EXTENSION_IDENTIFIER ${KEMVI_MACOS_APP_IDENTIFIER}.fs) # the system wants the application's as prefix
+set(KEMVI_MACOS_APP_IDENTIFIER com.kemvi.fs CACHE STRING "Bundle identifier of the macOS application")
+set(KEMVI_MACOS_EXTENSION_IDENTIFIER ${KEMVI_MACOS_APP_IDENTIFIER}.extension) # the system wants the application's as prefix
 # Directories as mount sources came with this version.
 set(KEMVI_MACOS_MINIMUM_SYSTEM 26.0)
 

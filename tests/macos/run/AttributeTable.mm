@@ -16,7 +16,9 @@ bool same(A a, B b) {
 
 template <typename T>
 T made(unsigned seed) {
-    if constexpr (std::is_same_v<T, timespec>)
+    if constexpr (std::is_same_v<T, BOOL> || std::is_same_v<T, bool>)
+        return seed > 0;
+    else if constexpr (std::is_same_v<T, timespec>)
         return {static_cast<time_t>(seed) * 1000, static_cast<long>(seed)};
     else
         return static_cast<T>(seed);
