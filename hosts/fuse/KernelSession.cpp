@@ -7,7 +7,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <fcntl.h>
-#include <unistd.h>
 #include <vector>
 
 namespace fusehost {
@@ -87,8 +86,6 @@ void KernelSession::mount(const std::string& mountPoint) {
     if (fcntl(descriptor(), F_SETFL, flags | O_NONBLOCK) != 0)
         throw MountError("cannot make the connection to the kernel non-blocking");
     fcntl(descriptor(), F_SETFD, FD_CLOEXEC);
-    if (geteuid() != 0)
-        guard_.emplace(mountPoint);
 }
 
 void KernelSession::unmount() {
@@ -96,7 +93,6 @@ void KernelSession::unmount() {
         return;
     mounted_ = false;
     fuse_session_unmount(session_);
-    guard_.reset();
 }
 
 } // namespace fusehost

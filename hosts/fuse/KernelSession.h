@@ -2,9 +2,7 @@
 
 #include "hosts/fuse/KernelOperations.h"
 #include "hosts/fuse/MountOptions.h"
-#include "hosts/fuse/StaleMountGuard.h"
 
-#include <optional>
 #include <string>
 
 struct fuse_session;
@@ -34,7 +32,6 @@ public:
 private:
     fuse_session* session_ = nullptr;
     bool mounted_ = false;
-    std::optional<StaleMountGuard> guard_; // an ordinary user's mount only
 };
 
 } // namespace fusehost
