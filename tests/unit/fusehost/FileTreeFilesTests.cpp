@@ -1,0 +1,249 @@
+#include "FileTreeTest.h"
+
+namespace fusehosttests {
+namespace {
+
+class FileTreeFiles : public FileTreeTest {};
+
+TEST_F(FileTreeFiles, whatIsWrittenIsRead) {
+    const FileHandle file = create("/a");
+    write(file, 0, "hello ");
+    write(file, 6, "world");
+    EXPECT_EQ(read(file), "hello world");
+    EXPECT_EQ(read(file, 6, 3), "wor");
+    EXPECT_EQ(read(file, 11), "");
+    EXPECT_EQ(read(file, 1000), "");
+    EXPECT_EQ(close(file), 0);
+    EXPECT_EQ(served.bytes("/a"), "hello world");
+}
+
+TEST_F(FileTreeFiles, openingADirectoryIsEISDIR) {
+    served.putDirectory("/d");
+    EXPECT_EQ(errnoOf([&] { open("/d", O_RDONLY); }), EISDIR);
+}
+
+TEST_F(FileTreeFiles, anUnknownHandleIsEBADF) {
+    std::byte byte{};
+    EXPECT_EQ(errnoOf([&] { tree().read(99, 0, {&byte, 1}); }), EBADF);
+    EXPECT_EQ(errnoOf([&] { tree().write(99, 0, {&byte, 1}); }), EBADF);
+    EXPECT_EQ(errnoOf([&] { tree().flush(99); }), EBADF);
+    EXPECT_EQ(errnoOf([&] { tree().synchronize(99); }), EBADF);
+    EXPECT_EQ(errnoOf([&] { tree().release(99); }), EBADF);
+    EXPECT_EQ(errnoOf([&] { tree().startListing(99); }), EBADF);
+}
+
+TEST_F(FileTreeFiles, opensTheModesAskedFor) {
+    served.put("/a", "");
+    const NodeID file = node("/a");
+    served.takeRequests();
+    for (const auto& [flags, request] : {std::pair(O_RDONLY, "open read /a"), {O_WRONLY, "open write,create /a"}}) {
+        const FileHandle opened = tree().open(file, flags);
+        EXPECT_THAT(served.takeRequests(), ElementsAre(request));
+        tree().release(opened);
+        EXPECT_THAT(served.takeRequests(), ElementsAre("release /a"));
+    }
+    close(open("/a", O_RDWR));
+    EXPECT_THAT(served.takeRequests(),
+                ElementsAre("getattr /a", "open read /a", "open write,create /a", "release /a", "release /a"));
+}
+
+TEST_F(FileTreeFiles, withTheWritebackCacheAWriterIsOpenedForReadingToo) {
+    options.writeback = true;
+    served.put("/a", "abc");
+    const FileHandle file = open("/a", O_WRONLY);
+    EXPECT_EQ(read(file), "abc");
+}
+
+TEST_F(FileTreeFiles, anOpenOfAVanishedFileIsESTALE) {
+    served.put("/a", "");
+    const NodeID file = node("/a");
+    served.erase("/a");
+    EXPECT_EQ(errnoOf([&] { tree().open(file, O_RDONLY); }), ESTALE);
+}
+
+TEST_F(FileTreeFiles, aFailedOpenLeavesNothingOpen) {
+    served.put("/a", "");
+    served.before = refuseOnce("open write", posixErrno::EACCES_);
+    EXPECT_EQ(errnoOf([&] { open("/a", O_RDWR); }), EACCES);
+    EXPECT_EQ(served.openHandles(), 0U);
+}
+
+TEST_F(FileTreeFiles, aFailedOpenLeavesOtherOpenersAlone) {
+    served.put("/a", "abc");
+    const FileHandle reader = open("/a", O_RDONLY);
+    served.before = refuseOnce("open write", posixErrno::EACCES_);
+    EXPECT_EQ(errnoOf([&] { open("/a", O_RDWR); }), EACCES);
+    EXPECT_EQ(read(reader), "abc");
+}
+
+TEST_F(FileTreeFiles, shortAnswersAreJoined) {
+    served.put("/a", "0123456789");
+    served.mostPerRead = 3;
+    const FileHandle file = open("/a", O_RDONLY);
+    served.takeRequests();
+    EXPECT_EQ(read(file, 1, 8), "12345678");
+    EXPECT_THAT(served.takeRequests(), ElementsAre("read /a 1+8", "read /a 4+5", "read /a 7+2"));
+}
+
+TEST_F(FileTreeFiles, aReadUpToTheKnownEndAsksNoMoreThanOnce) {
+    served.put("/a", "0123456789");
+    const FileHandle file = open("/a", O_RDONLY);
+    served.takeRequests();
+    EXPECT_EQ(read(file, 4, 4096), "456789");
+    EXPECT_THAT(served.takeRequests(), ElementsAre("read /a 4+4096"));
+}
+
+TEST_F(FileTreeFiles, byteByByteAnswersGiveTheRightBytes) {
+    served.put("/a", "0123456789");
+    served.mostPerRead = 1;
+    EXPECT_EQ(read(open("/a", O_RDONLY), 0, 10), "0123456789");
+}
+
+TEST_F(FileTreeFiles, anErrorInTheMiddleOfAJoinedReadIsAnError) {
+    served.put("/a", "0123456789");
+    served.mostPerRead = 4;
+    const FileHandle file = open("/a", O_RDONLY);
+    served.before = refuseOnce("read /a 4", posixErrno::EACCES_);
+    EXPECT_EQ(errnoOf([&] { read(file); }), EACCES);
+    EXPECT_EQ(read(file), "0123456789");
+}
+
+TEST_F(FileTreeFiles, aFileThatShrankBehindTheMountReadsShort) {
+    served.put("/a", "0123456789");
+    const FileHandle file = open("/a", O_RDONLY);
+    served.put("/a", "01");
+    EXPECT_EQ(read(file), "0123456789") << "the file that was opened";
+    EXPECT_EQ(read(open("/a", O_RDONLY), 0, 10), "01");
+}
+
+TEST_F(FileTreeFiles, everyOpenerGetsTheFileThatHasTheName) {
+    served.put("/a", "old");
+    const FileHandle first = open("/a", O_RDONLY);
+    EXPECT_EQ(read(first), "old");
+    served.put("/a", "new!");
+    const FileHandle second = open("/a", O_RDONLY);
+    EXPECT_EQ(read(second), "new!");
+    EXPECT_EQ(read(first), "new!") << "one file per node";
+}
+
+TEST_F(FileTreeFiles, openersShareTheHandleUntilTheLastOneCloses) {
+    served.put("/a", "abc");
+    const FileHandle one = open("/a", O_RDONLY);
+    const FileHandle two = open("/a", O_RDONLY);
+    EXPECT_EQ(served.openHandles(), 1U);
+    close(one);
+    EXPECT_EQ(served.openHandles(), 1U);
+    EXPECT_EQ(read(two), "abc");
+    close(two);
+    EXPECT_EQ(served.openHandles(), 0U);
+}
+
+TEST_F(FileTreeFiles, theErrorOfGivingTheWriteHandleBackIsTheErrorOfClose) {
+    const FileHandle file = create("/a");
+    write(file, 0, "abc");
+    served.before = refuseOnce("release", posixErrno::ENOSPC_);
+    EXPECT_EQ(close(file), ENOSPC);
+    EXPECT_EQ(close(open("/a", O_WRONLY)), 0) << "reported once";
+}
+
+TEST_F(FileTreeFiles, aWritersCloseLeavesTheReadersHandle) {
+    served.put("/a", "abc");
+    const FileHandle reader = open("/a", O_RDONLY);
+    const FileHandle writer = open("/a", O_WRONLY);
+    EXPECT_EQ(read(reader), "abc");
+    served.takeRequests();
+    EXPECT_EQ(close(writer), 0);
+    EXPECT_EQ(read(reader), "abc");
+    EXPECT_THAT(served.takeRequests(), ElementsAre("release /a", "read /a 0+4096"));
+}
+
+TEST_F(FileTreeFiles, aFlushOfOneWriterLeavesTheOthersHandle) {
+    const FileHandle one = create("/a", O_WRONLY);
+    const FileHandle two = open("/a", O_WRONLY);
+    write(one, 0, "1");
+    served.takeRequests();
+    tree().flush(one);
+    EXPECT_THAT(served.takeRequests(), IsEmpty());
+    write(two, 1, "2");
+    EXPECT_THAT(served.takeRequests(), ElementsAre("write /a 1+1"));
+    tree().flush(two);
+    EXPECT_THAT(served.takeRequests(), ElementsAre("release /a"));
+}
+
+TEST_F(FileTreeFiles, writingAfterAFlushOpensAgain) {
+    const FileHandle file = create("/a", O_WRONLY);
+    write(file, 0, "1");
+    tree().flush(file); // a duplicated descriptor was closed
+    EXPECT_EQ(served.openHandles(), 0U);
+    write(file, 1, "2");
+    tree().flush(file);
+    EXPECT_EQ(served.openHandles(), 0U);
+    EXPECT_EQ(served.bytes("/a"), "12");
+}
+
+TEST_F(FileTreeFiles, flushingTwiceCountsOnce) {
+    const FileHandle one = create("/a", O_WRONLY);
+    const FileHandle two = open("/a", O_WRONLY);
+    tree().flush(one);
+    tree().flush(one);
+    write(two, 0, "x");
+    EXPECT_EQ(served.openHandles(), 1U);
+    tree().flush(two);
+    EXPECT_EQ(served.openHandles(), 0U);
+}
+
+TEST_F(FileTreeFiles, aFlushThatFailsForTheReadHandleStillClosesTheWriteHandle) {
+    served.put("/a", "abc");
+    const FileHandle reader = open("/a", O_RDONLY);
+    const FileHandle writer = open("/a", O_RDWR);
+    write(writer, 0, "x");
+    served.before = refuseOnce("release", posixErrno::EACCES_);
+    close(reader);
+    close(writer);
+    EXPECT_EQ(served.openHandles(), 0U);
+}
+
+TEST_F(FileTreeFiles, aWriteErrorIsReported) {
+    const FileHandle file = create("/a");
+    served.before = refuseOnce("write", posixErrno::ENOSPC_);
+    EXPECT_EQ(errnoOf([&] { write(file, 0, "abc"); }), ENOSPC);
+    write(file, 0, "abc");
+    EXPECT_EQ(close(file), 0);
+}
+
+TEST_F(FileTreeFiles, fsyncReachesTheVolume) {
+    const FileHandle file = create("/a");
+    write(file, 0, "abc");
+    served.takeRequests();
+    tree().synchronize(file);
+    EXPECT_THAT(served.takeRequests(), ElementsAre("flush /a", "statfs"));
+    served.before = refuseOnce("flush", posixErrno::EDQUOT_);
+    EXPECT_EQ(errnoOf([&] { tree().synchronize(file); }), EDQUOT);
+}
+
+TEST_F(FileTreeFiles, anErrorMetWhenTheFileWasMovedIsToldByTheNextFlush) {
+    const FileHandle file = create("/a", O_WRONLY);
+    write(file, 0, "abc");
+    served.before = refuseOnce("release", posixErrno::ENOSPC_);
+    rename("/a", "/b");
+    EXPECT_EQ(close(file), ENOSPC);
+}
+
+TEST_F(FileTreeFiles, anErrorMetWhenTheFileWasMovedIsToldByTheNextFsync) {
+    const FileHandle file = create("/a", O_WRONLY);
+    write(file, 0, "abc");
+    served.before = refuseOnce("release", posixErrno::ENOSPC_);
+    rename("/a", "/b");
+    EXPECT_EQ(errnoOf([&] { tree().synchronize(file); }), ENOSPC);
+    EXPECT_EQ(close(file), 0);
+}
+
+TEST_F(FileTreeFiles, anOpenFileIsKnownThoughTheKernelForgotIt) {
+    const FileHandle file = create("/a");
+    forget(node("/a"));
+    write(file, 0, "abc");
+    EXPECT_EQ(read(file), "abc");
+}
+
+} // namespace
+} // namespace fusehosttests

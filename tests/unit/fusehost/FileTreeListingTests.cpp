@@ -1,0 +1,173 @@
+#include "FileTreeTest.h"
+
+namespace fusehosttests {
+namespace {
+
+class FileTreeListing : public FileTreeTest {
+protected:
+    /// Opens the directory and takes its listing.
+    fusehost::DirectoryHandle listing(const std::string& path = "/") {
+        const auto handle = tree().openDirectory(path == "/" ? rootNodeID : node(path));
+        tree().startListing(handle);
+        return handle;
+    }
+
+    const fusehost::ListedEntry* entry(fusehost::DirectoryHandle handle, const std::string& name) {
+        for (std::size_t index = 0; index < tree().listedCount(handle); ++index)
+            if (const auto* found = tree().listedEntry(handle, index); found != nullptr && found->name == name)
+                return found;
+        return nullptr;
+    }
+
+    /// The node that the listing gives for a name; its reference is given back.
+    std::optional<TreeEntry> listedNode(fusehost::DirectoryHandle handle, const std::string& name) {
+        const auto found = tree().listedNode(handle, *entry(handle, name));
+        if (found)
+            tree().forget(found->node, 1);
+        return found;
+    }
+};
+
+TEST_F(FileTreeListing, isOneRequestHoweverManyEntries) {
+    for (int i = 0; i < 5000; ++i)
+        served.put("/file" + std::to_string(i), "x");
+    EXPECT_EQ(list("/").size(), 5002U);
+    EXPECT_THAT(served.takeRequests(), ElementsAre("readdir /"));
+}
+
+TEST_F(FileTreeListing, ofAFileIsENOTDIR) {
+    served.put("/a", "");
+    EXPECT_EQ(errnoOf([&] { tree().openDirectory(node("/a")); }), ENOTDIR);
+}
+
+TEST_F(FileTreeListing, neitherSkipsNorRepeatsWhenEntriesGoWhileItIsRead) {
+    for (const char* name : {"/a", "/b", "/c", "/d"})
+        served.put(name, "");
+    const auto handle = listing();
+    std::vector<std::string> seen;
+    for (std::size_t index = 2; index < tree().listedCount(handle); ++index) {
+        const std::string name = tree().listedEntry(handle, index)->name;
+        seen.push_back(name);
+        remove("/" + name);
+    }
+    EXPECT_THAT(seen, ElementsAre("a", "b", "c", "d"));
+    EXPECT_THAT(served.names("/"), IsEmpty());
+}
+
+TEST_F(FileTreeListing, fromTheStartIsTakenAnew) {
+    served.put("/a", "");
+    const auto handle = listing();
+    served.put("/b", "");
+    EXPECT_EQ(entry(handle, "b"), nullptr);
+    tree().startListing(handle);
+    EXPECT_NE(entry(handle, "b"), nullptr);
+}
+
+TEST_F(FileTreeListing, thatFailsIsReportedAndServesNothing) {
+    served.put("/a", "");
+    const auto handle = listing();
+    served.before = refuseOnce("readdir", posixErrno::EACCES_);
+    EXPECT_EQ(errnoOf([&] { tree().startListing(handle); }), EACCES);
+    EXPECT_EQ(tree().listedCount(handle), 0U);
+}
+
+TEST_F(FileTreeListing, ofARemovedDirectoryIsEmpty) {
+    makeDirectory("/d");
+    const auto handle = tree().openDirectory(node("/d"));
+    removeDirectory("/d");
+    tree().startListing(handle);
+    EXPECT_EQ(tree().listedCount(handle), 0U);
+    EXPECT_EQ(tree().remainingTrust(handle, 1.0), 0.0);
+    tree().releaseDirectory(handle);
+    EXPECT_EQ(errnoOf([&] { tree().listedCount(handle); }), EBADF);
+}
+
+TEST_F(FileTreeListing, givesNodesWithAttributesAndWithoutARequest) {
+    served.put("/a", "12345");
+    served.putDirectory("/d");
+    const auto handle = listing();
+    served.takeRequests();
+    const auto file = listedNode(handle, "a");
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->attributes.st_size, 5);
+    const auto directory = listedNode(handle, "d");
+    ASSERT_TRUE(directory);
+    EXPECT_TRUE(S_ISDIR(directory->attributes.st_mode));
+    EXPECT_THAT(served.takeRequests(), IsEmpty());
+}
+
+TEST_F(FileTreeListing, aListedNodeIsLookedUpWhenItIsFirstUsed) {
+    served.put("/a", "12345");
+    const auto handle = listing();
+    const auto file = tree().listedNode(handle, *entry(handle, "a"));
+    ASSERT_TRUE(file);
+    served.takeRequests();
+    const FileHandle opened = tree().open(file->node, O_RDONLY);
+    EXPECT_THAT(served.takeRequests(), ElementsAre("getattr /a", "open read /a"));
+    tree().release(opened);
+    EXPECT_EQ(node("/a"), file->node);
+    tree().forget(file->node, 1);
+}
+
+TEST_F(FileTreeListing, givesNoNodesForDotAndDotDot) {
+    const auto handle = listing();
+    EXPECT_FALSE(listedNode(handle, "."));
+    EXPECT_FALSE(listedNode(handle, ".."));
+}
+
+TEST_F(FileTreeListing, withTimeoutsOfZeroGivesNamesAlone) {
+    options.attrTimeout = 0;
+    served.put("/a", "");
+    EXPECT_FALSE(listedNode(listing(), "a"));
+}
+
+TEST_F(FileTreeListing, doesNotTellOfAFileWrittenSince) {
+    const FileHandle file = create("/a");
+    const auto handle = listing();
+    write(file, 0, "0123");
+    EXPECT_FALSE(listedNode(handle, "a"));
+    EXPECT_TRUE(listedNode(listing(), "a"));
+}
+
+TEST_F(FileTreeListing, doesNotTellOfAFileWhoseSizeOrModeOrTimeWasSetSince) {
+    served.put("/a", "0123");
+    node("/a");
+    const auto handle = listing();
+    truncate("/a", 2);
+    EXPECT_FALSE(listedNode(handle, "a"));
+}
+
+TEST_F(FileTreeListing, doesNotTellOfAFileRemovedOrMovedOrMadeSince) {
+    for (const char* name : {"/a", "/b", "/c"})
+        served.put(name, "x");
+    const auto handle = listing();
+    remove("/a");
+    rename("/b", "/d");
+    remove("/c");
+    create("/c");
+    for (const char* name : {"a", "b", "c"})
+        EXPECT_FALSE(listedNode(handle, name)) << name;
+}
+
+TEST_F(FileTreeListing, doesNotTellOfAFileThatBecameADirectory) {
+    served.put("/a", "1");
+    const auto handle = listing();
+    served.erase("/a");
+    served.putDirectory("/a");
+    node("/a");
+    EXPECT_FALSE(listedNode(handle, "a"));
+}
+
+TEST_F(FileTreeListing, leavesOutHiddenFiles) {
+    const FileHandle file = create("/a");
+    const auto handle = listing();
+    remove("/a");
+    EXPECT_NE(entry(handle, "a"), nullptr) << "it was there when the listing was taken";
+    tree().startListing(handle);
+    EXPECT_EQ(tree().listedCount(handle), 3U);
+    EXPECT_EQ(tree().listedEntry(handle, 2), nullptr);
+    close(file);
+}
+
+} // namespace
+} // namespace fusehosttests

@@ -1,0 +1,235 @@
+#include "FileTreeTest.h"
+
+#include <cstdio>
+
+namespace fusehosttests {
+namespace {
+
+class FileTreeRename : public FileTreeTest {};
+
+TEST_F(FileTreeRename, keepsTheNode) {
+    served.put("/a", "x");
+    const NodeID file = node("/a");
+    rename("/a", "/b");
+    EXPECT_EQ(node("/b"), file);
+    EXPECT_EQ(errnoOf([&] { lookup("/a"); }), ENOENT);
+}
+
+TEST_F(FileTreeRename, ofAFileThatTheKernelDoesNotKnow) {
+    served.put("/a", "x");
+    rename("/a", "/b");
+    EXPECT_EQ(served.bytes("/b"), "x");
+    EXPECT_FALSE(served.has("/a"));
+}
+
+TEST_F(FileTreeRename, ofAMissingFileIsENOENT) {
+    EXPECT_EQ(errnoOf([&] { rename("/a", "/b"); }), ENOENT);
+}
+
+TEST_F(FileTreeRename, anOpenFileGoesOnUnderItsNewName) {
+    const FileHandle file = create("/a");
+    write(file, 0, "0123");
+    rename("/a", "/b");
+    EXPECT_EQ(read(file), "0123");
+    write(file, 4, "45");
+    EXPECT_EQ(tree().getAttributes(node("/b")).st_size, 6);
+    EXPECT_EQ(close(file), 0);
+    EXPECT_EQ(served.bytes("/b"), "012345");
+    EXPECT_FALSE(served.has("/a"));
+}
+
+TEST_F(FileTreeRename, anOpenFileGoesOnWhenAParentOfAnyDepthIsRenamed) {
+    for (const char* path : {"/a", "/a/b", "/a/b/c"})
+        makeDirectory(path);
+    const FileHandle file = create("/a/b/c/file");
+    write(file, 0, "0123");
+    rename("/a/b", "/moved");
+    write(file, 4, "45");
+    EXPECT_EQ(read(file), "012345");
+    EXPECT_EQ(close(file), 0);
+    EXPECT_EQ(served.bytes("/moved/c/file"), "012345");
+    EXPECT_FALSE(served.has("/a/b"));
+}
+
+TEST_F(FileTreeRename, aNewFileAtTheOldNameIsAnotherFile) {
+    const FileHandle old = create("/a");
+    write(old, 0, "old");
+    rename("/a", "/b");
+    const FileHandle fresh = create("/a");
+    write(fresh, 0, "fresh");
+    write(old, 3, "er");
+    EXPECT_EQ(read(fresh), "fresh");
+    EXPECT_EQ(served.bytes("/a"), "fresh");
+    EXPECT_EQ(served.bytes("/b"), "older");
+}
+
+TEST_F(FileTreeRename, aNewDirectoryAtTheOldNameIsAnotherDirectory) {
+    makeDirectory("/a");
+    const FileHandle old = create("/a/file");
+    write(old, 0, "old");
+    rename("/a", "/b");
+    makeDirectory("/a");
+    const FileHandle fresh = create("/a/file");
+    write(fresh, 0, "fresh");
+    write(old, 3, "er");
+    EXPECT_EQ(served.bytes("/a/file"), "fresh");
+    EXPECT_EQ(served.bytes("/b/file"), "older");
+}
+
+TEST_F(FileTreeRename, twoOpenFilesAreSwappedThroughAThirdName) {
+    const FileHandle one = create("/a");
+    const FileHandle two = create("/b");
+    write(one, 0, "one");
+    write(two, 0, "two");
+    rename("/a", "/c");
+    rename("/b", "/a");
+    rename("/c", "/b");
+    write(one, 3, "!");
+    write(two, 3, "?");
+    EXPECT_EQ(served.bytes("/b"), "one!");
+    EXPECT_EQ(served.bytes("/a"), "two?");
+}
+
+TEST_F(FileTreeRename, ontoAnExistingFileReplacesItInOneRequest) {
+    served.put("/a", "new");
+    served.put("/b", "old");
+    const NodeID source = node("/a");
+    const NodeID target = node("/b");
+    served.takeRequests();
+    tree().rename(rootNodeID, "a", rootNodeID, "b", 0);
+    EXPECT_THAT(served.takeRequests(), ElementsAre("rename /a /b"));
+    EXPECT_EQ(served.bytes("/b"), "new");
+    EXPECT_EQ(node("/b"), source);
+    EXPECT_EQ(errnoOf([&] { tree().getAttributes(target); }), ESTALE);
+}
+
+TEST_F(FileTreeRename, withAHelperThatRefusesTheReplacedFileIsRemovedFirst) {
+    served.renameReplaces = false;
+    served.put("/a", "new");
+    served.put("/b", "old");
+    rename("/a", "/b");
+    EXPECT_EQ(served.bytes("/b"), "new");
+    EXPECT_FALSE(served.has("/a"));
+}
+
+TEST_F(FileTreeRename, ontoAnOpenFileLetsThatLiveOn) {
+    for (const bool replaces : {true, false}) {
+        served.renameReplaces = replaces;
+        const FileHandle target = create("/b");
+        write(target, 0, "old");
+        const FileHandle source = create("/a");
+        write(source, 0, "new");
+        rename("/a", "/b");
+        EXPECT_EQ(read(target), "old");
+        write(target, 3, "er");
+        EXPECT_EQ(read(target), "older");
+        EXPECT_EQ(read(source), "new");
+        EXPECT_EQ(served.bytes("/b"), "new");
+        EXPECT_EQ(close(target), 0);
+        EXPECT_EQ(close(source), 0);
+        EXPECT_THAT(served.names("/"), ElementsAre("b"));
+        remove("/b");
+    }
+}
+
+TEST_F(FileTreeRename, thatFailsPutsAnOpenTargetBack) {
+    served.put("/a", "new");
+    const FileHandle target = create("/b");
+    write(target, 0, "old");
+    served.before = refuseOnce("rename /a", posixErrno::EACCES_);
+    EXPECT_EQ(errnoOf([&] { rename("/a", "/b"); }), EACCES);
+    EXPECT_EQ(served.bytes("/b"), "old");
+    EXPECT_EQ(read(target), "old");
+    EXPECT_EQ(close(target), 0);
+    EXPECT_THAT(served.names("/"), ElementsAre("a", "b")) << "closing it removed nothing";
+}
+
+TEST_F(FileTreeRename, ontoItselfChangesNothing) {
+    served.put("/a", "x");
+    node("/a");
+    rename("/a", "/a");
+    EXPECT_EQ(served.bytes("/a"), "x");
+}
+
+TEST_F(FileTreeRename, withNoReplaceOntoAnExistingNameIsEEXIST) {
+    served.put("/a", "new");
+    served.put("/b", "old");
+    EXPECT_EQ(errnoOf([&] { rename("/a", "/b", RENAME_NOREPLACE); }), EEXIST);
+    EXPECT_EQ(served.bytes("/b"), "old");
+    EXPECT_EQ(served.bytes("/a"), "new");
+    rename("/a", "/c", RENAME_NOREPLACE);
+    EXPECT_EQ(served.bytes("/c"), "new");
+}
+
+TEST_F(FileTreeRename, withAnyOtherFlagIsEINVAL) {
+    served.put("/a", "");
+    served.put("/b", "");
+    EXPECT_EQ(errnoOf([&] { rename("/a", "/b", RENAME_EXCHANGE); }), EINVAL);
+    EXPECT_EQ(errnoOf([&] { rename("/a", "/c", 4); }), EINVAL);
+}
+
+TEST_F(FileTreeRename, aNameThatWasSeenMissingBeforeTheRenameIsNotFreeAfterIt) {
+    served.put("/a", "x");
+    EXPECT_EQ(errnoOf([&] { lookup("/b"); }), ENOENT);
+    tree().rename(rootNodeID, "a", rootNodeID, "b", 0);
+    EXPECT_EQ(read(create("/b")), "x");
+}
+
+TEST_F(FileTreeRename, ofADirectoryOntoAnEmptyOneReplacesIt) {
+    for (const bool replaces : {true, false}) {
+        served.renameReplaces = replaces;
+        makeDirectory("/d");
+        create("/d/file");
+        makeDirectory("/e");
+        rename("/d", "/e");
+        EXPECT_TRUE(served.has("/e/file"));
+        EXPECT_FALSE(served.has("/d"));
+        remove("/e/file");
+        served.erase("/e");
+        EXPECT_EQ(errnoOf([&] { lookup("/e"); }), ENOENT);
+        for (const std::string& name : served.names("/"))
+            served.erase("/" + name);
+    }
+}
+
+TEST_F(FileTreeRename, ofADirectoryToAFreeNameSeenMissingIsOneRequest) {
+    served.putDirectory("/d");
+    node("/d");
+    EXPECT_EQ(errnoOf([&] { lookup("/e"); }), ENOENT);
+    served.takeRequests();
+    tree().rename(rootNodeID, "d", rootNodeID, "e", 0);
+    EXPECT_THAT(served.takeRequests(), ElementsAre("rename /d /e"));
+}
+
+TEST_F(FileTreeRename, changesTheCaseOfANameWhereCaseDoesNotCount) {
+    served.foldsCase = true;
+    served.put("/readme", "x");
+    const NodeID file = node("/readme");
+    tree().rename(rootNodeID, "readme", rootNodeID, "README", 0);
+    EXPECT_THAT(served.names("/"), ElementsAre("README"));
+    EXPECT_EQ(node("/README"), file);
+}
+
+TEST_F(FileTreeRename, thatFailsKeepsWhatIsOpen) {
+    const FileHandle file = create("/a");
+    write(file, 0, "0123");
+    served.before = refuseOnce("rename", posixErrno::EXDEV_);
+    EXPECT_EQ(errnoOf([&] { rename("/a", "/b"); }), EXDEV);
+    EXPECT_EQ(read(file), "0123");
+    write(file, 4, "4");
+    EXPECT_EQ(close(file), 0);
+    EXPECT_EQ(served.bytes("/a"), "01234");
+}
+
+TEST_F(FileTreeRename, ofAFileThatBecameADirectoryBehindTheMount) {
+    served.put("/a", "");
+    const NodeID file = node("/a");
+    served.erase("/a");
+    served.putDirectory("/a");
+    EXPECT_EQ(errnoOf([&] { tree().getAttributes(file); }), ESTALE);
+    rename("/a", "/b");
+    EXPECT_TRUE(S_ISDIR(lookup("/b").attributes.st_mode));
+}
+
+} // namespace
+} // namespace fusehosttests

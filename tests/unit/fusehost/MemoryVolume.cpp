@@ -1,0 +1,284 @@
+#include "MemoryVolume.h"
+
+#include "foundation/PosixErrno.h"
+#include "fskit/Answer.h"
+
+#include <algorithm>
+#include <functional>
+#include <vector>
+
+namespace fusehosttests {
+
+namespace posixErrno = foundation::posixErrno;
+
+using foundation::throwPosix;
+using fskit::FSItemAttribute;
+using fskit::FSItemAttributes;
+using fskit::FSItemPtr;
+using fskit::FSItemType;
+using fskit::FSVolumeOpenModes;
+
+namespace {
+
+std::string joined(const std::string& directory, const std::string& name) {
+    return directory == "/" ? "/" + name : directory + "/" + name;
+}
+
+fskit::FSItemID identifier(const std::string& path) {
+    return path == "/" ? fskit::FSItemID::rootDirectory
+                       : static_cast<fskit::FSItemID>(std::hash<std::string>()(path) | 4);
+}
+
+FSItemAttributes record(const std::string& path, const ServedTree::Facts& facts) {
+    FSItemAttributes attributes;
+    attributes.setType(facts.isDirectory ? FSItemType::directory : FSItemType::file);
+    attributes.setMode(facts.isDirectory ? 0040755 : 0100644);
+    attributes.setLinkCount(facts.isDirectory ? 2 : 1);
+    attributes.setUid(1000);
+    attributes.setGid(1000);
+    attributes.setSize(facts.size);
+    attributes.setAllocSize((facts.size + 4095) / 4096 * 4096);
+    attributes.setFileID(identifier(path));
+    attributes.setModifyTime({facts.modified, 0});
+    return attributes;
+}
+
+} // namespace
+
+struct MemoryVolume::Item final : fskit::FSItem {
+    Item(std::string itsPath, ServedTree::Facts itsFacts) : path(std::move(itsPath)), facts(itsFacts) {}
+
+    std::optional<FSItemAttributes> knownAttributes() const override { return record(path, facts); }
+
+    const std::string path;
+    const ServedTree::Facts facts;
+};
+
+MemoryVolume::MemoryVolume(ServedTree& tree)
+    : FSVolume(fskit::FSVolumeIdentifier(foundation::UUID::random()), fskit::FSFileName("memory")), tree_(tree),
+      root_(std::make_shared<Item>("/", ServedTree::Facts{true, 0, 0})) {}
+
+MemoryVolume::Item& MemoryVolume::itemOf(const FSItemPtr& item) {
+    return dynamic_cast<Item&>(*item);
+}
+
+fskit::FSStatFSResult MemoryVolume::volumeStatistics() const {
+    fskit::FSStatFSResult figures;
+    figures.ioSize = 1 << 20;
+    figures.totalBlocks = 1000;
+    figures.freeBlocks = 900;
+    figures.availableBlocks = 800;
+    figures.totalFiles = 70;
+    figures.freeFiles = 60;
+    return figures;
+}
+
+void MemoryVolume::mount(const fskit::FSTaskOptions&, fskit::ErrorReply reply) {
+    reply(std::nullopt);
+}
+
+void MemoryVolume::unmount(fskit::Reply<> reply) {
+    for (Handles* handles : {&reading_, &writing_})
+        while (!handles->empty())
+            fskit::caughtError([&] { giveBack(*handles, std::string(handles->begin()->first)); });
+    reply();
+}
+
+void MemoryVolume::activate(const fskit::FSTaskOptions&, fskit::ItemReply reply) {
+    reply(root_, std::nullopt);
+}
+
+void MemoryVolume::deactivate(fskit::FSDeactivateOptions, fskit::ErrorReply reply) {
+    ended_ = true;
+    reply(std::nullopt);
+}
+
+void MemoryVolume::synchronize(fskit::FSSyncFlags, fskit::ErrorReply reply) {
+    fskit::answer(reply, [&] {
+        for (const auto& [path, handle] : writing_)
+            tree_.flush(handle);
+        tree_.statfs();
+    });
+}
+
+void MemoryVolume::getAttributes(const fskit::FSItemGetAttributesRequest&, const FSItemPtr& item,
+                                 fskit::AttributesReply reply) {
+    fskit::answer(reply, [&]() -> std::optional<FSItemAttributes> {
+        const std::string& path = itemOf(item).path;
+        return record(path, path == "/" ? itemOf(item).facts : tree_.getattr(path));
+    });
+}
+
+void MemoryVolume::setAttributes(fskit::FSItemSetAttributesRequest& request, const FSItemPtr& item,
+                                 fskit::AttributesReply reply) {
+    fskit::answer(reply, [&]() -> std::optional<FSItemAttributes> {
+        const Item& known = itemOf(item);
+        if (request.isValid(FSItemAttribute::size) && !known.facts.isDirectory)
+            resize(known, request.size());
+        if (request.isValid(FSItemAttribute::mode))
+            tree_.chmod(known.path, request.mode() & 07777);
+        if (request.isValid(FSItemAttribute::modifyTime))
+            tree_.utimes(known.path, static_cast<double>(request.modifyTime().tv_sec) +
+                                         static_cast<double>(request.modifyTime().tv_nsec) / 1e9);
+        return record(known.path, tree_.getattr(known.path));
+    });
+}
+
+void MemoryVolume::resize(const Item& item, std::uint64_t size) {
+    giveBackBoth(item.path);
+    std::vector<std::byte> head(static_cast<std::size_t>(std::min(size, item.facts.size)));
+    if (!head.empty()) {
+        const std::int64_t source = tree_.open(item.path, "read");
+        head.resize(tree_.read(source, 0, head)); // one read, however short its answer
+        tree_.release(source);
+    }
+    const std::int64_t target = tree_.open(item.path, "write,create,truncate");
+    if (!head.empty())
+        tree_.write(target, 0, head);
+    const std::byte zero{0};
+    if (head.size() < size)
+        tree_.write(target, static_cast<std::int64_t>(size) - 1, {&zero, 1});
+    tree_.flush(target);
+    tree_.release(target);
+}
+
+std::pair<FSItemPtr, std::optional<fskit::FSFileName>> MemoryVolume::found(const std::string& path) {
+    const ServedTree::Facts facts = tree_.getattr(path);
+    return {std::make_shared<Item>(path, facts), fskit::FSFileName(tree_.storedName(path))};
+}
+
+void MemoryVolume::lookupItem(const fskit::FSFileName& name, const FSItemPtr& directory, fskit::NamedItemReply reply) {
+    fskit::answer(reply, [&] {
+        if (!itemOf(directory).facts.isDirectory)
+            throwPosix(posixErrno::ENOTDIR_);
+        if (!name.string() || name.data().empty())
+            throwPosix(posixErrno::EINVAL_);
+        return found(joined(itemOf(directory).path, name.data()));
+    });
+}
+
+void MemoryVolume::reclaimItem(const FSItemPtr&, fskit::ErrorReply reply) {
+    ++reclaimed_;
+    reply(std::nullopt);
+}
+
+void MemoryVolume::readSymbolicLink(const FSItemPtr&, fskit::NameReply reply) {
+    reply(std::nullopt, foundation::NSError::posix(posixErrno::EINVAL_));
+}
+
+void MemoryVolume::createItem(const fskit::FSFileName& name, FSItemType type, const FSItemPtr& directory,
+                              fskit::FSItemSetAttributesRequest&, fskit::NamedItemReply reply) {
+    fskit::answer(reply, [&] {
+        const std::string path = joined(itemOf(directory).path, name.data());
+        if (type == FSItemType::file)
+            tree_.release(tree_.open(path, "write,create,truncate"));
+        else if (type == FSItemType::directory)
+            tree_.mkdir(path);
+        else
+            throwPosix(posixErrno::ENOTSUP_);
+        return found(path);
+    });
+}
+
+void MemoryVolume::createSymbolicLink(const fskit::FSFileName&, const FSItemPtr&, fskit::FSItemSetAttributesRequest&,
+                                      const fskit::FSFileName&, fskit::NamedItemReply reply) {
+    reply(nullptr, std::nullopt, foundation::NSError::posix(posixErrno::ENOTSUP_));
+}
+
+void MemoryVolume::createLink(const FSItemPtr&, const fskit::FSFileName&, const FSItemPtr&, fskit::NameReply reply) {
+    reply(std::nullopt, foundation::NSError::posix(posixErrno::ENOTSUP_));
+}
+
+void MemoryVolume::removeItem(const FSItemPtr& item, const fskit::FSFileName&, const FSItemPtr&,
+                              fskit::ErrorReply reply) {
+    fskit::answer(reply, [&] {
+        giveBackBoth(itemOf(item).path);
+        tree_.unlink(itemOf(item).path);
+    });
+}
+
+void MemoryVolume::renameItem(const FSItemPtr& item, const FSItemPtr&, const fskit::FSFileName&,
+                              const fskit::FSFileName& newName, const FSItemPtr& newDirectory,
+                              const FSItemPtr& overItem, fskit::NameReply reply) {
+    fskit::answer(reply, [&]() -> std::optional<fskit::FSFileName> {
+        giveBackBoth(itemOf(item).path);
+        if (overItem) {
+            giveBackBoth(itemOf(overItem).path);
+            tree_.unlink(itemOf(overItem).path);
+        }
+        tree_.rename(itemOf(item).path, joined(itemOf(newDirectory).path, newName.data()));
+        return newName;
+    });
+}
+
+void MemoryVolume::enumerateDirectory(const FSItemPtr& directory, fskit::FSDirectoryCookie, fskit::FSDirectoryVerifier,
+                                      const fskit::FSItemGetAttributesRequest*, fskit::FSDirectoryEntryPacker& packer,
+                                      fskit::VerifierReply reply) {
+    const auto error = fskit::caughtError([&] {
+        const std::string& path = itemOf(directory).path;
+        std::vector<ServedTree::Entry> entries = tree_.readdir(path);
+        entries.insert(entries.begin(), {{".", {true, 0, 0}}, {"..", {true, 0, 0}}});
+        fskit::FSDirectoryCookie next = 0;
+        for (const auto& [name, facts] : entries) {
+            const std::string entryPath = joined(path, name);
+            const FSItemAttributes attributes = record(entryPath, facts);
+            if (!packer.packEntry(fskit::FSFileName(name), attributes.type(), identifier(entryPath), ++next,
+                                  &attributes))
+                break;
+        }
+    });
+    reply(1, error);
+}
+
+std::int64_t MemoryVolume::handle(Handles& handles, const std::string& path, const std::string& flags) {
+    const auto known = handles.find(path);
+    return known != handles.end() ? known->second : handles[path] = tree_.open(path, flags);
+}
+
+void MemoryVolume::giveBack(Handles& handles, const std::string& path) {
+    if (const auto removed = handles.extract(path); !removed.empty())
+        tree_.release(removed.mapped());
+}
+
+void MemoryVolume::giveBackBoth(const std::string& path) {
+    giveBack(reading_, path);
+    giveBack(writing_, path);
+}
+
+void MemoryVolume::openItem(const FSItemPtr& item, FSVolumeOpenModes modes, fskit::ErrorReply reply) {
+    fskit::answer(reply, [&] {
+        if (itemOf(item).facts.isDirectory)
+            throwPosix(posixErrno::EISDIR_);
+        if (contains(modes, FSVolumeOpenModes::read))
+            handle(reading_, itemOf(item).path, "read");
+        if (contains(modes, FSVolumeOpenModes::write))
+            handle(writing_, itemOf(item).path, "write,create");
+    });
+}
+
+void MemoryVolume::closeItem(const FSItemPtr& item, FSVolumeOpenModes modes, fskit::ErrorReply reply) {
+    fskit::answer(reply, [&] {
+        if (!contains(modes, FSVolumeOpenModes::read))
+            giveBack(reading_, itemOf(item).path);
+        if (!contains(modes, FSVolumeOpenModes::write))
+            giveBack(writing_, itemOf(item).path);
+    });
+}
+
+void MemoryVolume::read(const FSItemPtr& item, std::int64_t offset, std::int64_t,
+                        fskit::FSMutableFileDataBuffer& buffer, fskit::CountReply reply) {
+    fskit::answer(reply, [&] {
+        const std::int64_t opened = handle(reading_, itemOf(item).path, "read");
+        return tree_.read(opened, offset, {buffer.mutableBytes(), buffer.length()});
+    });
+}
+
+void MemoryVolume::write(std::span<const std::byte> contents, const FSItemPtr& item, std::int64_t offset,
+                         fskit::CountReply reply) {
+    fskit::answer(reply, [&] {
+        tree_.write(handle(writing_, itemOf(item).path, "write,create"), offset, contents);
+        return contents.size();
+    });
+}
+
+} // namespace fusehosttests

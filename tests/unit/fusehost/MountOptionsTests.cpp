@@ -1,0 +1,132 @@
+#include "hosts/fuse/MountOptions.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using fusehost::MountOptionError;
+using fusehost::MountOptions;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+MountOptions parsed(const std::string& text) {
+    MountOptions options;
+    options.add(text);
+    return options;
+}
+
+std::string problem(const std::string& text) {
+    try {
+        parsed(text);
+        return "none";
+    } catch (const MountOptionError& error) {
+        return error.what();
+    }
+}
+
+TEST(MountOptions, haveTheDefaultsOfTheManual) {
+    const MountOptions options;
+    EXPECT_FALSE(options.readOnly);
+    EXPECT_FALSE(options.allowOther);
+    EXPECT_FALSE(options.quiet);
+    EXPECT_FALSE(options.writeback);
+    EXPECT_FALSE(options.nonEmpty);
+    EXPECT_EQ(options.entryTimeout, 1.0);
+    EXPECT_EQ(options.attrTimeout, 1.0);
+    EXPECT_EQ(options.negativeTimeout, 0.0);
+    EXPECT_EQ(options.requestSize, 65536U);
+    EXPECT_FALSE(options.fileMask || options.directoryMask || options.uid || options.gid || options.fsname);
+    EXPECT_THAT(options.kernelOptions, IsEmpty());
+}
+
+TEST(MountOptions, takesEachFlag) {
+    EXPECT_TRUE(parsed("ro").readOnly);
+    EXPECT_TRUE(parsed("allow_other").allowOther);
+    EXPECT_TRUE(parsed("quiet").quiet);
+    EXPECT_TRUE(parsed("writeback").writeback);
+    EXPECT_TRUE(parsed("nonempty").nonEmpty);
+}
+
+TEST(MountOptions, laterOnesWin) {
+    EXPECT_FALSE(parsed("ro,rw").readOnly);
+    EXPECT_TRUE(parsed("rw,ro").readOnly);
+    EXPECT_EQ(parsed("uid=1,uid=2").uid, 2U);
+    MountOptions options = parsed("attr_timeout=1");
+    options.add("attr_timeout=5");
+    EXPECT_EQ(options.attrTimeout, 5.0);
+}
+
+TEST(MountOptions, takesTimeoutsInSecondsAndFractions) {
+    const MountOptions options = parsed("entry_timeout=0,attr_timeout=2.5,negative_timeout=60");
+    EXPECT_EQ(options.entryTimeout, 0.0);
+    EXPECT_EQ(options.attrTimeout, 2.5);
+    EXPECT_EQ(options.negativeTimeout, 60.0);
+}
+
+TEST(MountOptions, takesMasksInOctal) {
+    const MountOptions options = parsed("fmask=0133,dmask=22");
+    EXPECT_EQ(options.fileMask, 0133U);
+    EXPECT_EQ(options.directoryMask, 022U);
+    const MountOptions both = parsed("umask=77");
+    EXPECT_EQ(both.fileMask, 077U);
+    EXPECT_EQ(both.directoryMask, 077U);
+    EXPECT_EQ(parsed("fmask=777").fileMask, 0777U);
+    EXPECT_EQ(parsed("fmask=0").fileMask, 0U);
+}
+
+TEST(MountOptions, refusesWhatAreNoPermissionBits) {
+    for (const std::string value : {"", "8", "0x1", "-1", "rwx", "22 ", "77777777777777"})
+        EXPECT_EQ(problem("fmask=" + value), "option \"fmask\": expected permission bits in octal, such as 022")
+            << value;
+    EXPECT_EQ(problem("fmask=1000"), "option \"fmask\": expected permission bits in octal, at most 777");
+    EXPECT_EQ(problem("dmask=1777"), "option \"dmask\": expected permission bits in octal, at most 777");
+    EXPECT_EQ(problem("umask=9"), "option \"umask\": expected permission bits in octal, such as 022");
+}
+
+TEST(MountOptions, takesOwners) {
+    const MountOptions options = parsed("uid=0,gid=4294967294");
+    EXPECT_EQ(options.uid, 0U);
+    EXPECT_EQ(options.gid, 4294967294U);
+}
+
+TEST(MountOptions, takesRequestSizesThatAreWholePages) {
+    EXPECT_EQ(parsed("request_size=4096").requestSize, 4096U);
+    EXPECT_EQ(parsed("request_size=1048576").requestSize, 1048576U);
+    for (const std::string value : {"", "0", "4095", "4097", "1052672", "64k", "-4096", "4294971392"})
+        EXPECT_EQ(problem("request_size=" + value),
+                  "option \"request_size\": expected a multiple of 4096 bytes from 4096 to 1048576")
+            << value;
+}
+
+TEST(MountOptions, takesTheDeviceNameAsItIs) {
+    EXPECT_EQ(parsed("fsname=my disk=1").fsname, "my disk=1");
+    EXPECT_EQ(parsed("fsname=").fsname, "");
+}
+
+TEST(MountOptions, refusesWhatItDoesNotKnowByName) {
+    EXPECT_EQ(problem("attr_timout=1"), "option \"attr_timout\" is not known; 'kemvi mount --help' lists them");
+    EXPECT_EQ(problem("RO"), "option \"RO\" is not known; 'kemvi mount --help' lists them");
+    EXPECT_EQ(problem("ro,,bad,quiet"), "option \"bad\" is not known; 'kemvi mount --help' lists them");
+    EXPECT_EQ(problem("=5"), "option \"\" is not known; 'kemvi mount --help' lists them");
+}
+
+TEST(MountOptions, handsTheKernelsOwnOptionsOn) {
+    EXPECT_THAT(parsed("nosuid,nodev,noexec,noatime,sync,dirsync,async,suid,dev,exec,atime").kernelOptions,
+                ElementsAre("nosuid", "nodev", "noexec", "noatime", "sync", "dirsync", "async", "suid", "dev", "exec",
+                            "atime"));
+}
+
+TEST(MountOptions, ignoresWhatOnlyMountAndSystemdRead) {
+    const MountOptions options =
+        parsed("defaults,auto,noauto,user,nouser,users,owner,group,_netdev,nofail,relatime,norelatime,strictatime,"
+               "diratime,nodiratime,x-systemd.automount,x-gvfs-show,comment=hello,default_permissions,");
+    EXPECT_THAT(options.kernelOptions, IsEmpty());
+}
+
+TEST(MountOptions, emptyTextChangesNothing) {
+    EXPECT_EQ(problem(""), "none");
+    EXPECT_EQ(problem(",,"), "none");
+}
+
+} // namespace

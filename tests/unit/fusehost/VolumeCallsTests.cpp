@@ -1,0 +1,108 @@
+#include "FileTreeTest.h"
+
+#include "foundation/Error.h"
+#include "hosts/fuse/DirectorySnapshot.h"
+#include "hosts/fuse/FuseHost.h"
+
+namespace fusehosttests {
+namespace {
+
+using fusehost::DirectorySnapshot;
+using fusehost::VolumeCalls;
+
+/// A volume without the operations that a mount needs.
+class BareVolume final : public fskit::FSVolume {
+public:
+    BareVolume() : FSVolume(fskit::FSVolumeIdentifier(foundation::UUID::random()), fskit::FSFileName("bare")) {}
+};
+
+[[noreturn]] void fault(const std::string& text) {
+    throw foundation::NSErrorException(foundation::NSError{"com.example", 7, text, ""});
+}
+
+class VolumeCallsTest : public testing::Test {
+protected:
+    ServedTree served;
+    testsupport::RecordingLog log;
+    VolumeCalls calls{std::make_shared<MemoryVolume>(served)};
+    fskit::FSItemPtr root = calls.activate();
+};
+
+TEST_F(VolumeCallsTest, refusesAVolumeThatCannotBeMounted) {
+    EXPECT_THROW(VolumeCalls(std::make_shared<BareVolume>()), fusehost::MountError);
+    EXPECT_THROW(VolumeCalls(nullptr), fusehost::MountError);
+}
+
+TEST_F(VolumeCallsTest, aLookupTakesItsAttributesFromTheItem) {
+    served.put("/a", "12345");
+    const auto found = calls.lookup(root, "a");
+    EXPECT_EQ(found.name, "a");
+    EXPECT_EQ(found.attributes.size(), 5U);
+    EXPECT_THAT(served.takeRequests(), ElementsAre("getattr /a"));
+}
+
+TEST_F(VolumeCallsTest, aPosixErrorIsThrownWithoutALogLine) {
+    EXPECT_EQ(errnoOf([&] { calls.lookup(root, "missing"); }), ENOENT);
+    EXPECT_THAT(log.texts(), IsEmpty());
+}
+
+TEST_F(VolumeCallsTest, aFaultIsEIOAndIsLoggedOnceHoweverManyOperationsMeetIt) {
+    served.before = [](const std::string&) { fault("helper closed stdout"); };
+    for (int i = 0; i < 100; ++i)
+        EXPECT_EQ(errnoOf([&] { calls.lookup(root, "a"); }), EIO);
+    EXPECT_EQ(errnoOf([&] { calls.synchronize(); }), EIO);
+    ASSERT_EQ(log.texts().size(), 1U);
+    EXPECT_THAT(log.texts().front(), testing::HasSubstr("helper closed stdout"));
+}
+
+TEST_F(VolumeCallsTest, anotherFaultIsAnotherLine) {
+    served.before = [](const std::string& request) { fault("fault of " + request); };
+    EXPECT_EQ(errnoOf([&] { calls.lookup(root, "a"); }), EIO);
+    EXPECT_EQ(errnoOf([&] { calls.lookup(root, "b"); }), EIO);
+    EXPECT_EQ(log.texts().size(), 2U);
+}
+
+std::vector<std::string> names(const DirectorySnapshot& snapshot) {
+    std::vector<std::string> names;
+    for (const auto& entry : snapshot.entries())
+        names.push_back(entry.name);
+    return names;
+}
+
+TEST_F(VolumeCallsTest, aSnapshotIsOneRequestForAllEntriesWithTheirAttributes) {
+    served.put("/a", "12");
+    served.putDirectory("/d");
+    const DirectorySnapshot snapshot(calls, root, 5);
+    EXPECT_THAT(served.takeRequests(), ElementsAre("readdir /"));
+    EXPECT_THAT(names(snapshot), ElementsAre(".", "..", "a", "d"));
+    EXPECT_EQ(snapshot.entries()[2].attributes.size(), 2U);
+    EXPECT_EQ(snapshot.entries()[2].type, fskit::FSItemType::file);
+    EXPECT_EQ(snapshot.entries()[3].type, fskit::FSItemType::directory);
+    EXPECT_EQ(snapshot.changeCount(), 5U);
+    EXPECT_FALSE(snapshot.leftNamesOut());
+    EXPECT_GE(snapshot.age(), 0.0);
+    EXPECT_THAT(log.texts(), IsEmpty());
+}
+
+TEST_F(VolumeCallsTest, aSnapshotLeavesOutNamesThatNoKernelAccepts) {
+    const std::string longest(255, 'x');
+    for (const char* name : {"a", "b", "c", "d", "e", "f", "good"})
+        served.put(std::string("/") + name, "");
+    served.put("/g" + longest, "");
+    served.put("/" + longest, "");
+    served.oddNames = {{"/a", ""},    {"/b", "."}, {"/c", ".."},
+                       {"/d", "x/y"}, {"/e", "/"}, {"/f", std::string("n\0u", 3)}};
+    const DirectorySnapshot snapshot(calls, root, 0);
+    EXPECT_THAT(names(snapshot), ElementsAre(".", "..", "good", longest));
+    EXPECT_TRUE(snapshot.leftNamesOut());
+    ASSERT_EQ(log.texts().size(), 1U);
+    EXPECT_THAT(log.texts().front(), testing::HasSubstr("7 entries"));
+}
+
+TEST_F(VolumeCallsTest, aSnapshotThatFailsIsAnError) {
+    served.before = refuseOnce("readdir /", posixErrno::EACCES_);
+    EXPECT_EQ(errnoOf([&] { DirectorySnapshot(calls, root, 0); }), EACCES);
+}
+
+} // namespace
+} // namespace fusehosttests
