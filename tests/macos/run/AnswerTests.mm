@@ -4,14 +4,17 @@
 #import "macos/run/MisbehavingVolume.h"
 
 #import <FSKit/FSKitStandin.h>
+#import <Foundation/NSDebug.h>
 
 #include "foundation/DecodingError.h"
 #include "helper/AdapterError.h"
 #include "support/RecordingLog.h"
 
+#include <cstring>
 #include <gtest/gtest.h>
 #include <new>
 #include <stdexcept>
+#include <thread>
 
 namespace {
 
@@ -212,6 +215,44 @@ TEST(Buffers, areTheCoresOwnMemoryWithoutACopy) {
              replyHandler:^(size_t, NSError*){
              }];
     EXPECT_EQ(static_cast<const void*>(core->memory), data.bytes);
+}
+
+// The core may answer a read or write later and on another thread; the memory has to last until then.
+TEST(Buffers, liveUntilTheAnswerAndNoLonger) {
+    GSDebugAllocationActive(YES);
+    Class bufferClass = [FSMutableFileDataBuffer class];
+    auto core = std::make_shared<MisbehavingVolume>(Ending::answersLater, nullptr);
+    KemviVolume* volume = volumeOver(core);
+    std::size_t answered = 0;
+    std::size_t* into = &answered;
+    @autoreleasepool {
+        FSItem* item = [[FSItem alloc] init];
+        [volume readFromFile:item
+                      offset:0
+                      length:8
+                  intoBuffer:[FSMutableFileDataBuffer bufferWithLength:8]
+                replyHandler:^(size_t count, NSError*) {
+                  *into = count;
+                }];
+    }
+    EXPECT_EQ(GSDebugAllocationCount(bufferClass), 1);
+    std::thread([&] { core->held(5, std::nullopt); }).join();
+    EXPECT_EQ(answered, 5U);
+    EXPECT_EQ(GSDebugAllocationCount(bufferClass), 0);
+    @autoreleasepool {
+        NSMutableData* data = [[NSMutableData alloc] initWithLength:3];
+        std::memcpy(data.mutableBytes, "abc", 3);
+        [volume writeContents:data
+                       toFile:[[FSItem alloc] init]
+                     atOffset:0
+                 replyHandler:^(size_t count, NSError*) {
+                   *into = count;
+                 }];
+    }
+    EXPECT_EQ(std::memcmp(core->memory, "abc", 3), 0);
+    std::thread([&] { core->held(3, std::nullopt); }).join();
+    EXPECT_EQ(answered, 3U);
+    GSDebugAllocationActive(NO);
 }
 
 TEST(SettingAttributes, saysWhatWasConsumedAlsoWhenNothingWas) {

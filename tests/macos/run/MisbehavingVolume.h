@@ -3,13 +3,19 @@
 #include "fskit/FSVolume.h"
 
 #include <functional>
-#include <thread>
-#include <vector>
+#include <type_traits>
 
 namespace macostests {
 
 /// How a core's operation may end that breaks its promises.
-enum class Ending { answers, throws, throwsAfterAnswering, dropsTheReply, dropsTheReplyInAnInnerException };
+enum class Ending {
+    answers,
+    answersLater,
+    throws,
+    throwsAfterAnswering,
+    dropsTheReply,
+    dropsTheReplyInAnInnerException
+};
 
 /// A volume whose every operation ends in one way; what it throws is up to the test.
 class MisbehavingVolume final : public fskit::FSVolume,
@@ -114,12 +120,17 @@ public:
     }
 
     const std::byte* memory = nullptr; // of the last read or write
+    fskit::CountReply held;            // of the last read or write that answers later
 
 private:
     template <typename... Args>
     void end(fskit::Reply<Args...> reply) {
         switch (ending_) {
         case Ending::answers: reply(Args{}...); break;
+        case Ending::answersLater:
+            if constexpr (std::is_same_v<fskit::Reply<Args...>, fskit::CountReply>)
+                held = std::move(reply);
+            break;
         case Ending::throws: thrower_(); break;
         case Ending::throwsAfterAnswering:
             reply(Args{}...);
