@@ -28,7 +28,7 @@ export class Containment {
         if (path === '/') return this.root;
         const slash = path.lastIndexOf('/');
         const name = path.slice(slash + 1);
-        if (name === '' || name === '.' || path.startsWith('//')) throw new PosixError('EINVAL', `${path} is not a plain path`);
+        if (name === '' || name === '.' || path.startsWith('//')) throw notPlain(path);
         if (name === '..') throw leavesTree(path);
         const folder = this.folder(slash === 0 ? '/' : path.slice(0, slash));
         return folder === '/' ? folder + name : folder + '/' + name;
@@ -57,7 +57,7 @@ export class Containment {
      */
     follow(path) {
         if (/\/\.{0,2}(?:\/|$)/.test(path) && path !== '/') {
-            throw path.includes('/..') ? leavesTree(path) : new PosixError('EINVAL', `${path} is not a plain path`);
+            throw path.includes('/..') ? leavesTree(path) : notPlain(path);
         }
         let real;
         try {
@@ -80,6 +80,11 @@ export class Containment {
 /** @param {string} path */
 function leavesTree(path) {
     return new PosixError('EACCES', `${path} leads out of the served folder`);
+}
+
+/** @param {string} path */
+function notPlain(path) {
+    return new PosixError('EINVAL', `${path} is not a plain path`);
 }
 
 /**

@@ -231,7 +231,8 @@ export class LocalFileSystem {
      * @param {Date} mtime
      */
     utimes(path, mtime) {
-        this.onTarget_(path, (real, stat) => fs.utimesSync(real, settableTime(stat.atimeMs), settableTime(mtime.getTime())));
+        const modified = settableTime(mtime.getTime());
+        this.onTarget_(path, (real, stat) => fs.utimesSync(real, settableTime(stat.atimeMs), modified));
     }
 
     /** The figures of the file system that the folder lies on. */

@@ -172,8 +172,11 @@ export class MemoryFileSystem {
 
     /** @param {File} file @param {number} size */
     grow_(file, size) {
-        if (size > constants.MAX_LENGTH) throw new PosixError('EFBIG', 'the file would become too large');
         this.take_(size - file.size);
+        if (size > constants.MAX_LENGTH) {
+            this.used_ -= size - file.size;
+            throw new PosixError('EFBIG', 'the file would become too large');
+        }
         if (size > file.data.length) {
             const data = Buffer.alloc(Math.max(size, Math.min(file.data.length * 2, this.limit_)));
             file.data.copy(data, 0, 0, file.size);
