@@ -1,5 +1,6 @@
 """Waiting for something to become true, and never for a time to pass."""
 
+import errno
 import time
 
 
@@ -19,3 +20,14 @@ def eventually(condition, seconds=10.0, what="the condition"):
             raise Late(f"{what} did not come true within {seconds} s")
         time.sleep(pause)
         pause = min(pause * 2, 0.05)
+
+
+def unlessOvertaken(call, tries=20):
+    """The result of `call`, made again when it meets ESTALE: what an opener gets whom two replacements overtook."""
+    for left in reversed(range(tries)):
+        try:
+            return call()
+        except OSError as error:
+            if error.errno != errno.ESTALE or left == 0:
+                raise
+    return None
