@@ -1,8 +1,9 @@
-// Times exchanges with several helpers side by side: kitExchange FOLDER ROUNDS HELPER.mjs...
+// Times exchanges with several helpers side by side: exchange FOLDER ROUNDS HELPER.mjs HELPER.mjs...
 //
 // Each helper is started over two pipes as a mount starts it. The helpers take turns in short batches, so that what
 // else the machine does hits all of them alike. Printed are, per operation, the microseconds of one exchange with each
-// helper (median of the batches) and its ratio to the first helper (median of the ratios within a round).
+// helper (median of the batches) and its ratio to the faster one of the first two (median of the ratios within a
+// round).
 #include <algorithm>
 #include <chrono>
 #include <csignal>
@@ -25,7 +26,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr size_t blockSize = 65536;
-constexpr const char* fileName = "kitExchange.bin";
+constexpr const char* fileName = "exchanged.bin";
 
 std::string base64(const std::string& bytes) {
     static const char characters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -193,16 +194,17 @@ void measure(Operation& operation, std::vector<Helper>& helpers, bool keep) {
 }
 
 void print(const Operation& operation, const std::vector<Helper>& helpers) {
-    std::printf("%-10s", operation.name.c_str());
+    const size_t base = median(operation.times[1]) < median(operation.times[0]) ? 1 : 0;
+    std::printf("%s\n", operation.name.c_str());
     for (size_t which = 0; which < helpers.size(); which++) {
         std::vector<double> ratios;
         for (size_t round = 0; round < operation.times[which].size(); round++) {
-            ratios.push_back(operation.times[which][round] / operation.times[0][round]);
+            ratios.push_back(operation.times[which][round] / operation.times[base][round]);
         }
-        std::printf("  %s %.2f us (%.2fx)", helpers[which].name.c_str(), median(operation.times[which]),
+        std::printf("    %-14s %8.2f us  %5.2fx\n", helpers[which].name.c_str(), median(operation.times[which]),
                     median(ratios));
     }
-    std::printf("\n");
+    std::fflush(stdout);
 }
 
 void run(const char* folder, int rounds, const std::vector<std::string>& scripts) {
@@ -227,15 +229,15 @@ void run(const char* folder, int rounds, const std::vector<std::string>& scripts
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 4 || std::atoi(argv[2]) < 1) {
-        std::fprintf(stderr, "usage: kitExchange FOLDER ROUNDS HELPER.mjs...\n");
+    if (argc < 5 || std::atoi(argv[2]) < 1) {
+        std::fprintf(stderr, "usage: exchange FOLDER ROUNDS HELPER.mjs HELPER.mjs...\n");
         return 2;
     }
     std::signal(SIGPIPE, SIG_IGN);
     try {
         run(argv[1], std::atoi(argv[2]), std::vector<std::string>(argv + 3, argv + argc));
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "kitExchange: %s\n", error.what());
+        std::fprintf(stderr, "exchange: %s\n", error.what());
         return 1;
     }
     return 0;
