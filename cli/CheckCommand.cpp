@@ -2,9 +2,8 @@
 
 #include "cli/CommandError.h"
 #include "cli/MountSource.h"
-#include "cli/check/CheckedHelper.h"
-#include "foundation/DecodingError.h"
-#include "helper/HelperResponse.h"
+#include "cli/Paths.h"
+#include "cli/check/Checks.h"
 
 #include <csignal>
 #include <cstdio>
@@ -17,42 +16,56 @@ namespace {
 
 struct Request {
     std::string source;
+    std::string writeDirectory;
     double opTimeout = 10; // seconds
+    bool json = false;
+    bool tap = false;
 };
 
-constexpr std::chrono::seconds endLimit{5};
+constexpr const char* configurationCheck = "the configuration is complete, and what it names is there";
 
-void checkPing(const MountSource& source, check::CheckedHelper& helper) {
-    const std::string id = helper.nextID();
-    const auto exchange = helper.exchange(R"({"id":")" + id + R"(","op":"ping"})");
-    const auto fail = [&](const std::string& problem) {
-        throw CommandError(ExitCode::helperFailed, source.config.helperPath, problem);
-    };
-    if (exchange.outcome == check::Exchange::Outcome::timedOut) {
-        fail("did not answer a ping within " + std::to_string(helper.limit().count() / 1000) + " seconds");
+/// What is wrong before there is a helper to talk to, and the exit code that a mount would end with for it.
+ExitCode examine(const Request& request, check::Report& report) {
+    report.begin(configurationCheck);
+    try {
+        const MountSource source = readMountSource(request.source);
+        checkHelperAvailable(source);
+        if (!realPath(source.config.repoRoot)) {
+            report.add(configurationCheck, {check::Severity::warning,
+                                            "\"repoRoot\" names no existing directory: " + source.config.repoRoot,
+                                            "a helper that serves it has nothing to serve",
+                                            {},
+                                            {}});
+        }
+        const auto limit = std::chrono::milliseconds(static_cast<long>(request.opTimeout * 1000));
+        check::Conversation talk(source.config, limit, report);
+        if (!talk.begin()) {
+            return ExitCode::helperFailed;
+        }
+        checkRequests(talk);
+        checkReading(talk, checkTree(talk));
+        if (!request.writeDirectory.empty()) {
+            checkWriting(talk, request.writeDirectory);
+        }
+        talk.end();
+    } catch (const CommandError& error) {
+        report.add(configurationCheck, {check::Severity::error, error.what(), "nothing can be mounted", {}, {}});
+        return error.code();
     }
-    if (exchange.outcome == check::Exchange::Outcome::closed) {
-        fail("ended before it answered a ping");
-    }
-    std::string answer = exchange.answer;
+    return report.count(check::Severity::error) > 0 ? ExitCode::findings : ExitCode::success;
 }
 
 ExitCode run(const Request& request) {
-    const MountSource source = readMountSource(request.source);
-    std::printf("ok: %s\n", source.configurationPath().c_str());
-    checkHelperAvailable(source);
-    std::printf("ok: node and %s are there\n", source.config.helperPath.c_str());
-    std::signal(SIGPIPE, SIG_IGN);
-    check::CheckedHelper helper(source.config, std::chrono::milliseconds(static_cast<long>(request.opTimeout * 1000)));
-    helper.start();
-    checkPing(source, helper);
-    std::printf("ok: the helper starts and answers a ping\n");
-    if (!helper.end(endLimit)) {
-        throw CommandError(ExitCode::helperFailed, source.config.helperPath,
-                           "did not end within 5 seconds after its input ended");
+    if (!request.writeDirectory.empty() && !request.writeDirectory.starts_with('/')) {
+        throw CommandError(ExitCode::usage, "--write " + request.writeDirectory,
+                           "expected a path of the served tree, starting with /");
     }
-    std::printf("ok: the helper ends when its input does\n");
-    return ExitCode::success;
+    std::signal(SIGPIPE, SIG_IGN);
+    check::Report report;
+    const ExitCode code = examine(request, report);
+    const std::string text = request.json ? jsonText(report) : request.tap ? tapText(report) : plainText(report);
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    return code;
 }
 
 } // namespace
@@ -61,8 +74,14 @@ void addCheckCommand(CLI::App& app, ExitCode& result) {
     auto request = std::make_shared<Request>();
     CLI::App* command = app.add_subcommand("check", "Examine a source directory and its helper");
     command->add_option("SOURCE", request->source, "Directory that holds mount-config.json")->required();
+    command
+        ->add_option("--write", request->writeDirectory,
+                     "Exercise changes too, in a new folder inside this directory of the served tree (such as /)")
+        ->type_name("DIR");
     command->add_option("--op-timeout", request->opTimeout, "Longest time for one answer, in seconds (default: 10)")
-        ->check(CLI::PositiveNumber);
+        ->check(CLI::Range(0.001, 86400.0));
+    auto* json = command->add_flag("--json", request->json, "Print the result as one JSON object");
+    command->add_flag("--tap", request->tap, "Print the result in the Test Anything Protocol")->excludes(json);
     command->callback([request, &result] { result = run(*request); });
 }
 

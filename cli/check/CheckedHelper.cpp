@@ -110,6 +110,20 @@ bool CheckedHelper::fill(Clock::time_point deadline) {
     return false;
 }
 
+std::optional<std::string> CheckedHelper::nextLine(Duration wait) {
+    const auto deadline = Clock::now() + wait;
+    auto end = held_.find('\n');
+    while (end == std::string::npos && fill(deadline)) {
+        end = held_.find('\n');
+    }
+    if (end == std::string::npos) {
+        return std::nullopt;
+    }
+    std::string line = held_.substr(0, end);
+    held_.erase(0, end + 1);
+    return line;
+}
+
 std::string CheckedHelper::unaskedOutput(Duration wait) {
     const auto deadline = Clock::now() + wait;
     while (fill(deadline)) {

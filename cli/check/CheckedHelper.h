@@ -47,6 +47,9 @@ public:
     /// Writes a line and reads one back. After a time-out or the end of the stream the helper is of no further use.
     Exchange exchange(std::string line);
 
+    /// The next line that the helper writes without being asked, if it comes within the given time.
+    std::optional<std::string> nextLine(Duration wait);
+
     /// What the helper has written without being asked, at most waiting the given time for it. What it returns is
     /// forgotten.
     std::string unaskedOutput(Duration wait);

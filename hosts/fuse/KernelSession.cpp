@@ -38,9 +38,8 @@ std::string escaped(const std::string& value) {
 }
 
 std::string optionList(const std::string& source, const MountOptions& options) {
-    std::string list =
-        "default_permissions,subtype=kemvi,fsname=" + escaped(options.fsname.value_or(source)) +
-        ",max_read=" + std::to_string(options.requestSize);
+    std::string list = "default_permissions,subtype=kemvi,fsname=" + escaped(options.fsname.value_or(source)) +
+                       ",max_read=" + std::to_string(options.requestSize);
     if (options.readOnly)
         list += ",ro";
     if (options.allowOther)

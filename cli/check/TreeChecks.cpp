@@ -1,0 +1,300 @@
+#include "cli/check/Checks.h"
+#include "helper/HelperRecords.h"
+
+#include <cmath>
+#include <deque>
+#include <set>
+
+namespace cli::check {
+
+namespace {
+
+constexpr const char* listings = "folders are listed";
+constexpr const char* statfs = "statfs is answered with an object of numbers";
+constexpr const char* paths = "the path of an entry is its folder's path, a slash, and its name";
+constexpr const char* names = "names are such as a kernel takes";
+constexpr const char* duplicates = "no name stands twice in a listing";
+constexpr const char* types = "every member has its type";
+constexpr const char* times = "times have the form 2024-05-01T12:34:56.789Z";
+constexpr const char* sizes = "sizes are whole numbers, 0 or more";
+constexpr const char* agreement = "listing and getattr agree";
+constexpr const char* speed = "listings are fast enough for folders of 10,000 entries";
+
+// A tree is looked at until one of these is reached.
+constexpr std::size_t mostFolders = 40;
+constexpr std::size_t mostCompared = 200;
+constexpr std::size_t mostSamples = 8;
+constexpr std::size_t longestName = 255;   // bytes
+constexpr double slowPerEntry = 0.0001;    // seconds: a listing of 10,000 entries takes a second
+constexpr std::size_t measuredFrom = 1000; // entries; shorter listings say nothing of speed
+
+class TreeExamination {
+public:
+    explicit TreeExamination(Conversation& talk) : talk_(talk) {
+        for (const char* check : {listings, statfs, paths, names, duplicates, types, times, sizes, agreement, speed}) {
+            talk.report().begin(check);
+        }
+    }
+
+    std::vector<SampleFile> run();
+
+private:
+    using Value = kemvi::JSONValue;
+
+    void error(const char* check, const Answer& answer, std::string problem, std::string consequence) {
+        talk_.find(check, Severity::error, answer, std::move(problem), std::move(consequence));
+    }
+
+    void checkStatfs();
+    void checkRoot();
+    void checkFolder(const std::string& path);
+    void checkEntry(const std::string& folder, const Value& entry, const Answer& answer);
+    void checkMembers(const Value& stat, const Answer& answer);
+    void checkSize(const Value& stat, const Value& size, const Answer& answer);
+    void checkTime(const Value* time, const Answer& answer);
+    void checkName(const std::string& name, const Answer& answer);
+    void compare(const std::string& folder, const kemvi::KemviFileStat& listed);
+    std::optional<std::string> difference(const kemvi::KemviFileStat& listed, const Answer& answer) const;
+    std::optional<kemvi::KemviFileStat> listedAgain(const std::string& folder, const std::string& path);
+
+    Conversation& talk_;
+    std::deque<std::string> folders_{"/"};
+    std::vector<SampleFile> samples_;
+    std::size_t compared_ = 0;
+};
+
+const kemvi::JSONValue* member(const kemvi::JSONValue& object, const char* key) {
+    const auto* value = object.asObject() != nullptr ? object.asObject()->find(key) : nullptr;
+    return value != nullptr && !value->isNull() ? value : nullptr;
+}
+
+bool isSize(double number) {
+    return std::floor(number) == number && number >= 0 && number < 9e15;
+}
+
+/// Numbers that stop a mount are kept away from the records.
+bool isDecodable(const kemvi::JSONValue& stat) {
+    const auto* size = member(stat, "size");
+    return stat.asObject() != nullptr &&
+           (size == nullptr || size->asNumber() == nullptr || std::abs(*size->asNumber()) < 9e18);
+}
+
+std::vector<SampleFile> TreeExamination::run() {
+    checkStatfs();
+    checkRoot();
+    for (std::size_t seen = 0; seen < mostFolders && !folders_.empty() && talk_.available(); ++seen) {
+        const std::string folder = folders_.front();
+        folders_.pop_front();
+        checkFolder(folder);
+    }
+    return samples_;
+}
+
+void TreeExamination::checkStatfs() {
+    kemvi::HelperRequest request;
+    request.op = "statfs";
+    const Answer answer = talk_.ask(request);
+    if (!answer.response) {
+        return;
+    }
+    if (answer.result() == nullptr || answer.result()->asObject() == nullptr) {
+        error(statfs, answer, "the result is no object", "sync and the end of a mount report an input/output error");
+        return;
+    }
+    for (const char* key : {"files", "directories", "bytes"}) {
+        const auto* value = member(*answer.result(), key);
+        if (value == nullptr || value->asNumber() == nullptr) {
+            talk_.find(statfs, Severity::warning, answer, std::string(key) + " is no number", "it counts as 0");
+        } else if (!(std::abs(*value->asNumber()) < 9e18)) {
+            error(statfs, answer, std::string(key) + " does not fit 64 bits", "the mount is stopped");
+        }
+    }
+}
+
+void TreeExamination::checkRoot() {
+    const Answer answer = talk_.ask(pathRequest("getattr", "/"));
+    const auto* directory = answer.result() != nullptr ? member(*answer.result(), "isDirectory") : nullptr;
+    if (answer.response && (directory == nullptr || directory->asBool() == nullptr || !*directory->asBool())) {
+        error(listings, answer, "\"/\" is no folder", "tools that ask for the root see no folder");
+    }
+}
+
+void TreeExamination::checkFolder(const std::string& path) {
+    const Answer answer = talk_.ask(pathRequest("readdir", path));
+    if (!answer.response) {
+        return;
+    }
+    const auto* entries = answer.result() != nullptr ? answer.result()->asArray() : nullptr;
+    if (entries == nullptr) {
+        const bool root = path == "/";
+        talk_.find(listings, root || answer.ok() ? Severity::error : Severity::warning, answer,
+                   answer.ok() ? "the result is no array" : "the listing failed", "the folder cannot be looked into");
+        return;
+    }
+    if (entries->size() >= measuredFrom && answer.exchange.took.count() > slowPerEntry * static_cast<double>(entries->size())) {
+        talk_.find(speed, Severity::warning, answer,
+                   std::to_string(entries->size()) + " entries took " + std::to_string(answer.exchange.took.count()) +
+                       " s",
+                   "ls waits noticeably in large folders");
+    }
+    std::set<std::string> seen;
+    for (const Value& entry : *entries) {
+        checkEntry(path, entry, answer);
+        if (isDecodable(entry) && !seen.insert(kemvi::KemviFileStat(entry).name).second) {
+            error(duplicates, answer, "\"" + kemvi::KemviFileStat(entry).name + "\" stands twice",
+                  "one of the two cannot be reached; rm -r and copies stumble over it");
+        }
+    }
+}
+
+void TreeExamination::checkEntry(const std::string& folder, const Value& entry, const Answer& answer) {
+    if (entry.asObject() == nullptr) {
+        error(types, answer, "an entry is no object", "the whole folder cannot be listed");
+        return;
+    }
+    checkMembers(entry, answer);
+    if (!isDecodable(entry)) {
+        return;
+    }
+    const kemvi::KemviFileStat stat(entry);
+    checkName(stat.name, answer);
+    if (stat.path != childPath(folder, stat.name)) {
+        error(paths, answer, "\"" + stat.path + "\" stands in the folder \"" + folder + "\" as \"" + stat.name + "\"",
+              "a file's identity is computed from its path: this one shows under two numbers, or as another file");
+        return;
+    }
+    if (stat.isDirectory) {
+        folders_.push_back(stat.path);
+    } else if (samples_.size() < mostSamples) {
+        samples_.push_back({stat.path, stat.size});
+    }
+    if (compared_++ < mostCompared && talk_.available()) {
+        compare(folder, stat);
+    }
+}
+
+void TreeExamination::checkMembers(const Value& stat, const Answer& answer) {
+    const auto* directory = member(stat, "isDirectory");
+    for (const char* key : {"path", "name"}) {
+        const auto* value = member(stat, key);
+        const bool derived = value == nullptr && std::string_view(key) == "name"; // taken from the path then
+        if (!derived && (value == nullptr || value->asString() == nullptr)) {
+            error(types, answer, std::string(key) + " is no string", "the entry has no usable name");
+        }
+    }
+    if (directory == nullptr || directory->asBool() == nullptr) {
+        error(types, answer, "isDirectory is not true or false", "a folder shows as a file and cannot be entered");
+    }
+    if (const auto* size = member(stat, "size")) {
+        checkSize(stat, *size, answer);
+    } else if (directory == nullptr || directory->asBool() == nullptr || !*directory->asBool()) {
+        error(types, answer, "size is missing", "the file shows as empty, and programs read nothing of it");
+    }
+    checkTime(member(stat, "modifiedAt"), answer);
+}
+
+void TreeExamination::checkSize(const Value& stat, const Value& size, const Answer& answer) {
+    if (size.asNumber() == nullptr) {
+        error(types, answer, "size is no number", "the file shows as empty, and programs read nothing of it");
+    } else if (!(std::abs(*size.asNumber()) < 9e18)) {
+        error(sizes, answer, "size does not fit 64 bits", "the mount is stopped");
+    } else if (!isSize(*size.asNumber())) {
+        error(sizes, answer, "the size is " + stat.description(), "the file shows with another size, cut off or empty");
+    }
+}
+
+void TreeExamination::checkTime(const Value* time, const Answer& answer) {
+    constexpr const char* epoch = "every file will show 1970-01-01";
+    if (time == nullptr) {
+        talk_.find(times, Severity::warning, answer, "modifiedAt is missing", epoch);
+    } else if (time->asString() == nullptr) {
+        error(times, answer, "modifiedAt is no string", epoch);
+    } else if (!kemvi::kemviFs().date(*time->asString())) {
+        const std::string& text = *time->asString();
+        const bool whole =
+            text.size() > 4 && text.find('T') != std::string::npos && text.find('.') == std::string::npos;
+        error(times, answer,
+              "modifiedAt \"" + text + "\" " + (whole ? "has no fractional seconds" : "is not of that form"), epoch);
+    }
+}
+
+void TreeExamination::checkName(const std::string& name, const Answer& answer) {
+    if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos ||
+        name.find('\0') != std::string::npos || name.size() > longestName) {
+        error(names, answer,
+              "\"" + name.substr(0, longestName) + "\" is empty, \".\", \"..\", too long, or has a slash or NUL",
+              "the entry is left out of the listing");
+    }
+}
+
+/// Things may change while they are looked at: only a difference that stays, with a listing that does not change,
+/// counts.
+void TreeExamination::compare(const std::string& folder, const kemvi::KemviFileStat& listed) {
+    auto current = listed;
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        const Answer answer = talk_.ask(pathRequest("getattr", listed.path));
+        if (!answer.response) {
+            return;
+        }
+        const auto problem = difference(current, answer);
+        if (!problem) {
+            return;
+        }
+        const auto again = listedAgain(folder, listed.path);
+        if (!again) {
+            return; // removed meanwhile
+        }
+        if (*again == current) {
+            error(agreement, answer, *problem,
+                  "what ls shows changes from call to call, and reads stop at a wrong place");
+            return;
+        }
+        current = *again;
+    }
+}
+
+std::optional<std::string> TreeExamination::difference(const kemvi::KemviFileStat& listed, const Answer& answer) const {
+    if (answer.result() == nullptr || !isDecodable(*answer.result())) {
+        return "getattr gives no attributes for the listed \"" + listed.path + "\"";
+    }
+    const kemvi::KemviFileStat stat(*answer.result());
+    if (stat.path != listed.path || stat.name != listed.name) {
+        return "getattr calls \"" + listed.path + "\" by the path \"" + stat.path + "\" and the name \"" + stat.name +
+               "\"";
+    }
+    if (stat.isDirectory != listed.isDirectory) {
+        return "\"" + listed.path + "\" is a folder here and a file there";
+    }
+    if (!stat.isDirectory && stat.size != listed.size) {
+        return "\"" + listed.path + "\" has " + std::to_string(listed.size) + " bytes in the listing and " +
+               std::to_string(stat.size) + " by getattr";
+    }
+    if (stat.modifiedAt != listed.modifiedAt) {
+        return "\"" + listed.path + "\" has another time in the listing than by getattr";
+    }
+    return std::nullopt;
+}
+
+std::optional<kemvi::KemviFileStat> TreeExamination::listedAgain(const std::string& folder, const std::string& path) {
+    const Answer answer = talk_.ask(pathRequest("readdir", folder));
+    if (answer.result() == nullptr || answer.result()->asArray() == nullptr) {
+        return std::nullopt;
+    }
+    for (const Value& entry : *answer.result()->asArray()) {
+        if (isDecodable(entry) && kemvi::KemviFileStat(entry).path == path) {
+            return kemvi::KemviFileStat(entry);
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+std::vector<SampleFile> checkTree(Conversation& talk) {
+    if (!talk.available()) {
+        return {};
+    }
+    return TreeExamination(talk).run();
+}
+
+} // namespace cli::check
