@@ -7,19 +7,9 @@ import subprocess
 
 import pytest
 
+from harness.calls import failure, put
 from harness.deadline import eventually
 from harness.worker import Worker, inChild
-
-
-def put(path, data=b"content"):
-    path.write_bytes(data)
-    return path
-
-
-def failure(call, *arguments):
-    with pytest.raises(OSError) as caught:
-        call(*arguments)
-    return caught.value.errno
 
 
 @pytest.fixture

@@ -6,16 +6,13 @@ import stat
 
 import pytest
 
+from harness.calls import put
+
 
 def failure(call, *arguments, **more):
     with pytest.raises(OSError) as caught:
         call(*arguments, **more)
     return caught.value.errno
-
-
-def put(path, data=b"content"):
-    path.write_bytes(data)
-    return path
 
 
 def test_created_file_is_empty_and_in_the_served_tree(volume):

@@ -7,13 +7,9 @@ import signal
 import pytest
 
 from harness import system
+from harness.calls import put
 from harness.deadline import eventually
 from harness.worker import Worker
-
-
-def put(path, data=b"content"):
-    path.write_bytes(data)
-    return path
 
 
 def opened(volume, name, flags=os.O_RDWR):

@@ -4,15 +4,11 @@ import os
 
 import pytest
 
+from harness.calls import put
 from harness.worker import inChild
 
 FNV_OF_A = 564752086074186029
 FNV_OF_A_B = 3908606180096663756
-
-
-def put(path, data):
-    path.write_bytes(data)
-    return path
 
 
 def openRw(path):

@@ -8,11 +8,7 @@ import subprocess
 
 import pytest
 
-
-def failure(call, *arguments):
-    with pytest.raises(OSError) as caught:
-        call(*arguments)
-    return caught.value.errno
+from harness.calls import failure
 
 
 @pytest.fixture

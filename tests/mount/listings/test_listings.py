@@ -9,6 +9,7 @@ import subprocess
 import pytest
 
 from harness import libc
+from harness.calls import failure
 from harness.worker import Worker
 
 
@@ -16,12 +17,6 @@ def fill(folder, count):
     for index in range(count):
         (folder / f"entry{index:05d}").touch()
     return {f"entry{index:05d}" for index in range(count)}
-
-
-def failure(call, *arguments):
-    with pytest.raises(OSError) as caught:
-        call(*arguments)
-    return caught.value.errno
 
 
 def test_empty_folder_lists_itself_and_its_parent(volume):

@@ -9,15 +9,11 @@ import subprocess
 
 import pytest
 
+from harness.calls import put
 from harness.deadline import eventually
 from harness.worker import Worker, inChild, script
 
 PAGE = mmap.PAGESIZE
-
-
-def put(path, data):
-    path.write_bytes(data)
-    return path
 
 
 def mapped(path, access=mmap.ACCESS_WRITE, length=0):

@@ -5,6 +5,8 @@ import os
 
 import pytest
 
+from harness.calls import failure
+
 NAMES = [
     "plain", "with space", " leading and trailing ", "'single' \"double\" `back`", "back\\slash", "line\nbreak", "tab\there",
     "return\r", "\x01\x02\x1f\x7f", "semi;colon&amp|pipe<>*?$(x)", "-dash", "--help", "...", "..hidden", ".dot", "dot.", "a\\/b".replace("/", ""),
@@ -16,12 +18,6 @@ NAMES = [
 
 def identify(name):
     return ascii(name[:20])
-
-
-def failure(call, *arguments):
-    with pytest.raises(OSError) as caught:
-        call(*arguments)
-    return caught.value.errno
 
 
 @pytest.mark.parametrize("name", NAMES, ids=identify)

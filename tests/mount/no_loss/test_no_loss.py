@@ -7,19 +7,9 @@ import subprocess
 import pytest
 
 from harness import libc
+from harness.calls import failure, put
 from harness.deadline import eventually, unlessOvertaken
 from harness.worker import Worker
-
-
-def put(path, data):
-    path.write_bytes(data)
-    return path
-
-
-def failure(call, *arguments):
-    with pytest.raises(OSError) as caught:
-        call(*arguments)
-    return caught.value.errno
 
 
 # Opening and creating

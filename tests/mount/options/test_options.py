@@ -8,12 +8,7 @@ import subprocess
 import pytest
 
 from harness import system
-
-
-def failure(call, *arguments):
-    with pytest.raises(OSError) as caught:
-        call(*arguments)
-    return caught.value.errno
+from harness.calls import failure
 
 
 def test_read_only_mount_refuses_every_change_and_asks_the_helper_for_none(mount):

@@ -7,18 +7,9 @@ import subprocess
 
 import pytest
 
+from harness.calls import failure, put
+
 UID, GID = os.getuid(), os.getgid()
-
-
-def failure(call, *arguments):
-    with pytest.raises(OSError) as caught:
-        call(*arguments)
-    return caught.value.errno
-
-
-def put(path, data=b"content"):
-    path.write_bytes(data)
-    return path
 
 
 def test_everything_belongs_to_the_mounting_user(mount):

@@ -5,18 +5,8 @@ import os
 
 import pytest
 
+from harness.calls import failure, put
 from harness.deadline import eventually
-
-
-def put(path, data=b"content"):
-    path.write_bytes(data)
-    return path
-
-
-def failure(call, *arguments):
-    with pytest.raises(OSError) as caught:
-        call(*arguments)
-    return caught.value.errno
 
 
 def test_plain_rename_is_one_rename_request(controlled):

@@ -5,13 +5,8 @@ import os
 
 import pytest
 
+from harness.calls import failure
 from harness.worker import inChild
-
-
-def failure(call, *arguments):
-    with pytest.raises(OSError) as caught:
-        call(*arguments)
-    return caught.value.errno
 
 
 def test_empty_folder_is_removed(volume):

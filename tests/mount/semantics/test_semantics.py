@@ -13,6 +13,7 @@ from pathlib import Path
 import pytest
 
 from harness import libc, system
+from harness.calls import failure, put
 from harness.deadline import eventually, unlessOvertaken
 from harness.worker import Worker, inChild
 
@@ -31,17 +32,6 @@ def test_every_sentence_has_a_test_and_every_test_a_sentence():
     told = re.findall(r"- \*\*(.+?)\*\*", text)
     assert len(told) > 30
     assert sorted(told) == sorted(claims)
-
-
-def failure(call, *arguments):
-    with pytest.raises(OSError) as caught:
-        call(*arguments)
-    return caught.value.errno
-
-
-def put(path, data=b"content"):
-    path.write_bytes(data)
-    return path
 
 
 # Open files

@@ -6,6 +6,7 @@ import os
 import pytest
 
 from harness import libc
+from harness.calls import failure
 
 DATA = bytes(range(256)) * 40  # 10,240 bytes
 
@@ -13,12 +14,6 @@ DATA = bytes(range(256)) * 40  # 10,240 bytes
 def put(path, data=DATA):
     path.write_bytes(data)
     return path
-
-
-def failure(call, *arguments):
-    with pytest.raises(OSError) as caught:
-        call(*arguments)
-    return caught.value.errno
 
 
 @pytest.mark.parametrize("size", [0, 1, 4095, 4096, 4097, 10_239, 10_240, 10_241, 20_000, 1_000_000])

@@ -7,13 +7,10 @@ import time
 
 import pytest
 
+from harness.calls import put
+
 MILLI = 1_000_000
 UTIME_NOW, UTIME_OMIT = (1 << 30) - 1, (1 << 30) - 2
-
-
-def put(path, data=b"content"):
-    path.write_bytes(data)
-    return path
 
 
 def setTimes(path, access, modify):
