@@ -356,20 +356,3 @@ def test_editor_that_saves_by_replacing_works_while_others_read(volume):
         assert reader.read() == f"version {version}\n" * max(version, 1)
         reader.close()
     assert os.listdir(volume.path) == ["document"]
-
-
-def test_log_that_is_followed_and_rotated(volume):
-    path = volume.path / "log"
-    path.touch()
-    with subprocess.Popen(["tail", "-F", "-s", "0.05", "-n", "+1", path], stdout=subprocess.PIPE,
-                          stderr=subprocess.DEVNULL) as follower:
-        try:
-            with open(path, "a", encoding="ascii") as log:
-                log.write("before\n")
-            assert follower.stdout.readline() == b"before\n"
-            os.rename(path, volume.path / "log.1")
-            with open(path, "a", encoding="ascii") as log:
-                log.write("after\n")
-            assert follower.stdout.readline() == b"after\n"
-        finally:
-            follower.kill()
