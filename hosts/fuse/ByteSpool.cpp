@@ -31,6 +31,8 @@ void ByteSpool::append(std::span<const std::byte> bytes) {
         moveToFile();
     if (file_) {
         errno = 0;
+        if (fseeko(file_.get(), 0, SEEK_END) != 0) // it may have been read from since
+            throw KernelError(errno);
         checkAll(std::fwrite(bytes.data(), 1, bytes.size(), file_.get()), bytes.size());
     } else {
         memory_.insert(memory_.end(), bytes.begin(), bytes.end());

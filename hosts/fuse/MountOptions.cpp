@@ -3,8 +3,8 @@
 #include <array>
 #include <charconv>
 #include <cmath>
-#include <cstdlib>
 #include <functional>
+#include <limits>
 #include <map>
 
 namespace fusehost {
@@ -18,10 +18,10 @@ constexpr std::uint32_t largestRequest = 1024 * 1024;
 }
 
 double seconds(std::string_view name, std::string_view value) {
-    const std::string text(value);
-    char* end = nullptr;
-    const double number = std::strtod(text.c_str(), &end);
-    if (text.empty() || *end != '\0' || !std::isfinite(number) || number < 0)
+    double number = 0;
+    const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
+    if (value.empty() || error != std::errc() || end != value.data() + value.size() || !std::isfinite(number) ||
+        number < 0)
         fail(name, "a number of seconds, 0 or more");
     return number;
 }
@@ -30,6 +30,13 @@ std::uint32_t integer(std::string_view name, std::string_view value, int base, s
     std::uint32_t number = 0;
     const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number, base);
     if (value.empty() || error != std::errc() || end != value.data() + value.size())
+        fail(name, expected);
+    return number;
+}
+
+std::uint32_t owner(std::string_view name, std::string_view value, std::string_view expected) {
+    const std::uint32_t number = integer(name, value, 10, expected);
+    if (number == std::numeric_limits<std::uint32_t>::max()) // the kernel's "no one in particular"
         fail(name, expected);
     return number;
 }
@@ -59,8 +66,8 @@ const std::map<std::string_view, WithValue>& optionsWithValue() {
         {"fmask", [](MountOptions& o, auto name, auto value) { o.fileMask = mask(name, value); }},
         {"dmask", [](MountOptions& o, auto name, auto value) { o.directoryMask = mask(name, value); }},
         {"umask", [](MountOptions& o, auto name, auto value) { o.fileMask = o.directoryMask = mask(name, value); }},
-        {"uid", [](MountOptions& o, auto name, auto value) { o.uid = integer(name, value, 10, "a user id"); }},
-        {"gid", [](MountOptions& o, auto name, auto value) { o.gid = integer(name, value, 10, "a group id"); }},
+        {"uid", [](MountOptions& o, auto name, auto value) { o.uid = owner(name, value, "a user id"); }},
+        {"gid", [](MountOptions& o, auto name, auto value) { o.gid = owner(name, value, "a group id"); }},
         {"request_size", [](MountOptions& o, auto name, auto value) { o.requestSize = requestBytes(name, value); }},
         {"fsname", [](MountOptions& o, auto, auto value) { o.fsname = std::string(value); }},
     };
@@ -116,6 +123,8 @@ void addOne(MountOptions& options, std::string_view option) {
         known->second(options);
         return;
     }
+    if (isKernelOption(name) && equals != std::string_view::npos)
+        fail(name, "no value");
     if (!isKernelOption(option))
         throw MountOptionError("option \"" + std::string(name) + "\" is not known; 'kemvi mount --help' lists them");
     options.kernelOptions.emplace_back(option);

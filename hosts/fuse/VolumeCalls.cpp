@@ -17,6 +17,15 @@ using fskit::FSItemPtr;
 using fskit::FSVolumeOpenModes;
 using OptionalError = std::optional<NSError>;
 
+namespace {
+
+/// The name as the volume stores it, where it says so and the name is whole.
+std::string storedName(const std::optional<fskit::FSFileName>& stored, const std::string& asked) {
+    return stored && stored->isWhole() ? stored->data() : asked;
+}
+
+} // namespace
+
 VolumeCalls::VolumeCalls(std::shared_ptr<fskit::FSVolume> volume)
     : volume_(std::move(volume)), operations_(dynamic_cast<fskit::FSVolumeOperations*>(volume_.get())),
       openClose_(dynamic_cast<fskit::FSVolumeOpenCloseOperations*>(volume_.get())),
@@ -72,7 +81,7 @@ FoundItem VolumeCalls::lookup(const FSItemPtr& directory, const std::string& nam
         [&](auto reply) { operations_->lookupItem(fskit::FSFileName(name), directory, std::move(reply)); });
     check(error);
     FSItemAttributes attributes = attributesOf(item);
-    return {std::move(item), stored ? stored->data() : name, attributes};
+    return {std::move(item), storedName(stored, name), attributes};
 }
 
 FSItemAttributes VolumeCalls::getAttributes(const FSItemPtr& item) {
@@ -105,7 +114,7 @@ FoundItem VolumeCalls::create(const FSItemPtr& directory, const std::string& nam
         [&](auto reply) { operations_->createItem(fskit::FSFileName(name), type, directory, none, std::move(reply)); });
     check(error);
     FSItemAttributes attributes = attributesOf(item);
-    return {std::move(item), stored ? stored->data() : name, attributes};
+    return {std::move(item), storedName(stored, name), attributes};
 }
 
 void VolumeCalls::remove(const FSItemPtr& item, const FSItemPtr& directory, const std::string& name) {
@@ -132,7 +141,7 @@ FoundItem VolumeCalls::createSymbolicLink(const FSItemPtr& directory, const std:
     });
     check(error);
     FSItemAttributes attributes = attributesOf(item);
-    return {std::move(item), stored ? stored->data() : name, attributes};
+    return {std::move(item), storedName(stored, name), attributes};
 }
 
 void VolumeCalls::createLink(const FSItemPtr& item, const FSItemPtr& directory, const std::string& name) {
@@ -159,8 +168,14 @@ void VolumeCalls::open(const FSItemPtr& item, FSVolumeOpenModes modes) {
 }
 
 void VolumeCalls::close(const FSItemPtr& item, FSVolumeOpenModes keeping) {
-    const auto [error] =
-        await<OptionalError>([&](auto reply) { openClose_->closeItem(item, keeping, std::move(reply)); });
+    const auto closeOnce = [&] {
+        const auto [error] =
+            await<OptionalError>([&](auto reply) { openClose_->closeItem(item, keeping, std::move(reply)); });
+        return error;
+    };
+    const OptionalError error = closeOnce();
+    if (error)
+        closeOnce(); // a failure ends the first attempt at the mode that failed; the other one is still open
     check(error);
 }
 

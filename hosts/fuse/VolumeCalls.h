@@ -49,7 +49,7 @@ public:
     void reclaim(const fskit::FSItemPtr& item);
 
     void open(const fskit::FSItemPtr& item, fskit::FSVolumeOpenModes modes);
-    /// Closes every mode but `keeping`.
+    /// Closes every mode but `keeping`, all of them also when one fails. Throws the first failure.
     void close(const fskit::FSItemPtr& item, fskit::FSVolumeOpenModes keeping);
     /// Bytes read, at most the size of `into`; 0 at the end of the file.
     std::size_t read(const fskit::FSItemPtr& item, std::int64_t offset, std::span<std::byte> into);

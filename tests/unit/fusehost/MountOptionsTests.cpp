@@ -64,6 +64,15 @@ TEST(MountOptions, takesTimeoutsInSecondsAndFractions) {
     EXPECT_EQ(options.negativeTimeout, 60.0);
 }
 
+TEST(MountOptions, refusesWhatIsNoNumberOfSeconds) {
+    for (const std::string value : {"", "x", "1x", "-1", "nan", "inf", "1e999", " 1", "+1", "0x10", "1 "})
+        EXPECT_EQ(problem("entry_timeout=" + value),
+                  "option \"entry_timeout\": expected a number of seconds, 0 or more")
+            << value;
+    EXPECT_EQ(problem("attr_timeout=-2"), "option \"attr_timeout\": expected a number of seconds, 0 or more");
+    EXPECT_EQ(problem("negative_timeout=a"), "option \"negative_timeout\": expected a number of seconds, 0 or more");
+}
+
 TEST(MountOptions, takesMasksInOctal) {
     const MountOptions options = parsed("fmask=0133,dmask=22");
     EXPECT_EQ(options.fileMask, 0133U);
@@ -90,6 +99,14 @@ TEST(MountOptions, takesOwners) {
     EXPECT_EQ(options.gid, 4294967294U);
 }
 
+TEST(MountOptions, refusesWhatIsNoOwner) {
+    // The last one is the kernel's word for "nobody is meant".
+    for (const std::string value : {"", "root", "-1", "1.5", "4294967296", "4294967295"}) {
+        EXPECT_EQ(problem("uid=" + value), "option \"uid\": expected a user id") << value;
+        EXPECT_EQ(problem("gid=" + value), "option \"gid\": expected a group id") << value;
+    }
+}
+
 TEST(MountOptions, takesRequestSizesThatAreWholePages) {
     EXPECT_EQ(parsed("request_size=4096").requestSize, 4096U);
     EXPECT_EQ(parsed("request_size=1048576").requestSize, 1048576U);
@@ -102,6 +119,14 @@ TEST(MountOptions, takesRequestSizesThatAreWholePages) {
 TEST(MountOptions, takesTheDeviceNameAsItIs) {
     EXPECT_EQ(parsed("fsname=my disk=1").fsname, "my disk=1");
     EXPECT_EQ(parsed("fsname=").fsname, "");
+}
+
+TEST(MountOptions, refusesAnOptionWithoutItsValueOrWithOneTooMany) {
+    EXPECT_EQ(problem("uid"), "option \"uid\": expected a value, as in uid=...");
+    EXPECT_EQ(problem("fsname"), "option \"fsname\": expected a value, as in fsname=...");
+    EXPECT_EQ(problem("ro=1"), "option \"ro\": expected no value");
+    EXPECT_EQ(problem("default_permissions="), "option \"default_permissions\": expected no value");
+    EXPECT_EQ(problem("nosuid=1"), "option \"nosuid\": expected no value");
 }
 
 TEST(MountOptions, refusesWhatItDoesNotKnowByName) {

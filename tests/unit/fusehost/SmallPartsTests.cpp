@@ -150,6 +150,17 @@ TEST(ByteSpool, givesBackWhatNoLongerFitsInMemory) {
     expectHolds(spool, all);
 }
 
+TEST(ByteSpool, takesMoreAfterItWasReadFrom) {
+    fusehost::ByteSpool spool;
+    const auto all = pattern(20 * 1024 * 1024, 9);
+    const std::size_t half = 17 * 1024 * 1024; // in the file already
+    spool.append(std::span(all).first(half));
+    std::vector<std::byte> part(10);
+    spool.copy(3, part);
+    spool.append(std::span(all).subspan(half));
+    expectHolds(spool, all);
+}
+
 fusehost::KernelRequest requestOf(std::uint32_t opcode, const void* body = nullptr, std::size_t bodySize = 0) {
     fuse_in_header header{};
     header.opcode = opcode;

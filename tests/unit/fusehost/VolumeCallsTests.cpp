@@ -62,6 +62,30 @@ TEST_F(VolumeCallsTest, anotherFaultIsAnotherLine) {
     EXPECT_EQ(log.texts().size(), 2U);
 }
 
+TEST_F(VolumeCallsTest, aCloseThatFailsForOneModeStillClosesTheOther) {
+    served.put("/a", "x");
+    const auto item = calls.lookup(root, "a").item;
+    calls.open(item, fskit::FSVolumeOpenModes::readWrite);
+    served.before = refuseOnce("release", posixErrno::ENOSPC_);
+    EXPECT_EQ(errnoOf([&] { calls.close(item, fskit::FSVolumeOpenModes::none); }), ENOSPC);
+    EXPECT_EQ(served.openHandles(), 0U);
+    served.takeRequests();
+    calls.close(item, fskit::FSVolumeOpenModes::none);
+    EXPECT_THAT(served.takeRequests(), IsEmpty()) << "the volume still held a handle";
+}
+
+TEST_F(VolumeCallsTest, aCloseThatFailsForBothModesReportsTheFirstFailure) {
+    served.put("/a", "x");
+    const auto item = calls.lookup(root, "a").item;
+    calls.open(item, fskit::FSVolumeOpenModes::readWrite);
+    served.before = [count = 0](const std::string& request) mutable {
+        if (request.starts_with("release"))
+            foundation::throwPosix(count++ == 0 ? posixErrno::EDQUOT_ : posixErrno::EIO_);
+    };
+    EXPECT_EQ(errnoOf([&] { calls.close(item, fskit::FSVolumeOpenModes::none); }), EDQUOT);
+    EXPECT_EQ(served.openHandles(), 0U);
+}
+
 std::vector<std::string> names(const DirectorySnapshot& snapshot) {
     std::vector<std::string> names;
     for (const auto& entry : snapshot.entries())
