@@ -17,7 +17,7 @@ public:
     bool packEntry(const fskit::FSFileName& name, fskit::FSItemType itemType, fskit::FSItemID itemID,
                    fskit::FSDirectoryCookie, const fskit::FSItemAttributes* attributes) override {
         const bool isOwnOrParent = entries_.size() < 2 && isDot(name.data());
-        if (isOwnOrParent || (name.isWhole() && isUsable(name.data())))
+        if (isOwnOrParent || (name.isWhole() && isUsableName(name.data(), maximumNameLength_)))
             entries_.push_back({name.data(), itemType, itemID, attributes ? *attributes : fskit::FSItemAttributes()});
         else
             reject(name.data());
@@ -29,11 +29,6 @@ public:
     const std::string& firstRejected() const { return firstRejected_; }
 
 private:
-    bool isUsable(std::string_view name) const {
-        return !name.empty() && !isDot(name) && name.find('/') == std::string_view::npos &&
-               name.size() <= maximumNameLength_;
-    }
-
     void reject(std::string_view name) {
         if (rejected_++ == 0)
             firstRejected_ = name;
@@ -46,6 +41,10 @@ private:
 };
 
 } // namespace
+
+bool isUsableName(std::string_view name, std::size_t maximumLength) {
+    return !name.empty() && !isDot(name) && name.find('/') == std::string_view::npos && name.size() <= maximumLength;
+}
 
 DirectorySnapshot::DirectorySnapshot(VolumeCalls& volume, const fskit::FSItemPtr& directory, std::uint64_t changeCount)
     : changeCount_(changeCount), taken_(std::chrono::steady_clock::now()) {

@@ -6,9 +6,13 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace fusehost {
+
+/// True for a name that a kernel takes for an entry of a directory: not empty, ".", ".." or too long, without "/".
+bool isUsableName(std::string_view name, std::size_t maximumLength);
 
 /// One name of a listing.
 struct ListedEntry {

@@ -1,5 +1,6 @@
 #include "hosts/fuse/ByteSpool.h"
 #include "hosts/fuse/FileTree.h"
+#include "hosts/fuse/HostLog.h"
 #include "hosts/fuse/KernelErrno.h"
 
 #include <algorithm>
@@ -83,7 +84,9 @@ FSItemAttributes FileTree::makeEmpty(Node& node) {
 }
 
 FSItemAttributes FileTree::resize(Node& node, std::uint64_t size) {
-    // A fresh look: what is kept must be judged by the file as it is now, which may have grown behind the mount.
+    // A fresh look: what is kept must be judged by the file as it is now, which may have grown behind the mount. And
+    // fresh handles: one that others hold may belong to a file that was replaced there.
+    closeForMove(node);
     const FoundItem found = lookUpAgain(node);
     node.size = found.attributes.size();
     if (size == node.size)
@@ -108,16 +111,46 @@ void FileTree::shrink(Node& node, std::uint64_t size) {
         if (count < part.size())
             break;
     }
-    makeEmpty(node);
+    try {
+        makeEmpty(node);
+        writeHead(node, head);
+    } catch (const KernelError&) {
+        if (!restoreHead(node, head))
+            throw;
+    }
+    if (head.size() < size)
+        grow(node, size);
+    node.size = size;
+}
+
+void FileTree::writeHead(Node& node, ByteSpool& head) {
+    std::vector<std::byte> block(static_cast<std::size_t>(std::min<std::uint64_t>(head.size(), requestSize_)));
     for (std::uint64_t at = 0; at < head.size(); at += block.size()) {
         const auto count = std::min<std::uint64_t>(head.size() - at, block.size());
         const std::span<std::byte> part(block.data(), static_cast<std::size_t>(count));
         head.copy(at, part);
         writeWhole(node, static_cast<std::int64_t>(at), part);
     }
-    if (head.size() < size)
-        grow(node, size);
-    node.size = size;
+}
+
+// Emptying the file or writing its head back has failed, and the head may be nowhere but here. Writing it once more
+// does no harm to a file that was not emptied after all.
+bool FileTree::restoreHead(Node& node, ByteSpool& head) {
+    std::uint64_t size = 0;
+    bool written = false;
+    try {
+        writeHead(node, head);
+        written = true;
+    } catch (const KernelError&) {
+    }
+    try {
+        size = volume_.getAttributes(itemOf(node)).size();
+    } catch (const KernelError&) {
+    }
+    if (size < head.size())
+        hostLog().error({"shortening ", foundation::logPrivate(node.name), " failed; what it held from byte ",
+                         foundation::logPublic(std::to_string(size)), " on may be lost"});
+    return written && size == head.size();
 }
 
 void FileTree::grow(Node& node, std::uint64_t size) {

@@ -159,7 +159,8 @@ void FileTree::closeForMove(Node& node) {
         try {
             volume_.close(node.item, FSVolumeOpenModes::none);
         } catch (const KernelError& error) {
-            node.deferredError = error.number();
+            if (node.writers > 0 && node.deferredError == 0)
+                node.deferredError = error.number();
         }
     }
     for (Node* child = node.firstChild; child != nullptr; child = child->nextSibling)

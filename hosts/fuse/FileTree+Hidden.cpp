@@ -2,6 +2,7 @@
 #include "hosts/fuse/HostLog.h"
 #include "hosts/fuse/KernelErrno.h"
 
+#include <cerrno>
 #include <vector>
 
 namespace fusehost {
@@ -37,8 +38,14 @@ void FileTree::hide(Node& node) {
 }
 
 void FileTree::showAgain(Node& node, const std::string& name) {
-    moveTo(node, *node.parent, name);
-    node.hidden = false;
+    node.hidden = false; // whatever comes of it: nobody removed this file, so its last close must not
+    const std::string hiddenAs = node.name;
+    try {
+        moveTo(node, *node.parent, name);
+    } catch (const KernelError& error) {
+        hostLog().error({"a file that was to be replaced, and was not, is now called ", foundation::logPublic(hiddenAs),
+                         ": ", foundation::logPublic(error.what())});
+    }
 }
 
 void FileTree::moveHiddenOut(Node& directory) {
@@ -54,10 +61,13 @@ void FileTree::moveHiddenOut(Node& directory) {
 
 void FileTree::removeHidden(Node& node) {
     try {
-        volume_.remove(itemOf(node), itemOf(*node.parent), node.name);
+        // Without a name it is gone already: somebody removed it behind the mount.
+        if (node.hasName())
+            volume_.remove(itemOf(node), itemOf(*node.parent), node.name);
     } catch (const KernelError& error) {
-        hostLog().error({"a removed file stays in the served tree as ", foundation::logPublic(node.name), ": ",
-                         foundation::logPublic(error.what())});
+        if (error.number() != ENOENT && error.number() != ESTALE)
+            hostLog().error({"a removed file stays in the served tree as ", foundation::logPublic(node.name), ": ",
+                             foundation::logPublic(error.what())});
     }
     node.hidden = false;
     if (node.parent != nullptr) {

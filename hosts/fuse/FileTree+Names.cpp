@@ -51,7 +51,8 @@ void FileTree::applyCreationMode(const FoundItem& made, mode_t mode) {
     if (withheld == 0 && executable == 0)
         return;
     fskit::FSItemSetAttributesRequest request;
-    request.setMode(mode & 0777);
+    // The owner keeps what it takes to fill the file: the handles for that are opened later, and anew after each close.
+    request.setMode((mode | (usual & 0700)) & 0777);
     try {
         volume_.setAttributes(made.item, request);
     } catch (const KernelError&) {
@@ -66,18 +67,27 @@ std::pair<TreeEntry, FileHandle> FileTree::create(NodeID directoryID, const std:
     if (std::optional<FoundItem> found = existing(directory, name)) {
         if ((flags & O_EXCL) != 0)
             throw KernelError(EEXIST);
-        fskit::FSItemAttributes attributes = found->attributes;
-        Node& node = adopt(directory, *found);
-        const FileHandle handle = open(node.id, flags);
-        if ((flags & O_TRUNC) != 0)
-            attributes.setSize(0);
-        return {handOut(node, attributes), handle};
+        return openExisting(adopt(directory, *found), found->attributes, flags);
     }
     FoundItem made = createNew(directory, name, FSItemType::file, mode);
     Node& node = adopt(directory, made);
     noteChange(node);
     // The volume opens its handles when they are first used: a file that is made and not written costs no more.
     return {handOut(node, made.attributes), addOpenFile(node, flags)};
+}
+
+std::pair<TreeEntry, FileHandle> FileTree::openExisting(Node& node, const fskit::FSItemAttributes& found, int flags) {
+    const NodeID id = node.id;
+    TreeEntry entry = handOut(node, found); // first: it keeps the node while it is opened
+    try {
+        const FileHandle handle = open(id, flags);
+        if ((flags & O_TRUNC) != 0)
+            entry.attributes = getAttributes(id);
+        return {entry, handle};
+    } catch (const KernelError&) {
+        forget(id, 1);
+        throw;
+    }
 }
 
 TreeEntry FileTree::makeNode(NodeID directoryID, const std::string& name, mode_t mode) {
@@ -103,6 +113,8 @@ TreeEntry FileTree::makeDirectory(NodeID directoryID, const std::string& name, m
 TreeEntry FileTree::makeSymbolicLink(NodeID directoryID, const std::string& name, const std::string& contents) {
     Node& directory = directoryAt(directoryID);
     checkName(name);
+    absence_.reset();
+    noteChange(directory);
     FoundItem made = volume_.createSymbolicLink(itemOf(directory), name, contents);
     return handOut(adopt(directory, made), made.attributes);
 }
@@ -110,6 +122,8 @@ TreeEntry FileTree::makeSymbolicLink(NodeID directoryID, const std::string& name
 TreeEntry FileTree::makeLink(NodeID id, NodeID directoryID, const std::string& name) {
     Node& directory = directoryAt(directoryID);
     checkName(name);
+    absence_.reset();
+    noteChange(directory);
     volume_.createLink(itemOf(nodeAt(id)), itemOf(directory), name);
     FoundItem made = findChild(directory, name);
     return handOut(adopt(directory, made), made.attributes);
@@ -162,6 +176,8 @@ void FileTree::rename(NodeID directoryID, const std::string& name, NodeID newDir
     Node* target = nodes_.child(to, newName);
     if (target != nullptr && target == source.node)
         return;
+    checkReplaceable(source.isDirectory, to, newName);
+    target = nodes_.child(to, newName);
     absence_.reset();
     if (source.node != nullptr)
         closeForMove(*source.node);
@@ -186,6 +202,23 @@ void FileTree::rename(NodeID directoryID, const std::string& name, NodeID newDir
         nodes_.detach(*replaced);
         nodes_.deleteIfUnused(*replaced);
     }
+}
+
+// A directory may replace an empty directory and nothing else, a file may replace files. Not every helper's rename sees
+// to that, so for a directory the target is looked at. For a file, what is known of the target must do: the kernel has
+// just looked it up, and renaming a file over another is what programs do to save it.
+void FileTree::checkReplaceable(bool movesDirectory, Node& to, const std::string& newName) {
+    if (!movesDirectory) {
+        if (const Node* known = nodes_.child(to, newName); known != nullptr && known->isDirectory())
+            throw KernelError(EISDIR);
+        return;
+    }
+    const std::optional<FoundItem> replaced = existing(to, newName);
+    if (!replaced)
+        return;
+    if (replaced->attributes.type() != FSItemType::directory)
+        throw KernelError(ENOTDIR);
+    refuseIfNotEmpty(nodes_.child(to, newName), replaced->item);
 }
 
 // The replaced item is not named at first: a helper that replaces atomically is let do so. One that refuses gets the

@@ -48,9 +48,7 @@ void FileTree::dropVanished(Node& node) {
 FoundItem FileTree::findChild(Node& directory, const std::string& name) {
     try {
         FoundItem found = volume_.lookup(itemOf(directory), name);
-        const bool storedNameIsUsable = !found.name.empty() && found.name.find('/') == std::string::npos &&
-                                        found.name.size() <= volume_.maximumNameLength();
-        if (!storedNameIsUsable)
+        if (!isUsableName(found.name, volume_.maximumNameLength()))
             found.name = name;
         return found;
     } catch (const KernelError& error) {

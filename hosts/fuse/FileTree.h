@@ -1,6 +1,7 @@
 #pragma once
 
 #include "hosts/fuse/AttributeMap.h"
+#include "hosts/fuse/ByteSpool.h"
 #include "hosts/fuse/DirectorySnapshot.h"
 #include "hosts/fuse/MountOptions.h"
 #include "hosts/fuse/NodeTable.h"
@@ -150,6 +151,9 @@ private:
     fskit::FSItemAttributes makeEmpty(Node& node);
     fskit::FSItemAttributes resize(Node& node, std::uint64_t size);
     void shrink(Node& node, std::uint64_t size);
+    void writeHead(Node& node, ByteSpool& head);
+    /// True if the file is now the head and nothing else.
+    bool restoreHead(Node& node, ByteSpool& head);
     void grow(Node& node, std::uint64_t size);
 
     // Open files (FileTree+Files.cpp)
@@ -174,12 +178,15 @@ private:
     std::optional<FoundItem> existing(Node& directory, const std::string& name);
     FoundItem createNew(Node& directory, const std::string& name, fskit::FSItemType type, mode_t mode);
     void applyCreationMode(const FoundItem& made, mode_t mode);
+    std::pair<TreeEntry, FileHandle> openExisting(Node& node, const fskit::FSItemAttributes& found, int flags);
+    void checkReplaceable(bool movesDirectory, Node& to, const std::string& newName);
     void renameOver(const fskit::FSItemPtr& item, Node& from, const std::string& name, Node& to,
                     const std::string& newName, bool movesDirectory);
 
     // Hidden files (FileTree+Hidden.cpp)
     bool isHidden(const Node& directory, const std::string& name);
     void hide(Node& node);
+    /// Undoes `hide`. If that fails the file keeps the name that `hide` gave it, in plain sight; a log line tells.
     void showAgain(Node& node, const std::string& name);
     void moveHiddenOut(Node& directory);
     void removeHidden(Node& node);

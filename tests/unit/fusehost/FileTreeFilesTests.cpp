@@ -238,6 +238,26 @@ TEST_F(FileTreeFiles, anErrorMetWhenTheFileWasMovedIsToldByTheNextFsync) {
     EXPECT_EQ(close(file), 0);
 }
 
+TEST_F(FileTreeFiles, theFirstOfTwoDeferredErrorsIsTheOneTold) {
+    const FileHandle file = create("/a", O_WRONLY);
+    for (const auto& [name, error] : {std::pair("/b", posixErrno::ENOSPC_), {"/c", posixErrno::EIO_}}) {
+        write(file, 0, "abc");
+        served.before = refuseOnce("release", error);
+        rename(std::string(name) == "/b" ? "/a" : "/b", name);
+    }
+    EXPECT_EQ(close(file), ENOSPC);
+}
+
+TEST_F(FileTreeFiles, aReadersDeferredErrorIsNotToldToALaterWriter) {
+    served.put("/a", "abc");
+    const FileHandle reader = open("/a", O_RDONLY);
+    served.before = refuseOnce("release", posixErrno::EACCES_);
+    rename("/a", "/b");
+    EXPECT_EQ(read(reader), "abc");
+    close(reader);
+    EXPECT_EQ(close(open("/b", O_WRONLY)), 0);
+}
+
 TEST_F(FileTreeFiles, anOpenFileIsKnownThoughTheKernelForgotIt) {
     const FileHandle file = create("/a");
     forget(node("/a"));

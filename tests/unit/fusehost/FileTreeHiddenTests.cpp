@@ -110,6 +110,25 @@ TEST_F(FileTreeHidden, anErrorOfGivingItsHandlesBackDoesNotKeepItAlive) {
     EXPECT_THAT(served.names("/"), IsEmpty());
 }
 
+TEST_F(FileTreeHidden, oneThatVanishesBehindTheMountIsNoHarm) {
+    const FileHandle file = create("/a");
+    const NodeID id = node("/a");
+    remove("/a");
+    served.erase("/" + hiddenName());
+    EXPECT_EQ(errnoOf([&] { tree().getAttributes(id); }), ESTALE);
+    EXPECT_EQ(errnoOf([&] { read(file); }), ESTALE);
+    EXPECT_EQ(close(file), 0);
+    EXPECT_THAT(log.texts(), IsEmpty());
+}
+
+TEST_F(FileTreeHidden, oneThatVanishedUnnoticedIsNoHarm) {
+    const FileHandle file = create("/a");
+    remove("/a");
+    served.erase("/" + hiddenName());
+    EXPECT_EQ(close(file), 0);
+    EXPECT_THAT(log.texts(), IsEmpty());
+}
+
 TEST_F(FileTreeHidden, oneWhoseDirectoryVanishesIsNoHarm) {
     makeDirectory("/d");
     const FileHandle file = create("/d/a");

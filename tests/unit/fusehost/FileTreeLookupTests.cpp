@@ -83,6 +83,17 @@ TEST_F(FileTreeLookup, namesTheNodeAsTheVolumeStoresIt) {
     EXPECT_EQ(node("/readme"), stored);
 }
 
+TEST_F(FileTreeLookup, keepsTheNameAskedForWhereTheStoredOneIsNoName) {
+    served.put("/a", "a");
+    served.put("/b", "b");
+    for (const std::string& odd : {std::string(), std::string("."), std::string(".."), std::string("x/y"),
+                                   std::string("x\0y", 3), std::string(256, 'n')}) {
+        served.oddNames = {{"/a", odd}, {"/b", odd}};
+        EXPECT_NE(node("/a"), node("/b")) << "stored name \"" << odd << "\"";
+    }
+    EXPECT_EQ(read(open("/a", O_RDONLY)), "a");
+}
+
 TEST_F(FileTreeLookup, aForgottenNodeIsReclaimedAndUnknown) {
     served.put("/a", "");
     const NodeID file = node("/a");

@@ -19,11 +19,34 @@ TEST_F(FileTreeNames, createOfAnExistingFileKeepsItsBytes) {
     EXPECT_EQ(served.bytes("/a"), "0123");
 }
 
+TEST_F(FileTreeNames, createOfAnExistingFileEmptiesItOnlyWhenAsked) {
+    served.put("/a", "0123");
+    const auto [entry, file] = tree().create(rootNodeID, "a", O_RDWR | O_CREAT | O_TRUNC, 0644);
+    EXPECT_EQ(served.bytes("/a"), "");
+    EXPECT_EQ(entry.attributes.st_size, 0);
+    const struct stat now = tree().getAttributes(entry.node);
+    EXPECT_EQ(entry.attributes.st_mtim.tv_sec, now.st_mtim.tv_sec) << "the time of the emptying, not the one before";
+    tree().release(file);
+    tree().forget(entry.node, 1);
+}
+
 TEST_F(FileTreeNames, exclusiveCreateOfAnExistingFileIsEEXIST) {
     served.put("/a", "0123");
     EXPECT_EQ(errnoOf([&] { create("/a", O_RDWR | O_EXCL); }), EEXIST);
     EXPECT_EQ(errnoOf([&] { create("/a", O_RDWR | O_EXCL | O_TRUNC); }), EEXIST);
     EXPECT_EQ(served.bytes("/a"), "0123");
+}
+
+TEST_F(FileTreeNames, createOverADirectoryIsEISDIR) {
+    served.putDirectory("/d");
+    EXPECT_EQ(errnoOf([&] { create("/d", O_RDWR); }), EISDIR);
+}
+
+TEST_F(FileTreeNames, aCreateThatCannotOpenLeavesNoNode) {
+    served.put("/a", "0123");
+    served.before = refuseOnce("open write", posixErrno::EACCES_);
+    EXPECT_EQ(errnoOf([&] { create("/a", O_WRONLY); }), EACCES);
+    EXPECT_EQ(tree().nodes().size(), 1U);
 }
 
 TEST_F(FileTreeNames, createRightAfterALookupAsksOnlyOnceWhetherTheNameIsFree) {
@@ -82,6 +105,14 @@ TEST_F(FileTreeNames, createWithTheUsualModeSendsNone) {
     makeDirectory("/d", 0755);
     for (const std::string& request : served.takeRequests())
         EXPECT_THAT(request, testing::Not(testing::StartsWith("chmod")));
+}
+
+TEST_F(FileTreeNames, aFileMadeReadOnlyCanBeWrittenThroughTheDescriptorThatMadeIt) {
+    const FileHandle file = create("/program", O_WRONLY, 0555);
+    write(file, 0, "binary");
+    EXPECT_EQ(close(file), 0);
+    EXPECT_EQ(served.bytes("/program"), "binary");
+    EXPECT_EQ(served.mode("/program") & 0111U, 0111U);
 }
 
 TEST_F(FileTreeNames, aHelperThatTakesNoModesStillCreates) {

@@ -76,6 +76,21 @@ TEST_F(FileTreeRename, aNewDirectoryAtTheOldNameIsAnotherDirectory) {
     EXPECT_EQ(served.bytes("/b/file"), "older");
 }
 
+TEST_F(FileTreeRename, whatIsWrittenNeverGoesToTheOldNameThoughGivingBackFails) {
+    makeDirectory("/a");
+    served.put("/a/file", "abc");
+    const FileHandle old = open("/a/file", O_RDWR);
+    EXPECT_EQ(read(old), "abc");
+    write(old, 0, "A");
+    served.before = refuseOnce("release", posixErrno::EIO_); // the first of two handles
+    rename("/a", "/b");
+    makeDirectory("/a");
+    const FileHandle fresh = create("/a/file");
+    write(fresh, 0, "fresh");
+    EXPECT_EQ(served.bytes("/a/file"), "fresh");
+    EXPECT_EQ(served.bytes("/b/file"), "Abc");
+}
+
 TEST_F(FileTreeRename, twoOpenFilesAreSwappedThroughAThirdName) {
     const FileHandle one = create("/a");
     const FileHandle two = create("/b");
@@ -144,6 +159,26 @@ TEST_F(FileTreeRename, thatFailsPutsAnOpenTargetBack) {
     EXPECT_THAT(served.names("/"), ElementsAre("a", "b")) << "closing it removed nothing";
 }
 
+TEST_F(FileTreeRename, thatFailsAndCannotPutTheOpenTargetBackLosesNothing) {
+    served.put("/a", "new");
+    const FileHandle target = create("/b");
+    write(target, 0, "old");
+    served.before = [count = 0](const std::string& request) mutable {
+        if (request.starts_with("rename") && count++ > 0)
+            foundation::throwPosix(posixErrno::EIO_);
+    };
+    EXPECT_EQ(errnoOf([&] { rename("/a", "/b"); }), EIO);
+    served.before = {};
+    EXPECT_EQ(close(target), 0);
+    const std::vector<std::string> visible = list("/");
+    const auto kept = std::find_if(visible.begin(), visible.end(),
+                                   [](const std::string& name) { return name.starts_with(".kemvi-hidden"); });
+    ASSERT_NE(kept, visible.end()) << "the user must be able to find it";
+    EXPECT_EQ(served.bytes("/" + *kept), "old");
+    EXPECT_THAT(log.texts(), testing::Contains(testing::HasSubstr(*kept)));
+    rename("/" + *kept, "/b");
+}
+
 TEST_F(FileTreeRename, ontoItselfChangesNothing) {
     served.put("/a", "x");
     node("/a");
@@ -189,6 +224,44 @@ TEST_F(FileTreeRename, ofADirectoryOntoAnEmptyOneReplacesIt) {
         EXPECT_EQ(errnoOf([&] { lookup("/e"); }), ENOENT);
         for (const std::string& name : served.names("/"))
             served.erase("/" + name);
+    }
+}
+
+TEST_F(FileTreeRename, ofADirectoryOntoOneWithEntriesIsENOTEMPTYWhateverTheHelperWouldDo) {
+    served.unlinkIsRecursive = true;
+    served.renameReplacesAnything = true;
+    for (const bool replaces : {true, false}) {
+        served.renameReplaces = replaces;
+        served.putDirectory("/d");
+        served.putDirectory("/e");
+        served.put("/e/file", "precious");
+        EXPECT_EQ(errnoOf([&] { rename("/d", "/e"); }), ENOTEMPTY);
+        EXPECT_EQ(served.bytes("/e/file"), "precious");
+    }
+}
+
+TEST_F(FileTreeRename, ofADirectoryOntoAFileIsENOTDIRWhateverTheHelperWouldDo) {
+    served.renameReplacesAnything = true;
+    for (const bool replaces : {true, false}) {
+        served.renameReplaces = replaces;
+        served.putDirectory("/d");
+        served.put("/a", "precious");
+        EXPECT_EQ(errnoOf([&] { rename("/d", "/a"); }), ENOTDIR);
+        EXPECT_EQ(served.bytes("/a"), "precious");
+    }
+}
+
+TEST_F(FileTreeRename, ofAFileOntoAKnownDirectoryIsEISDIRWhateverTheHelperWouldDo) {
+    served.unlinkIsRecursive = true;
+    served.renameReplacesAnything = true;
+    for (const bool replaces : {true, false}) {
+        served.renameReplaces = replaces;
+        served.put("/a", "x");
+        served.putDirectory("/d");
+        served.put("/d/file", "precious");
+        node("/d");
+        EXPECT_EQ(errnoOf([&] { rename("/a", "/d"); }), EISDIR);
+        EXPECT_EQ(served.bytes("/d/file"), "precious");
     }
 }
 

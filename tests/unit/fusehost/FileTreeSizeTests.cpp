@@ -85,6 +85,23 @@ TEST_F(FileTreeSize, aReadErrorWhileShrinkingLeavesTheFileAlone) {
     EXPECT_EQ(served.openHandles(), 0U);
 }
 
+TEST_F(FileTreeSize, aWriteErrorWhileShrinkingIsMetWithASecondAttempt) {
+    options.requestSize = 4096;
+    const std::string all = counting(30000);
+    served.put("/a", all);
+    served.before = refuseOnce("write /a 8192", posixErrno::EIO_);
+    EXPECT_EQ(truncate("/a", 20000).st_size, 20000);
+    EXPECT_EQ(served.bytes("/a"), all.substr(0, 20000));
+}
+
+TEST_F(FileTreeSize, aWriteErrorThatLastsIsReportedAndLeavesNothingOpen) {
+    served.put("/a", counting(3000));
+    served.before = refuseAlways("write /a", posixErrno::ENOSPC_);
+    EXPECT_EQ(errnoOf([&] { truncate("/a", 2000); }), ENOSPC);
+    EXPECT_EQ(served.openHandles(), 0U);
+    EXPECT_THAT(log.texts(), testing::Contains(testing::HasSubstr("lost")));
+}
+
 TEST_F(FileTreeSize, anErrorOfEmptyingTheFileIsReportedAndNothingIsWritten) {
     served.put("/a", "0123456789");
     served.before = refuseOnce("open write,create,truncate", posixErrno::EACCES_);
@@ -108,6 +125,24 @@ TEST_F(FileTreeSize, anOpenFileGoesOnAfterItWasTruncated) {
     write(file, 3, "x");
     EXPECT_EQ(close(file), 0);
     EXPECT_EQ(served.bytes("/a"), "012x");
+}
+
+TEST_F(FileTreeSize, theFileThatHasTheNameIsTheOneThatIsShrunk) {
+    served.put("/a", "OLD CONTENTS");
+    const FileHandle reader = open("/a", O_RDONLY);
+    EXPECT_EQ(read(reader, 0, 3), "OLD");
+    served.put("/a", "new contents");
+    truncate("/a", 8);
+    EXPECT_EQ(served.bytes("/a"), "new cont");
+}
+
+TEST_F(FileTreeSize, theFileThatHasTheNameIsTheOneThatGrows) {
+    served.put("/a", "old");
+    const FileHandle writer = open("/a", O_WRONLY);
+    write(writer, 0, "o");
+    served.put("/a", "new!");
+    EXPECT_EQ(truncate("/a", 6).st_size, 6);
+    EXPECT_EQ(served.bytes("/a"), std::string("new!\0\0", 6));
 }
 
 TEST_F(FileTreeSize, openingWithTruncateEmptiesTheFile) {
