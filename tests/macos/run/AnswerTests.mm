@@ -219,10 +219,10 @@ TEST(Buffers, areTheCoresOwnMemoryWithoutACopy) {
 
 // The core may answer a read or write later and on another thread; the memory has to last until then.
 TEST(Buffers, liveUntilTheAnswerAndNoLonger) {
-    GSDebugAllocationActive(YES);
     Class bufferClass = [FSMutableFileDataBuffer class];
     auto core = std::make_shared<MisbehavingVolume>(Ending::answersLater, nullptr);
     KemviVolume* volume = volumeOver(core);
+    GSDebugAllocationActive(YES);
     std::size_t answered = 0;
     std::size_t* into = &answered;
     @autoreleasepool {
