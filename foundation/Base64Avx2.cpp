@@ -2,6 +2,7 @@
 
 #if defined(__x86_64__)
 
+#include <array>
 #include <bit>
 #include <immintrin.h>
 
@@ -39,20 +40,37 @@ KEMVI_AVX2 __m256i characters(__m256i numbers) {
     return _mm256_add_epi8(numbers, _mm256_shuffle_epi8(distances, selector));
 }
 
-// Writes the block once more behind each slash, one place further on, with the backslash in the gap.
-KEMVI_AVX2 char* storeEscaped(__m256i block, std::uint32_t slashes, char* out) {
-    alignas(32) char text[2 * blockChars];
-    _mm256_store_si256(reinterpret_cast<__m256i*>(text), block);
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), block);
-    std::size_t inserted = 0;
-    for (; slashes != 0; slashes &= slashes - 1) {
-        const auto at = static_cast<std::size_t>(std::countr_zero(slashes));
-        char* const gap = out + at + inserted++;
-        const __m256i rest = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + at));
-        *gap = '\\';
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(gap + 1), rest);
+// For each set of slashes among eight characters: which of them, or the backslash behind them, goes to which place.
+constexpr std::uint8_t backslashIndex = 8;
+constexpr auto escapes = [] {
+    std::array<std::array<std::uint8_t, 16>, 256> table{};
+    for (std::size_t slashes = 0; slashes < table.size(); ++slashes) {
+        std::size_t to = 0;
+        for (std::uint8_t from = 0; from < 8; ++from) {
+            if (slashes >> from & 1)
+                table[slashes][to++] = backslashIndex;
+            table[slashes][to++] = from;
+        }
     }
-    return out + blockChars + inserted;
+    return table;
+}();
+
+// Stores eight characters, behind which there is a backslash in the vector.
+KEMVI_AVX2 void storeEight(__m128i eight, std::uint32_t slashes, char* out) {
+    const auto* places = reinterpret_cast<const __m128i*>(escapes[slashes & 0xFF].data());
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_shuffle_epi8(eight, _mm_loadu_si128(places)));
+}
+
+// Each store leaves rubbish behind its characters that the next one covers.
+KEMVI_AVX2 char* storeEscaped(__m256i block, std::uint32_t slashes, char* out) {
+    const __m128i backslash = _mm_set1_epi8('\\');
+    const __m128i low = _mm256_castsi256_si128(block);
+    const __m128i high = _mm256_extracti128_si256(block, 1);
+    storeEight(_mm_unpacklo_epi64(low, backslash), slashes, out);
+    storeEight(_mm_unpackhi_epi64(low, backslash), slashes >> 8, out + 8 + std::popcount(slashes & 0xFF));
+    storeEight(_mm_unpacklo_epi64(high, backslash), slashes >> 16, out + 16 + std::popcount(slashes & 0xFFFF));
+    storeEight(_mm_unpackhi_epi64(high, backslash), slashes >> 24, out + 24 + std::popcount(slashes & 0xFFFFFF));
+    return out + blockChars + std::popcount(slashes);
 }
 
 } // namespace
@@ -62,8 +80,8 @@ KEMVI_AVX2 Progress encodeAvx2(const std::uint8_t* in, std::size_t size, char* o
     std::size_t read = 0;
     for (; size - read >= blockBytes + loadOverrun; read += blockBytes) {
         const __m256i block = characters(sixBitNumbers(in + read));
-        const auto slashes =
-            static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(block, _mm256_set1_epi8('/'))));
+        const __m256i found = _mm256_cmpeq_epi8(block, _mm256_set1_epi8('/'));
+        const auto slashes = static_cast<std::uint32_t>(_mm256_movemask_epi8(found));
         if (slashes == 0) {
             _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), block);
             out += blockChars;

@@ -1,5 +1,6 @@
 #include "foundation/ISO8601.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -45,73 +46,78 @@ int daysInMonth(int year, int month) {
     return month == 4 || month == 6 || month == 9 || month == 11 ? 30 : 31;
 }
 
-// Takes fixed pieces from the front of a text; after the first that does not fit, `ok` is false.
-class Scanner {
+// Reads a text whose length has been checked, piece by piece; `ok` tells in the end whether every piece fitted.
+class Pieces {
 public:
-    explicit Scanner(std::string_view text) : rest_(text) {}
+    explicit Pieces(std::string_view text) : text_(text) {}
 
-    int digits(std::size_t count) {
-        int value = 0;
-        for (std::size_t i = 0; i < count; ++i)
-            value = value * 10 + digit();
-        return value;
+    int number(std::size_t at, std::size_t count) {
+        unsigned value = 0;
+        for (const char c : text_.substr(at, count)) {
+            const unsigned digit = static_cast<unsigned char>(c) - unsigned{'0'};
+            ok_ &= digit <= 9;
+            value = value * 10 + digit;
+        }
+        return static_cast<int>(value);
     }
 
-    void literal(char c) { ok_ = take() == c && ok_; }
-
-    bool nextIsDigit() const { return !rest_.empty() && rest_.front() >= '0' && rest_.front() <= '9'; }
-
-    int digit() {
-        if (!nextIsDigit())
-            ok_ = false;
-        return ok_ ? take() - '0' : 0;
-    }
-
-    char take() {
-        if (rest_.empty())
-            return '\0';
-        const char c = rest_.front();
-        rest_.remove_prefix(1);
-        return c;
-    }
-
-    bool atEnd() const { return rest_.empty(); }
-
-    void require(bool condition) { ok_ = ok_ && condition; }
+    void literal(std::size_t at, char c) { ok_ &= text_[at] == c; }
 
     bool ok() const { return ok_; }
 
 private:
-    std::string_view rest_;
+    std::string_view text_;
     bool ok_ = true;
 };
 
-// Nanoseconds of a fraction of one or more digits.
-std::int64_t takeFraction(Scanner& scanner) {
-    std::int64_t value = scanner.digit();
-    int count = 1;
-    for (; scanner.ok() && scanner.nextIsDigit(); ++count) {
-        const int digit = scanner.digit();
-        if (count < 9)
-            value = value * 10 + digit;
-    }
-    for (; count < 9; ++count)
-        value *= 10;
-    return value;
+// Seconds east of UTC, or nothing if `text` is no zone.
+std::optional<int> zone(std::string_view text) {
+    if (text == "Z")
+        return 0;
+    if (text.size() != std::string_view("+00:00").size() || (text[0] != '+' && text[0] != '-'))
+        return std::nullopt;
+    Pieces pieces(text);
+    const int hours = pieces.number(1, 2);
+    pieces.literal(3, ':');
+    const int minutes = pieces.number(4, 2);
+    if (!pieces.ok() || hours > 23 || minutes > 59)
+        return std::nullopt;
+    const int seconds = hours * 3600 + minutes * 60;
+    return text[0] == '-' ? -seconds : seconds;
 }
 
-// Seconds east of UTC.
-int takeZone(Scanner& scanner) {
-    const char sign = scanner.take();
-    if (sign == 'Z')
-        return 0;
-    scanner.require(sign == '+' || sign == '-');
-    const int hours = scanner.digits(2);
-    scanner.literal(':');
-    const int minutes = scanner.digits(2);
-    scanner.require(hours <= 23 && minutes <= 59);
-    const int seconds = hours * 3600 + minutes * 60;
-    return sign == '-' ? -seconds : seconds;
+constexpr std::size_t frontLength = std::string_view("0000-00-00T00:00:00.").size();
+
+// Seconds from 1970 to the date and time at the front of `text`, as if it were UTC; nothing if there is no such time.
+std::optional<std::int64_t> wholeSeconds(std::string_view text) {
+    if (text.size() < frontLength)
+        return std::nullopt;
+    Pieces pieces(text);
+    const int year = pieces.number(0, 4);
+    pieces.literal(4, '-');
+    const int month = pieces.number(5, 2);
+    pieces.literal(7, '-');
+    const int day = pieces.number(8, 2);
+    pieces.literal(10, 'T');
+    const int hour = pieces.number(11, 2);
+    pieces.literal(13, ':');
+    const int minute = pieces.number(14, 2);
+    pieces.literal(16, ':');
+    const int second = pieces.number(17, 2);
+    pieces.literal(19, '.');
+    if (!pieces.ok() || month < 1 || month > 12 || day < 1 || day > daysInMonth(year, month))
+        return std::nullopt;
+    if (hour > 23 || minute > 59 || second > 59)
+        return std::nullopt;
+    return daysFromDate(year, month, day) * secondsPerDay + hour * 3600 + minute * 60 + second;
+}
+
+// Nanoseconds of a fraction.
+std::int64_t nanosecondsOf(std::string_view digits) {
+    std::int64_t value = 0;
+    for (std::size_t i = 0; i < 9; ++i)
+        value = value * 10 + (i < digits.size() ? digits[i] - '0' : 0);
+    return value;
 }
 
 // The greatest whole number of milliseconds whose date is not after `seconds`. A double holds few decimal fractions
@@ -128,30 +134,18 @@ std::int64_t wholeMilliseconds(double seconds) {
 } // namespace
 
 std::optional<Date> ISO8601DateFormatter::date(std::string_view text) const {
-    Scanner scanner(text);
-    const int year = scanner.digits(4);
-    scanner.literal('-');
-    const int month = scanner.digits(2);
-    scanner.literal('-');
-    const int day = scanner.digits(2);
-    scanner.literal('T');
-    const int hour = scanner.digits(2);
-    scanner.literal(':');
-    const int minute = scanner.digits(2);
-    scanner.literal(':');
-    const int second = scanner.digits(2);
-    scanner.literal('.');
-    const std::int64_t nanoseconds = takeFraction(scanner);
-    const int zone = takeZone(scanner);
-    scanner.require(scanner.atEnd() && month >= 1 && month <= 12 && day >= 1);
-    scanner.require(hour <= 23 && minute <= 59 && second <= 59);
-    if (!scanner.ok() || day > daysInMonth(year, month))
+    const auto local = wholeSeconds(text);
+    if (!local)
         return std::nullopt;
-    const std::int64_t seconds =
-        daysFromDate(year, month, day) * secondsPerDay + hour * 3600 + minute * 60 + second - zone;
+    const std::string_view rest = text.substr(frontLength);
+    const std::size_t digits = std::min(rest.find_first_not_of("0123456789"), rest.size());
+    const auto east = zone(rest.substr(digits));
+    if (digits == 0 || !east)
+        return std::nullopt;
+    const std::int64_t nanoseconds = nanosecondsOf(rest.substr(0, digits));
     // Whole milliseconds by one exact division, so that they are the nearest double; what is finer is added to that.
-    const double milliseconds = static_cast<double>(seconds * 1000 + nanoseconds / 1'000'000) / 1000;
-    return Date{milliseconds + static_cast<double>(nanoseconds % 1'000'000) / 1e9};
+    const std::int64_t milliseconds = (*local - *east) * 1000 + nanoseconds / 1'000'000;
+    return Date{static_cast<double>(milliseconds) / 1000 + static_cast<double>(nanoseconds % 1'000'000) / 1e9};
 }
 
 std::string ISO8601DateFormatter::string(Date date) const {

@@ -1,6 +1,7 @@
 #include "foundation/Base64.h"
 #include "helper/AdapterError.h"
 #include "helper/HelperClient.h"
+#include "helper/ListingReader.h"
 
 namespace kemvi {
 namespace {
@@ -30,15 +31,9 @@ KemviStatFS HelperClient::statfs() {
 }
 
 std::vector<KemviDirEntry> HelperClient::readdir(const std::string& path) {
-    const HelperResponse response = exchange(pathRequest("readdir", path));
-    const JSONValue::Array* elements = response.result ? response.result->asArray() : nullptr;
-    if (elements == nullptr)
-        throw AdapterError::protocolError("readdir result was not an array");
-    std::vector<KemviDirEntry> entries;
-    entries.reserve(elements->size());
-    for (const JSONValue& element : *elements)
-        entries.emplace_back(KemviFileStat(element));
-    return entries;
+    ListingReader listing;
+    exchange(pathRequest("readdir", path), [&](foundation::JSONElement& result) { listing.read(result); });
+    return std::move(listing).entries();
 }
 
 KemviFileStat HelperClient::getattr(const std::string& path) {

@@ -52,13 +52,13 @@ std::shared_ptr<const foundation::ByteBuffer> HelperClient::readLineData() {
     return line;
 }
 
-HelperResponse HelperClient::exchange(HelperRequest request) {
+HelperResponse HelperClient::exchange(HelperRequest request, const HelperResponse::ResultHandler& onResult) {
     std::lock_guard guard(requestLock_);
     request.id = takeID();
     const HelperRequestEncoder::Line line = encoder_.encode(request);
     // A helper that has gone shows in the read below, so the result of the write tells nothing new.
     (void)input_.fileHandleForWriting().write(std::array{line.head, line.payload, line.tail});
-    HelperResponse response = HelperResponse::decode(readLineData(), decoder_);
+    HelperResponse response = HelperResponse::decode(readLineData(), decoder_, onResult);
     if (response.id != request.id)
         throw AdapterError::protocolError("response id " + response.id + " did not match request id " + request.id);
     if (!response.ok && response.error)

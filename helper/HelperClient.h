@@ -84,7 +84,7 @@ public:
     foundation::Pipe& output() { return output_; }
 
 private:
-    HelperResponse exchange(HelperRequest request);
+    HelperResponse exchange(HelperRequest request, const HelperResponse::ResultHandler& onResult = {});
     std::string takeID();
     std::shared_ptr<const foundation::ByteBuffer> readLineData();
     PayloadText readPayload(std::int64_t handle, std::int64_t offset, std::int64_t length);

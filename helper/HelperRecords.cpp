@@ -2,6 +2,7 @@
 
 #include "foundation/Log.h"
 #include "helper/AdapterError.h"
+#include "helper/FileStatMembers.h"
 
 #include <cmath>
 
@@ -11,31 +12,10 @@ namespace {
 // Exact in a double, and one more than the largest 64-bit integer.
 constexpr double twoToThe63 = 9223372036854775808.0;
 
-const std::string* stringMember(const JSONObject& object, std::string_view key) {
-    const JSONValue* value = object.find(key);
-    return value != nullptr ? value->asString() : nullptr;
-}
-
 std::int64_t integerMember(const JSONObject& object, std::string_view key) {
     const JSONValue* value = object.find(key);
     const double* number = value != nullptr ? value->asNumber() : nullptr;
     return number != nullptr ? integerFromNumber(*number) : 0;
-}
-
-bool boolMember(const JSONObject& object, std::string_view key) {
-    const JSONValue* value = object.find(key);
-    const bool* flag = value != nullptr ? value->asBool() : nullptr;
-    return flag != nullptr && *flag;
-}
-
-// The last component of a path. "/" is its own name, and so is a path that has no component.
-std::string basename(const std::string& path) {
-    const std::size_t last = path.find_last_not_of('/');
-    if (last == std::string::npos)
-        return path;
-    const std::size_t slash = path.rfind('/', last);
-    const std::size_t first = slash == std::string::npos ? 0 : slash + 1;
-    return path.substr(first, last - first + 1);
 }
 
 } // namespace
@@ -55,15 +35,11 @@ std::int64_t integerFromNumber(double number) {
 KemviFileStat::KemviFileStat(const JSONValue& json) {
     const JSONObject* object = json.asObject();
     if (object == nullptr)
-        throw AdapterError::protocolError("file stat was not an object");
-    if (const std::string* text = stringMember(*object, "path"))
-        path = *text;
-    const std::string* givenName = stringMember(*object, "name");
-    name = givenName != nullptr ? *givenName : basename(path);
-    isDirectory = boolMember(*object, "isDirectory");
-    size = integerMember(*object, "size");
-    if (const std::string* text = stringMember(*object, "modifiedAt"))
-        modifiedAt = kemviFs().date(*text);
+        throw AdapterError::protocolError(statNotAnObject);
+    FileStatMembers members;
+    for (const auto& [key, value] : object->members())
+        members.take(key, value);
+    *this = std::move(members).stat();
 }
 
 std::string KemviFileStat::description() const {

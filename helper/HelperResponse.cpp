@@ -1,5 +1,6 @@
 #include "helper/HelperResponse.h"
 
+#include "foundation/PlainText.h"
 #include "foundation/PosixErrno.h"
 
 #include <array>
@@ -86,9 +87,10 @@ struct FailureMembers {
 
 struct ResponseMembers {
     std::shared_ptr<const ByteBuffer> line;
+    const HelperResponse::ResultHandler& onResult;
     Member<std::string> id{"id", JSONType::string, {}};
     Member<bool> ok{"ok", JSONType::boolean, {}};
-    std::optional<JSONValue> result;
+    std::optional<JSONValue> result{};
     Member<PayloadText> dataBase64{"dataBase64", JSONType::string, {}};
     Member<FailureMembers> error{"error", JSONType::object, {}};
 
@@ -100,9 +102,7 @@ struct ResponseMembers {
             if (ok.note(value))
                 ok.value = value.boolean();
         } else if (key == "result") {
-            result.reset();
-            if (value.type() != JSONType::null)
-                result = JSONValue::read(value);
+            readResult(value);
         } else if (key == dataBase64.key) {
             if (dataBase64.note(value))
                 dataBase64.value = payload(value.string());
@@ -111,6 +111,14 @@ struct ResponseMembers {
             if (error.note(value))
                 error.value.read(value);
         }
+    }
+
+    void readResult(JSONElement& value) {
+        result.reset();
+        if (onResult)
+            onResult(value);
+        else if (value.type() != JSONType::null)
+            result = JSONValue::read(value);
     }
 
     // Text that had escapes lies in the reader, which the next exchange needs: it moves to memory of its own.
@@ -126,6 +134,54 @@ struct ResponseMembers {
     }
 };
 
+constexpr std::string_view payloadKey = "\"dataBase64\":\"";
+constexpr std::size_t shortLine = 1024;    // below, cutting costs more than it saves
+constexpr std::size_t longEnvelope = 1024; // on either side of the payload
+
+HelperResponse decodeWhole(const std::shared_ptr<const ByteBuffer>& line, foundation::JSONReader& reader,
+                           const HelperResponse::ResultHandler& onResult) {
+    ResponseMembers members{line, onResult};
+    reader.readObject(line->view(), [&](std::string_view key, JSONElement& value) { members.read(key, value); });
+    HelperResponse response;
+    response.id = members.id.required();
+    response.ok = members.ok.required();
+    response.result = std::move(members.result);
+    response.dataBase64 = members.dataBase64.optional();
+    if (auto failure = members.error.optional())
+        response.error = failure->failure();
+    return response;
+}
+
+// A payload is nearly all of its line, and all that JSON wants of it is that each of its characters stands for itself.
+// So a long one is cut out, and what is left, with an empty payload in its place, is read as JSON. Nothing if the line
+// is not of that kind or anything about it is odd; it is then to be read as a whole.
+std::optional<HelperResponse> decodeAroundPayload(const std::shared_ptr<const ByteBuffer>& line,
+                                                  foundation::JSONReader& reader,
+                                                  const HelperResponse::ResultHandler& onResult) {
+    const std::string_view text = line->view();
+    const std::size_t key = text.size() < shortLine ? text.npos : text.substr(0, longEnvelope).find(payloadKey);
+    if (key == text.npos)
+        return std::nullopt;
+    const std::size_t start = key + payloadKey.size();
+    const std::string_view payload = text.substr(start, foundation::plainRunLength(text.substr(start)));
+    const std::string_view tail = text.substr(start + payload.size());
+    if (!tail.starts_with('"') || tail.size() > longEnvelope)
+        return std::nullopt;
+    const auto envelope = std::make_shared<ByteBuffer>();
+    envelope->append(text.substr(0, start));
+    envelope->append(tail);
+    try {
+        HelperResponse response = decodeWhole(envelope, reader, onResult);
+        // What looked like the payload may have been a member of something else, or be overruled by a later one.
+        if (!response.dataBase64 || response.dataBase64->text.data() != envelope->data() + start)
+            return std::nullopt;
+        response.dataBase64 = PayloadText{line, payload};
+        return response;
+    } catch (const DecodingError&) {
+        return std::nullopt; // reading the whole line names the right place
+    }
+}
+
 } // namespace
 
 foundation::NSError HelperResponse::Failure::posixError() const {
@@ -135,19 +191,11 @@ foundation::NSError HelperResponse::Failure::posixError() const {
     return foundation::NSError::posix(posixErrno::EIO_, message);
 }
 
-HelperResponse HelperResponse::decode(std::shared_ptr<const ByteBuffer> line, foundation::JSONReader& reader) {
-    ResponseMembers members;
-    members.line = std::move(line);
-    reader.readObject(members.line->view(),
-                      [&](std::string_view key, JSONElement& value) { members.read(key, value); });
-    HelperResponse response;
-    response.id = members.id.required();
-    response.ok = members.ok.required();
-    response.result = std::move(members.result);
-    response.dataBase64 = members.dataBase64.optional();
-    if (auto failure = members.error.optional())
-        response.error = failure->failure();
-    return response;
+HelperResponse HelperResponse::decode(const std::shared_ptr<const ByteBuffer>& line, foundation::JSONReader& reader,
+                                      const ResultHandler& onResult) {
+    if (auto response = decodeAroundPayload(line, reader, onResult))
+        return std::move(*response);
+    return decodeWhole(line, reader, onResult);
 }
 
 } // namespace kemvi

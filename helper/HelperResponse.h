@@ -5,6 +5,7 @@
 #include "foundation/NSError.h"
 #include "helper/JSONValue.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -40,8 +41,14 @@ struct HelperResponse {
     std::optional<PayloadText> dataBase64;
     std::optional<Failure> error;
 
-    /// Decodes the bytes of one line, byte 10 excluded. Throws foundation::DecodingError.
-    static HelperResponse decode(std::shared_ptr<const foundation::ByteBuffer> line, foundation::JSONReader& reader);
+    /// Takes in a result in place of the field, whatever its type; called once more if the line turns out to have
+    /// another one, which then counts.
+    using ResultHandler = std::function<void(foundation::JSONElement&)>;
+
+    /// Decodes the bytes of one line, byte 10 excluded. Throws foundation::DecodingError. With a handler the field
+    /// `result` stays absent.
+    static HelperResponse decode(const std::shared_ptr<const foundation::ByteBuffer>& line,
+                                 foundation::JSONReader& reader, const ResultHandler& onResult = {});
 };
 
 } // namespace kemvi

@@ -3,6 +3,7 @@
 #include "foundation/JSON.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -78,6 +79,12 @@ public:
     const Array* asArray() const { return std::get_if<Array>(&storage_); }
 
     const JSONObject* asObject() const { return std::get_if<JSONObject>(&storage_); }
+
+    /// The string moved out; nothing if the value is of another case.
+    std::optional<std::string> takeString() && {
+        auto* text = std::get_if<std::string>(&storage_);
+        return text != nullptr ? std::optional(std::move(*text)) : std::nullopt;
+    }
 
     bool isNull() const { return std::holds_alternative<Null>(storage_); }
 

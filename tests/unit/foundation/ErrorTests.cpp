@@ -4,11 +4,11 @@
 #include "foundation/UUID.h"
 #include "foundation/Utf8.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <new>
-#include <regex>
 #include <set>
 #include <stdexcept>
 
@@ -131,11 +131,10 @@ TEST(Utf8, refusesSequencesThatAreCutOff) {
 }
 
 TEST(UUID, isRandomOfVersionFourInUpperCase) {
-    const std::regex form("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
     std::set<std::string> seen;
     for (int i = 0; i < 100; ++i) {
         const std::string text = foundation::UUID::random().uuidString();
-        EXPECT_TRUE(std::regex_match(text, form)) << text;
+        EXPECT_THAT(text, testing::MatchesRegex("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}"));
         seen.insert(text);
     }
     EXPECT_EQ(seen.size(), 100U);

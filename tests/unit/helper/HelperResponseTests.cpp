@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <vector>
+
 namespace kemvi {
 namespace {
 
@@ -11,10 +14,10 @@ using foundation::DecodingError;
 using Kind = DecodingError::Kind;
 
 HelperResponse decode(std::string_view text) {
-    auto line = std::make_shared<ByteBuffer>();
+    const auto line = std::make_shared<ByteBuffer>();
     line->append(text);
     foundation::JSONReader reader;
-    return HelperResponse::decode(std::move(line), reader);
+    return HelperResponse::decode(line, reader);
 }
 
 struct Rejection {
@@ -148,6 +151,42 @@ TEST(HelperResponse, leavesThePayloadWhereItArrived) {
     ASSERT_TRUE(response.dataBase64);
     const std::string_view line = response.dataBase64->line->view();
     EXPECT_EQ(response.dataBase64->text.data(), line.data() + line.find("AAAA"));
+}
+
+// A payload long enough to be cut out of its line before the rest is read as JSON.
+const std::string longPayload(5000, 'A');
+
+TEST(HelperResponse, readsALongPayloadLikeAShortOne) {
+    for (const std::string& tail :
+         std::vector<std::string>{"", ",\"result\":[1]", ",\"x\":\"" + std::string(3000, 'y') + "\"", " \r"}) {
+        const HelperResponse response =
+            decode(R"({"id":"1","ok":true,"dataBase64":")" + longPayload + "\"" + tail + "}");
+        EXPECT_EQ(response.id, "1");
+        EXPECT_EQ(payload(response), longPayload);
+        EXPECT_EQ(response.result.has_value(), tail.find("result") != std::string::npos);
+    }
+}
+
+TEST(HelperResponse, findsALongPayloadOnlyAtTheTopLevel) {
+    const std::string member = R"("dataBase64":")" + longPayload + "\"";
+    EXPECT_EQ(payload(decode(R"({"id":"1","ok":true,"result":{)" + member + "}}")), std::nullopt);
+    EXPECT_EQ(payload(decode(R"({"id":"1","ok":true,"x":{)" + member + R"(},"dataBase64":"eA=="})")), "eA==");
+    EXPECT_EQ(payload(decode(R"({"id":"1","ok":true,)" + member + R"(,"dataBase64":"eA=="})")), "eA==");
+    EXPECT_EQ(payload(decode(R"({"id":"1","ok":true,)" + member + R"(,"dataBase64":null})")), std::nullopt);
+    EXPECT_EQ(payload(decode(R"({"id":"1","ok":true,"dataBase64":"eA==",)" + member + "}")), longPayload);
+}
+
+TEST(HelperResponse, rejectsAnOddLongPayloadAsItRejectsAShortOne) {
+    const auto with = [](const std::string& text) { return R"({"id":"1","ok":true,"dataBase64":")" + text + "\"}"; };
+    EXPECT_EQ(payload(decode(with(longPayload + "\\/"))), longPayload + "/");
+    EXPECT_EQ(payload(decode(with(longPayload + "\xC3\xA4"))), longPayload + "\xC3\xA4");
+    for (const char* odd : {"\\x", "\n", "\xFF", "\" \""})
+        EXPECT_EQ(rejection(with(longPayload + odd))->kind, Kind::dataCorrupted) << odd;
+    EXPECT_EQ(rejection(R"({"id":"1","ok":true,"dataBase64":")" + longPayload)->kind, Kind::dataCorrupted);
+    EXPECT_EQ(rejection(R"({"id":"1","ok":true,"dataBase64":")" + longPayload + "\"")->kind, Kind::dataCorrupted);
+    EXPECT_EQ(rejection(R"({"id":1,"ok":true,"dataBase64":")" + longPayload + "\"}")->kind, Kind::typeMismatch);
+    EXPECT_EQ(rejection(with(longPayload) + "x")->text,
+              "not valid JSON at line 1, column 5037: expected the end of the text");
 }
 
 foundation::NSError posixErrorOf(std::optional<std::string> code) {
