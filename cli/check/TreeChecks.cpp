@@ -131,7 +131,8 @@ void TreeExamination::checkFolder(const std::string& path) {
                    answer.ok() ? "the result is no array" : "the listing failed", "the folder cannot be looked into");
         return;
     }
-    if (entries->size() >= measuredFrom && answer.exchange.took.count() > slowPerEntry * static_cast<double>(entries->size())) {
+    if (entries->size() >= measuredFrom &&
+        answer.exchange.took.count() > slowPerEntry * static_cast<double>(entries->size())) {
         talk_.find(speed, Severity::warning, answer,
                    std::to_string(entries->size()) + " entries took " + std::to_string(answer.exchange.took.count()) +
                        " s",
