@@ -109,6 +109,7 @@ SessionLoop::Received SessionLoop::next(KernelRequest& request) {
             if (poll(polled + 1, 1, 0) > 0)
                 return Received::end;
             request = std::move(backlog_.front().request);
+            since_ = backlog_.front().about.since;
             backlog_.pop_front();
             return Received::request;
         }
@@ -117,7 +118,9 @@ SessionLoop::Received SessionLoop::next(KernelRequest& request) {
         return errno == EINTR ? Received::nothing : Received::failure;
     if (polled[1].revents != 0)
         return Received::end;
-    return receive(request);
+    const Received received = receive(request);
+    since_ = Clock::now();
+    return received;
 }
 
 SessionLoop::Received SessionLoop::receive(KernelRequest& request) {
@@ -149,7 +152,7 @@ void SessionLoop::execute(const KernelRequest& request) {
         return; // whatever it is about has been answered: nothing else is under way
     {
         const std::lock_guard guard(lock_);
-        current_ = {request.unique(), request.thread(), request.isFlush(), Clock::now()};
+        current_ = {request.unique(), request.thread(), request.isFlush(), since_};
         busy_ = true;
         ++operation_;
         if (watcherSleeps_) {
@@ -202,7 +205,9 @@ void SessionLoop::takeOver(Guard& guard, std::uint64_t operation) {
         answerInterrupted();
     }
     clearEvent(wakeDescriptor_);
-    interrupted_.clear();
+    // The kernel says only once that a request was interrupted, and what waits may hang like the one before it.
+    if (backlog_.empty())
+        interrupted_.clear();
     watcherReads_ = false;
     changed_.notify_all();
 }

@@ -69,6 +69,7 @@ private:
     fuse_session* const session_;
     const int descriptor_;
     const int stopDescriptor_;
+    Clock::time_point since_;  // when the request to be executed was read; the executing thread's own
     const int wakeDescriptor_; // eventfd by which the executing thread ends the watcher's poll
 
     std::mutex lock_; // guards everything below
