@@ -44,11 +44,23 @@ const ListedEntry* FileTree::listedEntry(DirectoryHandle handle, std::size_t ind
     return isHidden(nodeAt(open.node), entry.name) ? nullptr : &entry;
 }
 
+namespace {
+
+/// A helper may list names alone. What it leaves out reads as an empty file of 1970, which is not to be believed.
+bool tellsNothing(const ListedEntry& entry) {
+    return entry.type == fskit::FSItemType::file && entry.attributes.size() == 0 &&
+           entry.attributes.modifyTime().tv_sec == 0 && entry.attributes.modifyTime().tv_nsec == 0;
+}
+
+} // namespace
+
 std::optional<TreeEntry> FileTree::listedNode(DirectoryHandle handle, const ListedEntry& entry) {
     OpenDirectory& open = openDirectoryAt(handle);
     Node& directory = nodeAt(open.node);
     const DirectorySnapshot& snapshot = *open.snapshot;
     if (entry.name == "." || entry.name == ".." || !directory.hasName() || remainingTrust(handle, attrTimeout_) <= 0)
+        return std::nullopt;
+    if (tellsNothing(entry))
         return std::nullopt;
     // What was changed through the mount since the listing was taken must not be shown, let alone cached, as it was
     // then: an old size would make the kernel cut the file.
@@ -59,7 +71,9 @@ std::optional<TreeEntry> FileTree::listedNode(DirectoryHandle handle, const List
         return std::nullopt;
     Node& node = nodes_.childOrNew(directory, entry.name);
     node.type = entry.type;
-    return handOut(node, entry.attributes);
+    const TreeEntry handedOut = handOut(node, entry.attributes);
+    node.changed = snapshot.changeCount(); // the kernel now knows what was true then
+    return handedOut;
 }
 
 double FileTree::remainingTrust(DirectoryHandle handle, double timeout) {

@@ -118,6 +118,9 @@ TreeEntry FileTree::handOut(Node& node, const FSItemAttributes& attributes) {
 
 struct stat FileTree::shown(Node& node, const FSItemAttributes& attributes) {
     node.size = attributes.size();
+    // A listing taken before knows less than the kernel is told now.
+    if (!node.isDirectory())
+        noteChange(node);
     struct stat result = attributeMap_.map(attributes);
     if (node.hidden)
         result.st_nlink = 0;

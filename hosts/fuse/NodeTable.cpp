@@ -104,6 +104,9 @@ void NodeTable::deleteIfUnused(Node& node) {
     while (current != nullptr && current != root_ && current->lookups == 0 && !current->isOpen() && !current->hidden &&
            current->firstChild == nullptr) {
         Node* parent = current->parent;
+        // What the table no longer knows of the child, the directory remembers: an older listing must not be believed.
+        if (parent != nullptr)
+            parent->changed = std::max(parent->changed, current->changed);
         detach(*current);
         nodes_.erase(current->id);
         current = parent;

@@ -26,8 +26,8 @@ struct Node {
     std::shared_ptr<fskit::FSItem> item; // null until first needed, and again after a move; see FileTree::itemOf
     std::uint64_t lookups = 0;           // references that the kernel holds
     std::uint64_t size = 0;              // bytes, as the kernel was last told or has since written
-    std::uint64_t changed = 0;           // FileTree's change count when this node was last changed through the mount
-    std::uint32_t readers = 0;           // open descriptions per mode
+    std::uint64_t changed = 0; // FileTree's change count when this node was last changed, or shown to the kernel
+    std::uint32_t readers = 0; // open descriptions per mode
     std::uint32_t writers = 0;
     std::uint32_t unflushedWriters = 0; // writers that have not flushed since they last wrote or were opened
     int deferredError = 0;              // an errno to be reported by the next flush or fsync of a writer

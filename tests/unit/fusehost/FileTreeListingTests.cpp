@@ -129,6 +129,16 @@ TEST_F(FileTreeListing, doesNotTellOfAFileWrittenSince) {
     EXPECT_TRUE(listedNode(listing(), "a"));
 }
 
+TEST_F(FileTreeListing, doesNotTellOfAFileWrittenSinceAndForgotten) {
+    served.put("/a", "1");
+    const auto handle = listing();
+    const FileHandle file = open("/a", O_WRONLY);
+    write(file, 0, "0123");
+    close(file);
+    forget(node("/a"));
+    EXPECT_FALSE(listedNode(handle, "a")) << "the old size would make the kernel cut the file";
+}
+
 TEST_F(FileTreeListing, doesNotTellOfAFileWhoseSizeOrModeOrTimeWasSetSince) {
     served.put("/a", "0123");
     node("/a");
@@ -149,6 +159,14 @@ TEST_F(FileTreeListing, doesNotTellOfAFileRemovedOrMovedOrMadeSince) {
         EXPECT_FALSE(listedNode(handle, name)) << name;
 }
 
+TEST_F(FileTreeListing, doesNotTakeBackWhatTheKernelWasToldSince) {
+    served.put("/a", "1");
+    const auto handle = listing();
+    served.append("/a", "234");
+    EXPECT_EQ(lookup("/a").attributes.st_size, 4);
+    EXPECT_FALSE(listedNode(handle, "a")) << "it would show the size of before";
+}
+
 TEST_F(FileTreeListing, doesNotTellOfAFileThatBecameADirectory) {
     served.put("/a", "1");
     const auto handle = listing();
@@ -156,6 +174,12 @@ TEST_F(FileTreeListing, doesNotTellOfAFileThatBecameADirectory) {
     served.putDirectory("/a");
     node("/a");
     EXPECT_FALSE(listedNode(handle, "a"));
+}
+
+TEST_F(FileTreeListing, aHelperThatTellsNamesAloneIsAskedForTheRest) {
+    served.put("/a", "12345");
+    served.listsNamesAlone = true;
+    EXPECT_FALSE(listedNode(listing(), "a")) << "a size of 0 would make the file look empty";
 }
 
 TEST_F(FileTreeListing, leavesOutHiddenFiles) {
