@@ -16,6 +16,7 @@ constexpr const char* offsets = "reads at odd offsets equal the whole";
 constexpr const char* released = "a handle that was given back is of no more use";
 
 constexpr std::size_t mostBytes = 16 << 20; // a longer file is read to here
+constexpr std::size_t surplus = 4096;       // no file is read further than this beyond its size: it may never end
 constexpr std::int64_t piece = 65536;
 
 class ReadExamination {
@@ -72,8 +73,10 @@ private:
                        std::to_string(start->size()) + " bytes for " + std::to_string(piece),
                        "the surplus is transferred and thrown away");
         }
-        const auto whole = readOn(talk_, handle, 0, piece, mostBytes);
-        const auto again = readOn(talk_, handle, 0, piece, mostBytes);
+        const std::size_t limit =
+            std::min(mostBytes, static_cast<std::size_t>(std::max<std::int64_t>(0, file_.size)) + surplus);
+        const auto whole = readOn(talk_, handle, 0, piece, limit);
+        const auto again = readOn(talk_, handle, 0, piece, limit);
         if (!whole || !again || *whole != *again) {
             return; // it changes while it is read: nothing can be compared
         }
