@@ -1,0 +1,136 @@
+"""kemvi check: clean on the shipped helpers, and each thing that can be wrong with a helper is found and told."""
+
+import json
+import os
+import subprocess
+from pathlib import Path
+
+import pytest
+
+from conftest import HELPERS, SHIPPED_HELPER
+
+BROKEN = Path(__file__).resolve().parent / "broken" / "broken.mjs"
+
+
+def check(place, *options):
+    result = place.run("check", place.source, "--json", "--op-timeout", "5", *options)
+    return result.returncode, json.loads(result.stdout)
+
+
+def broken(place, fault, *options):
+    place.configure(BROKEN, kemviHome=fault)
+    return check(place, *options)
+
+
+def findings(report, severity="error"):
+    return [(found["name"], finding["problem"], finding["consequence"]) for found in report["checks"]
+            for finding in found["findings"] if finding["severity"] == severity]
+
+
+@pytest.mark.parametrize("name,changes", [("local", True), ("memory", True), ("hello", False), ("clock", False)])
+def test_a_shipped_helper_is_clean(place, name, changes):
+    place.configure(Path(SHIPPED_HELPER).parent / f"{name}.mjs")
+    code, report = check(place, *(["--write", "/"] if changes else []))
+    assert (code, findings(report), findings(report, "warning")) == (0, [], [])
+    assert os.listdir(place.tree) == ["a.txt"]
+
+
+def test_the_git_helper_is_clean(place):
+    git = ["git", "-C", place.tree, "-c", "user.name=t", "-c", "user.email=t@localhost"]
+    subprocess.run([*git, "init", "-q", "-b", "main"], check=True)
+    subprocess.run([*git, "add", "."], check=True)
+    subprocess.run([*git, "commit", "-q", "-m", "first"], check=True)
+    place.configure(Path(SHIPPED_HELPER).parent / "git.mjs")
+    code, report = check(place)
+    assert (code, findings(report)) == (0, [])
+
+
+def test_the_helper_to_be_broken_is_right_as_it_is(place):
+    code, report = broken(place, "", "--write", "/")
+    assert (code, findings(report), findings(report, "warning")) == (0, [], [])
+
+
+READING = [
+    ("ping fails", "answers a ping", 5), ("number as id", "JSON object of the protocol", 5), ("own id", "request's id", 12),
+    ("talks", "nothing but answers", 12), ("greets", "nothing but answers", 12),
+    ("answers twice", "nothing but answers", 12), ("no error record", "every error has a message", 12),
+    ("wrong code", "ENOENT", 12), ("unknown is fine", "unknown operation", 12),
+    ("depends on order", "any order", 12), ("refuses long lines", "16 MiB", 12), ("hangs", "in time", 12),
+    ("dies", "in time", 12), ("statfs text", "statfs", 12), ("object as listing", "folders are listed", 12),
+    ("relative path", "path of an entry", 12), ("dot", "names are such", 12), ("twice", "stands twice", 12),
+    ("other size in listing", "agree", 12), ("number as boolean", "its type", 12), ("number as name", "its type", 12),
+    ("text as size", "its type", 12), ("fractional size", "sizes are whole", 12), ("negative size", "sizes are whole", 12),
+    ("huge size", "sizes are whole", 12), ("wrong size", "as many bytes", 12), ("no fraction", "times", 12),
+    ("number as time", "times", 12), ("text as handle", "handle", 12), ("one handle", "two handles", 12),
+    ("data in result", "dataBase64", 12), ("line breaks", "dataBase64", 12), ("endless", "past the end", 12),
+    ("wrong offset", "odd offsets", 12), ("use after release", "given back", 12), ("stays", "ends within", 12),
+]
+
+WRITING = [
+    ("create empties", "create keeps"), ("truncate keeps", "create keeps"), ("append only", "read back"),
+    ("flush fails", "read back"), ("mkdir twice", "made once"), ("recursive unlink", "not empty is refused"),
+    ("nothing removed", "unlink"), ("rename copies", "rename"), ("chmod fails", "chmod"),
+    ("whole seconds", "utimes"),
+]
+
+
+@pytest.mark.parametrize("fault,name,code", READING)
+def test_a_fault_in_reading_is_found(place, fault, name, code):
+    limit = ["--op-timeout", "3"] if fault == "hangs" else []
+    place.configure(BROKEN, kemviHome=fault)
+    result = place.run("check", place.source, "--json", *limit)
+    report = json.loads(result.stdout)
+    assert result.returncode == code, result.stdout
+    assert any(name in found for found, _, _ in findings(report)), findings(report)
+
+
+@pytest.mark.parametrize("fault,name", WRITING)
+def test_a_fault_in_writing_is_found(place, fault, name):
+    code, report = broken(place, fault, "--write", "/")
+    assert code == 12
+    assert any(name in found for found, _, _ in findings(report)), findings(report)
+
+
+def test_missing_times_and_messages_are_warnings(place):
+    for fault in ("no time", "no message"):
+        code, report = broken(place, fault)
+        assert (code, findings(report)) == (0, [])
+        assert len(findings(report, "warning")) >= 1
+
+
+def test_a_finding_is_told_with_request_answer_and_consequence(place):
+    place.configure(BROKEN, kemviHome="no fraction")
+    result = place.run("check", place.source)
+    assert result.returncode == 12
+    for text in ('"op":"readdir"', '"modifiedAt":"2024-05-01T12:34:56Z"', "has no fractional seconds",
+                 "every file will show 1970-01-01", "1 errors"):
+        assert text in result.stdout, result.stdout
+
+
+def test_tap(place):
+    place.configure(BROKEN, kemviHome="twice")
+    lines = place.run("check", place.source, "--tap").stdout.splitlines()
+    assert lines[0] == "TAP version 13"
+    points = [line for line in lines if line.startswith(("ok ", "not ok "))]
+    assert lines[1] == f"1..{len(points)}"
+    assert sum(line.startswith("not ok ") for line in points) == 1
+
+
+def test_configuration_problems_keep_their_exit_codes(place):
+    place.configure(place.folder / "none.mjs")
+    assert check(place)[0] == 4
+    place.write_configuration("{")
+    assert check(place)[0] == 3
+    place.use_helper("exits.mjs")
+    assert check(place)[0] == 5
+
+
+def test_write_takes_a_path_of_the_served_tree(place):
+    assert place.run("check", place.source, "--write", "here").returncode == 2
+
+
+def test_a_helper_that_prints_garbage_is_told(place):
+    place.configure(HELPERS / "garbage.mjs")
+    code, report = check(place)
+    assert code == 5
+    assert any("JSON object" in name for name, _, _ in findings(report))
