@@ -58,7 +58,7 @@ struct ListingRequest {
     std::uint64_t cookie = fskit::FSDirectoryCookieInitial;
     std::uint64_t verifier = fskit::FSDirectoryVerifierInitial;
     bool withAttributes = false;
-    std::size_t capacity = 1000; // entries that the packer takes
+    std::size_t capacity = 1000; // entries that the packer takes; an offer after a refusal fails the test
 };
 
 /// A volume behind whatever interface the host of the day has: the operations of fskit in synchronous form. An

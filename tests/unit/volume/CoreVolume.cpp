@@ -85,7 +85,9 @@ public:
 
     bool packEntry(const fskit::FSFileName& name, fskit::FSItemType type, fskit::FSItemID itemID,
                    fskit::FSDirectoryCookie nextCookie, const fskit::FSItemAttributes* attributes) override {
-        if (entries.size() == capacity_)
+        EXPECT_FALSE(refused_) << "an entry was offered after one had been refused";
+        refused_ = entries.size() == capacity_;
+        if (refused_)
             return false;
         entries.push_back({name.data(), type, static_cast<std::uint64_t>(itemID), nextCookie,
                            attributes ? std::optional(*attributes) : std::nullopt});
@@ -96,6 +98,7 @@ public:
 
 private:
     std::size_t capacity_;
+    bool refused_ = false;
 };
 
 class CoreVolume final : public VolumeUnderTest {
