@@ -14,7 +14,7 @@ KEMVI = os.environ["KEMVI_BIN"]
 SHIPPED_HELPER = os.environ["KEMVI_HELPER"]
 HELPERS = Path(__file__).resolve().parent / "helpers"
 SLOWNESS = int(os.environ.get("KEMVI_TEST_SLOWNESS", "1"))
-LIMIT = 30 * SLOWNESS  # seconds; nothing here takes a tenth of that
+LIMIT = 30 * SLOWNESS  # seconds; nothing here takes a tenth of that on an idle machine
 
 
 def wait_for(condition, what, limit=LIMIT):
@@ -119,10 +119,10 @@ class Place:
         environment.update({name: str(value) for name, value in changes.items()})
         return environment
 
-    def run(self, *arguments, cwd=None, environment=None, **options):
+    def run(self, *arguments, cwd=None, environment=None, timeout=LIMIT, **options):
         return subprocess.run([KEMVI, *map(str, arguments)], cwd=cwd or self.folder, check=False,
                               env=environment or self.environment(), stdin=subprocess.DEVNULL, text=True,
-                              capture_output=True, timeout=LIMIT, errors="surrogateescape", **options)
+                              capture_output=True, timeout=timeout, errors="surrogateescape", **options)
 
     def start(self, *arguments, environment=None, **options):
         options = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE} | options

@@ -7,13 +7,14 @@ from pathlib import Path
 
 import pytest
 
-from conftest import HELPERS, SHIPPED_HELPER
+from conftest import HELPERS, LIMIT, SHIPPED_HELPER
 
 BROKEN = Path(__file__).resolve().parent / "broken" / "broken.mjs"
 
 
 def check(place, *options):
-    result = place.run("check", place.source, "--json", "--op-timeout", "5", *options)
+    # A whole examination, with lines of 16 MiB and the waiting for a helper that does not end.
+    result = place.run("check", place.source, "--json", "--op-timeout", "5", *options, timeout=4 * LIMIT)
     return result.returncode, json.loads(result.stdout)
 
 

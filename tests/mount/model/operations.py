@@ -28,6 +28,9 @@ def content(seed, size):
     return (b"%08x" % (seed & 0xFFFFFFFF)) * (size // 8 + 1)
 
 
+# The owner keeps access: an ordinary user's disk would refuse what a mode of the served file refuses behind the mount.
+MODES = [0o700, 0o744, 0o755]
+
 GENERATORS = {
     # kind: (weight, arguments)
     "open": (8, lambda r: (r.randrange(SLOTS), randomPath(r), r.choice(OPEN_FLAGS))),
@@ -44,14 +47,14 @@ GENERATORS = {
     "fsync": (1, lambda r: (r.randrange(SLOTS),)),
     "fdatasync": (1, lambda r: (r.randrange(SLOTS),)),
     "futimens": (2, lambda r: (r.randrange(SLOTS), r.randrange(1, 2_000_000_000))),
-    "fchmod": (1, lambda r: (r.randrange(SLOTS), r.choice([0o600, 0o644, 0o755]))),
+    "fchmod": (1, lambda r: (r.randrange(SLOTS), r.choice(MODES))),
     "mapRead": (3, lambda r: (r.randrange(SLOTS),)),
     "mapWrite": (3, lambda r: (r.randrange(SLOTS), r.getrandbits(32), r.choice(SIZES))),
     "stat": (8, lambda r: (randomPath(r),)),
     "access": (2, lambda r: (randomPath(r), r.choice([os.F_OK, os.R_OK, os.W_OK]))),
     "truncate": (4, lambda r: (randomPath(r), r.choice(SIZES))),
     "utimens": (3, lambda r: (randomPath(r), r.randrange(1, 2_000_000_000))),
-    "chmod": (2, lambda r: (randomPath(r), r.choice([0o600, 0o644, 0o755]))),
+    "chmod": (2, lambda r: (randomPath(r), r.choice(MODES))),
     "chownSelf": (1, lambda r: (randomPath(r),)),
     "unlink": (8, lambda r: (randomPath(r),)),
     "mkdir": (10, lambda r: (randomPath(r),)),
