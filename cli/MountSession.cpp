@@ -167,6 +167,15 @@ private:
     bool interrupted_ = false; // the end came between the mount and its first answer
 };
 
+/// Whatever folder the command was called in must not stay busy for as long as the mount lives. Staying there is no
+/// reason to refuse the mount.
+void leaveFolder(const MountPlan& plan) {
+    if (::chdir("/") == 0) {
+        return;
+    }
+    [[maybe_unused]] const int failed = ::chdir(plan.source.c_str());
+}
+
 } // namespace
 
 std::string servingProcessName(unsigned deviceMinor) {
@@ -174,7 +183,7 @@ std::string servingProcessName(unsigned deviceMinor) {
 }
 
 ExitCode runMountSession(const MountPlan& plan, const Progress& progress) {
-    ::chdir("/") == 0 || ::chdir(plan.source.c_str()) == 0;
+    leaveFolder(plan);
     return MountSession(plan).run(progress);
 }
 
