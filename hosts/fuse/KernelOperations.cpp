@@ -1,6 +1,6 @@
 #include "hosts/fuse/KernelOperations.h"
 
-#include "hosts/fuse/HostLog.h"
+#include "hosts/fuse/KernelAnswer.h"
 #include "hosts/fuse/KernelErrno.h"
 #include "hosts/fuse/LibFuse.h"
 
@@ -19,23 +19,6 @@ FileTree& treeOf(fuse_req_t request) {
     return contextOf(request).tree;
 }
 
-/// Runs one operation, which replies by itself when it succeeds; a failure becomes the reply here.
-template <typename Operation>
-void answer(fuse_req_t request, Operation&& operation) {
-    int error = EIO;
-    try {
-        operation();
-        return;
-    } catch (const KernelError& failure) {
-        error = failure.number();
-    } catch (const std::bad_alloc&) {
-        error = ENOMEM;
-    } catch (const std::exception& failure) {
-        hostLog().error({"an operation failed with EIO: ", foundation::logPublic(failure.what())});
-    }
-    fuse_reply_err(request, error);
-}
-
 fuse_entry_param entryParam(const KernelContext& context, const TreeEntry& entry) {
     fuse_entry_param param{};
     param.ino = entry.node;
@@ -45,11 +28,41 @@ fuse_entry_param entryParam(const KernelContext& context, const TreeEntry& entry
     return param;
 }
 
+void forget(FileTree& tree, NodeID node, std::uint64_t lookups) noexcept {
+    withoutReply("forgetting a node", [&] { tree.forget(node, lookups); });
+}
+
+void release(FileTree& tree, FileHandle file) noexcept {
+    withoutReply("closing a file whose opener is gone", [&] { tree.release(file); });
+}
+
+/// The nodes handed out with a reply: taken back unless the kernel got it.
+class HandedOut {
+public:
+    explicit HandedOut(FileTree& tree) : tree_(tree) {}
+
+    ~HandedOut() {
+        for (const NodeID node : nodes_)
+            forget(tree_, node, 1);
+    }
+
+    HandedOut(const HandedOut&) = delete;
+    HandedOut& operator=(const HandedOut&) = delete;
+
+    void add(NodeID node) { nodes_.push_back(node); }
+
+    void keep() { nodes_.clear(); }
+
+private:
+    FileTree& tree_;
+    std::vector<NodeID> nodes_;
+};
+
 void replyEntry(fuse_req_t request, const TreeEntry& entry) {
     KernelContext& context = contextOf(request);
     const fuse_entry_param param = entryParam(context, entry);
     if (fuse_reply_entry(request, &param) != 0)
-        context.tree.forget(entry.node, 1);
+        forget(context.tree, entry.node, 1);
 }
 
 void replyAttributes(fuse_req_t request, const struct stat& attributes) {
@@ -97,13 +110,13 @@ void opLookup(fuse_req_t request, fuse_ino_t parent, const char* name) {
 }
 
 void opForget(fuse_req_t request, fuse_ino_t node, std::uint64_t lookups) {
-    treeOf(request).forget(node, lookups);
+    forget(treeOf(request), node, lookups);
     fuse_reply_none(request);
 }
 
 void opForgetMulti(fuse_req_t request, std::size_t count, fuse_forget_data* forgets) {
     for (std::size_t i = 0; i < count; ++i)
-        treeOf(request).forget(forgets[i].ino, forgets[i].nlookup);
+        forget(treeOf(request), forgets[i].ino, forgets[i].nlookup);
     fuse_reply_none(request);
 }
 
@@ -184,8 +197,8 @@ void opCreate(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mo
         setOpenFlags(*file);
         const fuse_entry_param param = entryParam(context, entry);
         if (fuse_reply_create(request, &param, file) != 0) {
-            context.tree.release(handle);
-            context.tree.forget(entry.node, 1);
+            release(context.tree, handle);
+            forget(context.tree, entry.node, 1);
         }
     });
 }
@@ -197,7 +210,7 @@ void opOpen(fuse_req_t request, fuse_ino_t node, fuse_file_info* file) {
         setOpenFlags(*file);
         const FileHandle handle = file->fh;
         if (fuse_reply_open(request, file) != 0)
-            tree.release(handle);
+            release(tree, handle);
     });
 }
 
@@ -245,13 +258,15 @@ void opOpendir(fuse_req_t request, fuse_ino_t node, fuse_file_info* file) {
         const DirectoryHandle handle = tree.openDirectory(node);
         file->fh = handle;
         if (fuse_reply_open(request, file) != 0)
-            tree.releaseDirectory(handle);
+            withoutReply("closing a directory whose opener is gone", [&] { tree.releaseDirectory(handle); });
     });
 }
 
 void opReleasedir(fuse_req_t request, fuse_ino_t, fuse_file_info* file) {
-    treeOf(request).releaseDirectory(file->fh);
-    fuse_reply_err(request, 0);
+    answer(request, [&] {
+        treeOf(request).releaseDirectory(file->fh);
+        fuse_reply_err(request, 0);
+    });
 }
 
 // There is nothing to write out for a directory: every change of names is carried out when it is asked for.
@@ -315,7 +330,7 @@ void opReaddirplus(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offse
         if (offset == 0)
             context.tree.startListing(file->fh);
         char* const buffer = listingBuffer(context, size);
-        std::vector<NodeID> handedOut;
+        HandedOut handedOut(context.tree);
         std::size_t used = 0;
         const std::size_t count = context.tree.listedCount(file->fh);
         for (auto index = static_cast<std::size_t>(offset); index < count; ++index) {
@@ -330,12 +345,11 @@ void opReaddirplus(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offse
             fuse_add_direntry_plus(request, buffer + used, size - used, entry->name.c_str(), &param,
                                    static_cast<off_t>(index + 1));
             if (param.ino != 0)
-                handedOut.push_back(param.ino);
+                handedOut.add(param.ino);
             used += needed;
         }
-        if (fuse_reply_buf(request, buffer, used) != 0)
-            for (const NodeID node : handedOut)
-                context.tree.forget(node, 1);
+        if (fuse_reply_buf(request, buffer, used) == 0)
+            handedOut.keep();
     });
 }
 

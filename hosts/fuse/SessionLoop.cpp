@@ -11,6 +11,7 @@
 #include <sys/eventfd.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace fusehost {
 namespace {
@@ -135,7 +136,9 @@ SessionLoop::Received SessionLoop::receive(KernelRequest& request) {
         return Received::nothing;
     if (result == 0)
         return Received::end; // unmounted
-    hostLog().error({"reading from the kernel failed: ", foundation::logPublic(std::strerror(-result))});
+    // The executing thread ends with the same failure that the watcher may have met before it.
+    if (!std::exchange(failureTold_, true))
+        hostLog().error({"reading from the kernel failed: ", foundation::logPublic(std::strerror(-result))});
     return Received::failure;
 }
 
@@ -193,15 +196,16 @@ void SessionLoop::sleepUntilBusy(Guard& guard) {
 
 void SessionLoop::takeOver(Guard& guard, std::uint64_t operation) {
     watcherReads_ = true;
+    bool canRead = true;
     while (!ending_ && busy_ && operation_ == operation) {
         guard.unlock();
-        pollfd polled[] = {{descriptor_, POLLIN, 0}, {wakeDescriptor_, POLLIN, 0}};
-        const int ready = poll(polled, 2, static_cast<int>(std::chrono::milliseconds(patience).count()));
+        // Where there was nothing to read though poll called, one round waits with that descriptor left out: the file
+        // system is unmounted or the connection broken, which is for the executing thread to meet when it reads.
+        pollfd polled[] = {{canRead ? descriptor_ : -1, POLLIN, 0}, {wakeDescriptor_, POLLIN, 0}};
+        poll(polled, 2, static_cast<int>(std::chrono::milliseconds(patience).count()));
         guard.lock();
-        if (ready > 0 && (polled[0].revents & POLLIN) != 0)
-            readIntoBacklog();
-        else if (ready > 0 && polled[0].revents != 0)
-            changed_.wait_for(guard, patience, [&] { return ending_ || !busy_; }); // unmounted: nothing to read
+        const short called = polled[0].revents;
+        canRead = called == 0 || ((called & POLLIN) != 0 && readIntoBacklog());
         answerInterrupted();
     }
     clearEvent(wakeDescriptor_);
@@ -212,16 +216,18 @@ void SessionLoop::takeOver(Guard& guard, std::uint64_t operation) {
     changed_.notify_all();
 }
 
-void SessionLoop::readIntoBacklog() {
+bool SessionLoop::readIntoBacklog() {
     KernelRequest request;
-    if (receive(request) != Received::request)
-        return;
+    const Received received = receive(request);
+    if (received != Received::request)
+        return received == Received::nothing;
     if (request.isInterrupt())
         interrupted_.insert(request.interruptedUnique());
     else {
         const Pending about{request.unique(), request.thread(), request.isFlush(), Clock::now()};
         backlog_.push_back({std::move(request), about});
     }
+    return true;
 }
 
 bool SessionLoop::mustAnswer(const Pending& pending, Clock::time_point now) {

@@ -62,7 +62,8 @@ private:
     void watch();
     void sleepUntilBusy(Guard& guard);
     void takeOver(Guard& guard, std::uint64_t operation);
-    void readIntoBacklog();
+    /// False if the connection has ended or failed.
+    bool readIntoBacklog();
     void answerInterrupted();
     bool mustAnswer(const Pending& pending, Clock::time_point now);
 
@@ -70,6 +71,7 @@ private:
     const int descriptor_;
     const int stopDescriptor_;
     Clock::time_point since_;  // when the request to be executed was read; the executing thread's own
+    bool failureTold_ = false; // that reading fails is in the log; belongs to the thread that reads
     const int wakeDescriptor_; // eventfd by which the executing thread ends the watcher's poll
 
     std::mutex lock_; // guards everything below

@@ -63,6 +63,8 @@ MemoryVolume::Item& MemoryVolume::itemOf(const FSItemPtr& item) {
 }
 
 fskit::FSStatFSResult MemoryVolume::volumeStatistics() const {
+    if (onStatistics)
+        onStatistics();
     fskit::FSStatFSResult figures;
     figures.ioSize = 1 << 20;
     figures.totalBlocks = 1000;
@@ -160,6 +162,8 @@ void MemoryVolume::lookupItem(const fskit::FSFileName& name, const FSItemPtr& di
 void MemoryVolume::reclaimItem(const FSItemPtr&, fskit::ErrorReply reply) {
     ++reclaimed_;
     reply(std::nullopt);
+    if (onReclaim)
+        onReclaim();
 }
 
 void MemoryVolume::readSymbolicLink(const FSItemPtr&, fskit::NameReply reply) {

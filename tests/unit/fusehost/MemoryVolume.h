@@ -4,6 +4,7 @@
 
 #include "fskit/FSVolume.h"
 
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -20,6 +21,10 @@ class MemoryVolume final : public fskit::FSVolume,
                            public fskit::FSVolumeReadWriteOperations {
 public:
     explicit MemoryVolume(ServedTree& tree);
+
+    // Called when these are asked for; may throw what no volume throws.
+    std::function<void()> onReclaim;
+    std::function<void()> onStatistics;
 
     int reclaimed() const { return reclaimed_; }
 

@@ -1,0 +1,249 @@
+#include "SessionTest.h"
+
+#include <linux/fuse.h>
+#include <unistd.h>
+
+namespace fusehosttests {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+using testing::Contains;
+using testing::Not;
+
+/// "/slow" hangs until the gate is opened.
+class SessionLoopTest : public SessionTest {
+protected:
+    /// Lets a program hang in a lookup of "slow" and returns its request.
+    std::uint64_t hang() {
+        const std::uint64_t slow = ask(FUSE_LOOKUP, "slow");
+        gate.waitForRequest();
+        return slow;
+    }
+
+    std::uint64_t ask(std::uint32_t opcode, const std::string& name) {
+        return kernel.ask(opcode, rootNodeID, name + '\0');
+    }
+
+    /// The node and handle of a file with something written to it.
+    std::pair<NodeID, FileHandle> openForWriting(const std::string& name) {
+        const NodeID node = lookedUp(name);
+        fuse_open_in asked{};
+        asked.flags = O_RDWR;
+        const auto opened = fromBytes<fuse_open_out>(kernel.call(FUSE_OPEN, node, bytesOf(asked)).body);
+        fuse_write_in written{};
+        written.fh = opened.fh;
+        written.size = 1;
+        EXPECT_EQ(kernel.call(FUSE_WRITE, node, bytesOf(written) + "x").error, 0);
+        return {node, opened.fh};
+    }
+
+    std::uint64_t flush(NodeID node, FileHandle file, std::uint32_t thread) {
+        fuse_flush_in flushed{};
+        flushed.fh = file;
+        return kernel.ask(FUSE_FLUSH, node, bytesOf(flushed), thread);
+    }
+
+    static std::uint32_t endedThread() {
+        std::uint32_t thread = 0;
+        std::thread([&] { thread = static_cast<std::uint32_t>(gettid()); }).join();
+        return thread;
+    }
+
+    void SetUp() override {
+        served.put("/slow", "slow");
+        for (const char* name : {"a", "b", "c"})
+            served.put(std::string("/") + name, name);
+        served.before = gate.holding("getattr /slow");
+    }
+};
+
+TEST_F(SessionLoopTest, answersRequestsInTheirOrder) {
+    start();
+    const std::uint64_t first = ask(FUSE_LOOKUP, "a");
+    std::vector<std::uint64_t> asked{first};
+    for (const char* name : {"missing", "b", "c", "missing", "a"})
+        asked.push_back(ask(FUSE_LOOKUP, name));
+    kernel.answerTo(asked.back());
+    std::vector<std::uint64_t> answered = kernel.answered();
+    answered.erase(answered.begin()); // the greeting
+    EXPECT_EQ(answered, asked);
+}
+
+TEST_F(SessionLoopTest, answersWhatCameDuringALongOperationAfterItInOrder) {
+    start();
+    std::vector<std::uint64_t> asked{hang()};
+    for (const char* name : {"a", "missing", "b"})
+        asked.push_back(ask(FUSE_LOOKUP, name));
+    // An interrupted one is answered when the watcher has read it, and so all before it.
+    const std::uint64_t last = ask(FUSE_LOOKUP, "c");
+    kernel.interrupt(last);
+    EXPECT_EQ(kernel.answerTo(last).error, EINTR);
+    for (const std::uint64_t waiting : asked)
+        EXPECT_FALSE(kernel.isAnswered(waiting));
+    const std::uint64_t later = ask(FUSE_LOOKUP, "c");
+    gate.open();
+    kernel.answerTo(later);
+    asked.insert(asked.begin(), last);
+    asked.push_back(later);
+    std::vector<std::uint64_t> answered = kernel.answered();
+    answered.erase(answered.begin());
+    EXPECT_EQ(answered, asked);
+}
+
+TEST_F(SessionLoopTest, answersAnInterruptedOperationWithEINTRAndDropsItsLateReply) {
+    start();
+    const Clock::time_point began = Clock::now();
+    const std::uint64_t slow = hang();
+    kernel.interrupt(slow);
+    EXPECT_EQ(kernel.answerTo(slow).error, EINTR);
+    EXPECT_GE(Clock::now() - began, 500ms) << "a signal of a timer must not be seen by a program that reads a file";
+    gate.open();
+    kernel.waitForRefusals(1);
+    EXPECT_EQ(kernel.call(FUSE_LOOKUP, rootNodeID, std::string("a\0", 2)).error, 0);
+    requestStop();
+    EXPECT_TRUE(waitForEnd());
+    EXPECT_EQ(kernel.refusals(), 1);
+    EXPECT_EQ(tree().nodes().size(), 2U) << "of /slow, which nobody got, something is left";
+}
+
+TEST_F(SessionLoopTest, letsAnInterruptedOperationEndThatIsDoneSoon) {
+    start();
+    const std::uint64_t slow = hang();
+    kernel.interrupt(slow);
+    // A second one stays to show that the watcher has read the interrupt.
+    const std::uint64_t queued = ask(FUSE_LOOKUP, "a");
+    gate.open();
+    EXPECT_EQ(kernel.answerTo(slow).error, 0);
+    EXPECT_EQ(kernel.answerTo(queued).error, 0);
+    EXPECT_EQ(kernel.refusals(), 0);
+}
+
+TEST_F(SessionLoopTest, answersAnInterruptedRequestThatWaitsBehindAnotherAndNeverExecutesIt) {
+    start();
+    const std::uint64_t slow = hang();
+    const std::uint64_t queued = ask(FUSE_LOOKUP, "a");
+    kernel.interrupt(queued);
+    EXPECT_EQ(kernel.answerTo(queued).error, EINTR);
+    EXPECT_FALSE(kernel.isAnswered(slow));
+    gate.open();
+    EXPECT_EQ(kernel.answerTo(slow).error, 0);
+    kernel.call(FUSE_LOOKUP, rootNodeID, std::string("b\0", 2));
+    EXPECT_THAT(served.takeRequests(), Not(Contains("getattr /a")));
+    EXPECT_EQ(kernel.refusals(), 0);
+}
+
+TEST_F(SessionLoopTest, remembersAnInterruptUntilTheRequestItIsAboutHangsItself) {
+    served.put("/slower", "");
+    Gate second;
+    served.before = [first = gate.holding("getattr /slow"),
+                     then = second.holding("getattr /slower")](const std::string& request) {
+        first(request);
+        then(request);
+    };
+    start();
+    const std::uint64_t slow = hang();
+    const std::uint64_t queued = ask(FUSE_LOOKUP, "slower");
+    kernel.interrupt(queued);
+    const std::uint64_t marker = ask(FUSE_LOOKUP, "a");
+    gate.open();
+    EXPECT_EQ(kernel.answerTo(slow).error, 0);
+    EXPECT_EQ(kernel.answerTo(queued).error, EINTR);
+    second.open();
+    EXPECT_EQ(kernel.answerTo(marker).error, 0);
+}
+
+TEST_F(SessionLoopTest, doesNotAnswerAnInterruptThatComesTooLate) {
+    start();
+    const std::uint64_t quick = ask(FUSE_LOOKUP, "a");
+    EXPECT_EQ(kernel.answerTo(quick).error, 0);
+    kernel.interrupt(quick);
+    EXPECT_EQ(kernel.call(FUSE_LOOKUP, rootNodeID, std::string("b\0", 2)).error, 0);
+    EXPECT_EQ(kernel.answered().size(), 3U);
+    EXPECT_EQ(kernel.refusals(), 0);
+}
+
+TEST_F(SessionLoopTest, answersTheFlushOfADyingThread) {
+    served.before = gate.holding("release /a");
+    start();
+    const auto [node, file] = openForWriting("a");
+    const std::uint64_t dying = flush(node, file, endedThread());
+    gate.waitForRequest();
+    EXPECT_EQ(kernel.answerTo(dying).error, EINTR);
+    gate.open();
+    kernel.waitForRefusals(1);
+}
+
+TEST_F(SessionLoopTest, answersTheWaitingFlushOfADyingThreadAndNotThatOfALiveOne) {
+    start();
+    const auto [node, file] = openForWriting("a");
+    const std::uint64_t slow = hang();
+    const std::uint64_t live = flush(node, file, static_cast<std::uint32_t>(gettid()));
+    const std::uint64_t unnamed = flush(node, file, 0);
+    const std::uint64_t dying = flush(node, file, endedThread());
+    EXPECT_EQ(kernel.answerTo(dying).error, EINTR);
+    for (const std::uint64_t waiting : {slow, live, unnamed})
+        EXPECT_FALSE(kernel.isAnswered(waiting));
+    gate.open();
+    for (const std::uint64_t waiting : {slow, live, unnamed})
+        EXPECT_EQ(kernel.answerTo(waiting).error, 0);
+}
+
+TEST_F(SessionLoopTest, endsWhenAskedToStop) {
+    start();
+    requestStop();
+    EXPECT_TRUE(waitForEnd());
+}
+
+TEST_F(SessionLoopTest, endsAfterTheOperationInHandAndLeavesTheRestWhenAskedToStop) {
+    start();
+    const std::uint64_t slow = hang();
+    const std::uint64_t queued = ask(FUSE_LOOKUP, "a");
+    const std::uint64_t interrupted = ask(FUSE_LOOKUP, "b");
+    kernel.interrupt(interrupted);
+    kernel.answerTo(interrupted); // by now the one before it waits too
+    requestStop();
+    gate.open();
+    EXPECT_TRUE(waitForEnd());
+    EXPECT_EQ(kernel.answerTo(slow).error, 0);
+    EXPECT_FALSE(kernel.isAnswered(queued));
+}
+
+TEST_F(SessionLoopTest, endsWhenTheFileSystemIsUnmounted) {
+    start();
+    kernel.unmount();
+    EXPECT_TRUE(waitForEnd());
+    EXPECT_THAT(log.texts(), IsEmpty());
+}
+
+TEST_F(SessionLoopTest, endsAfterTheOperationInHandWhenTheFileSystemIsUnmountedMeanwhile) {
+    start();
+    hang();
+    kernel.unmount();
+    gate.open();
+    EXPECT_TRUE(waitForEnd());
+    EXPECT_THAT(log.texts(), IsEmpty());
+}
+
+TEST_F(SessionLoopTest, failsWithOneLineWhenReadingFails) {
+    start();
+    kernel.failReading(EIO);
+    EXPECT_FALSE(waitForEnd());
+    EXPECT_THAT(log.texts(), ElementsAre("reading from the kernel failed: Input/output error"));
+}
+
+TEST_F(SessionLoopTest, neitherSpinsNorFloodsTheLogWhileReadingFailsDuringAnOperation) {
+    start();
+    hang();
+    const Clock::time_point began = Clock::now();
+    kernel.failReading(EIO);
+    constexpr int reads = 6;
+    kernel.waitForFailedReads(reads);
+    EXPECT_GE(Clock::now() - began, (reads - 1) * 50ms);
+    gate.open();
+    EXPECT_FALSE(waitForEnd());
+    EXPECT_THAT(log.texts(), ElementsAre("reading from the kernel failed: Input/output error"));
+}
+
+} // namespace
+} // namespace fusehosttests

@@ -1,0 +1,69 @@
+#pragma once
+
+#include "FileTreeTest.h"
+#include "PlayedKernel.h"
+
+#include "hosts/fuse/KernelOperations.h"
+#include "hosts/fuse/KernelSession.h"
+#include "hosts/fuse/SessionLoop.h"
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+namespace fusehosttests {
+
+/// Holds up the requests that a served tree receives, until it is opened.
+class Gate {
+public:
+    /// For ServedTree::before: requests that are exactly `request` wait.
+    std::function<void(const std::string&)> holding(std::string request);
+    /// Waits until a request is held up.
+    void waitForRequest();
+    void open();
+
+private:
+    std::mutex lock_;
+    std::condition_variable changed_;
+    int held_ = 0;
+    bool isOpen_ = false;
+};
+
+/// A session that serves a MemoryVolume in a thread of its own to a kernel that the test plays. While it is served the
+/// tree belongs to that thread.
+class SessionTest : public FileTreeTest {
+protected:
+    ~SessionTest() override;
+
+    /// Makes the session without serving it.
+    void connect();
+    /// Makes the session, greets it as the kernel does and serves it.
+    void start();
+    /// Asks the loop to stop.
+    void requestStop();
+    /// Waits for the loop to end and returns what it returned. From then on the tree is the test's again.
+    bool waitForEnd();
+    void TearDown() override;
+
+    PlayedKernel::Answer greet(std::uint32_t offeredFlags, std::uint32_t moreOfferedFlags = 0);
+    /// Looks a name in the root up; ETIMEDOUT, ENOENT... are failures of the test.
+    std::uint64_t lookedUp(const std::string& name);
+
+    PlayedKernel kernel;
+    Gate gate;
+
+private:
+    struct Context : fusehost::KernelContext {
+        PlayedKernel& kernel;
+    };
+
+    std::unique_ptr<Context> context_;
+    std::unique_ptr<fusehost::KernelSession> session_;
+    int stopDescriptor_ = -1;
+    std::thread server_;
+    std::optional<bool> result_;
+};
+
+} // namespace fusehosttests
