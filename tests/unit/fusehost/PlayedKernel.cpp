@@ -5,6 +5,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/fuse.h>
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <system_error>
 #include <unistd.h>
@@ -101,6 +103,15 @@ PlayedKernel::Answer PlayedKernel::answerTo(std::uint64_t request) {
         changed_.wait_for(guard, lookAgain);
     }
     return answers_[request];
+}
+
+void PlayedKernel::waitUntilRead() {
+    std::unique_lock guard(lock_);
+    const auto end = std::chrono::steady_clock::now() + limit;
+    int unread = 1;
+    while (ioctl(kernelEnd_, SIOCOUTQ, &unread) == 0 && unread > 0 && std::chrono::steady_clock::now() < end)
+        changed_.wait_for(guard, lookAgain);
+    EXPECT_EQ(unread, 0);
 }
 
 PlayedKernel::Answer PlayedKernel::call(std::uint32_t opcode, std::uint64_t node, std::string_view body) {

@@ -54,6 +54,8 @@ public:
     void interrupt(std::uint64_t request);
     /// Waits for the reply to a request; fails the test when none comes.
     Answer answerTo(std::uint64_t request);
+    /// Waits until all requests so far have been read, whether or not they are executed.
+    void waitUntilRead();
     Answer call(std::uint32_t opcode, std::uint64_t node, std::string_view body = {});
     bool isAnswered(std::uint64_t request);
     /// The numbers of the requests in the order in which they were answered.
