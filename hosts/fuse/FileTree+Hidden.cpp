@@ -25,7 +25,7 @@ std::string FileTree::hiddenName() {
 void FileTree::moveTo(Node& node, Node& directory, const std::string& name) {
     closeForMove(node);
     Node& from = *node.parent;
-    volume_.rename(itemOf(node), itemOf(from), node.name, itemOf(directory), name, nullptr);
+    volume_.rename(itemOf(node), itemOf(from), node.name, itemOf(directory), name);
     noteChange(from);
     noteChange(directory);
     noteChange(node);

@@ -221,26 +221,39 @@ void FileTree::checkReplaceable(bool movesDirectory, Node& to, const std::string
     refuseIfNotEmpty(nodes_.child(to, newName), replaced->item);
 }
 
-// The replaced item is not named at first: a helper that replaces atomically is let do so. One that refuses gets the
-// item named, and then removes it before the rename.
+// A helper that replaces atomically is let do so. For one that refuses, what is to be replaced gets a hidden name first
+// and is removed only when the new one has its place, so that nothing is lost whichever step fails.
 void FileTree::renameOver(const FSItemPtr& item, Node& from, const std::string& name, Node& to,
                           const std::string& newName, bool movesDirectory) {
     const FSItemPtr fromItem = itemOf(from);
     const FSItemPtr toItem = itemOf(to);
     try {
-        volume_.rename(item, fromItem, name, toItem, newName, nullptr);
+        volume_.rename(item, fromItem, name, toItem, newName);
         return;
     } catch (const KernelError& error) {
         if (error.number() != EEXIST)
             throw;
     }
-    const FoundItem replaced = findChild(to, newName);
+    FoundItem replaced = findChild(to, newName);
+    // Where case does not count, the name that is taken may be the one that is to change.
+    if (&to == &from && replaced.name == name)
+        throw KernelError(EEXIST);
     const bool replacesDirectory = replaced.attributes.type() == FSItemType::directory;
     if (replacesDirectory != movesDirectory)
         throw KernelError(replacesDirectory ? EISDIR : ENOTDIR);
     if (replacesDirectory)
         refuseIfNotEmpty(nodes_.child(to, newName), replaced.item);
-    volume_.rename(item, fromItem, name, toItem, newName, replaced.item);
+    Node& target = adopt(to, replaced);
+    try {
+        hide(target);
+        volume_.rename(item, fromItem, name, toItem, newName);
+    } catch (const KernelError&) {
+        if (target.hidden)
+            showAgain(target, newName);
+        nodes_.deleteIfUnused(target);
+        throw;
+    }
+    removeHidden(target);
 }
 
 } // namespace fusehost

@@ -124,9 +124,10 @@ void VolumeCalls::remove(const FSItemPtr& item, const FSItemPtr& directory, cons
 }
 
 void VolumeCalls::rename(const FSItemPtr& item, const FSItemPtr& from, const std::string& oldName, const FSItemPtr& to,
-                         const std::string& newName, const FSItemPtr& overItem) {
+                         const std::string& newName) {
     const auto [stored, error] = await<std::optional<fskit::FSFileName>, OptionalError>([&](auto reply) {
-        operations_->renameItem(item, from, fskit::FSFileName(oldName), fskit::FSFileName(newName), to, overItem,
+        // No item to be replaced is named: the volume would remove it first, and it would be lost if the rename fails.
+        operations_->renameItem(item, from, fskit::FSFileName(oldName), fskit::FSFileName(newName), to, nullptr,
                                 std::move(reply));
     });
     check(error);

@@ -41,7 +41,7 @@ public:
     FoundItem create(const fskit::FSItemPtr& directory, const std::string& name, fskit::FSItemType type);
     void remove(const fskit::FSItemPtr& item, const fskit::FSItemPtr& directory, const std::string& name);
     void rename(const fskit::FSItemPtr& item, const fskit::FSItemPtr& from, const std::string& oldName,
-                const fskit::FSItemPtr& to, const std::string& newName, const fskit::FSItemPtr& overItem);
+                const fskit::FSItemPtr& to, const std::string& newName);
     FoundItem createSymbolicLink(const fskit::FSItemPtr& directory, const std::string& name,
                                  const std::string& contents);
     void createLink(const fskit::FSItemPtr& item, const fskit::FSItemPtr& directory, const std::string& name);

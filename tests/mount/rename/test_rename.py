@@ -56,15 +56,27 @@ def test_atomic_helper_is_let_replace_by_itself(controlled):
     assert (controlled.backing / "b").read_bytes() == b"is a"
 
 
-def test_replaced_item_is_named_only_after_the_helper_refused_to_replace(controlled):
+def test_replaced_item_is_set_aside_only_after_the_helper_refused_to_replace(controlled):
     controlled.helper.rule("renameRefusesExisting", "rename")
     put(controlled.path / "a", b"is a")
     put(controlled.path / "b", b"is b")
     controlled.helper.forget()
     os.rename(controlled.path / "a", controlled.path / "b")
-    assert controlled.helper.short("rename", "unlink") == ["rename /a /b", "unlink /b", "rename /a /b"]
+    first, aside, again, removal = controlled.helper.short("rename", "unlink")
+    assert first == again == "rename /a /b"
+    assert aside.startswith("rename /b /.kemvi-hidden-") and removal == "unlink " + aside.split()[2]
     assert (controlled.path / "b").read_bytes() == b"is a"
     assert os.listdir(controlled.backing) == ["b"]
+
+
+def test_both_files_stay_when_a_helper_that_refuses_to_replace_then_fails(controlled):
+    controlled.helper.rule("renameRefusesExisting", "rename")
+    put(controlled.path / "a", b"is a")
+    put(controlled.path / "b", b"is b")
+    controlled.helper.fail("rename", "EACCES", path="/a")
+    assert failure(os.rename, controlled.path / "a", controlled.path / "b") == errno.EACCES
+    assert sorted(os.listdir(controlled.backing)) == ["a", "b"]
+    assert (controlled.path / "a").read_bytes() == b"is a" and (controlled.path / "b").read_bytes() == b"is b"
 
 
 def test_open_file_is_replaced_by_a_helper_that_refuses_to_replace(controlled):

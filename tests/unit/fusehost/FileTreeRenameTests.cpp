@@ -1,9 +1,13 @@
 #include "FileTreeTest.h"
 
 #include <cstdio>
+#include <functional>
 
 namespace fusehosttests {
 namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
 
 class FileTreeRename : public FileTreeTest {};
 
@@ -118,13 +122,101 @@ TEST_F(FileTreeRename, ontoAnExistingFileReplacesItInOneRequest) {
     EXPECT_EQ(errnoOf([&] { tree().getAttributes(target); }), ESTALE);
 }
 
-TEST_F(FileTreeRename, withAHelperThatRefusesTheReplacedFileIsRemovedFirst) {
+TEST_F(FileTreeRename, withAHelperThatRefusesIsDoneOnceTheReplacedFileIsSetAside) {
     served.renameReplaces = false;
     served.put("/a", "new");
     served.put("/b", "old");
+    const NodeID source = node("/a");
+    const NodeID target = node("/b");
+    served.takeRequests();
+    tree().rename(rootNodeID, "a", rootNodeID, "b", 0);
+    const std::vector<std::string> requests = served.takeRequests();
+    ASSERT_EQ(requests.size(), 6U);
+    EXPECT_EQ(requests[1], "getattr /b");
+    EXPECT_THAT(requests[2], StartsWith("rename /b /.kemvi-hidden-"));
+    EXPECT_EQ(requests[3], "rename /a /b");
+    EXPECT_THAT(requests[5], StartsWith("unlink /.kemvi-hidden-"));
+    EXPECT_THAT(served.names("/"), ElementsAre("b"));
+    EXPECT_EQ(served.bytes("/b"), "new");
+    EXPECT_EQ(node("/b"), source);
+    EXPECT_EQ(errnoOf([&] { tree().getAttributes(target); }), ESTALE);
+}
+
+TEST_F(FileTreeRename, ontoAFileThatTheKernelDoesNotKnowWithAHelperThatRefuses) {
+    served.renameReplaces = false;
+    served.put("/a", "new");
+    served.put("/b", "old");
+    tree().rename(rootNodeID, "a", rootNodeID, "b", 0);
+    EXPECT_THAT(served.names("/"), ElementsAre("b"));
+    EXPECT_EQ(served.bytes("/b"), "new");
+}
+
+/// Refuses the requests of one kind whose numbers, from 1 on, are in `refused`.
+std::function<void(const std::string&)> refuse(std::string kind, std::set<int> refused, std::int32_t error) {
+    return [=, count = 0](const std::string& request) mutable {
+        if (request.starts_with(kind) && refused.count(++count) != 0)
+            foundation::throwPosix(error);
+    };
+}
+
+TEST_F(FileTreeRename, keepsBothFilesWhichStepEverFailsWithAHelperThatRefuses) {
+    served.renameReplaces = false;
+    served.put("/a", "new");
+    served.put("/b", "old");
+    const NodeID source = node("/a");
+    const NodeID target = node("/b");
+    for (const int step : {2, 3}) { // the first is the one that the helper refuses by itself
+        served.before = refuse("rename", {step}, posixErrno::EACCES_);
+        EXPECT_EQ(errnoOf([&] { tree().rename(rootNodeID, "a", rootNodeID, "b", 0); }), EACCES);
+        EXPECT_THAT(served.names("/"), ElementsAre("a", "b"));
+        EXPECT_EQ(served.bytes("/a"), "new");
+        EXPECT_EQ(served.bytes("/b"), "old");
+        EXPECT_EQ(tree().getAttributes(source).st_size, 3);
+        EXPECT_EQ(tree().getAttributes(target).st_size, 3);
+        EXPECT_EQ(node("/a"), source);
+        EXPECT_EQ(node("/b"), target);
+    }
+    EXPECT_THAT(log.texts(), IsEmpty());
+}
+
+TEST_F(FileTreeRename, keepsAFileThatCannotBePutBackInSightAndNamesItInTheLog) {
+    served.renameReplaces = false;
+    served.put("/a", "new");
+    served.put("/b", "old");
+    served.before = refuse("rename", {3, 4}, posixErrno::EACCES_);
+    EXPECT_EQ(errnoOf([&] { rename("/a", "/b"); }), EACCES);
+    EXPECT_EQ(served.bytes("/a"), "new");
+    const std::vector<std::string> names = served.names("/");
+    ASSERT_EQ(names.size(), 2U);
+    EXPECT_THAT(names[0], StartsWith(".kemvi-hidden-"));
+    EXPECT_EQ(served.bytes("/" + names[0]), "old");
+    EXPECT_THAT(list("/"), ElementsAre(".", "..", names[0], "a"));
+    EXPECT_THAT(log.texts(), ElementsAre(HasSubstr(names[0])));
+    rename("/" + names[0], "/b");
+    EXPECT_EQ(served.bytes("/b"), "old");
+}
+
+TEST_F(FileTreeRename, isDoneThoughTheReplacedFileCannotBeRemovedAndTheLogNamesIt) {
+    served.renameReplaces = false;
+    served.put("/a", "new");
+    served.put("/b", "old");
+    served.before = refuse("unlink", {1}, posixErrno::EACCES_);
     rename("/a", "/b");
     EXPECT_EQ(served.bytes("/b"), "new");
-    EXPECT_FALSE(served.has("/a"));
+    const std::vector<std::string> names = served.names("/");
+    ASSERT_EQ(names.size(), 2U);
+    EXPECT_EQ(served.bytes("/" + names[0]), "old");
+    EXPECT_THAT(log.texts(), ElementsAre(HasSubstr(names[0])));
+    remove("/" + names[0]);
+}
+
+TEST_F(FileTreeRename, toTheSameNameInOtherCaseLosesNothingWithAHelperThatRefuses) {
+    served.foldsCase = true;
+    served.put("/readme", "x");
+    served.before = refuseOnce("rename", posixErrno::EEXIST_);
+    EXPECT_EQ(errnoOf([&] { tree().rename(rootNodeID, "readme", rootNodeID, "README", 0); }), EEXIST);
+    EXPECT_THAT(served.names("/"), ElementsAre("readme"));
+    EXPECT_EQ(served.bytes("/readme"), "x");
 }
 
 TEST_F(FileTreeRename, ontoAnOpenFileLetsThatLiveOn) {
