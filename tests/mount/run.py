@@ -3,6 +3,9 @@
 
 Exit codes are those that CTest knows: 0 passed, 77 skipped (no way to mount here, said on the output), else failed.
 A run as an ordinary user works on copies in a folder of that user, so that the tree itself need not be readable to it.
+
+What a sanitizer has to say goes to files in the folder that KEMVI_SANITIZER_LOGS names (otherwise to one that goes with
+the run), because a mount in the background has no output. A test after which there is a new one fails.
 """
 
 import argparse
@@ -17,6 +20,7 @@ from pathlib import Path
 
 SKIPPED = 77
 HERE = Path(__file__).resolve().parent
+WATCH = "sanitizer_watch"  # the plugin of pytest that looks at the reports
 SEMANTICS = HERE.parents[1] / "docs" / "semantics.md"
 
 
@@ -34,6 +38,8 @@ def parse():
     parser.add_argument("folders", nargs="+", help="folders or files of tests")
     arguments, more = parser.parse_known_args()
     arguments.folders += more  # options for pytest
+    for name in ("binary", "sdk", "tests"):  # the tests run elsewhere
+        setattr(arguments, name, Path(getattr(arguments, name)).absolute())
     return arguments
 
 
@@ -54,6 +60,7 @@ def ownedCopy(arguments, user):
     shutil.copy2(arguments.binary, home / "kemvi")
     shutil.copytree(arguments.sdk, home / "sdk", ignore=shutil.ignore_patterns("node_modules"), symlinks=True)
     shutil.copy2(SEMANTICS, home / "semantics.md")
+    shutil.copy2(HERE / f"{WATCH}.py", home)
     shutil.copytree(arguments.tests, home / "mount", ignore=shutil.ignore_patterns("__pycache__", ".pytest_cache"))
     for folder, folders, files in os.walk(home):
         os.chown(folder, user.pw_uid, user.pw_gid)
@@ -62,14 +69,48 @@ def ownedCopy(arguments, user):
     return home
 
 
-def pytest(binary, sdk, tests, folders, prefix=()):
+def reportsTo(folder):
+    """The environment in which every sanitizer writes its reports into a folder."""
+    told = {"KEMVI_SANITIZER_LOGS": str(folder)}
+    for sanitizer in ("ASAN", "TSAN", "UBSAN"):
+        name = f"{sanitizer}_OPTIONS"
+        options = [os.environ[name]] if os.environ.get(name) else []
+        told[name] = ":".join([*options, f"log_path={folder / 'report'}"])
+    return told
+
+
+def pytest(binary, sdk, tests, folders, reports, plugins, prefix=()):
     environment = dict(os.environ, KEMVI_BIN=str(binary), KEMVI_HELPER=str(Path(sdk) / "helpers" / "local.mjs"),
-                       KEMVI_SDK=str(sdk), PYTHONDONTWRITEBYTECODE="1", LC_ALL="C.UTF-8")
+                       KEMVI_SDK=str(sdk), PYTHONDONTWRITEBYTECODE="1", PYTHONPATH=str(plugins), LC_ALL="C.UTF-8",
+                       **reportsTo(reports))
     for name in ("GIT_DIR", "GIT_WORK_TREE", "GIT_INDEX_FILE"):
         environment.pop(name, None)
-    command = [*prefix, sys.executable, "-m", "pytest", "-p", "no:cacheprovider", "-q", "-ra", "--tb=short",
-               "--durations=5", "--rootdir", str(tests), *folders]
+    command = [*prefix, sys.executable, "-m", "pytest", "-p", "no:cacheprovider", "-p", WATCH, "-q", "-ra",
+               "--tb=short", "--durations=5", "--rootdir", str(tests), *folders]
     return subprocess.run(command, cwd=tests, env=environment, stdin=subprocess.DEVNULL, check=False).returncode
+
+
+def withReports(run, parent=None, owner=None):
+    """Calls `run` with the folder for reports; what it returns, or 1 where a report came after the last test."""
+    named = os.environ.get("KEMVI_SANITIZER_LOGS")
+    folder = Path(named) if named else Path(tempfile.mkdtemp(prefix="kemvi-reports-", dir=parent))
+    folder = folder.resolve()
+    folder.mkdir(parents=True, exist_ok=True)
+    if owner:
+        os.chown(folder, owner.pw_uid, owner.pw_gid)
+    before = set(folder.iterdir())
+    try:
+        code = run(folder)
+        late = sorted(set(folder.iterdir()) - before)
+        if late and code == 0:
+            for report in late:
+                print(report.read_text(errors="replace"))
+            print("FAILED: a sanitizer reported after the last test had ended")
+            return 1
+        return code
+    finally:
+        if not named:
+            shutil.rmtree(folder, ignore_errors=True)
 
 
 # Everywhere with udev the device is open to all users. On a machine without, such as a small virtual one, the test sees
@@ -100,7 +141,8 @@ def runAsUser(arguments):
     prefix = withOpenDevice(home)
     prefix += ["setpriv", f"--reuid={user.pw_uid}", f"--regid={user.pw_gid}", "--clear-groups"]
     try:
-        return pytest(home / "kemvi", home / "sdk", home / "mount", arguments.folders, prefix)
+        return withReports(lambda reports: pytest(home / "kemvi", home / "sdk", home / "mount", arguments.folders,
+                                                  reports, home, prefix), home, user)
     finally:
         sys.path.insert(0, str(HERE))
         from harness import system  # pylint: disable=import-outside-toplevel
@@ -116,7 +158,8 @@ def main():
         return runAsUser(arguments)
     if not arguments.user and os.getuid() != 0:
         skip("needs root; the mount.user entry of this name runs as the ordinary user that you are")
-    return pytest(arguments.binary, arguments.sdk, arguments.tests, arguments.folders)
+    return withReports(lambda reports: pytest(arguments.binary, arguments.sdk, arguments.tests, arguments.folders,
+                                              reports, HERE))
 
 
 if __name__ == "__main__":
