@@ -58,7 +58,8 @@ timespec timespecFor(foundation::Date date) {
 }
 
 Owner Owner::current() {
-    return {getuid(), getgid()};
+    static const Owner owner{getuid(), getgid()};
+    return owner;
 }
 
 fskit::FSItemAttributes attributes(std::string_view path, bool isDirectory, std::int64_t size,

@@ -26,6 +26,7 @@ constexpr std::size_t fileSize = std::size_t{8} << 20;
 
 struct Settings {
     std::string helper = KEMVI_LOCAL_HELPER;
+    std::string only; // part of the names of what is measured
     bool quick = false;
     bool pinned = true;
 };
@@ -152,8 +153,11 @@ Settings parse(int argc, char** argv) {
             settings.pinned = false;
         else if (argument == "--helper" && i + 1 < argc)
             settings.helper = argv[++i];
+        else if (argument == "--only" && i + 1 < argc)
+            settings.only = argv[++i];
         else {
-            std::fprintf(stderr, "usage: kemvi_bench_exchange [--quick] [--unpinned] [--helper SCRIPT]\n");
+            std::fprintf(
+                stderr, "usage: kemvi_bench_exchange [--quick] [--unpinned] [--helper SCRIPT] [--only PART-OF-NAME]\n");
             std::exit(2);
         }
     }
@@ -174,7 +178,8 @@ void run(const Settings& settings) {
     std::printf("| exchange          | bare      | client    | ratio | MB/s   |\n");
     std::printf("|-------------------|----------:|----------:|------:|-------:|\n");
     for (const Case& measured : makeCases(client, bare))
-        print(measured, measure(measured, settings.quick));
+        if (measured.name.find(settings.only) != std::string::npos)
+            print(measured, measure(measured, settings.quick));
     client.stop();
 }
 
