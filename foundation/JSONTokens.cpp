@@ -137,6 +137,7 @@ void JSONTokens::begin(std::string_view text) {
         throw DecodingError::dataCorrupted("not valid JSON: " + std::string(problemOf(error)));
     offsets_ = index_->offsets();
     count_ = index_->count();
+    hasEscapes_ = text.find('\\') != std::string_view::npos;
 }
 
 void JSONTokens::fail(std::string_view problem) const {

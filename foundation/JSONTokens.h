@@ -58,7 +58,7 @@ public:
     std::string_view takeString() {
         const std::string_view text = token();
         const std::string_view body = text.substr(1, text.size() - 2);
-        if (body.find('\\') != std::string_view::npos)
+        if (hasEscapes_ && body.find('\\') != std::string_view::npos)
             return takeEscapedString(body);
         ++next_;
         return body;
@@ -129,7 +129,8 @@ private:
     std::string_view text_;
     const std::uint32_t* offsets_ = nullptr; // where tokens begin
     std::size_t count_ = 0;
-    std::size_t next_ = 0; // number of the token at which we stand
+    bool hasEscapes_ = false; // somewhere in the text; few texts have any
+    std::size_t next_ = 0;    // number of the token at which we stand
     int depth_ = 0;
     std::string unescaped_; // the last string that had escapes
 };

@@ -3,96 +3,144 @@
 #include "foundation/DecodingError.h"
 #include "foundation/Utf8.h"
 
+#include <array>
+#include <charconv>
+#include <cstring>
+
 namespace kemvi {
 namespace {
 
-// What a character of a JSON string is written as; nothing for one that stands as it is.
-std::string_view escapeOf(char c) {
-    switch (c) {
-    case '"': return "\\\"";
-    case '\\': return "\\\\";
-    case '/': return "\\/";
-    case '\b': return "\\b";
-    case '\f': return "\\f";
-    case '\n': return "\\n";
-    case '\r': return "\\r";
-    case '\t': return "\\t";
-    default: return {};
+constexpr std::size_t longestEscape = 6; // \u001f
+constexpr std::size_t longestNumber = 20;
+constexpr std::size_t roomForKeys = 512; // all keys with what stands around them, and the numbers
+
+// For each character of a JSON string: 0 if it stands as it is, 'u' for an escape with its number, otherwise the
+// character behind the backslash.
+constexpr std::array<char, 256> makeEscapes() {
+    std::array<char, 256> escapes{};
+    for (std::size_t control = 0; control < 0x20; ++control)
+        escapes[control] = 'u';
+    escapes['\b'] = 'b';
+    escapes['\f'] = 'f';
+    escapes['\n'] = 'n';
+    escapes['\r'] = 'r';
+    escapes['\t'] = 't';
+    for (const char itself : {'"', '\\', '/'})
+        escapes[static_cast<unsigned char>(itself)] = itself;
+    return escapes;
+}
+
+constexpr std::array<char, 256> escapes = makeEscapes();
+
+// Writes into memory that is known to be large enough.
+class LineWriter {
+public:
+    explicit LineWriter(char* at) : at_(at) {}
+
+    char* at() const { return at_; }
+
+    template <std::size_t size>
+    void literal(const char (&text)[size]) {
+        std::memcpy(at_, text, size - 1);
+        at_ += size - 1;
     }
-}
 
-void appendString(std::string& text, std::string_view value) {
-    static constexpr char hex[] = "0123456789abcdef";
-    if (!foundation::isValidUtf8(value))
-        throw foundation::EncodingError("a string of the request is not UTF-8");
-    text += '"';
-    for (const char c : value) {
-        if (const std::string_view escape = escapeOf(c); !escape.empty())
-            text += escape;
-        else if (static_cast<unsigned char>(c) < 0x20)
-            text.append("\\u00").append({hex[c >> 4], hex[c & 15]});
-        else
-            text += c;
+    void value(std::int64_t number) { at_ = std::to_chars(at_, at_ + longestNumber, number).ptr; }
+
+    void value(const std::string& text) {
+        unsigned char bits = 0;
+        *at_++ = '"';
+        for (const char c : text) {
+            bits |= static_cast<unsigned char>(c);
+            if (const char escape = escapes[static_cast<unsigned char>(c)]; escape == 0)
+                *at_++ = c;
+            else
+                escaped(c, escape);
+        }
+        *at_++ = '"';
+        if (bits >= 0x80 && !foundation::isValidUtf8(text))
+            throw foundation::EncodingError("a string of the request is not UTF-8");
     }
-    text += '"';
-}
 
-void appendKey(std::string& text, std::string_view key) {
-    text.append(text.empty() ? "{\"" : ",\"").append(key).append("\":");
-}
-
-void append(std::string& text, std::string_view key, const std::string& value) {
-    appendKey(text, key);
-    appendString(text, value);
-}
-
-void append(std::string& text, std::string_view key, std::int64_t value) {
-    appendKey(text, key);
-    text += std::to_string(value);
-}
-
-void append(std::string& text, std::string_view key, const std::vector<std::string>& values) {
-    appendKey(text, key);
-    text += '[';
-    for (const std::string& value : values) {
-        if (&value != &values.front())
-            text += ',';
-        appendString(text, value);
+    void value(const std::vector<std::string>& texts) {
+        *at_++ = '[';
+        for (const std::string& text : texts) {
+            if (&text != &texts.front())
+                *at_++ = ',';
+            value(text);
+        }
+        *at_++ = ']';
     }
-    text += ']';
+
+    template <std::size_t size, typename T>
+    void field(const char (&key)[size], const std::optional<T>& present) {
+        if (!present)
+            return;
+        literal(key);
+        value(*present);
+    }
+
+private:
+    void escaped(char c, char escape) {
+        static constexpr char hex[] = "0123456789abcdef";
+        *at_++ = '\\';
+        *at_++ = escape;
+        if (escape != 'u')
+            return;
+        literal("00");
+        *at_++ = hex[c >> 4];
+        *at_++ = hex[c & 15];
+    }
+
+    char* at_;
+};
+
+std::size_t roomFor(const std::string& text) {
+    return longestEscape * text.size() + std::string_view(R"("",)").size();
 }
 
-template <typename T>
-void append(std::string& text, std::string_view key, const std::optional<T>& value) {
-    if (value)
-        append(text, key, *value);
+std::size_t roomFor(const HelperRequest& request) {
+    std::size_t room = roomForKeys + roomFor(request.id) + roomFor(request.op);
+    for (const auto* text : {&request.path, &request.oldPath, &request.newPath, &request.mtime})
+        if (*text)
+            room += roomFor(**text);
+    if (request.flags)
+        for (const std::string& flag : *request.flags)
+            room += roomFor(flag);
+    return room;
 }
 
 } // namespace
 
 HelperRequestEncoder::Line HelperRequestEncoder::encode(const HelperRequest& request) {
     text_.clear();
-    append(text_, "id", request.id);
-    append(text_, "op", request.op);
-    append(text_, "path", request.path);
-    append(text_, "oldPath", request.oldPath);
-    append(text_, "newPath", request.newPath);
-    append(text_, "flags", request.flags);
-    append(text_, "handle", request.handle);
-    append(text_, "offset", request.offset);
-    append(text_, "length", request.length);
-    std::size_t split = text_.size();
+    text_.reserve(roomFor(request));
+    LineWriter line(text_.data());
+    line.literal(R"({"id":)");
+    line.value(request.id);
+    line.literal(R"(,"op":)");
+    line.value(request.op);
+    line.field(R"(,"path":)", request.path);
+    line.field(R"(,"oldPath":)", request.oldPath);
+    line.field(R"(,"newPath":)", request.newPath);
+    line.field(R"(,"flags":)", request.flags);
+    line.field(R"(,"handle":)", request.handle);
+    line.field(R"(,"offset":)", request.offset);
+    line.field(R"(,"length":)", request.length);
+    const char* split = nullptr; // where the payload goes; without one the line is one piece
     if (request.dataBase64) {
-        appendKey(text_, "dataBase64");
-        text_ += '"';
-        split = text_.size();
-        text_ += '"';
+        line.literal(R"(,"dataBase64":")");
+        split = line.at();
+        line.literal("\"");
     }
-    append(text_, "mode", request.mode);
-    append(text_, "mtime", request.mtime);
-    text_ += "}\n";
-    const std::string_view text = text_;
-    return {text.substr(0, split), request.dataBase64.value_or(std::string_view()), text.substr(split)};
+    line.field(R"(,"mode":)", request.mode);
+    line.field(R"(,"mtime":)", request.mtime);
+    line.literal("}\n");
+    text_.setSize(static_cast<std::size_t>(line.at() - text_.data()));
+    if (split == nullptr)
+        return {text_.view(), {}, {}};
+    const auto headSize = static_cast<std::size_t>(split - text_.data());
+    return {text_.view().substr(0, headSize), *request.dataBase64, text_.view().substr(headSize)};
 }
 
 } // namespace kemvi

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "foundation/ByteBuffer.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -29,8 +31,8 @@ struct HelperRequest {
 /// Turns requests into lines. Keeps its working memory between requests; not thread-safe.
 class HelperRequestEncoder {
 public:
-    /// The pieces of one line, to be sent one after another; the last ends with byte 10. Views into the encoder and the
-    /// request, valid until either changes.
+    /// The pieces of one line, to be sent one after another; a line without payload is all head. Views into the encoder
+    /// and the request, valid until either changes.
     struct Line {
         std::string_view head;
         std::string_view payload;
@@ -43,7 +45,7 @@ public:
     Line encode(const HelperRequest& request);
 
 private:
-    std::string text_;
+    foundation::ByteBuffer text_;
 };
 
 } // namespace kemvi
