@@ -1,5 +1,6 @@
 #pragma once
 
+#include "foundation/JSON.h"
 #include "helper/HelperRecords.h"
 
 #include <optional>
@@ -10,16 +11,23 @@ namespace kemvi {
 
 inline constexpr const char* statNotAnObject = "file stat was not an object";
 
-/// A stat value on its way into a record: its members are taken one by one, wherever they come from. Forgiving: a
-/// member of the wrong type is as good as absent, one that is not known is dropped, the last of one name counts.
+/// A stat value on its way into a record: its members are taken from a tree of values, one by one, or straight from
+/// a line. Forgiving: a member of the wrong type is as good as absent, one that is not known is
+/// dropped, the last of one name counts. The size is not judged before `stat`, since it is not known yet whether the
+/// value will count.
 class FileStatMembers {
 public:
-    void take(std::string_view key, JSONValue value);
+    void take(std::string_view key, const JSONValue& value);
+    /// All members of an object. Throws DecodingError where JSONValue::read does.
+    void take(foundation::JSONElement& object);
 
     /// The record. A size outside the range of a 64-bit integer stops the process.
     KemviFileStat stat() &&;
 
 private:
+    template <typename Value>
+    bool assign(std::string_view key, Value& value);
+
     std::optional<std::string> path_;
     std::optional<std::string> name_;
     bool isDirectory_ = false;

@@ -2,9 +2,13 @@
 #include "helper/AdapterError.h"
 #include "helper/HelperClient.h"
 #include "helper/ListingReader.h"
+#include "helper/StatReader.h"
 
 namespace kemvi {
 namespace {
+
+using foundation::JSONElement;
+using foundation::JSONType;
 
 constexpr const char* noPayload = "read response missing dataBase64";
 
@@ -20,6 +24,25 @@ HelperRequest pathRequest(const char* op, const std::string& path) {
     return made;
 }
 
+// The number "handle" of the result of an "open"; nothing if there is none.
+std::optional<double> handleIn(JSONElement& result) {
+    std::optional<double> handle;
+    if (result.type() == JSONType::object)
+        result.forEachMember([&](std::string_view key, JSONElement& value) {
+            const bool isHandle = key == "handle"; // asked before the value is read, which may reuse the key's memory
+            const bool isNumber = value.type() == JSONType::number;
+            if (isHandle)
+                handle.reset();
+            if (isHandle && isNumber)
+                handle = JSONValue::number(value);
+            else
+                JSONValue::pass(value);
+        });
+    else
+        JSONValue::pass(result);
+    return handle;
+}
+
 } // namespace
 
 std::optional<JSONValue> HelperClient::ping() {
@@ -32,27 +55,24 @@ KemviStatFS HelperClient::statfs() {
 
 std::vector<KemviDirEntry> HelperClient::readdir(const std::string& path) {
     ListingReader listing;
-    exchange(pathRequest("readdir", path), [&](foundation::JSONElement& result) { listing.read(result); });
+    exchange(pathRequest("readdir", path), [&](JSONElement& result) { listing.read(result); });
     return std::move(listing).entries();
 }
 
 KemviFileStat HelperClient::getattr(const std::string& path) {
-    const HelperResponse response = exchange(pathRequest("getattr", path));
-    if (!response.result)
-        throw AdapterError::protocolError("getattr result was empty");
-    return KemviFileStat(*response.result);
+    StatReader stat;
+    exchange(pathRequest("getattr", path), [&](JSONElement& result) { stat.read(result); });
+    return std::move(stat).stat();
 }
 
 std::int64_t HelperClient::open(const std::string& path, const std::vector<std::string>& flags) {
     HelperRequest made = pathRequest("open", path);
     made.flags = flags;
-    const HelperResponse response = exchange(std::move(made));
-    const JSONObject* object = response.result ? response.result->asObject() : nullptr;
-    const JSONValue* handle = object != nullptr ? object->find("handle") : nullptr;
-    const double* number = handle != nullptr ? handle->asNumber() : nullptr;
-    if (number == nullptr)
+    std::optional<double> handle;
+    exchange(std::move(made), [&](JSONElement& result) { handle = handleIn(result); });
+    if (!handle)
         throw AdapterError::protocolError("open result missing handle");
-    return integerFromNumber(*number);
+    return integerFromNumber(*handle);
 }
 
 PayloadText HelperClient::readPayload(std::int64_t handle, std::int64_t offset, std::int64_t length) {

@@ -115,18 +115,27 @@ void JSONValue::assign(JSONElement& element) {
     switch (element.type()) {
     case JSONType::null: break; // what a new value is; the reader checks the literal
     case JSONType::boolean: storage_ = element.boolean(); break;
-    case JSONType::number: assignNumber(element); break;
+    case JSONType::number: storage_ = number(element); break;
     case JSONType::string: storage_.emplace<std::string>(element.string()); break;
     case JSONType::array: assignArray(element); break;
     case JSONType::object: assignObject(element); break;
     }
 }
 
-void JSONValue::assignNumber(JSONElement& element) {
+void JSONValue::pass(JSONElement& element) {
+    switch (element.type()) {
+    case JSONType::number: (void)number(element); break;
+    case JSONType::array: element.forEachElement([](JSONElement& item) { pass(item); }); break;
+    case JSONType::object: element.forEachMember([](std::string_view, JSONElement& value) { pass(value); }); break;
+    default: break; // whoever handed it out reads over it and checks it
+    }
+}
+
+double JSONValue::number(JSONElement& element) {
     const std::optional<double> number = element.number();
     if (!number)
         throw foundation::DecodingError::dataCorrupted("Unsupported JSON value");
-    storage_ = *number;
+    return *number;
 }
 
 // Elements and members are made where they will stay: a listing has hundreds of thousands.

@@ -67,6 +67,11 @@ public:
     /// double can hold).
     static JSONValue read(foundation::JSONElement& element);
 
+    /// Reads a value that nobody wants, for the errors that `read` would throw.
+    static void pass(foundation::JSONElement& element);
+    /// Reads a number as `read` does.
+    static double number(foundation::JSONElement& element);
+
     Case kind() const { return static_cast<Case>(storage_.index()); }
 
     /// The payload if the value is of that case, otherwise nullptr.
@@ -80,12 +85,6 @@ public:
 
     const JSONObject* asObject() const { return std::get_if<JSONObject>(&storage_); }
 
-    /// The string moved out; nothing if the value is of another case.
-    std::optional<std::string> takeString() && {
-        auto* text = std::get_if<std::string>(&storage_);
-        return text != nullptr ? std::optional(std::move(*text)) : std::nullopt;
-    }
-
     bool isNull() const { return std::holds_alternative<Null>(storage_); }
 
     /// Display text for logs; nothing parses it. Keys of objects are sorted, strings stand without quotes.
@@ -95,7 +94,6 @@ public:
 
 private:
     void assign(foundation::JSONElement& element);
-    void assignNumber(foundation::JSONElement& element);
     void assignArray(foundation::JSONElement& element);
     void assignObject(foundation::JSONElement& element);
 

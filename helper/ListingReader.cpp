@@ -14,20 +14,16 @@ void ListingReader::read(JSONElement& result) {
     if (isArray_)
         result.forEachElement([this](JSONElement& element) { readElement(element); });
     else
-        (void)JSONValue::read(result); // for its errors
+        JSONValue::pass(result);
 }
 
 void ListingReader::readElement(JSONElement& element) {
     if (endsEarly_ || element.type() != JSONType::object) {
         endsEarly_ = true;
-        (void)JSONValue::read(element); // for its errors
+        JSONValue::pass(element);
         return;
     }
-    FileStatMembers& members = stats_.emplace_back();
-    element.forEachMember([&](std::string_view key, JSONElement& value) {
-        const std::string ownKey(key); // reading the value may reuse the key's memory
-        members.take(ownKey, JSONValue::read(value));
-    });
+    stats_.emplace_back().take(element);
 }
 
 std::vector<KemviDirEntry> ListingReader::entries() && {
