@@ -10,8 +10,6 @@ namespace {
 using foundation::JSONElement;
 using foundation::JSONType;
 
-constexpr const char* noPayload = "read response missing dataBase64";
-
 HelperRequest request(const char* op) {
     HelperRequest made;
     made.op = op;
@@ -75,31 +73,22 @@ std::int64_t HelperClient::open(const std::string& path, const std::vector<std::
     return integerFromNumber(*handle);
 }
 
-PayloadText HelperClient::readPayload(std::int64_t handle, std::int64_t offset, std::int64_t length) {
-    HelperRequest made = request("read");
-    made.handle = handle;
-    made.offset = offset;
-    made.length = length;
-    HelperResponse response = exchange(std::move(made));
-    if (!response.dataBase64)
-        throw AdapterError::protocolError(noPayload);
-    return std::move(*response.dataBase64);
-}
-
 std::vector<std::byte> HelperClient::read(std::int64_t handle, std::int64_t offset, std::int64_t length) {
-    const PayloadText payload = readPayload(handle, offset, length);
-    std::vector<std::byte> bytes(foundation::base64::decodedLength(payload.text).value_or(0));
-    if (!foundation::base64::decode(payload.text, bytes))
-        throw AdapterError::protocolError(noPayload);
+    std::vector<std::byte> bytes;
+    readPayload(handle, offset, length, [&](std::string_view text) {
+        bytes.resize(foundation::base64::decodedLength(text).value_or(0));
+        return foundation::base64::decode(text, bytes).has_value();
+    });
     return bytes;
 }
 
 std::size_t HelperClient::read(std::int64_t handle, std::int64_t offset, std::int64_t length,
                                std::span<std::byte> into) {
-    const PayloadText payload = readPayload(handle, offset, length);
-    const auto count = foundation::base64::decode(payload.text, into);
-    if (!count)
-        throw AdapterError::protocolError(noPayload);
+    std::optional<std::size_t> count;
+    readPayload(handle, offset, length, [&](std::string_view text) {
+        count = foundation::base64::decode(text, into);
+        return count.has_value();
+    });
     return *count;
 }
 

@@ -7,6 +7,18 @@
 #include <limits>
 
 namespace kemvi {
+namespace {
+
+void refuseUnlessAccepted(const HelperResponse& response, const std::string& id) {
+    if (response.id != id)
+        throw AdapterError::protocolError("response id " + response.id + " did not match request id " + id);
+    if (!response.ok && response.error)
+        throw foundation::NSErrorException(response.error->posixError());
+    if (!response.ok)
+        throw AdapterError::protocolError("unknown helper error");
+}
+
+} // namespace
 
 HelperClient::HelperClient(std::string helperPath, std::map<std::string, std::string> environment)
     : helperPath_(std::move(helperPath)), environment_(std::move(environment)),
@@ -45,27 +57,53 @@ std::string HelperClient::takeID() {
 }
 
 // Needs requestLock_.
-std::shared_ptr<const foundation::ByteBuffer> HelperClient::readLineData() {
+HelperClient::LineData HelperClient::readLineData() {
     std::shared_ptr<foundation::ByteBuffer> line = buffers_->take();
     if (!output_.fileHandleForReading().readLine(*line))
         throw AdapterError::protocolError("helper closed stdout");
     return line;
 }
 
-HelperResponse HelperClient::exchange(HelperRequest request, const HelperResponse::ResultHandler& onResult) {
-    std::lock_guard guard(requestLock_);
+// Needs requestLock_.
+HelperClient::LineData HelperClient::answerTo(HelperRequest& request) {
     request.id = takeID();
     const HelperRequestEncoder::Line line = encoder_.encode(request);
     // A helper that has gone shows in the read below, so the result of the write tells nothing new.
     (void)input_.fileHandleForWriting().write(std::array{line.head, line.payload, line.tail});
-    HelperResponse response = HelperResponse::decode(readLineData(), decoder_, onResult);
-    if (response.id != request.id)
-        throw AdapterError::protocolError("response id " + response.id + " did not match request id " + request.id);
-    if (!response.ok && response.error)
-        throw foundation::NSErrorException(response.error->posixError());
-    if (!response.ok)
-        throw AdapterError::protocolError("unknown helper error");
+    return readLineData();
+}
+
+HelperResponse HelperClient::exchange(HelperRequest request, const HelperResponse::ResultHandler& onResult) {
+    std::lock_guard guard(requestLock_);
+    const LineData line = answerTo(request);
+    HelperResponse response = HelperResponse::decode(line, decoder_, onResult);
+    refuseUnlessAccepted(response, request.id);
     return response;
+}
+
+void HelperClient::readPayload(std::int64_t handle, std::int64_t offset, std::int64_t length,
+                               const Base64Decoder& decode) {
+    HelperRequest request;
+    request.op = "read";
+    request.handle = handle;
+    request.offset = offset;
+    request.length = length;
+    std::unique_lock guard(requestLock_);
+    const LineData line = answerTo(request);
+    {
+        const HelperResponse response = HelperResponse::decodeTrustingBase64(line, decoder_);
+        const bool isWanted = response.id == request.id && response.ok && response.dataBase64;
+        // Decoded without the lock: the helper can work on the next request meanwhile.
+        guard.unlock();
+        if (isWanted && decode(response.dataBase64->text))
+            return;
+    }
+    // Whatever is wrong, reading the whole line tells what comes first.
+    foundation::JSONReader reader;
+    const HelperResponse response = HelperResponse::decode(line, reader);
+    refuseUnlessAccepted(response, request.id);
+    if (!response.dataBase64 || !decode(response.dataBase64->text))
+        throw AdapterError::protocolError("read response missing dataBase64");
 }
 
 } // namespace kemvi

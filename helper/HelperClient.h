@@ -11,11 +11,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kemvi {
@@ -84,10 +86,15 @@ public:
     foundation::Pipe& output() { return output_; }
 
 private:
+    using LineData = std::shared_ptr<const foundation::ByteBuffer>;
+    /// Decodes base64; false if it is not valid.
+    using Base64Decoder = std::function<bool(std::string_view)>;
+
     HelperResponse exchange(HelperRequest request, const HelperResponse::ResultHandler& onResult = {});
+    LineData answerTo(HelperRequest& request);
     std::string takeID();
-    std::shared_ptr<const foundation::ByteBuffer> readLineData();
-    PayloadText readPayload(std::int64_t handle, std::int64_t offset, std::int64_t length);
+    LineData readLineData();
+    void readPayload(std::int64_t handle, std::int64_t offset, std::int64_t length, const Base64Decoder& decode);
     void handleOperation(const char* op, std::int64_t handle);
     void pathOperation(const char* op, const std::string& path);
 

@@ -85,8 +85,10 @@ struct FailureMembers {
     }
 };
 
+// The fields of a response as they come by in `text`, which is the line or stands in its place.
 struct ResponseMembers {
-    std::shared_ptr<const ByteBuffer> line;
+    std::string_view text;
+    const std::shared_ptr<const ByteBuffer>& line;
     const HelperResponse::ResultHandler& onResult;
     Member<std::string> id{"id", JSONType::string, {}};
     Member<bool> ok{"ok", JSONType::boolean, {}};
@@ -95,18 +97,18 @@ struct ResponseMembers {
     Member<FailureMembers> error{"error", JSONType::object, {}};
 
     void read(std::string_view key, JSONElement& value) {
-        if (key == id.key) {
+        if (key == "id") {
             if (id.note(value))
                 id.value = value.string();
-        } else if (key == ok.key) {
+        } else if (key == "ok") {
             if (ok.note(value))
                 ok.value = value.boolean();
         } else if (key == "result") {
             readResult(value);
-        } else if (key == dataBase64.key) {
+        } else if (key == "dataBase64") {
             if (dataBase64.note(value))
                 dataBase64.value = payload(value.string());
-        } else if (key == error.key) {
+        } else if (key == "error") {
             error.value = {};
             if (error.note(value))
                 error.value.read(value);
@@ -121,14 +123,13 @@ struct ResponseMembers {
             result = JSONValue::read(value);
     }
 
-    // Text that had escapes lies in the reader, which the next exchange needs: it moves to memory of its own.
-    PayloadText payload(std::string_view text) const {
-        const std::string_view whole = line->view();
-        if (text.empty() ||
-            (!std::less<>()(text.data(), whole.data()) && std::less<>()(text.data(), whole.data() + whole.size())))
-            return {line, text};
+    // A payload that had escapes lies in the reader, which the next exchange needs: it moves to memory of its own.
+    PayloadText payload(std::string_view found) const {
+        const std::less<> before;
+        if (found.empty() || (!before(found.data(), text.data()) && before(found.data(), text.data() + text.size())))
+            return {line, found};
         auto own = std::make_shared<ByteBuffer>();
-        own->append(text);
+        own->append(found);
         const std::string_view copy = own->view();
         return {std::move(own), copy};
     }
@@ -138,10 +139,10 @@ constexpr std::string_view payloadKey = "\"dataBase64\":\"";
 constexpr std::size_t shortLine = 1024;    // below, cutting costs more than it saves
 constexpr std::size_t longEnvelope = 1024; // on either side of the payload
 
-HelperResponse decodeWhole(const std::shared_ptr<const ByteBuffer>& line, foundation::JSONReader& reader,
-                           const HelperResponse::ResultHandler& onResult) {
-    ResponseMembers members{line, onResult};
-    reader.readObject(line->view(), [&](std::string_view key, JSONElement& value) { members.read(key, value); });
+HelperResponse decodeText(std::string_view text, const std::shared_ptr<const ByteBuffer>& line,
+                          foundation::JSONReader& reader, const HelperResponse::ResultHandler& onResult) {
+    ResponseMembers members{text, line, onResult};
+    reader.readObject(text, [&](std::string_view key, JSONElement& value) { members.read(key, value); });
     HelperResponse response;
     response.id = members.id.required();
     response.ok = members.ok.required();
@@ -153,29 +154,30 @@ HelperResponse decodeWhole(const std::shared_ptr<const ByteBuffer>& line, founda
 }
 
 // A payload is nearly all of its line, and all that JSON wants of it is that each of its characters stands for itself.
-// So a long one is cut out, and what is left, with an empty payload in its place, is read as JSON. Nothing if the line
-// is not of that kind or anything about it is odd; it is then to be read as a whole.
+// So a long one is cut out unread, and what is left, with an empty payload in its place, is read as JSON. Nothing if
+// the line is not of that kind or anything about it is odd; it is then to be read as a whole.
 std::optional<HelperResponse> decodeAroundPayload(const std::shared_ptr<const ByteBuffer>& line,
-                                                  foundation::JSONReader& reader,
-                                                  const HelperResponse::ResultHandler& onResult) {
+                                                  foundation::JSONReader& reader) {
     const std::string_view text = line->view();
     const std::size_t key = text.size() < shortLine ? text.npos : text.substr(0, longEnvelope).find(payloadKey);
     if (key == text.npos)
         return std::nullopt;
     const std::size_t start = key + payloadKey.size();
-    const std::string_view payload = text.substr(start, foundation::plainRunLength(text.substr(start)));
-    const std::string_view tail = text.substr(start + payload.size());
-    if (!tail.starts_with('"') || tail.size() > longEnvelope)
+    // Whoever escapes the slashes of base64 does so from the start.
+    const std::string_view front = text.substr(start, longEnvelope);
+    const std::size_t plainFront = foundation::plainRunLength(front);
+    const std::size_t end = text.find('"', std::max(start + plainFront, text.size() - shortLine));
+    if (end == text.npos || (plainFront < front.size() && end != start + plainFront))
         return std::nullopt;
-    const auto envelope = std::make_shared<ByteBuffer>();
-    envelope->append(text.substr(0, start));
-    envelope->append(tail);
+    std::array<char, longEnvelope + payloadKey.size() + shortLine> envelope;
+    const std::size_t headSize = text.copy(envelope.data(), start);
+    const std::size_t size = headSize + text.copy(envelope.data() + headSize, text.npos, end);
     try {
-        HelperResponse response = decodeWhole(envelope, reader, onResult);
+        HelperResponse response = decodeText({envelope.data(), size}, line, reader, {});
         // What looked like the payload may have been a member of something else, or be overruled by a later one.
-        if (!response.dataBase64 || response.dataBase64->text.data() != envelope->data() + start)
+        if (!response.dataBase64 || response.dataBase64->text.data() != envelope.data() + start)
             return std::nullopt;
-        response.dataBase64 = PayloadText{line, payload};
+        response.dataBase64->text = text.substr(start, end - start);
         return response;
     } catch (const DecodingError&) {
         return std::nullopt; // reading the whole line names the right place
@@ -193,9 +195,14 @@ foundation::NSError HelperResponse::Failure::posixError() const {
 
 HelperResponse HelperResponse::decode(const std::shared_ptr<const ByteBuffer>& line, foundation::JSONReader& reader,
                                       const ResultHandler& onResult) {
-    if (auto response = decodeAroundPayload(line, reader, onResult))
+    return decodeText(line->view(), line, reader, onResult);
+}
+
+HelperResponse HelperResponse::decodeTrustingBase64(const std::shared_ptr<const ByteBuffer>& line,
+                                                    foundation::JSONReader& reader) {
+    if (auto response = decodeAroundPayload(line, reader))
         return std::move(*response);
-    return decodeWhole(line, reader, onResult);
+    return decode(line, reader);
 }
 
 } // namespace kemvi

@@ -49,6 +49,13 @@ struct HelperResponse {
     /// `result` stays absent.
     static HelperResponse decode(const std::shared_ptr<const foundation::ByteBuffer>& line,
                                  foundation::JSONReader& reader, const ResultHandler& onResult = {});
+
+    /// The same for a line whose payload is to be decoded from base64 at once: a long payload is not looked at, which
+    /// the decoding then does anyway. If the payload turns out to be valid base64 the response is what `decode` would
+    /// have returned, because characters of base64 are plain characters of a JSON string. If not, nothing in the
+    /// response may be believed and the line is to be given to `decode`.
+    static HelperResponse decodeTrustingBase64(const std::shared_ptr<const foundation::ByteBuffer>& line,
+                                               foundation::JSONReader& reader);
 };
 
 } // namespace kemvi

@@ -2,6 +2,8 @@
 #include "foundation/Base64.h"
 #include "helper/HelperRecords.h"
 #include "helper/HelperResponse.h"
+#include "helper/ListingReader.h"
+#include "helper/StatReader.h"
 
 #include <benchmark/benchmark.h>
 
@@ -13,6 +15,7 @@
 namespace {
 
 using foundation::ByteBuffer;
+using foundation::JSONReader;
 using kemvi::HelperResponse;
 
 std::shared_ptr<const ByteBuffer> line(const std::string& text) {
@@ -26,38 +29,45 @@ std::string statText(const std::string& path) {
            R"(","isDirectory":false,"size":52417,"modifiedAt":"2024-05-01T12:34:56.789Z"})";
 }
 
+// `use` decodes the line as the operation does.
 template <typename Use>
 void measure(benchmark::State& state, const std::string& text, Use&& use) {
     foundation::JSONReader reader;
     const auto answer = line(text);
-    for (auto _ : state) {
-        const HelperResponse response = HelperResponse::decode(answer, reader);
-        use(response);
-    }
+    for (auto _ : state)
+        use(answer, reader);
 }
 
+using Line = std::shared_ptr<const ByteBuffer>;
+
 void decodePing(benchmark::State& state) {
-    measure(state, R"({"id":"123456","ok":true})",
-            [](const HelperResponse& response) { benchmark::DoNotOptimize(response.ok); });
+    measure(state, R"({"id":"123456","ok":true})", [](const Line& answer, JSONReader& reader) {
+        benchmark::DoNotOptimize(HelperResponse::decode(answer, reader).ok);
+    });
 }
 
 void decodeGetattr(benchmark::State& state) {
     measure(state,
             R"({"id":"123456","ok":true,"result":)" + statText("/sources/library/module/implementation.cpp") + "}",
-            [](const HelperResponse& response) {
-                benchmark::DoNotOptimize(kemvi::KemviFileStat(response.result.value()));
+            [](const Line& answer, JSONReader& reader) {
+                kemvi::StatReader stat;
+                HelperResponse::decode(answer, reader, [&](foundation::JSONElement& result) { stat.read(result); });
+                benchmark::DoNotOptimize(std::move(stat).stat());
             });
 }
 
-void decodeOpen(benchmark::State& state) {
-    measure(state, R"({"id":"123456","ok":true,"result":{"handle":4711}})",
-            [](const HelperResponse& response) { benchmark::DoNotOptimize(response.result); });
+void decodeTree(benchmark::State& state) {
+    measure(state, R"({"id":"123456","ok":true,"result":{"files":4711,"directories":12,"bytes":123456789}})",
+            [](const Line& answer, JSONReader& reader) {
+                benchmark::DoNotOptimize(kemvi::KemviStatFS(HelperResponse::decode(answer, reader).result));
+            });
 }
 
 void decodeFailure(benchmark::State& state) {
     const std::string text = R"({"id":"123456","ok":false,"error":{"message":"no such file: /a","code":"ENOENT"}})";
-    measure(state, text,
-            [](const HelperResponse& response) { benchmark::DoNotOptimize(response.error.value().posixError()); });
+    measure(state, text, [](const Line& answer, JSONReader& reader) {
+        benchmark::DoNotOptimize(HelperResponse::decode(answer, reader).error.value().posixError());
+    });
 }
 
 void decodeRead(benchmark::State& state) {
@@ -66,7 +76,8 @@ void decodeRead(benchmark::State& state) {
     encoded.resize(foundation::base64::encodeEscapingSlashes(data, encoded.data()));
     std::vector<std::byte> into(data.size());
     measure(state, R"({"id":"123456","ok":true,"dataBase64":")" + encoded + R"("})",
-            [&](const HelperResponse& response) {
+            [&](const Line& answer, JSONReader& reader) {
+                const HelperResponse response = HelperResponse::decodeTrustingBase64(answer, reader);
                 benchmark::DoNotOptimize(foundation::base64::decode(response.dataBase64.value().text, into));
             });
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * state.range(0));
@@ -76,18 +87,17 @@ void decodeReaddir(benchmark::State& state) {
     std::string text = R"({"id":"123456","ok":true,"result":[)";
     for (std::int64_t i = 0; i < state.range(0); ++i)
         text.append(i > 0 ? "," : "").append(statText("/directory/entry-" + std::to_string(i)));
-    measure(state, text + "]}", [](const HelperResponse& response) {
-        std::vector<kemvi::KemviDirEntry> entries;
-        for (const kemvi::JSONValue& element : *response.result.value().asArray())
-            entries.emplace_back(kemvi::KemviFileStat(element));
-        benchmark::DoNotOptimize(entries.data());
+    measure(state, text + "]}", [](const Line& answer, JSONReader& reader) {
+        kemvi::ListingReader listing;
+        HelperResponse::decode(answer, reader, [&](foundation::JSONElement& result) { listing.read(result); });
+        benchmark::DoNotOptimize(std::move(listing).entries());
     });
     state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * state.range(0));
 }
 
 BENCHMARK(decodePing);
 BENCHMARK(decodeGetattr);
-BENCHMARK(decodeOpen);
+BENCHMARK(decodeTree);
 BENCHMARK(decodeFailure);
 BENCHMARK(decodeRead)->Arg(4096)->Arg(65536)->Arg(131072)->Arg(1048576);
 BENCHMARK(decodeReaddir)->Arg(10)->Arg(1000)->Arg(10000);

@@ -40,7 +40,8 @@ TEST(Fuzz, base64FormsAgree) {
 
 TEST(Fuzz, responsesDecodeOrAreRefused) {
     run(fuzz::response,
-        {R"({"id":"1","ok":true,"dataBase64":"QUJD"})", R"({"id":"1","ok":false,"error":{"message":"m","code":"EIO"}})",
+        {R"({"id":"1","ok":true,"dataBase64":"QUJD"})", R"({"id":"1","dataBase64":"QUJDQUJD","ok":true})",
+         R"({"id":"1","ok":false,"error":{"message":"m","code":"EIO"}})",
          R"({"id":"\u0031","ok":true,"result":[1.5e3,{"a":null,"b":[true,"\ud83d\ude00"]}]})"},
         "{}[]\",:\\u0123456789-+.eEtrufalsn \n");
 }

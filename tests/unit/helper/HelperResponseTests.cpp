@@ -1,3 +1,4 @@
+#include "foundation/Base64.h"
 #include "foundation/DecodingError.h"
 #include "helper/HelperResponse.h"
 
@@ -155,6 +156,54 @@ TEST(HelperResponse, leavesThePayloadWhereItArrived) {
 
 // A payload long enough to be cut out of its line before the rest is read as JSON.
 const std::string longPayload(5000, 'A');
+
+bool isBase64(std::string_view text) {
+    std::vector<std::byte> bytes(foundation::base64::decodedLength(text).value_or(0));
+    return foundation::base64::decode(text, bytes).has_value();
+}
+
+// What an answer's data and id are if its payload is decoded without having been looked at: nothing if that fails, so
+// that the line is to be read again.
+std::optional<std::string> trusted(std::string_view text) {
+    const auto line = std::make_shared<ByteBuffer>();
+    line->append(text);
+    foundation::JSONReader reader;
+    const HelperResponse response = HelperResponse::decodeTrustingBase64(line, reader);
+    if (!response.dataBase64 || !isBase64(response.dataBase64->text))
+        return std::nullopt;
+    return response.id + " " + std::string(response.dataBase64->text);
+}
+
+std::string answerWith(const std::string& payload, const std::string& tail = {}) {
+    return R"({"id":"1","ok":true,"dataBase64":")" + payload + "\"" + tail + "}";
+}
+
+TEST(HelperResponse, mayLeaveALongPayloadUnreadUntilItIsDecoded) {
+    for (const char* tail : {"", R"(,"result":[1])", R"(,"x":"\\","ok":true)", " \r", R"(,"x":"\"")"})
+        EXPECT_EQ(trusted(answerWith(longPayload, tail)), "1 " + longPayload) << tail;
+    EXPECT_EQ(trusted(answerWith("eA==")), "1 eA==");
+    EXPECT_EQ(trusted(answerWith("\\/" + longPayload + "AAA")), "1 /" + longPayload + "AAA");
+}
+
+TEST(HelperResponse, isNotMisledByAPayloadLeftUnread) {
+    for (const char* odd : {"\\x", "\n", "\xFF", "\" \"", "-", "\\/"})
+        EXPECT_EQ(trusted(answerWith(longPayload + odd + longPayload)), std::nullopt) << odd;
+    for (const char* odd : {"\\x", "\n", "\xFF", "-"})
+        EXPECT_EQ(trusted(answerWith(longPayload + odd)), std::nullopt) << odd;
+    EXPECT_THROW(trusted(answerWith(longPayload + "\" \"")), DecodingError);
+    const std::string another = R"(","id":"2","x":")";
+    EXPECT_EQ(trusted(answerWith(longPayload + another)), "2 " + longPayload);
+    EXPECT_EQ(trusted(answerWith(longPayload + another + longPayload)), std::nullopt);
+    const std::string member = R"("dataBase64":")" + longPayload + "\"";
+    EXPECT_EQ(trusted(R"({"id":"1","ok":true,"result":{)" + member + "}}"), std::nullopt);
+    EXPECT_EQ(trusted(R"({"id":"1","ok":true,"x":{)" + member + R"(},"dataBase64":"eA=="})"), "1 eA==");
+    EXPECT_EQ(trusted(R"({"id":"1","ok":true,)" + member + R"(,"dataBase64":"eA=="})"), "1 eA==");
+    EXPECT_EQ(trusted(R"({"id":"1","ok":true,)" + member + R"(,"dataBase64":null})"), std::nullopt);
+    EXPECT_EQ(trusted(R"({"id":"1","ok":true,"dataBase64":"eA==",)" + member + "}"), "1 " + longPayload);
+    for (const std::string& broken : {answerWith(longPayload) + "x", answerWith(longPayload, ",\"x\":01"),
+                                      R"({"id":1,"ok":true,)" + member + "}", R"({"id":"1","ok":true,)" + member})
+        EXPECT_THROW(trusted(broken), DecodingError) << broken;
+}
 
 TEST(HelperResponse, readsALongPayloadLikeAShortOne) {
     for (const std::string& tail :

@@ -260,6 +260,34 @@ TEST_F(Operation, readRefusesDataThatIsNotStrictBase64) {
     }
 }
 
+// Long enough to be decoded from where it stands, before it was looked at as JSON.
+TEST_F(Operation, readRefusesALongAnswerForTheReasonThatComesFirst) {
+    const std::string data(5'000, 'A');
+    std::byte byte{};
+    const auto read = [&] { client.read(1, 0, 1, {&byte, 1}); };
+    answer(R"("dataBase64":")" + data + "-AAA\"");
+    EXPECT_EQ(protocolError(read), "read response missing dataBase64");
+    for (const char* broken : {"\\x", "\xFF", "\t", "\" "}) {
+        answer(R"("dataBase64":")" + data + broken + "\"");
+        EXPECT_THROW(read(), foundation::DecodingError) << broken;
+        sayLine(R"({"id":"0","ok":false,"error":{"message":"m"},"dataBase64":")" + data + broken + "\"}");
+        EXPECT_THROW(read(), foundation::DecodingError) << broken << " of a failure";
+    }
+}
+
+TEST_F(Operation, readLooksAtIdAndSuccessOfALongAnswer) {
+    const std::string member = R"("dataBase64":")" + std::string(5'000, 'A') + "\"";
+    sayLine(R"({"id":"9","ok":true,)" + member + "}");
+    EXPECT_EQ(protocolError([&] { client.read(1, 0, 1); }), "response id 9 did not match request id 1");
+    sayLine(R"({"id":"2","ok":false,)" + member + "}");
+    EXPECT_EQ(protocolError([&] { client.read(1, 0, 1); }), "unknown helper error");
+    // The id that counts is the last one, and it stands inside what looks like the data.
+    sayLine(R"({"id":"3","ok":true,"dataBase64":")" + std::string(5'000, 'A') + R"(","id":"x","y":"AAAA"})");
+    EXPECT_EQ(protocolError([&] { client.read(1, 0, 1); }), "response id x did not match request id 3");
+    sayLine(R"({"id":"4","ok":false,"error":{"message":"m","code":"EACCES"},)" + member + "}");
+    EXPECT_THROW(client.read(1, 0, 1), foundation::NSErrorException);
+}
+
 TEST_F(Operation, rejectsDataOfTheWrongTypeAsUndecodableInAnyOperation) {
     answer(R"("dataBase64":5)");
     EXPECT_THROW(client.ping(), foundation::DecodingError);
