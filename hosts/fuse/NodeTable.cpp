@@ -2,33 +2,57 @@
 
 #include <algorithm>
 #include <functional>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 namespace fusehost {
 
-std::size_t NodeTable::Hash::operator()(const Name& name) const {
-    const std::size_t text = std::hash<std::string_view>()(name.name);
-    return text ^ (reinterpret_cast<std::uintptr_t>(name.parent) >> 4) * 0x9E3779B97F4A7C15u;
+namespace {
+
+// Fewer are not worth a pass over all free memory.
+constexpr std::size_t manyNodes = 20'000;
+
+std::uint32_t hashOf(const Node& directory, std::string_view name) {
+    const std::size_t text = std::hash<std::string_view>()(name);
+    const std::size_t mixed = text ^ directory.id * 0x9E3779B97F4A7C15u;
+    return static_cast<std::uint32_t>(mixed ^ mixed >> 32);
 }
 
-NodeTable::NodeTable() {
-    auto root = std::make_unique<Node>();
-    root->id = rootNodeID;
-    root->lookups = 1; // the kernel always holds the root and never forgets it
-    root->type = fskit::FSItemType::directory;
-    root_ = root.get();
-    nodes_.emplace(rootNodeID, std::move(root));
+// What the allocator keeps of nodes that are gone lies between nodes that are not, and it gives such memory back only
+// when it is told to. Others do so by themselves.
+void giveFreeMemoryBack() {
+#ifdef __GLIBC__
+    ::malloc_trim(0);
+#endif
 }
 
-NodeTable::~NodeTable() = default;
+} // namespace
+
+NodeTable::NodeTable() : root_(new Node) {
+    root_->id = rootNodeID;
+    root_->lookups = 1; // the kernel always holds the root and never forgets it
+    root_->type = fskit::FSItemType::directory;
+    ids_.insert(*root_);
+}
+
+NodeTable::~NodeTable() {
+    ids_.forEach([](Node& node) { delete &node; });
+}
 
 Node* NodeTable::find(NodeID id) {
-    const auto found = nodes_.find(id);
-    return found == nodes_.end() ? nullptr : found->second.get();
+    Node* node = ids_.chain(id);
+    while (node != nullptr && node->id != id)
+        node = node->nextOfID;
+    return node;
 }
 
 Node* NodeTable::child(const Node& directory, std::string_view name) {
-    const auto found = names_.find(Name{&directory, name});
-    return found == names_.end() ? nullptr : *found;
+    const std::uint32_t hash = hashOf(directory, name);
+    Node* node = names_.chain(hash);
+    while (node != nullptr && (node->nameHash != hash || node->parent != &directory || node->name != name))
+        node = node->nextOfName;
+    return node;
 }
 
 Node& NodeTable::childOrNew(Node& directory, std::string_view name) {
@@ -36,8 +60,8 @@ Node& NodeTable::childOrNew(Node& directory, std::string_view name) {
         return *known;
     auto made = std::make_unique<Node>();
     made->id = nextID_++;
-    Node& node = *made;
-    nodes_.emplace(node.id, std::move(made));
+    ids_.insert(*made);
+    Node& node = *made.release();
     attach(node, directory, name);
     return node;
 }
@@ -50,13 +74,14 @@ void NodeTable::attach(Node& node, Node& directory, std::string_view name) {
     if (directory.firstChild != nullptr)
         directory.firstChild->previousSibling = &node;
     directory.firstChild = &node;
-    names_.insert(&node);
+    node.nameHash = hashOf(directory, name);
+    names_.insert(node);
 }
 
 void NodeTable::detach(Node& node) {
     if (node.parent == nullptr)
         return;
-    names_.erase(&node);
+    names_.erase(node);
     if (node.previousSibling != nullptr)
         node.previousSibling->nextSibling = node.nextSibling;
     else
@@ -108,9 +133,19 @@ void NodeTable::deleteIfUnused(Node& node) {
         if (parent != nullptr)
             parent->changed = std::max(parent->changed, current->changed);
         detach(*current);
-        nodes_.erase(current->id);
+        erase(*current);
         current = parent;
     }
+}
+
+void NodeTable::erase(Node& node) {
+    ids_.erase(node);
+    delete &node;
+    // In proportion to what is left, so that the time for it never adds up.
+    if (++erased_ < std::max(manyNodes, size()))
+        return;
+    erased_ = 0;
+    giveFreeMemoryBack();
 }
 
 } // namespace fusehost

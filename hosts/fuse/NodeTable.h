@@ -1,13 +1,12 @@
 #pragma once
 
 #include "fskit/FSItem.h"
+#include "hosts/fuse/NodeIndex.h"
 
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <unordered_map>
-#include <unordered_set>
 
 namespace fusehost {
 
@@ -15,7 +14,8 @@ namespace fusehost {
 using NodeID = std::uint64_t;
 inline constexpr NodeID rootNodeID = 1;
 
-/// One file or directory that the kernel knows of, or one on the way to it.
+/// One file or directory that the kernel knows of, or one on the way to it. Kept small, as a walk through a large tree
+/// makes millions.
 struct Node {
     NodeID id = 0;
     Node* parent = nullptr; // null for the root and for a node that has lost its name
@@ -31,8 +31,11 @@ struct Node {
     std::uint32_t writers = 0;
     std::uint32_t unflushedWriters = 0; // writers that have not flushed since they last wrote or were opened
     int deferredError = 0;              // an errno to be reported by the next flush or fsync of a writer
-    fskit::FSItemType type = fskit::FSItemType::unknown;
-    bool hidden = false; // removed by name while open; lives on under a name of ours until its last close
+    fskit::FSItemType type : 8 = fskit::FSItemType::unknown;
+    bool hidden = false;        // removed by name while open; lives on under a name of ours until its last close
+    std::uint32_t nameHash = 0; // NodeTable's, as are the next two
+    Node* nextOfID = nullptr;
+    Node* nextOfName = nullptr;
 
     bool isDirectory() const { return type == fskit::FSItemType::directory; }
 
@@ -73,36 +76,29 @@ public:
     /// Takes the node's name away: it was removed or replaced. It lives on only for the kernel's references.
     void detach(Node& node);
 
-    std::size_t size() const { return nodes_.size(); }
+    std::size_t size() const { return ids_.size(); }
 
 private:
+    // Numbers are given out in turn, so that they spread over the slots as they are.
+    struct ID {
+        static std::size_t hash(const Node& node) { return node.id; }
+
+        static Node*& next(Node& node) { return node.nextOfID; }
+    };
+
     struct Name {
-        const Node* parent;
-        std::string_view name;
-    };
+        static std::size_t hash(const Node& node) { return node.nameHash; }
 
-    struct Hash {
-        using is_transparent = void;
-        std::size_t operator()(const Name& name) const;
-
-        std::size_t operator()(const Node* node) const { return (*this)(Name{node->parent, node->name}); }
-    };
-
-    struct Equal {
-        using is_transparent = void;
-
-        bool operator()(const Node* a, const Node* b) const { return a == b; }
-
-        bool operator()(const Name& a, const Node* b) const { return a.parent == b->parent && a.name == b->name; }
-
-        bool operator()(const Node* a, const Name& b) const { return (*this)(b, a); }
+        static Node*& next(Node& node) { return node.nextOfName; }
     };
 
     void attach(Node& node, Node& directory, std::string_view name);
     void dropItemsBeneath(Node& node);
+    void erase(Node& node);
 
-    std::unordered_map<NodeID, std::unique_ptr<Node>> nodes_;
-    std::unordered_set<Node*, Hash, Equal> names_;
+    NodeIndex<ID> ids_; // all nodes, which are owned here
+    NodeIndex<Name> names_;
+    std::size_t erased_ = 0; // since free memory was last given back
     NodeID nextID_ = rootNodeID + 1;
     Node* root_;
 };

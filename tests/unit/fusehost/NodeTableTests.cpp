@@ -2,6 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
 namespace {
 
 using fusehost::Node;
@@ -203,5 +208,53 @@ TEST(NodeTable, detachLetsGoOfTheMiddleOfManySiblings) {
     EXPECT_EQ(table.child(table.root(), "a"), &a);
     EXPECT_EQ(table.child(table.root(), "c"), &c);
 }
+
+TEST(NodeTable, findsEveryOneOfManyWhileTheyComeAndGo) {
+    constexpr std::size_t count = 5000;
+    NodeTable table;
+    std::vector<fusehost::NodeID> ids;
+    for (std::size_t i = 0; i < count; ++i)
+        ids.push_back(held(table, table.root(), std::to_string(i)).id);
+    const auto expectAllFrom = [&](std::size_t first) {
+        for (std::size_t i = 0; i < count; ++i) {
+            const Node* node = table.find(ids[i]);
+            ASSERT_EQ(node != nullptr, i >= first) << i;
+            ASSERT_EQ(table.child(table.root(), std::to_string(i)), node) << i;
+        }
+    };
+    expectAllFrom(0);
+    for (std::size_t i = 0; i < count; ++i) {
+        table.forget(ids[i], 1);
+        if (i % 500 == 499)
+            expectAllFrom(i + 1);
+    }
+    EXPECT_EQ(table.size(), 1U);
+}
+
+#if defined(__GLIBC__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+// Bytes of memory that the process holds.
+std::size_t residentMemory() {
+    std::ifstream file("/proc/self/statm");
+    std::size_t all = 0;
+    std::size_t resident = 0;
+    file >> all >> resident;
+    return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
+TEST(NodeTable, givesTheMemoryOfForgottenNodesBackToTheSystem) {
+    constexpr std::size_t count = 200'000;
+    NodeTable table;
+    std::vector<fusehost::NodeID> ids(count);
+    const std::size_t before = residentMemory();
+    for (std::size_t i = 0; i < count; ++i)
+        ids[i] = held(table, table.root(), std::to_string(i)).id;
+    const std::size_t full = residentMemory();
+    ASSERT_GT(full, before + count * sizeof(Node));
+    const auto last = std::make_unique<std::string>(100, 'x'); // keeps the end of the heap in use
+    for (const auto id : ids)
+        table.forget(id, 1);
+    EXPECT_LT(residentMemory(), before + (full - before) / 4);
+}
+#endif
 
 } // namespace
