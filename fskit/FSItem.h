@@ -2,7 +2,9 @@
 
 #include <cstdint>
 #include <ctime>
+#include <memory>
 #include <optional>
+#include <string_view>
 
 namespace fskit {
 
@@ -211,6 +213,13 @@ public:
     /// The attributes that were known when the item was made, if the volume keeps them with the item. This spares a
     /// host the request for attributes right after a lookup or a creation. Safe on any thread.
     virtual std::optional<FSItemAttributes> knownAttributes() const { return std::nullopt; }
+
+    /// The item of a member of this directory, made from what a listing said of it, where the volume can make one
+    /// without asking anybody. This spares a host the lookup of what it has just been told of. Safe on any thread.
+    virtual std::shared_ptr<FSItem> member(std::string_view /*name*/, FSItemType /*type*/,
+                                           std::uint64_t /*size*/) const {
+        return nullptr;
+    }
 };
 
 } // namespace fskit

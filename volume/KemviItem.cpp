@@ -18,6 +18,14 @@ std::optional<fskit::FSItemAttributes> KemviItem::knownAttributes() const {
     return attributes(path_, isDirectory_, size_, modifiedAt_);
 }
 
+std::shared_ptr<fskit::FSItem> KemviItem::member(std::string_view name, fskit::FSItemType type,
+                                                 std::uint64_t size) const {
+    std::string path = joinPath(path_, name);
+    const fskit::FSItemID identifier = identifierFor(path);
+    return std::make_shared<KemviItem>(std::move(path), identifier, type == fskit::FSItemType::directory,
+                                       static_cast<std::int64_t>(size), std::nullopt);
+}
+
 fskit::FSItemID KemviItem::identifierFor(std::string_view path) {
     if (path == "/")
         return fskit::FSItemID::rootDirectory;

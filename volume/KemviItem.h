@@ -39,6 +39,10 @@ public:
     /// The full attribute record, made from the item's own facts. Fatal where `attributes` is.
     std::optional<fskit::FSItemAttributes> knownAttributes() const override;
 
+    /// The item of the path beneath this one; without a modification time.
+    std::shared_ptr<fskit::FSItem> member(std::string_view name, fskit::FSItemType type,
+                                          std::uint64_t size) const override;
+
     /// The identifier of a path: the root directory's for "/", otherwise a hash of the path's bytes, 3 or more. A pure
     /// function of the path, so that identifiers outlive lookups, remounts and helpers without any table. Paths with
     /// the same hash share an identifier.

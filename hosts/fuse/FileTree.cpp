@@ -10,6 +10,16 @@ namespace fusehost {
 using fskit::FSItemAttributes;
 using fskit::FSItemPtr;
 
+namespace {
+
+bool isSameItem(const fskit::FSItem& a, const fskit::FSItem& b) {
+    const auto known = a.knownAttributes();
+    const auto other = b.knownAttributes();
+    return known && other && known->fileID() == other->fileID();
+}
+
+} // namespace
+
 FileTree::FileTree(VolumeCalls& volume, const MountOptions& options)
     : volume_(volume), attributeMap_(options),
       hiddenPrefix_(".kemvi-hidden-" + foundation::UUID::random().uuidString().substr(0, 8) + "-"),
@@ -79,7 +89,18 @@ FoundItem FileTree::lookUpAgain(Node& node) {
     }
 }
 
+// A node that came from a listing, or was moved, has no item. Where the volume makes items of names, none is looked up:
+// the kernel knows the node, so it is as good as one looked up within the timeouts, and what has gone since shows in
+// the operation that needs the item.
+FSItemPtr FileTree::makeItem(Node& node) {
+    if (node.parent == nullptr || node.type == fskit::FSItemType::unknown)
+        return nullptr;
+    return itemOf(*node.parent)->member(node.name, node.type, node.size);
+}
+
 const FSItemPtr& FileTree::itemOf(Node& node) {
+    if (!node.item)
+        node.item = makeItem(node);
     if (!node.item)
         lookUpAgain(node);
     return node.item;
@@ -89,8 +110,12 @@ FileTree::Resolved FileTree::resolve(Node& directory, const std::string& name) {
     checkName(name);
     if (isHidden(directory, name))
         throw KernelError(ENOENT);
-    if (Node* node = nodes_.child(directory, name); node != nullptr && node->item)
-        return {node, node->item, node->isDirectory()};
+    if (Node* node = nodes_.child(directory, name)) {
+        if (!node->item)
+            node->item = makeItem(*node);
+        if (node->item)
+            return {node, node->item, node->isDirectory()};
+    }
     FoundItem found = findChild(directory, name);
     const bool isDirectory = found.attributes.type() == fskit::FSItemType::directory;
     Node* node = nodes_.child(directory, found.name);
@@ -107,6 +132,9 @@ Node& FileTree::adopt(Node& directory, FoundItem& found) {
         dropVanished(*known);
     Node& node = nodes_.childOrNew(directory, found.name);
     node.type = found.attributes.type();
+    // Handles are kept by the item's path. Under another spelling of it they would never be found again.
+    if (node.isOpen() && node.item && !isSameItem(*node.item, *found.item))
+        closeForMove(node);
     node.item = std::move(found.item);
     return node;
 }

@@ -129,8 +129,10 @@ private:
     // Nodes and items (FileTree.cpp)
     Node& nodeAt(NodeID id);
     Node& directoryAt(NodeID id);
-    /// The node's item, looked up if the node has none. ESTALE if the node has lost its name or its file.
+    /// The node's item, made or looked up if the node has none. ESTALE if the node has lost its name or its file.
     const fskit::FSItemPtr& itemOf(Node& node);
+    /// The node's item as the volume makes it of its name; null if it does not.
+    fskit::FSItemPtr makeItem(Node& node);
     FoundItem lookUpAgain(Node& node);
     FoundItem findChild(Node& directory, const std::string& name);
     Resolved resolve(Node& directory, const std::string& name);

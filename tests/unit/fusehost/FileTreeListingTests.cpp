@@ -96,17 +96,52 @@ TEST_F(FileTreeListing, givesNodesWithAttributesAndWithoutARequest) {
     EXPECT_THAT(served.takeRequests(), IsEmpty());
 }
 
-TEST_F(FileTreeListing, aListedNodeIsLookedUpWhenItIsFirstUsed) {
+TEST_F(FileTreeListing, aListedNodeIsOpenedWithoutALookup) {
     served.put("/a", "12345");
     const auto handle = listing();
     const auto file = tree().listedNode(handle, *entry(handle, "a"));
     ASSERT_TRUE(file);
     served.takeRequests();
     const FileHandle opened = tree().open(file->node, O_RDONLY);
-    EXPECT_THAT(served.takeRequests(), ElementsAre("getattr /a", "open read /a"));
+    EXPECT_THAT(served.takeRequests(), ElementsAre("open read /a"));
+    EXPECT_EQ(read(opened), "12345");
     tree().release(opened);
     EXPECT_EQ(node("/a"), file->node);
     tree().forget(file->node, 1);
+}
+
+TEST_F(FileTreeListing, aListedNodeThatVanishedSinceIsStaleToAnOpener) {
+    served.put("/a", "12345");
+    const auto handle = listing();
+    const auto file = listedNode(handle, "a");
+    ASSERT_TRUE(file);
+    served.erase("/a");
+    EXPECT_EQ(errnoOf([&] { tree().open(file->node, O_RDONLY); }), ESTALE);
+}
+
+TEST_F(FileTreeListing, aListedFileIsRemovedWithoutALookup) {
+    served.put("/a", "12345");
+    const auto handle = listing();
+    const auto file = tree().listedNode(handle, *entry(handle, "a"));
+    ASSERT_TRUE(file);
+    served.takeRequests();
+    tree().removeFile(rootNodeID, "a");
+    EXPECT_THAT(served.takeRequests(), ElementsAre("unlink /a"));
+    tree().forget(file->node, 1);
+}
+
+TEST_F(FileTreeListing, membersOfAListedDirectoryAreFound) {
+    served.putDirectory("/d");
+    served.put("/d/a", "text");
+    const auto handle = listing();
+    const auto directory = tree().listedNode(handle, *entry(handle, "d"));
+    ASSERT_TRUE(directory);
+    served.takeRequests();
+    const TreeEntry member = tree().lookup(directory->node, "a");
+    EXPECT_EQ(member.attributes.st_size, 4);
+    EXPECT_THAT(served.takeRequests(), ElementsAre("getattr /d/a"));
+    tree().forget(member.node, 1);
+    tree().forget(directory->node, 1);
 }
 
 TEST_F(FileTreeListing, givesNoNodesForDotAndDotDot) {

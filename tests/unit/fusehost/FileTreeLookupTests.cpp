@@ -83,6 +83,16 @@ TEST_F(FileTreeLookup, namesTheNodeAsTheVolumeStoresIt) {
     EXPECT_EQ(node("/readme"), stored);
 }
 
+TEST_F(FileTreeLookup, anotherSpellingOfAnOpenFilesNameLosesNoHandle) {
+    served.foldsCase = true;
+    served.put("/Readme", "text");
+    const FileHandle file = open("/Readme", O_RDONLY);
+    lookup("/README");
+    EXPECT_EQ(read(file), "text");
+    close(file);
+    EXPECT_EQ(served.openHandles(), 0U);
+}
+
 TEST_F(FileTreeLookup, keepsTheNameAskedForWhereTheStoredOneIsNoName) {
     served.put("/a", "a");
     served.put("/b", "b");

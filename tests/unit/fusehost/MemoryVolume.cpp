@@ -50,6 +50,11 @@ struct MemoryVolume::Item final : fskit::FSItem {
 
     std::optional<FSItemAttributes> knownAttributes() const override { return record(path, facts); }
 
+    std::shared_ptr<fskit::FSItem> member(std::string_view name, FSItemType type, std::uint64_t size) const override {
+        const std::string beneath = (path == "/" ? "/" : path + "/") + std::string(name);
+        return std::make_shared<Item>(beneath, ServedTree::Facts{type == FSItemType::directory, size, 0});
+    }
+
     const std::string path;
     const ServedTree::Facts facts;
 };

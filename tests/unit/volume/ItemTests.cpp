@@ -258,4 +258,17 @@ TEST(Item, knowsItsFullAttributesWithoutAskingAnyone) {
     expectTime(known->modifyTime(), 1, 250'000'000);
 }
 
+TEST(Item, makesTheItemOfAMemberWithoutAskingAnyone) {
+    const KemviItem root("/", fskit::FSItemID::rootDirectory, true, 0, std::nullopt);
+    const auto folder = root.member("a", fskit::FSItemType::directory, 0);
+    const auto file = folder->member("b", fskit::FSItemType::file, 5);
+    const auto& item = dynamic_cast<const KemviItem&>(*file);
+    EXPECT_TRUE(dynamic_cast<const KemviItem&>(*folder).isDirectory());
+    EXPECT_EQ(item.path(), "/a/b");
+    EXPECT_EQ(static_cast<std::uint64_t>(item.identifier()), idFor("/a/b"));
+    EXPECT_FALSE(item.isDirectory());
+    EXPECT_EQ(item.size(), 5);
+    EXPECT_FALSE(item.modifiedAt());
+}
+
 } // namespace
