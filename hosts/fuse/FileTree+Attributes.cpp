@@ -49,7 +49,9 @@ struct stat FileTree::setAttributes(NodeID id, const AttributeChange& change) {
         if (id != rootNodeID)
             result = shown(node, attributes);
     }
-    return result ? *result : getAttributes(id);
+    if (!result)
+        result = isRecent(node) ? recent_.attributes : getAttributes(id);
+    return *result;
 }
 
 void FileTree::checkOwner(const FSItemPtr& item, const AttributeChange& change) {

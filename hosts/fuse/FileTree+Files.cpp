@@ -84,8 +84,19 @@ std::size_t FileTree::write(FileHandle handle, std::int64_t offset, std::span<co
         file.flushed = false;
         ++node.unflushedWriters;
     }
-    writeWhole(node, offset, contents);
-    return contents.size();
+    std::size_t total = 0;
+    do {
+        const auto piece = contents.subspan(total, std::min<std::size_t>(contents.size() - total, requestSize_));
+        try {
+            writeWhole(node, offset + static_cast<std::int64_t>(total), piece);
+        } catch (const KernelError&) {
+            if (total == 0)
+                throw;
+            return total; // what is written is written; the program meets the error when it goes on
+        }
+        total += piece.size();
+    } while (total < contents.size());
+    return total;
 }
 
 void FileTree::writeWhole(Node& node, std::int64_t offset, std::span<const std::byte> contents) {

@@ -11,18 +11,10 @@ namespace fusehost {
 using fskit::FSItemPtr;
 using fskit::FSItemType;
 
-namespace {
-
-/// How long the answer "no such name" serves the create that follows it. Short: it is the time in which a file made
-/// behind the mount under that very name would be emptied.
-constexpr std::chrono::milliseconds absenceTrust{20};
-
-} // namespace
-
 std::optional<FoundItem> FileTree::existing(Node& directory, const std::string& name) {
     const std::optional<Absence> absence = std::exchange(absence_, std::nullopt);
     const bool isKnownAbsent = absence && trustsAbsence_ && absence->directory == directory.id &&
-                               absence->name == name && std::chrono::steady_clock::now() - absence->seen < absenceTrust;
+                               absence->name == name && std::chrono::steady_clock::now() - absence->seen < briefTrust;
     if (isKnownAbsent)
         return std::nullopt;
     try {

@@ -152,7 +152,14 @@ struct stat FileTree::shown(Node& node, const FSItemAttributes& attributes) {
     struct stat result = attributeMap_.map(attributes);
     if (node.hidden)
         result.st_nlink = 0;
+    recent_ = {node.id, node.changed, std::chrono::steady_clock::now(), result};
     return result;
+}
+
+bool FileTree::isRecent(const Node& node) const {
+    const std::chrono::duration<double> age = std::chrono::steady_clock::now() - recent_.seen;
+    return recent_.node == node.id && node.hasName() && recent_.changed == node.changed && age < briefTrust &&
+           age.count() < attrTimeout_;
 }
 
 TreeEntry FileTree::lookup(NodeID directoryID, const std::string& name) {

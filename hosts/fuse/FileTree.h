@@ -62,6 +62,7 @@ public:
     // Open files (FileTree+Files.cpp)
     FileHandle open(NodeID node, int flags);
     std::size_t read(FileHandle file, std::int64_t offset, std::span<std::byte> into);
+    /// In as many requests as it takes. Fewer bytes than given if a later request fails.
     std::size_t write(FileHandle file, std::int64_t offset, std::span<const std::byte> contents);
     /// A descriptor of the file was closed; other descriptors may still share the handle.
     void flush(FileHandle file);
@@ -100,6 +101,10 @@ public:
     const NodeTable& nodes() const { return nodes_; }
 
 private:
+    /// For how long an answer of the helper also serves the request that follows it. Short: for so long a change made
+    /// behind the mount goes unnoticed, and a file made there under the very name of a create would be emptied.
+    static constexpr std::chrono::milliseconds briefTrust{20};
+
     struct OpenFile {
         NodeID node = 0;
         bool reads = false;
@@ -117,6 +122,16 @@ private:
         NodeID directory = 0;
         std::string name;
         std::chrono::steady_clock::time_point seen;
+    };
+
+    /// What was last shown of a node. Programs set time, owner and mode of a file one after the other; what the first
+    /// change brought to light answers those that change nothing.
+    struct Recent {
+        NodeID node = 0;
+        std::uint64_t changed = 0; // the node's, when this was true
+        std::chrono::steady_clock::time_point seen;
+
+        struct stat attributes {};
     };
 
     /// A name resolved for a change: its item, and its node if the kernel knows it.
@@ -140,6 +155,7 @@ private:
     Node& adopt(Node& directory, FoundItem& found);
     TreeEntry handOut(Node& node, const fskit::FSItemAttributes& attributes);
     struct stat shown(Node& node, const fskit::FSItemAttributes& attributes);
+    bool isRecent(const Node& node) const;
     void checkName(const std::string& name) const;
 
     void noteChange(Node& node) { node.changed = ++changes_; }
@@ -203,6 +219,7 @@ private:
     std::uint64_t nextHandle_ = 1;
     std::uint64_t changes_ = 0; // counts changes made through the mount
     std::optional<Absence> absence_;
+    Recent recent_;
     std::string hiddenPrefix_; // begins every hidden name of this mount
     std::uint64_t nextHidden_ = 1;
     double attrTimeout_;

@@ -76,6 +76,9 @@ void setOpenFlags(fuse_file_info& file) {
     file.noflush = (file.flags & O_ACCMODE) == O_RDONLY;
 }
 
+constexpr unsigned writesPerOperation = 4;
+constexpr unsigned largestWrite = 1024 * 1024; // what kernels accept
+
 void opInit(void* userdata, fuse_conn_info* connection) {
     const KernelContext& context = *static_cast<KernelContext*>(userdata);
     const auto want = [&](unsigned capability, bool wanted) {
@@ -87,10 +90,14 @@ void opInit(void* userdata, fuse_conn_info* connection) {
     want(FUSE_CAP_WRITEBACK_CACHE, context.options.writeback);
     want(FUSE_CAP_READDIRPLUS | FUSE_CAP_READDIRPLUS_AUTO, true);
     want(FUSE_CAP_AUTO_INVAL_DATA | FUSE_CAP_ATOMIC_O_TRUNC, true);
+    // The bits that let a program run as its owner are never shown, so there are none to take away on a change: the
+    // kernel need not look before a chown.
+    want(FUSE_CAP_HANDLE_KILLPRIV, true);
     // Splicing does not pay where every byte is encoded anyway.
     want(FUSE_CAP_SPLICE_READ | FUSE_CAP_SPLICE_WRITE | FUSE_CAP_SPLICE_MOVE, false);
     connection->max_read = context.options.requestSize;
-    connection->max_write = context.options.requestSize;
+    // One hand-over from the kernel for several requests to the helper: each costs two changes of process.
+    connection->max_write = std::min(context.options.requestSize * writesPerOperation, largestWrite);
     connection->time_gran = 1000000; // helpers know milliseconds
 }
 

@@ -26,7 +26,7 @@ struct MountOptions {
     double entryTimeout = 1.0;    // seconds a name is trusted
     double attrTimeout = 1.0;     // seconds attributes are trusted
     double negativeTimeout = 0.0; // seconds the absence of a name is trusted
-    std::uint32_t requestSize = 64 * 1024;      // most bytes of one read or write request
+    std::uint32_t requestSize = 64 * 1024;      // most bytes of one read or write of the helper
     std::optional<std::uint32_t> fileMask;      // permission bits taken from 0777 for files
     std::optional<std::uint32_t> directoryMask; // the same for directories
     std::optional<std::uint32_t> uid;

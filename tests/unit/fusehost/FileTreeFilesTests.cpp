@@ -203,6 +203,28 @@ TEST_F(FileTreeFiles, aFlushThatFailsForTheReadHandleStillClosesTheWriteHandle) 
     EXPECT_EQ(served.openHandles(), 0U);
 }
 
+TEST_F(FileTreeFiles, aLongWriteGoesInSeveralRequests) {
+    options.requestSize = 4096;
+    const FileHandle file = create("/a");
+    served.takeRequests();
+    write(file, 1, std::string(8193, 'x'));
+    EXPECT_THAT(served.takeRequests(),
+                ElementsAre("open write,create /a", "write /a 1+4096", "write /a 4097+4096", "write /a 8193+1"));
+    EXPECT_EQ(served.bytes("/a"), std::string(1, '\0') + std::string(8193, 'x'));
+    close(file);
+}
+
+TEST_F(FileTreeFiles, aLongWriteThatFailsOnTheWayTellsHowMuchIsWritten) {
+    options.requestSize = 4096;
+    const FileHandle file = create("/a");
+    const std::string bytes(8192, 'x');
+    served.before = refuseOnce("write /a 4096", posixErrno::ENOSPC_);
+    EXPECT_EQ(tree().write(file, 0, std::as_bytes(std::span(bytes))), 4096U);
+    EXPECT_EQ(served.bytes("/a").size(), 4096U);
+    EXPECT_EQ(tree().getAttributes(node("/a")).st_size, 4096);
+    close(file);
+}
+
 TEST_F(FileTreeFiles, aWriteErrorIsReported) {
     const FileHandle file = create("/a");
     served.before = refuseOnce("write", posixErrno::ENOSPC_);

@@ -217,6 +217,36 @@ TEST_F(FileTreeSize, chownToTheOwnerShownSucceedsAndAnyOtherIsEPERM) {
     EXPECT_EQ(errnoOf([&] { tree().setAttributes(file, other); }), EPERM);
 }
 
+TEST_F(FileTreeSize, aChownRightAfterAnotherChangeAsksNothing) {
+    served.put("/a", "");
+    const NodeID file = node("/a");
+    fusehost::AttributeChange time;
+    time.modifyTime = timespec{5, 0};
+    tree().setAttributes(file, time);
+    served.takeRequests();
+    fusehost::AttributeChange owner;
+    owner.uid = 1000;
+    owner.gid = 1000;
+    EXPECT_EQ(tree().setAttributes(file, owner).st_mtim.tv_sec, 5);
+    EXPECT_THAT(served.takeRequests(), IsEmpty());
+}
+
+TEST_F(FileTreeSize, aChownAfterAWriteShowsWhatWasWritten) {
+    const FileHandle file = create("/a");
+    const NodeID id = node("/a");
+    write(file, 0, "0123");
+    EXPECT_EQ(tree().setAttributes(id, {}).st_size, 4);
+    close(file);
+}
+
+TEST_F(FileTreeSize, aChownWithTimeoutsOfZeroAsksAnew) {
+    options.attrTimeout = 0;
+    served.put("/a", "");
+    const NodeID file = node("/a");
+    served.put("/a", "0123");
+    EXPECT_EQ(tree().setAttributes(file, {}).st_size, 4);
+}
+
 TEST_F(FileTreeSize, aChownThatIsRefusedChangesNothingElse) {
     served.put("/a", "0123");
     fusehost::AttributeChange change;
