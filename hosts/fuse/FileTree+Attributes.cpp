@@ -69,6 +69,7 @@ struct stat FileTree::changeSize(Node& node, std::uint64_t size) {
     if (size > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
         throw KernelError(EFBIG);
     noteChange(node);
+    readAhead_.drop(node.id);
     try {
         const FSItemAttributes attributes = size == 0 ? makeEmpty(node) : resize(node, size);
         closeUnused(node);

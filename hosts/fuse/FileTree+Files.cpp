@@ -59,7 +59,23 @@ FileHandle FileTree::open(NodeID id, int flags) {
 }
 
 std::size_t FileTree::read(FileHandle handle, std::int64_t offset, std::span<std::byte> into) {
-    return readWhole(nodeAt(fileAt(handle).node), offset, into);
+    OpenFile& file = fileAt(handle);
+    Node& node = nodeAt(file.node);
+    std::size_t total = readAhead_.take(node.id, offset, into, attrTimeout_);
+    if (total == 0 || (total < into.size() && static_cast<std::uint64_t>(offset) + total < node.size))
+        total += readWhole(node, offset + static_cast<std::int64_t>(total), into.subspan(total));
+    readOn(file, offset, total);
+    return total;
+}
+
+// A program that reads one block after the other will most likely want the next one. With timeouts of 0 nothing is
+// asked before it is wanted.
+void FileTree::readOn(OpenFile& file, std::int64_t offset, std::size_t size) {
+    const bool isSequential =
+        offset > 0 && offset == std::exchange(file.readEnd, offset + static_cast<std::int64_t>(size));
+    Node& node = nodeAt(file.node);
+    if (isSequential && size > 0 && attrTimeout_ > 0 && static_cast<std::uint64_t>(file.readEnd) < node.size)
+        readAhead_.start(node.id, itemOf(node), file.readEnd, size);
 }
 
 // The kernel takes a short answer for the end of the file and shows zeros behind it, while a helper may answer short
@@ -101,6 +117,7 @@ std::size_t FileTree::write(FileHandle handle, std::int64_t offset, std::span<co
 
 void FileTree::writeWhole(Node& node, std::int64_t offset, std::span<const std::byte> contents) {
     noteChange(node);
+    readAhead_.drop(node.id);
     std::size_t total = 0;
     do {
         const auto at = offset + static_cast<std::int64_t>(total);
@@ -149,6 +166,7 @@ void FileTree::release(FileHandle handle) {
 }
 
 void FileTree::closeUnused(Node& node) {
+    readAhead_.drop(node.id);
     if (!node.item)
         return; // nothing can be open: the volume's handles went when the item did
     const FSVolumeOpenModes reading = node.readers > 0 ? FSVolumeOpenModes::read : FSVolumeOpenModes::none;
@@ -166,6 +184,7 @@ void FileTree::closeQuietly(Node& node) noexcept {
 }
 
 void FileTree::closeForMove(Node& node) {
+    readAhead_.drop(node.id);
     if (node.item && node.isOpen()) {
         try {
             volume_.close(node.item, FSVolumeOpenModes::none);

@@ -79,6 +79,8 @@ void FileTree::removeHidden(Node& node) {
 
 void FileTree::end() noexcept {
     for (auto& [handle, file] : files_)
+        readAhead_.drop(file.node);
+    for (auto& [handle, file] : files_)
         if (Node* node = nodes_.find(file.node); node != nullptr && node->hidden)
             removeHidden(*node);
     files_.clear();

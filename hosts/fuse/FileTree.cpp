@@ -21,7 +21,7 @@ bool isSameItem(const fskit::FSItem& a, const fskit::FSItem& b) {
 } // namespace
 
 FileTree::FileTree(VolumeCalls& volume, const MountOptions& options)
-    : volume_(volume), attributeMap_(options),
+    : volume_(volume), attributeMap_(options), readAhead_(volume),
       hiddenPrefix_(".kemvi-hidden-" + foundation::UUID::random().uuidString().substr(0, 8) + "-"),
       attrTimeout_(options.attrTimeout), trustsAbsence_(options.entryTimeout > 0 && options.negativeTimeout <= 0),
       requestSize_(options.requestSize), quiet_(options.quiet), writeback_(options.writeback) {}

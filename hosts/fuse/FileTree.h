@@ -5,6 +5,7 @@
 #include "hosts/fuse/DirectorySnapshot.h"
 #include "hosts/fuse/MountOptions.h"
 #include "hosts/fuse/NodeTable.h"
+#include "hosts/fuse/ReadAhead.h"
 #include "hosts/fuse/VolumeCalls.h"
 
 #include <chrono>
@@ -109,7 +110,8 @@ private:
         NodeID node = 0;
         bool reads = false;
         bool writes = false;
-        bool flushed = false; // has flushed and not written since
+        bool flushed = false;      // has flushed and not written since
+        std::int64_t readEnd = -1; // where the last read ended
     };
 
     struct OpenDirectory {
@@ -177,6 +179,7 @@ private:
     // Open files (FileTree+Files.cpp)
     OpenFile& fileAt(FileHandle handle);
     FileHandle addOpenFile(Node& node, int flags);
+    void readOn(OpenFile& file, std::int64_t offset, std::size_t size);
     std::size_t readWhole(Node& node, std::int64_t offset, std::span<std::byte> into);
     void writeWhole(Node& node, std::int64_t offset, std::span<const std::byte> contents);
     fskit::FSVolumeOpenModes modesFor(int flags) const;
@@ -214,6 +217,7 @@ private:
     VolumeCalls& volume_;
     AttributeMap attributeMap_;
     NodeTable nodes_;
+    ReadAhead readAhead_;
     std::unordered_map<FileHandle, OpenFile> files_;
     std::unordered_map<DirectoryHandle, OpenDirectory> directories_;
     std::uint64_t nextHandle_ = 1;

@@ -203,6 +203,103 @@ TEST_F(FileTreeFiles, aFlushThatFailsForTheReadHandleStillClosesTheWriteHandle) 
     EXPECT_EQ(served.openHandles(), 0U);
 }
 
+TEST_F(FileTreeFiles, afterTwoBlocksInARowTheNextOneIsReadAhead) {
+    served.put("/a", "0011223344");
+    const FileHandle file = open("/a", O_RDONLY);
+    served.takeRequests();
+    EXPECT_EQ(read(file, 0, 2), "00");
+    EXPECT_THAT(served.takeRequests(), ElementsAre("read /a 0+2"));
+    EXPECT_EQ(read(file, 2, 2), "11");
+    EXPECT_EQ(read(file, 4, 2), "22");
+    EXPECT_EQ(read(file, 6, 2), "33");
+    EXPECT_EQ(read(file, 8, 2), "44");
+    EXPECT_EQ(read(file, 10, 2), "");
+    EXPECT_THAT(served.takeRequests(),
+                ElementsAre("read /a 2+2", "read /a 4+2", "read /a 6+2", "read /a 8+2", "read /a 10+2"));
+    close(file);
+}
+
+TEST_F(FileTreeFiles, nothingIsReadAheadOfReadsHereAndThere) {
+    served.put("/a", "0011223344");
+    const FileHandle file = open("/a", O_RDONLY);
+    served.takeRequests();
+    for (const std::int64_t offset : {4, 0, 8, 2, 6})
+        read(file, offset, 2);
+    EXPECT_THAT(served.takeRequests(), testing::SizeIs(5));
+    close(file);
+}
+
+TEST_F(FileTreeFiles, nothingIsReadAheadWithTimeoutsOfZero) {
+    options.attrTimeout = 0;
+    served.put("/a", "0011223344");
+    const FileHandle file = open("/a", O_RDONLY);
+    read(file, 0, 2);
+    read(file, 2, 2);
+    served.append("/a", "55");
+    served.takeRequests();
+    close(file);
+    EXPECT_THAT(served.takeRequests(), ElementsAre("release /a"));
+}
+
+TEST_F(FileTreeFiles, whatIsWrittenReplacesWhatWasReadAhead) {
+    served.put("/a", "0011223344");
+    const FileHandle file = open("/a", O_RDWR);
+    read(file, 0, 2);
+    read(file, 2, 2);
+    write(file, 4, "xx");
+    EXPECT_EQ(read(file, 4, 2), "xx");
+    close(file);
+}
+
+TEST_F(FileTreeFiles, truncatingForgetsWhatWasReadAhead) {
+    served.put("/a", "0011223344");
+    const FileHandle file = open("/a", O_RDWR);
+    read(file, 0, 2);
+    read(file, 2, 2);
+    truncate("/a", 5);
+    EXPECT_EQ(read(file, 4, 2), "2");
+    close(file);
+}
+
+TEST_F(FileTreeFiles, closingAfterReadingAheadGivesTheHandleBack) {
+    served.put("/a", "0011223344");
+    const FileHandle file = open("/a", O_RDONLY);
+    read(file, 0, 2);
+    read(file, 2, 2);
+    close(file);
+    EXPECT_EQ(served.openHandles(), 0U);
+}
+
+TEST_F(FileTreeFiles, movingAfterReadingAheadGivesTheHandleBackAndReadsOn) {
+    served.put("/a", "0011223344");
+    const FileHandle file = open("/a", O_RDONLY);
+    read(file, 0, 2);
+    read(file, 2, 2);
+    rename("/a", "/b");
+    EXPECT_EQ(read(file, 4, 2), "22");
+    close(file);
+}
+
+TEST_F(FileTreeFiles, anErrorMetWhileReadingAheadIsMetByTheReadThatWantsTheBlock) {
+    served.put("/a", "0011223344");
+    const FileHandle file = open("/a", O_RDONLY);
+    read(file, 0, 2);
+    served.before = refuseAlways("read /a 4", posixErrno::EACCES_);
+    EXPECT_EQ(read(file, 2, 2), "11");
+    EXPECT_EQ(errnoOf([&] { read(file, 4, 2); }), EACCES);
+    close(file);
+}
+
+TEST_F(FileTreeFiles, aBlockReadAheadThatCameShortIsCompleted) {
+    served.put("/a", "0011223344");
+    const FileHandle file = open("/a", O_RDONLY);
+    served.mostPerRead = 3;
+    EXPECT_EQ(read(file, 0, 4), "0011");
+    EXPECT_EQ(read(file, 4, 4), "2233");
+    EXPECT_EQ(read(file, 8, 4), "44");
+    close(file);
+}
+
 TEST_F(FileTreeFiles, aLongWriteGoesInSeveralRequests) {
     options.requestSize = 4096;
     const FileHandle file = create("/a");

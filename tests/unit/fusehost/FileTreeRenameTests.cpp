@@ -131,11 +131,11 @@ TEST_F(FileTreeRename, withAHelperThatRefusesIsDoneOnceTheReplacedFileIsSetAside
     served.takeRequests();
     tree().rename(rootNodeID, "a", rootNodeID, "b", 0);
     const std::vector<std::string> requests = served.takeRequests();
-    ASSERT_EQ(requests.size(), 6U);
+    ASSERT_EQ(requests.size(), 5U);
     EXPECT_EQ(requests[1], "getattr /b");
     EXPECT_THAT(requests[2], StartsWith("rename /b /.kemvi-hidden-"));
     EXPECT_EQ(requests[3], "rename /a /b");
-    EXPECT_THAT(requests[5], StartsWith("unlink /.kemvi-hidden-"));
+    EXPECT_THAT(requests[4], StartsWith("unlink /.kemvi-hidden-"));
     EXPECT_THAT(served.names("/"), ElementsAre("b"));
     EXPECT_EQ(served.bytes("/b"), "new");
     EXPECT_EQ(node("/b"), source);

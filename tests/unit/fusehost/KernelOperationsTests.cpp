@@ -87,8 +87,9 @@ unsigned wantedWith(const fusehost::MountOptions& options, fusehost::FileTree& t
 TEST_F(KernelOperations, wantWhatPaysAndRefuseTheRest) {
     const unsigned all = ~0U;
     const unsigned wanted = wantedWith(options, tree(), all);
-    EXPECT_EQ(wanted, static_cast<unsigned>(FUSE_CAP_READDIRPLUS | FUSE_CAP_READDIRPLUS_AUTO |
-                                            FUSE_CAP_AUTO_INVAL_DATA | FUSE_CAP_ATOMIC_O_TRUNC));
+    EXPECT_EQ(wanted,
+              static_cast<unsigned>(FUSE_CAP_READDIRPLUS | FUSE_CAP_READDIRPLUS_AUTO | FUSE_CAP_AUTO_INVAL_DATA |
+                                    FUSE_CAP_ATOMIC_O_TRUNC | FUSE_CAP_HANDLE_KILLPRIV));
     options.writeback = true;
     EXPECT_EQ(wantedWith(options, tree(), all), wanted | FUSE_CAP_WRITEBACK_CACHE);
 }
@@ -106,8 +107,8 @@ TEST_F(KernelOperations, tellTheKernelTheirSizesAndThatTimesAreInMilliseconds) {
     EXPECT_EQ(answer.error, 0);
     const auto agreed = fromBytes<fuse_init_out>(answer.body);
     EXPECT_EQ(agreed.major, static_cast<unsigned>(FUSE_KERNEL_VERSION));
-    EXPECT_EQ(agreed.max_write, 128U * 1024);
-    EXPECT_EQ(agreed.max_pages, 32U);
+    EXPECT_EQ(agreed.max_write, 512U * 1024); // four requests to the helper
+    EXPECT_EQ(agreed.max_pages, 128U);
     EXPECT_EQ(agreed.time_gran, 1000000U);
     EXPECT_EQ(agreed.flags & FUSE_WRITEBACK_CACHE, 0U);
     constexpr unsigned needed =

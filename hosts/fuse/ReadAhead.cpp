@@ -1,0 +1,86 @@
+#include "hosts/fuse/ReadAhead.h"
+
+#include "hosts/fuse/KernelErrno.h"
+
+#include <algorithm>
+#include <csignal>
+
+namespace fusehost {
+
+ReadAhead::~ReadAhead() {
+    {
+        const std::lock_guard guard(lock_);
+        ending_ = true;
+    }
+    changed_.notify_all();
+    if (reader_.joinable())
+        reader_.join();
+}
+
+void ReadAhead::startThread() {
+    // Signals belong to whoever owns the process, never to the reader.
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, &before);
+    reader_ = std::thread([this] { work(); });
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+void ReadAhead::start(NodeID node, fskit::FSItemPtr item, std::int64_t offset, std::size_t size) {
+    if (!reader_.joinable())
+        startThread();
+    Guard guard(lock_);
+    clear(guard);
+    bytes_.resize(std::max(bytes_.size(), size));
+    block_ = {node, std::move(item), offset, size, std::chrono::steady_clock::now()};
+    state_ = State::asked;
+    changed_.notify_all();
+}
+
+// Needs the lock; gives it up while it waits.
+void ReadAhead::clear(Guard& guard) {
+    changed_.wait(guard, [&] { return state_ != State::asked; });
+    state_ = State::empty;
+    block_ = {};
+}
+
+std::size_t ReadAhead::take(NodeID node, std::int64_t offset, std::span<std::byte> into, double maximumAge) {
+    Guard guard(lock_);
+    if (state_ == State::empty || block_.node != node || block_.offset != offset)
+        return 0;
+    const std::chrono::duration<double> age = std::chrono::steady_clock::now() - block_.asked;
+    changed_.wait(guard, [&] { return state_ != State::asked; });
+    const std::size_t count = age.count() < maximumAge ? std::min(count_, into.size()) : 0;
+    std::copy_n(bytes_.begin(), count, into.begin());
+    clear(guard);
+    return count;
+}
+
+void ReadAhead::drop(NodeID node) {
+    Guard guard(lock_);
+    if (state_ != State::empty && block_.node == node)
+        clear(guard);
+}
+
+void ReadAhead::work() {
+    Guard guard(lock_);
+    while (true) {
+        changed_.wait(guard, [&] { return ending_ || state_ == State::asked; });
+        if (state_ != State::asked)
+            return;
+        guard.unlock();
+        std::size_t count = 0;
+        try {
+            count = volume_.read(block_.item, block_.offset, std::span(bytes_).first(block_.size));
+        } catch (const KernelError&) {
+            // Read again, and told, when the program gets there.
+        }
+        guard.lock();
+        count_ = count;
+        state_ = State::read;
+        changed_.notify_all();
+    }
+}
+
+} // namespace fusehost
