@@ -12,6 +12,13 @@ namespace {
 
 constexpr std::size_t scratchSize = 3072; // bytes; a multiple of 3
 
+#if defined(__x86_64__)
+bool hasAvx2() {
+    // Every processor with AVX2 has the other two; a virtual machine may hide them.
+    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") && __builtin_cpu_supports("popcnt");
+}
+#endif
+
 // The number of padding characters at the end of a text whose length is a multiple of four.
 std::size_t paddingOf(std::string_view text) {
     if (!text.ends_with('='))
@@ -107,7 +114,7 @@ std::optional<std::size_t> decodeWith(const Kernels& kernels, std::string_view t
 const Kernels& bestKernels() {
 #if defined(__x86_64__)
     static const Kernels avx2{"AVX2", encodeAvx2, decodeAvx2};
-    static const Kernels& best = __builtin_cpu_supports("avx2") ? avx2 : scalarKernels;
+    static const Kernels& best = hasAvx2() ? avx2 : scalarKernels;
     return best;
 #elif defined(__aarch64__)
     static const Kernels neon{"NEON", encodeNeon, decodeNeon};

@@ -2,11 +2,15 @@
 
 #if defined(__x86_64__)
 
+#include "foundation/Base64Escapes.h"
+
+#include <algorithm>
 #include <array>
 #include <bit>
+#include <cstring>
 #include <immintrin.h>
 
-#define KEMVI_AVX2 __attribute__((target("avx2")))
+#define KEMVI_AVX2 __attribute__((target("avx2,bmi,popcnt")))
 
 namespace foundation::base64 {
 namespace {
@@ -40,29 +44,14 @@ KEMVI_AVX2 __m256i characters(__m256i numbers) {
     return _mm256_add_epi8(numbers, _mm256_shuffle_epi8(distances, selector));
 }
 
-// For each set of slashes among eight characters: which of them, or the backslash behind them, goes to which place.
-constexpr std::uint8_t backslashIndex = 8;
-constexpr auto escapes = [] {
-    std::array<std::array<std::uint8_t, 16>, 256> table{};
-    for (std::size_t slashes = 0; slashes < table.size(); ++slashes) {
-        std::size_t to = 0;
-        for (std::uint8_t from = 0; from < 8; ++from) {
-            if (slashes >> from & 1)
-                table[slashes][to++] = backslashIndex;
-            table[slashes][to++] = from;
-        }
-    }
-    return table;
-}();
-
 // Stores eight characters, behind which there is a backslash in the vector.
 KEMVI_AVX2 void storeEight(__m128i eight, std::uint32_t slashes, char* out) {
     const auto* places = reinterpret_cast<const __m128i*>(escapes[slashes & 0xFF].data());
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_shuffle_epi8(eight, _mm_loadu_si128(places)));
 }
 
-// Each store leaves rubbish behind its characters that the next one covers.
-KEMVI_AVX2 char* storeEscaped(__m256i block, std::uint32_t slashes, char* out) {
+// Escapes any number of slashes. Each store leaves rubbish behind its characters that the next one covers.
+KEMVI_AVX2 void storeManyEscaped(__m256i block, std::uint32_t slashes, char* out) {
     const __m128i backslash = _mm_set1_epi8('\\');
     const __m128i low = _mm256_castsi256_si128(block);
     const __m128i high = _mm256_extracti128_si256(block, 1);
@@ -70,7 +59,50 @@ KEMVI_AVX2 char* storeEscaped(__m256i block, std::uint32_t slashes, char* out) {
     storeEight(_mm_unpackhi_epi64(low, backslash), slashes >> 8, out + 8 + std::popcount(slashes & 0xFF));
     storeEight(_mm_unpacklo_epi64(high, backslash), slashes >> 16, out + 16 + std::popcount(slashes & 0xFFFF));
     storeEight(_mm_unpackhi_epi64(high, backslash), slashes >> 24, out + 24 + std::popcount(slashes & 0xFFFFFF));
-    return out + blockChars + std::popcount(slashes);
+}
+
+constexpr std::size_t pieceBlocks = 128;
+
+// Text before its slashes are escaped. It goes through memory because a vector is moved by one character, beyond one
+// of many places, with the least work by loading it from there.
+struct Piece {
+    alignas(blockChars) std::array<char, (pieceBlocks + 1) * blockChars> text; // the last block is rubbish
+    std::array<std::uint32_t, pieceBlocks> slashes;                            // one bit per character
+    std::size_t blocks = 0;
+    bool anySlash = false;
+};
+
+KEMVI_AVX2 void encodePiece(const std::uint8_t* in, Piece& piece) {
+    std::uint32_t all = 0;
+    for (std::size_t i = 0; i < piece.blocks; ++i) {
+        const __m256i block = characters(sixBitNumbers(in + i * blockBytes));
+        const __m256i found = _mm256_cmpeq_epi8(block, _mm256_set1_epi8('/'));
+        _mm256_store_si256(reinterpret_cast<__m256i*>(piece.text.data() + i * blockChars), block);
+        piece.slashes[i] = static_cast<std::uint32_t>(_mm256_movemask_epi8(found));
+        all |= piece.slashes[i];
+    }
+    piece.anySlash = all != 0;
+}
+
+// With one slash or none in a block, as in most of random data, nothing depends on a branch: what begins with the slash
+// is stored behind a backslash in its place, and if there is no slash, that is rubbish behind the block.
+KEMVI_AVX2 char* storeEscaped(const Piece& piece, char* out) {
+    for (std::size_t i = 0; i < piece.blocks; ++i) {
+        const char* const text = piece.text.data() + i * blockChars;
+        const __m256i block = _mm256_load_si256(reinterpret_cast<const __m256i*>(text));
+        const std::uint32_t slashes = piece.slashes[i];
+        if ((slashes & (slashes - 1)) == 0) {
+            const auto place = static_cast<std::size_t>(std::countr_zero(slashes)); // the block's end if there is none
+            const __m256i slashAndOn = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + place));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), block);
+            out[place] = '\\';
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + place + 1), slashAndOn);
+        } else {
+            storeManyEscaped(block, slashes, out);
+        }
+        out += blockChars + static_cast<std::size_t>(std::popcount(slashes));
+    }
+    return out;
 }
 
 } // namespace
@@ -78,16 +110,17 @@ KEMVI_AVX2 char* storeEscaped(__m256i block, std::uint32_t slashes, char* out) {
 KEMVI_AVX2 Progress encodeAvx2(const std::uint8_t* in, std::size_t size, char* out) {
     char* const start = out;
     std::size_t read = 0;
-    for (; size - read >= blockBytes + loadOverrun; read += blockBytes) {
-        const __m256i block = characters(sixBitNumbers(in + read));
-        const __m256i found = _mm256_cmpeq_epi8(block, _mm256_set1_epi8('/'));
-        const auto slashes = static_cast<std::uint32_t>(_mm256_movemask_epi8(found));
-        if (slashes == 0) {
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), block);
-            out += blockChars;
+    Piece piece;
+    while (size - read >= blockBytes + loadOverrun) {
+        piece.blocks = std::min(pieceBlocks, (size - read - loadOverrun) / blockBytes);
+        encodePiece(in + read, piece);
+        if (piece.anySlash) {
+            out = storeEscaped(piece, out);
         } else {
-            out = storeEscaped(block, slashes, out);
+            std::memcpy(out, piece.text.data(), piece.blocks * blockChars);
+            out += piece.blocks * blockChars;
         }
+        read += piece.blocks * blockBytes;
     }
     return {read, static_cast<std::size_t>(out - start)};
 }

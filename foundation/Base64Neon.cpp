@@ -3,9 +3,11 @@
 #if defined(__aarch64__)
 
 #include "foundation/Base64Alphabet.h"
+#include "foundation/Base64Escapes.h"
 
 #include <arm_neon.h>
 #include <array>
+#include <bit>
 
 namespace foundation::base64 {
 namespace {
@@ -26,13 +28,23 @@ uint8x16x4_t table(const std::uint8_t* entries) {
     return {{vld1q_u8(entries), vld1q_u8(entries + 16), vld1q_u8(entries + 32), vld1q_u8(entries + 48)}};
 }
 
+// One bit per character, the first one lowest.
+std::uint8_t slashesAmong(uint8x8_t eight) {
+    static constexpr std::array<std::uint8_t, 8> bits{1, 2, 4, 8, 16, 32, 64, 128};
+    return vaddv_u8(vand_u8(vceq_u8(eight, vdup_n_u8('/')), vld1_u8(bits.data())));
+}
+
+// Each store leaves rubbish behind its characters that the next one covers.
 char* storeEscaped(const uint8x16x4_t& characters, char* out) {
     std::array<std::uint8_t, blockChars> text;
     vst4q_u8(text.data(), characters);
-    for (const std::uint8_t c : text) {
-        if (c == '/')
-            *out++ = '\\';
-        *out++ = static_cast<char>(c);
+    for (std::size_t i = 0; i < blockChars; i += 8) {
+        const uint8x8_t eight = vld1_u8(text.data() + i);
+        const std::uint8_t slashes = slashesAmong(eight);
+        const uint8x16_t places = vld1q_u8(escapes[slashes].data());
+        const uint8x16_t escaped = vqtbl1q_u8(vcombine_u8(eight, vdup_n_u8('\\')), places);
+        vst1q_u8(reinterpret_cast<std::uint8_t*>(out), escaped);
+        out += 8 + std::popcount(slashes);
     }
     return out;
 }

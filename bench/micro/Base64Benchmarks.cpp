@@ -35,8 +35,7 @@ std::string encoded(const std::vector<std::byte>& data) {
     return text;
 }
 
-void encode(benchmark::State& state, const base64::Kernels& kernels) {
-    const auto data = randomBytes(static_cast<std::size_t>(state.range(0)));
+void encode(benchmark::State& state, const base64::Kernels& kernels, const std::vector<std::byte>& data) {
     std::string text(base64::escapedRoom(data.size()), '\0');
     for (auto _ : state)
         benchmark::DoNotOptimize(base64::encodeWith(kernels, data, text.data()));
@@ -51,13 +50,26 @@ void decode(benchmark::State& state, const base64::Kernels& kernels) {
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * state.range(0));
 }
 
+std::vector<std::byte> randomData(const benchmark::State& state) {
+    return randomBytes(static_cast<std::size_t>(state.range(0)));
+}
+
+// A slash comes at random, in every second block of 32 characters.
 void base64EncodeBest(benchmark::State& state) {
     state.SetLabel(base64::bestKernels().name);
-    encode(state, base64::bestKernels());
+    encode(state, base64::bestKernels(), randomData(state));
+}
+
+void base64EncodeSlashesOnly(benchmark::State& state) {
+    encode(state, base64::bestKernels(), std::vector(static_cast<std::size_t>(state.range(0)), std::byte{0xFF}));
+}
+
+void base64EncodeNoSlash(benchmark::State& state) {
+    encode(state, base64::bestKernels(), std::vector(static_cast<std::size_t>(state.range(0)), std::byte{0}));
 }
 
 void base64EncodePortable(benchmark::State& state) {
-    encode(state, base64::scalarKernels);
+    encode(state, base64::scalarKernels, randomData(state));
 }
 
 void base64DecodeBest(benchmark::State& state) {
@@ -70,6 +82,8 @@ void base64DecodePortable(benchmark::State& state) {
 }
 
 BENCHMARK(base64EncodeBest)->Arg(4096)->Arg(65536)->Arg(1048576);
+BENCHMARK(base64EncodeSlashesOnly)->Arg(65536);
+BENCHMARK(base64EncodeNoSlash)->Arg(65536);
 BENCHMARK(base64EncodePortable)->Arg(65536);
 BENCHMARK(base64DecodeBest)->Arg(4096)->Arg(65536)->Arg(1048576);
 BENCHMARK(base64DecodePortable)->Arg(65536);

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <random>
@@ -96,6 +97,29 @@ TEST_P(Base64, encodesEveryLengthAndEveryPlaceOfASlash) {
             b = static_cast<std::byte>(random() % 4 == 0 ? 0xFF : random());
         ASSERT_EQ(encode(data), escaped(referenceEncode(data))) << "size " << size;
     }
+}
+
+TEST_P(Base64, escapesOneSlashOrTwoAtAnyPlaces) {
+    const std::string letters(4 * 64, 'A');
+    for (std::size_t first = 0; first < letters.size(); ++first)
+        for (std::size_t second = first; second < std::min(first + 70, letters.size()); ++second) {
+            std::string text = letters;
+            text[first] = text[second] = '/';
+            const auto data = decode(text);
+            ASSERT_TRUE(data);
+            ASSERT_EQ(encode(*data), escaped(text)) << "slashes at " << first << " and " << second;
+        }
+}
+
+TEST_P(Base64, encodesLongDataWithFewManyAndNoSlashes) {
+    std::mt19937 random(4);
+    for (const std::size_t size : {3071U, 3072U, 3073U, 3075U, 3076U, 3077U, 3100U, 6148U, 20'000U, 65'536U})
+        for (const unsigned oneIn : {1U, 2U, 10U, 1000U, 1U << 30}) {
+            Bytes data(size);
+            for (std::byte& b : data)
+                b = static_cast<std::byte>(random() % oneIn == 0 ? 0xFFU : random() % 60);
+            ASSERT_EQ(encode(data), escaped(referenceEncode(data))) << size << " bytes, one in " << oneIn;
+        }
 }
 
 TEST_P(Base64, decodesWhatItEncoded) {
