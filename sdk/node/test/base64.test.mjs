@@ -44,6 +44,49 @@ for (const [name, Codec, own] of [
         }
     });
 
+    test(`${name}: escaped slashes decode wherever they stand`, () => {
+        const letters = 'A'.repeat(132);
+        for (let first = 0; first < letters.length; first++) {
+            for (let second = first; second < letters.length; second++) {
+                const characters = [...letters];
+                characters[first] = characters[second] = '/';
+                const data = Buffer.from(characters.join(''), 'base64');
+                characters[first] = characters[second] = '\\/';
+                const length = text.latin1Write(characters.join(''), 0);
+                assert.equal(codec.decodeInPlace(text, 0, length), data.length, `at ${first} and ${second}`);
+                assert.ok(text.subarray(0, data.length).equals(data), `at ${first} and ${second}`);
+            }
+        }
+    });
+
+    test(`${name}: escaped slashes decode across the borders of the pieces that a long text is taken in`, () => {
+        for (const border of [4096, 8192, 49_152, 65_536]) {
+            for (let before = 0; before <= 40; before++) {
+                for (const slashes of [1, 2, 3, 33]) {
+                    const plain = 'B'.repeat(border - before) + '/'.repeat(slashes);
+                    const whole = plain + 'C'.repeat(60 + ((4 - (plain.length % 4)) % 4));
+                    const data = Buffer.from(whole, 'base64');
+                    const length = text.latin1Write(whole.replaceAll('/', '\\/'), 3);
+                    assert.equal(codec.decodeInPlace(text, 3, 3 + length), 3 + data.length, `${before}, ${slashes}`);
+                    assert.ok(text.subarray(3, 3 + data.length).equals(data), `${before}, ${slashes}`);
+                }
+            }
+        }
+    });
+
+    test(`${name}: a backslash that precedes no slash is refused wherever it stands`, () => {
+        const right = 'D'.repeat(128);
+        for (const wrong of ['\\', '\\\\', '\\\\/', '\\/\\', '\\n', '\\/\\/\\D']) {
+            const others = right.length - wrong.replaceAll('\\', '').length; // a whole text but for the backslashes
+            for (let place = 0; place <= others; place++) {
+                const written = right.slice(0, place) + wrong + right.slice(0, others - place);
+                const length = text.latin1Write(written, 0);
+                text[length] = 0x2f; // what follows the text is not part of it
+                assert.equal(codec.decodeInPlace(text, 0, length), -1, `${wrong} at ${place}`);
+            }
+        }
+    });
+
     test(`${name}: a text with one wrong character anywhere is refused`, () => {
         for (const size of [3, 36, 90, 60_000]) {
             const right = Buffer.from(randomBytes(size).toString('base64').replaceAll('/', '\\/'));
