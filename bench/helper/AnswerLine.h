@@ -1,11 +1,11 @@
 #pragma once
 
+#include "foundation/ByteBuffer.h"
 #include "foundation/FileHandle.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <string>
 #include <string_view>
 
 namespace bench {
@@ -28,8 +28,7 @@ public:
     bool send(foundation::FileHandle& output);
 
 private:
-    std::string text_;
-    std::string encoded_;
+    foundation::ByteBuffer text_;
 };
 
 } // namespace bench

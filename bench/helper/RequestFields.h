@@ -1,11 +1,11 @@
 #pragma once
 
+#include "foundation/ByteBuffer.h"
 #include "foundation/JSON.h"
 
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace bench {
 
@@ -24,17 +24,20 @@ struct RequestFields {
     std::int64_t offset = 0;
     std::int64_t length = 0;
     std::int64_t mode = 0;
-    std::vector<std::byte> data; // decoded
+    foundation::ByteBuffer data; // decoded
 
-    /// Reads a line in place of what was read before. Throws foundation::DecodingError, std::runtime_error.
+    /// Reads a line, behind which `payloadSlack` bytes can be read, in place of what was read before. Throws
+    /// foundation::DecodingError, std::runtime_error.
     void read(std::string_view line, foundation::JSONReader& reader);
 
 private:
     void take(std::string_view key, foundation::JSONElement& value);
     void takeFlags(foundation::JSONElement& value);
-    void takeData(std::string_view text);
+    void takeData(std::string_view escaped);
     std::string* textField(std::string_view key);
     std::int64_t* numberField(std::string_view key);
+
+    foundation::ByteBuffer scratch_;
 };
 
 } // namespace bench
