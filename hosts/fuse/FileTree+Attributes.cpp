@@ -31,6 +31,7 @@ struct stat FileTree::getAttributes(NodeID id) {
 }
 
 struct stat FileTree::setAttributes(NodeID id, const AttributeChange& change) {
+    closeUnusedReaders();
     Node& node = nodeAt(id);
     const FSItemPtr item = itemOf(node);
     checkOwner(item, change);

@@ -41,6 +41,9 @@ FileHandle FileTree::open(NodeID id, int flags) {
     Node& node = nodeAt(id);
     if (node.isDirectory())
         throw KernelError(EISDIR);
+    // The handle of an earlier opener must not be taken for one of the file that has the name now.
+    if (std::any_of(unused_.begin(), unused_.end(), [&](const auto& item) { return isSameItem(*item, *itemOf(node)); }))
+        closeUnusedReaders();
     // A handle that others hold may belong to a file that was replaced behind the mount: every opener gets the file
     // that now has the name.
     if (node.isOpen())
@@ -158,7 +161,10 @@ void FileTree::release(FileHandle handle) {
     node.readers -= file.reads;
     node.writers -= file.writes;
     node.unflushedWriters -= file.writes && !file.flushed;
-    closeQuietly(node);
+    if (node.isOpen() || file.writes || node.hidden || !node.item)
+        closeQuietly(node);
+    else
+        closeWhenIdle(node);
     if (node.hidden && !node.isOpen())
         removeHidden(node);
     else
@@ -181,6 +187,34 @@ void FileTree::closeQuietly(Node& node) noexcept {
         if (!error.isLogged())
             hostLog().error({"closing ", foundation::logPrivate(node.name), ": ", foundation::logPublic(error.what())});
     }
+}
+
+// A program that reads many small files opens the next one right after it closed the last. It need not wait for the
+// handle of the last one to be given back.
+void FileTree::closeWhenIdle(Node& node) {
+    constexpr std::size_t mostUnused = 8;
+    readAhead_.drop(node.id);
+    unused_.push_back(node.item);
+    if (unused_.size() > mostUnused)
+        doNext();
+}
+
+void FileTree::doNext() noexcept {
+    if (unused_.empty())
+        return;
+    const fskit::FSItemPtr item = std::move(unused_.front());
+    unused_.pop_front();
+    try {
+        volume_.close(item, FSVolumeOpenModes::none);
+    } catch (const KernelError& error) {
+        if (!error.isLogged())
+            hostLog().error({"closing a file that was read: ", foundation::logPublic(error.what())});
+    }
+}
+
+void FileTree::closeUnusedReaders() noexcept {
+    while (!unused_.empty())
+        doNext();
 }
 
 void FileTree::closeForMove(Node& node) {

@@ -78,6 +78,7 @@ void FileTree::removeHidden(Node& node) {
 }
 
 void FileTree::end() noexcept {
+    closeUnusedReaders();
     for (auto& [handle, file] : files_)
         readAhead_.drop(file.node);
     for (auto& [handle, file] : files_)

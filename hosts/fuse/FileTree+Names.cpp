@@ -52,6 +52,7 @@ void FileTree::applyCreationMode(const FoundItem& made, mode_t mode) {
 }
 
 std::pair<TreeEntry, FileHandle> FileTree::create(NodeID directoryID, const std::string& name, int flags, mode_t mode) {
+    closeUnusedReaders();
     Node& directory = directoryAt(directoryID);
     checkName(name);
     if (isHidden(directory, name))
@@ -83,6 +84,7 @@ std::pair<TreeEntry, FileHandle> FileTree::openExisting(Node& node, const fskit:
 }
 
 TreeEntry FileTree::makeNode(NodeID directoryID, const std::string& name, mode_t mode) {
+    closeUnusedReaders();
     Node& directory = directoryAt(directoryID);
     checkName(name);
     if (!S_ISREG(mode) && (mode & S_IFMT) != 0) {
@@ -96,6 +98,7 @@ TreeEntry FileTree::makeNode(NodeID directoryID, const std::string& name, mode_t
 }
 
 TreeEntry FileTree::makeDirectory(NodeID directoryID, const std::string& name, mode_t mode) {
+    closeUnusedReaders();
     Node& directory = directoryAt(directoryID);
     checkName(name);
     FoundItem made = createNew(directory, name, FSItemType::directory, mode);
@@ -112,6 +115,7 @@ TreeEntry FileTree::makeSymbolicLink(NodeID directoryID, const std::string& name
 }
 
 TreeEntry FileTree::makeLink(NodeID id, NodeID directoryID, const std::string& name) {
+    closeUnusedReaders();
     Node& directory = directoryAt(directoryID);
     checkName(name);
     absence_.reset();
@@ -122,6 +126,7 @@ TreeEntry FileTree::makeLink(NodeID id, NodeID directoryID, const std::string& n
 }
 
 void FileTree::removeFile(NodeID directoryID, const std::string& name) {
+    closeUnusedReaders();
     Node& directory = directoryAt(directoryID);
     const Resolved target = resolve(directory, name);
     if (target.isDirectory)
@@ -139,6 +144,7 @@ void FileTree::removeFile(NodeID directoryID, const std::string& name) {
 }
 
 void FileTree::removeDirectory(NodeID directoryID, const std::string& name) {
+    closeUnusedReaders();
     Node& directory = directoryAt(directoryID);
     const Resolved target = resolve(directory, name);
     if (!target.isDirectory)
@@ -157,6 +163,7 @@ void FileTree::removeDirectory(NodeID directoryID, const std::string& name) {
 
 void FileTree::rename(NodeID directoryID, const std::string& name, NodeID newDirectoryID, const std::string& newName,
                       unsigned flags) {
+    closeUnusedReaders();
     if ((flags & ~static_cast<unsigned>(RENAME_NOREPLACE)) != 0)
         throw KernelError(EINVAL);
     Node& from = directoryAt(directoryID);

@@ -10,15 +10,11 @@ namespace fusehost {
 using fskit::FSItemAttributes;
 using fskit::FSItemPtr;
 
-namespace {
-
-bool isSameItem(const fskit::FSItem& a, const fskit::FSItem& b) {
+bool FileTree::isSameItem(const fskit::FSItem& a, const fskit::FSItem& b) {
     const auto known = a.knownAttributes();
     const auto other = b.knownAttributes();
     return known && other && known->fileID() == other->fileID();
 }
-
-} // namespace
 
 FileTree::FileTree(VolumeCalls& volume, const MountOptions& options)
     : volume_(volume), attributeMap_(options), readAhead_(volume),

@@ -3,6 +3,7 @@
 #include "hosts/fuse/AttributeMap.h"
 #include "hosts/fuse/ByteSpool.h"
 #include "hosts/fuse/DirectorySnapshot.h"
+#include "hosts/fuse/IdleWork.h"
 #include "hosts/fuse/MountOptions.h"
 #include "hosts/fuse/NodeTable.h"
 #include "hosts/fuse/ReadAhead.h"
@@ -10,6 +11,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <span>
@@ -43,9 +45,14 @@ struct AttributeChange {
 ///
 /// Not thread-safe: one thread executes all operations, one after the other. That is what keeps a sequence of several
 /// requests (a create, a rename, a change of size) whole.
-class FileTree {
+class FileTree final : public IdleWork {
 public:
     FileTree(VolumeCalls& volume, const MountOptions& options);
+
+    /// Read handles that nobody uses any more are given back when there is nothing else to do.
+    bool isPending() const override { return !unused_.empty(); }
+
+    void doNext() noexcept override;
 
     /// Activates the volume.
     void begin();
@@ -150,6 +157,8 @@ private:
     const fskit::FSItemPtr& itemOf(Node& node);
     /// The node's item as the volume makes it of its name; null if it does not.
     fskit::FSItemPtr makeItem(Node& node);
+    /// Whether two items stand for the same path, and so share the volume's handles.
+    static bool isSameItem(const fskit::FSItem& a, const fskit::FSItem& b);
     FoundItem lookUpAgain(Node& node);
     FoundItem findChild(Node& directory, const std::string& name);
     Resolved resolve(Node& directory, const std::string& name);
@@ -183,8 +192,11 @@ private:
     std::size_t readWhole(Node& node, std::int64_t offset, std::span<std::byte> into);
     void writeWhole(Node& node, std::int64_t offset, std::span<const std::byte> contents);
     fskit::FSVolumeOpenModes modesFor(int flags) const;
+    /// Gives the read handles back that wait for an idle moment: all of them, before names or files change.
+    void closeUnusedReaders() noexcept;
     /// Closes in the volume what no opener of the node needs.
     void closeUnused(Node& node);
+    void closeWhenIdle(Node& node);
     /// The same where nobody is left to be told of a failure, or another one is to be reported: it is logged.
     void closeQuietly(Node& node) noexcept;
     /// Closes everything that is open at the node and beneath it: the volume's handles are tied to paths. They open
@@ -220,6 +232,7 @@ private:
     ReadAhead readAhead_;
     std::unordered_map<FileHandle, OpenFile> files_;
     std::unordered_map<DirectoryHandle, OpenDirectory> directories_;
+    std::deque<fskit::FSItemPtr> unused_; // files read and closed, whose handle is still to be given back
     std::uint64_t nextHandle_ = 1;
     std::uint64_t changes_ = 0; // counts changes made through the mount
     std::optional<Absence> absence_;

@@ -77,7 +77,7 @@ void FuseHost::Implementation::mount() {
 bool FuseHost::Implementation::serve() {
     bool ended = false;
     {
-        SessionLoop loop(session_->get(), session_->descriptor(), stopDescriptor_);
+        SessionLoop loop(session_->get(), session_->descriptor(), stopDescriptor_, tree_.get());
         ended = loop.run();
     }
     session_->unmount();

@@ -66,8 +66,8 @@ bool isExiting(std::uint32_t thread) {
 
 } // namespace
 
-SessionLoop::SessionLoop(fuse_session* session, int descriptor, int stopDescriptor)
-    : session_(session), descriptor_(descriptor), stopDescriptor_(stopDescriptor),
+SessionLoop::SessionLoop(fuse_session* session, int descriptor, int stopDescriptor, IdleWork* idleWork)
+    : session_(session), descriptor_(descriptor), stopDescriptor_(stopDescriptor), idleWork_(idleWork),
       wakeDescriptor_(makeEventDescriptor()) {
     // Signals belong to whoever owns the process, never to the watcher.
     sigset_t all;
@@ -115,6 +115,10 @@ SessionLoop::Received SessionLoop::next(KernelRequest& request) {
             return Received::request;
         }
     }
+    if (idleWork_ != nullptr && idleWork_->isPending() && poll(polled, 2, 0) == 0) {
+        workIdly();
+        return Received::nothing;
+    }
     if (poll(polled, 2, -1) < 0)
         return errno == EINTR ? Received::nothing : Received::failure;
     if (polled[1].revents != 0)
@@ -153,20 +157,33 @@ void SessionLoop::reclaimReading() {
 void SessionLoop::execute(const KernelRequest& request) {
     if (request.isInterrupt())
         return; // whatever it is about has been answered: nothing else is under way
-    {
-        const std::lock_guard guard(lock_);
-        current_ = {request.unique(), request.thread(), request.isFlush(), since_};
-        busy_ = true;
-        ++operation_;
-        if (watcherSleeps_) {
-            watcherSleeps_ = false;
-            changed_.notify_all();
-        }
-    }
+    begin({request.unique(), request.thread(), request.isFlush(), since_});
     fuse_buf buffer{};
     buffer.mem = request.memory.get();
     buffer.size = request.size;
     fuse_session_process_buf(session_, &buffer);
+    finish();
+}
+
+// No caller waits for it, but requests that come meanwhile do: should it last, they are the watcher's to read.
+void SessionLoop::workIdly() {
+    begin({0, 0, false, Clock::now()});
+    idleWork_->doNext();
+    finish();
+}
+
+void SessionLoop::begin(const Pending& operation) {
+    const std::lock_guard guard(lock_);
+    current_ = operation;
+    busy_ = true;
+    ++operation_;
+    if (watcherSleeps_) {
+        watcherSleeps_ = false;
+        changed_.notify_all();
+    }
+}
+
+void SessionLoop::finish() {
     const std::lock_guard guard(lock_);
     busy_ = false;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "hosts/fuse/IdleWork.h"
 #include "hosts/fuse/KernelRequest.h"
 
 #include <chrono>
@@ -24,8 +25,8 @@ namespace fusehost {
 class SessionLoop {
 public:
     /// `descriptor` is the session's connection, non-blocking; `stopDescriptor` an eventfd that becomes readable when
-    /// the loop is to end. Both must outlive the loop.
-    SessionLoop(fuse_session* session, int descriptor, int stopDescriptor);
+    /// the loop is to end. `idleWork` is done between requests; it may be null. All must outlive the loop.
+    SessionLoop(fuse_session* session, int descriptor, int stopDescriptor, IdleWork* idleWork = nullptr);
     ~SessionLoop();
     SessionLoop(const SessionLoop&) = delete;
     SessionLoop& operator=(const SessionLoop&) = delete;
@@ -56,6 +57,10 @@ private:
     Received next(KernelRequest& request);
     void reclaimReading();
     void execute(const KernelRequest& request);
+    /// Opens and closes the watcher's view of an operation.
+    void begin(const Pending& operation);
+    void finish();
+    void workIdly();
     Received receive(KernelRequest& request);
 
     // On the watcher
@@ -70,6 +75,7 @@ private:
     fuse_session* const session_;
     const int descriptor_;
     const int stopDescriptor_;
+    IdleWork* const idleWork_;
     Clock::time_point since_;  // when the request to be executed was read; the executing thread's own
     bool failureTold_ = false; // that reading fails is in the log; belongs to the thread that reads
     const int wakeDescriptor_; // eventfd by which the executing thread ends the watcher's poll

@@ -40,6 +40,7 @@ TEST_F(FileTreeFiles, opensTheModesAskedFor) {
         const FileHandle opened = tree().open(file, flags);
         EXPECT_THAT(served.takeRequests(), ElementsAre(request));
         tree().release(opened);
+        idle();
         EXPECT_THAT(served.takeRequests(), ElementsAre("release /a"));
     }
     close(open("/a", O_RDWR));
@@ -201,6 +202,60 @@ TEST_F(FileTreeFiles, aFlushThatFailsForTheReadHandleStillClosesTheWriteHandle) 
     close(reader);
     close(writer);
     EXPECT_EQ(served.openHandles(), 0U);
+}
+
+TEST_F(FileTreeFiles, aReadersHandleIsGivenBackWhenThereIsNothingElseToDo) {
+    served.put("/a", "a");
+    served.put("/b", "b");
+    const FileHandle first = tree().open(node("/a"), O_RDONLY);
+    served.takeRequests();
+    tree().release(first);
+    EXPECT_THAT(served.takeRequests(), IsEmpty());
+    const FileHandle second = tree().open(node("/b"), O_RDONLY);
+    EXPECT_THAT(served.takeRequests(), ElementsAre("getattr /b", "open read /b"));
+    EXPECT_TRUE(tree().isPending());
+    tree().doNext();
+    EXPECT_THAT(served.takeRequests(), ElementsAre("release /a"));
+    EXPECT_FALSE(tree().isPending());
+    tree().release(second);
+}
+
+TEST_F(FileTreeFiles, whoOpensAFileAgainGetsAHandleOfTheFileThatHasTheNameNow) {
+    served.put("/a", "old");
+    tree().release(tree().open(node("/a"), O_RDONLY));
+    served.put("/a", "new");
+    const FileHandle again = open("/a", O_RDONLY);
+    EXPECT_EQ(read(again), "new");
+    close(again);
+}
+
+TEST_F(FileTreeFiles, aHandleThatWaitsIsGivenBackBeforeAnotherFileTakesTheName) {
+    served.put("/a", "old");
+    served.put("/b", "new");
+    tree().release(tree().open(node("/a"), O_RDONLY));
+    rename("/b", "/a");
+    const FileHandle file = open("/a", O_RDONLY);
+    EXPECT_EQ(read(file), "new");
+    close(file);
+}
+
+TEST_F(FileTreeFiles, fewHandlesWaitToBeGivenBack) {
+    for (int number = 0; number < 20; ++number) {
+        const std::string path = "/" + std::to_string(number);
+        served.put(path, "");
+        tree().release(tree().open(node(path), O_RDONLY));
+    }
+    EXPECT_LE(served.openHandles(), 8U);
+    end();
+    EXPECT_EQ(served.openHandles(), 0U);
+}
+
+TEST_F(FileTreeFiles, aWritersHandleIsGivenBackAtOnce) {
+    const FileHandle file = create("/a");
+    write(file, 0, "a");
+    tree().flush(file);
+    EXPECT_EQ(served.openHandles(), 0U);
+    close(file);
 }
 
 TEST_F(FileTreeFiles, afterTwoBlocksInARowTheNextOneIsReadAhead) {

@@ -68,7 +68,13 @@ int FileTreeTest::close(FileHandle file) {
     const int error = errnoOf([&] { tree().flush(file); });
     open_.erase(file);
     tree().release(file);
+    idle();
     return error;
+}
+
+void FileTreeTest::idle() {
+    while (tree().isPending())
+        tree().doNext();
 }
 
 void FileTreeTest::remove(const std::string& path) {
@@ -122,6 +128,7 @@ void FileTreeTest::TearDown() {
         return;
     for (const FileHandle file : std::exchange(open_, {}))
         tree().release(file);
+    idle();
     for (const auto& [node, count] : held_)
         tree().forget(node, count);
     EXPECT_EQ(served.openHandles(), 0U) << "helper handles were not given back";

@@ -101,6 +101,23 @@ TEST_F(SessionLoopTest, answersAnInterruptedOperationWithEINTRAndDropsItsLateRep
     EXPECT_EQ(tree().nodes().size(), 2U) << "of /slow, which nobody got, something is left";
 }
 
+TEST_F(SessionLoopTest, givesHandlesBackWhenThereIsNothingElseToDo) {
+    served.before = gate.holding("release /a");
+    start();
+    const NodeID node = lookedUp("a");
+    const auto opened = fromBytes<fuse_open_out>(kernel.call(FUSE_OPEN, node, bytesOf(fuse_open_in{})).body);
+    fuse_release_in released{};
+    released.fh = opened.fh;
+    EXPECT_EQ(kernel.call(FUSE_RELEASE, node, bytesOf(released)).error, 0);
+    gate.waitForRequest();
+    // Who comes meanwhile can be interrupted as during any other operation that lasts.
+    const std::uint64_t waiting = ask(FUSE_LOOKUP, "b");
+    kernel.interrupt(waiting);
+    EXPECT_EQ(kernel.answerTo(waiting).error, EINTR);
+    gate.open();
+    lookedUp("c");
+}
+
 TEST_F(SessionLoopTest, letsAnInterruptedOperationEndThatIsDoneSoon) {
     start();
     const std::uint64_t slow = hang();

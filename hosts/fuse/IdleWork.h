@@ -1,0 +1,15 @@
+#pragma once
+
+namespace fusehost {
+
+/// What can wait until the kernel asks for nothing. Used by the thread that executes the kernel's requests.
+class IdleWork {
+public:
+    virtual ~IdleWork() = default;
+
+    virtual bool isPending() const = 0;
+    /// Does one piece of it, which may be one request to the helper.
+    virtual void doNext() noexcept = 0;
+};
+
+} // namespace fusehost
