@@ -21,6 +21,9 @@ public:
     /// All members of an object. Throws DecodingError where JSONValue::read does.
     void take(foundation::JSONElement& object);
 
+    /// As it was sent: bytes, but any number.
+    double size() const { return size_; }
+
     /// The record. A size outside the range of a 64-bit integer stops the process.
     KemviFileStat stat() &&;
 

@@ -25,11 +25,15 @@ const foundation::ISO8601DateFormatter& kemviFs() {
     return formatter;
 }
 
-std::int64_t integerFromNumber(double number) {
+bool fitsInteger(double number) {
     const double whole = std::trunc(number);
-    if (!(whole >= -twoToThe63 && whole < twoToThe63))
+    return whole >= -twoToThe63 && whole < twoToThe63;
+}
+
+std::int64_t integerFromNumber(double number) {
+    if (!fitsInteger(number))
         foundation::fatalError("a number of the helper does not fit a 64-bit integer");
-    return static_cast<std::int64_t>(whole);
+    return static_cast<std::int64_t>(number);
 }
 
 KemviFileStat::KemviFileStat(const JSONValue& json) {

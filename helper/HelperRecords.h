@@ -63,6 +63,9 @@ struct KemviStatFS {
     friend bool operator==(const KemviStatFS&, const KemviStatFS&) = default;
 };
 
+/// True if `number`, cut off toward zero, is a 64-bit integer.
+bool fitsInteger(double number);
+
 /// `number` cut off toward zero. Stops the process if it is not finite or does not fit: the helper is trusted to send
 /// counts that do.
 std::int64_t integerFromNumber(double number);

@@ -1,6 +1,7 @@
 #include "helper/ListingReader.h"
 
 #include "helper/AdapterError.h"
+#include "helper/FileStatMembers.h"
 
 namespace kemvi {
 
@@ -10,7 +11,8 @@ using foundation::JSONType;
 void ListingReader::read(JSONElement& result) {
     isArray_ = result.type() == JSONType::array;
     endsEarly_ = false;
-    stats_.clear();
+    unfitSize_.reset();
+    entries_.clear();
     if (isArray_)
         result.forEachElement([this](JSONElement& element) { readElement(element); });
     else
@@ -23,19 +25,21 @@ void ListingReader::readElement(JSONElement& element) {
         JSONValue::pass(element);
         return;
     }
-    stats_.emplace_back().take(element);
+    FileStatMembers members;
+    members.take(element);
+    if (!fitsInteger(members.size()) && !unfitSize_)
+        unfitSize_ = members.size();
+    entries_.push_back(unfitSize_ ? KemviDirEntry() : KemviDirEntry(std::move(members).stat()));
 }
 
 std::vector<KemviDirEntry> ListingReader::entries() && {
     if (!isArray_)
         throw AdapterError::protocolError("readdir result was not an array");
-    std::vector<KemviDirEntry> made;
-    made.reserve(stats_.size());
-    for (FileStatMembers& members : stats_)
-        made.emplace_back(std::move(members).stat());
+    if (unfitSize_)
+        (void)integerFromNumber(*unfitSize_); // stops the process
     if (endsEarly_)
         throw AdapterError::protocolError(statNotAnObject);
-    return made;
+    return std::move(entries_);
 }
 
 } // namespace kemvi

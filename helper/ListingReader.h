@@ -1,8 +1,9 @@
 #pragma once
 
 #include "foundation/JSON.h"
-#include "helper/FileStatMembers.h"
+#include "helper/HelperRecords.h"
 
+#include <optional>
 #include <vector>
 
 namespace kemvi {
@@ -23,8 +24,9 @@ private:
     void readElement(foundation::JSONElement& element);
 
     bool isArray_ = false;
-    bool endsEarly_ = false; // after the stats we have comes an element that is no object
-    std::vector<FileStatMembers> stats_;
+    bool endsEarly_ = false;          // after the stats we have comes an element that is no object
+    std::optional<double> unfitSize_; // the first size of an entry that does not fit
+    std::vector<KemviDirEntry> entries_;
 };
 
 } // namespace kemvi

@@ -67,7 +67,16 @@ fskit::FSItemAttributes attributes(std::string_view path, bool isDirectory, std:
     return attributes(path, isDirectory, size, modifiedAt, Owner::current());
 }
 
+Identifiers Identifiers::of(std::string_view path) {
+    return {KemviItem::identifierFor(path), parentIDFor(path)};
+}
+
 fskit::FSItemAttributes attributes(std::string_view path, bool isDirectory, std::int64_t size,
+                                   const std::optional<foundation::Date>& modifiedAt, Owner owner) {
+    return attributes(Identifiers::of(path), isDirectory, size, modifiedAt, owner);
+}
+
+fskit::FSItemAttributes attributes(Identifiers identifiers, bool isDirectory, std::int64_t size,
                                    const std::optional<foundation::Date>& modifiedAt, Owner owner) {
     const auto bytes = static_cast<std::uint64_t>(std::max<std::int64_t>(size, 0));
     fskit::FSItemAttributes record;
@@ -78,8 +87,8 @@ fskit::FSItemAttributes attributes(std::string_view path, bool isDirectory, std:
     record.setGid(owner.gid);
     record.setSize(bytes);
     record.setAllocSize(allocatedSize(bytes));
-    record.setFileID(KemviItem::identifierFor(path));
-    record.setParentID(parentIDFor(path));
+    record.setFileID(identifiers.item);
+    record.setParentID(identifiers.parent);
     record.setSupportsLimitedXAttrs(false);
     setTimes(record, modifiedAt ? timespecFor(*modifiedAt) : timespec{0, 0});
     return record;

@@ -35,6 +35,18 @@ struct Owner {
 fskit::FSItemAttributes attributes(std::string_view path, bool isDirectory, std::int64_t size,
                                    const std::optional<foundation::Date>& modifiedAt);
 
+/// The identifiers of a path and of the directory that holds it.
+struct Identifiers {
+    fskit::FSItemID item;
+    fskit::FSItemID parent;
+
+    static Identifiers of(std::string_view path);
+};
+
+/// The same for identifiers and an owner already known: a listing has a parent once and not for every entry.
+fskit::FSItemAttributes attributes(Identifiers identifiers, bool isDirectory, std::int64_t size,
+                                   const std::optional<foundation::Date>& modifiedAt, Owner owner);
+
 /// The same for an owner already known.
 fskit::FSItemAttributes attributes(std::string_view path, bool isDirectory, std::int64_t size,
                                    const std::optional<foundation::Date>& modifiedAt, Owner owner);

@@ -35,25 +35,40 @@ private:
     bool pack(std::uint64_t position) {
         const std::uint64_t next = position + 1;
         if (position == 0)
-            return pack(".", true, directory_.path(), directory_.identifier(), directory_.size(),
+            return pack(".", true, directory_.identifier(), identifiersOf(directory_.path()), directory_.size(),
                         directory_.modifiedAt(), next);
         if (position == 1) {
-            const std::string parent = KemviItem::parentPath(directory_.path());
-            return pack("..", true, parent, KemviItem::identifierFor(parent), 0, std::nullopt, next);
+            const Identifiers parent = identifiersOf(KemviItem::parentPath(directory_.path()));
+            return pack("..", true, parent.item, parent, 0, std::nullopt, next);
         }
         const KemviDirEntry& entry = entries_[position - dotEntries];
-        return pack(entry.name, entry.isDirectory, entry.path, KemviItem::identifierFor(entry.path),
-                    entry.size.value_or(0), entry.modifiedAt, next);
+        const Identifiers identifiers = identifiersOf(entry.path);
+        return pack(entry.name, entry.isDirectory, identifiers.item, identifiers, entry.size.value_or(0),
+                    entry.modifiedAt, next);
     }
 
-    bool pack(std::string_view name, bool isDirectory, std::string_view path, fskit::FSItemID itemID, std::int64_t size,
-              const std::optional<foundation::Date>& modifiedAt, fskit::FSDirectoryCookie nextCookie) {
+    bool pack(std::string_view name, bool isDirectory, fskit::FSItemID itemID, Identifiers identifiers,
+              std::int64_t size, const std::optional<foundation::Date>& modifiedAt,
+              fskit::FSDirectoryCookie nextCookie) {
         const auto type = isDirectory ? fskit::FSItemType::directory : fskit::FSItemType::file;
         const fskit::FSFileName fileName(name);
         if (!withAttributes_)
             return packer_.packEntry(fileName, type, itemID, nextCookie, nullptr);
-        const fskit::FSItemAttributes record = attributes(path, isDirectory, size, modifiedAt, owner_);
+        const fskit::FSItemAttributes record = attributes(identifiers, isDirectory, size, modifiedAt, owner_);
         return packer_.packEntry(fileName, type, itemID, nextCookie, &record);
+    }
+
+    // As Identifiers::of; what stands before the last component, and so the parent, is that of the entry before.
+    Identifiers identifiersOf(std::string_view path) {
+        const std::size_t nameStart = path.rfind('/') + 1; // npos + 1 is 0
+        const std::string_view beforeName = path.substr(0, nameStart);
+        if (nameStart == 0 || nameStart == path.size())
+            return Identifiers::of(path);
+        if (beforeName != knownBeforeName_) {
+            knownBeforeName_ = beforeName;
+            knownParent_ = Identifiers::of(path).parent;
+        }
+        return {KemviItem::identifierFor(path), knownParent_};
     }
 
     const KemviItem& directory_;
@@ -61,6 +76,8 @@ private:
     const bool withAttributes_;
     fskit::FSDirectoryEntryPacker& packer_;
     const Owner owner_;
+    std::string knownBeforeName_; // what identifiersOf last saw, and the identifier of the parent there
+    fskit::FSItemID knownParent_ = fskit::FSItemID::invalid;
 };
 
 } // namespace

@@ -2,6 +2,8 @@
 
 #include "hosts/fuse/HostLog.h"
 
+#include <ctime>
+
 namespace fusehost {
 namespace {
 
@@ -9,9 +11,16 @@ bool isDot(std::string_view name) {
     return name == "." || name == "..";
 }
 
+// Seconds of a clock that never goes back, read without asking the hardware.
+double coarseSeconds() {
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
 class SnapshotPacker final : public fskit::FSDirectoryEntryPacker {
 public:
-    SnapshotPacker(std::vector<ListedEntry>& entries, std::size_t maximumNameLength)
+    SnapshotPacker(std::deque<ListedEntry>& entries, std::size_t maximumNameLength)
         : entries_(entries), maximumNameLength_(maximumNameLength) {}
 
     bool packEntry(const fskit::FSFileName& name, fskit::FSItemType itemType, fskit::FSItemID itemID,
@@ -34,7 +43,7 @@ private:
             firstRejected_ = name;
     }
 
-    std::vector<ListedEntry>& entries_;
+    std::deque<ListedEntry>& entries_;
     std::size_t maximumNameLength_;
     std::size_t rejected_ = 0;
     std::string firstRejected_;
@@ -47,7 +56,7 @@ bool isUsableName(std::string_view name, std::size_t maximumLength) {
 }
 
 DirectorySnapshot::DirectorySnapshot(VolumeCalls& volume, const fskit::FSItemPtr& directory, std::uint64_t changeCount)
-    : changeCount_(changeCount), taken_(std::chrono::steady_clock::now()) {
+    : changeCount_(changeCount), taken_(coarseSeconds()) {
     SnapshotPacker packer(entries_, volume.maximumNameLength());
     volume.enumerate(directory, packer);
     leftNamesOut_ = packer.rejected() > 0;
@@ -58,7 +67,7 @@ DirectorySnapshot::DirectorySnapshot(VolumeCalls& volume, const fskit::FSItemPtr
 }
 
 double DirectorySnapshot::age() const {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - taken_).count();
+    return coarseSeconds() - taken_;
 }
 
 } // namespace fusehost

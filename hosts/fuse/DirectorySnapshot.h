@@ -3,11 +3,10 @@
 #include "fskit/FSVolumeTypes.h"
 #include "hosts/fuse/VolumeCalls.h"
 
-#include <chrono>
 #include <cstdint>
+#include <deque>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace fusehost {
 
@@ -33,21 +32,21 @@ public:
     DirectorySnapshot(VolumeCalls& volume, const fskit::FSItemPtr& directory, std::uint64_t changeCount);
 
     /// The entries, "." and ".." first, in the volume's order.
-    const std::vector<ListedEntry>& entries() const { return entries_; }
+    const std::deque<ListedEntry>& entries() const { return entries_; }
 
     /// True if names were left out because no kernel accepts them.
     bool leftNamesOut() const { return leftNamesOut_; }
 
     std::uint64_t changeCount() const { return changeCount_; }
 
-    /// Seconds since the enumeration.
+    /// Seconds since the enumeration, to a few milliseconds: it is asked for every entry.
     double age() const;
 
 private:
-    std::vector<ListedEntry> entries_;
+    std::deque<ListedEntry> entries_; // of which there may be very many, too large to be moved whenever more come
     std::uint64_t changeCount_;
     bool leftNamesOut_ = false;
-    std::chrono::steady_clock::time_point taken_;
+    double taken_; // seconds of the coarse clock
 };
 
 } // namespace fusehost

@@ -48,7 +48,10 @@ Node* NodeTable::find(NodeID id) {
 }
 
 Node* NodeTable::child(const Node& directory, std::string_view name) {
-    const std::uint32_t hash = hashOf(directory, name);
+    return childOfHash(directory, name, hashOf(directory, name));
+}
+
+Node* NodeTable::childOfHash(const Node& directory, std::string_view name, std::uint32_t hash) {
     Node* node = names_.chain(hash);
     while (node != nullptr && (node->nameHash != hash || node->parent != &directory || node->name != name))
         node = node->nextOfName;
@@ -56,17 +59,18 @@ Node* NodeTable::child(const Node& directory, std::string_view name) {
 }
 
 Node& NodeTable::childOrNew(Node& directory, std::string_view name) {
-    if (Node* known = child(directory, name))
+    const std::uint32_t hash = hashOf(directory, name);
+    if (Node* known = childOfHash(directory, name, hash))
         return *known;
     auto made = std::make_unique<Node>();
     made->id = nextID_++;
     ids_.insert(*made);
     Node& node = *made.release();
-    attach(node, directory, name);
+    attach(node, directory, name, hash);
     return node;
 }
 
-void NodeTable::attach(Node& node, Node& directory, std::string_view name) {
+void NodeTable::attach(Node& node, Node& directory, std::string_view name, std::uint32_t hash) {
     node.parent = &directory;
     node.name = name;
     node.previousSibling = nullptr;
@@ -74,7 +78,7 @@ void NodeTable::attach(Node& node, Node& directory, std::string_view name) {
     if (directory.firstChild != nullptr)
         directory.firstChild->previousSibling = &node;
     directory.firstChild = &node;
-    node.nameHash = hashOf(directory, name);
+    node.nameHash = hash;
     names_.insert(node);
 }
 
@@ -107,7 +111,7 @@ void NodeTable::move(Node& node, Node& directory, std::string_view name) {
     }
     Node* oldParent = node.parent;
     detach(node);
-    attach(node, directory, name);
+    attach(node, directory, name, hashOf(directory, name));
     if (oldParent != nullptr)
         deleteIfUnused(*oldParent);
 }

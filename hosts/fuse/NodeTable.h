@@ -17,12 +17,18 @@ inline constexpr NodeID rootNodeID = 1;
 /// One file or directory that the kernel knows of, or one on the way to it. Kept small, as a walk through a large tree
 /// makes millions.
 struct Node {
+    // What is looked at when a node is looked for stands together.
     NodeID id = 0;
+    Node* nextOfID = nullptr; // NodeTable's, as are the next two
+    Node* nextOfName = nullptr;
+    std::uint32_t nameHash = 0;
+    fskit::FSItemType type : 8 = fskit::FSItemType::unknown;
+    bool hidden = false;    // removed by name while open; lives on under a name of ours until its last close
     Node* parent = nullptr; // null for the root and for a node that has lost its name
+    std::string name;
     Node* firstChild = nullptr;
     Node* nextSibling = nullptr;
     Node* previousSibling = nullptr;
-    std::string name;
     std::shared_ptr<fskit::FSItem> item; // null until first needed, and again after a move; see FileTree::itemOf
     std::uint64_t lookups = 0;           // references that the kernel holds
     std::uint64_t size = 0;              // bytes, as the kernel was last told or has since written
@@ -31,11 +37,6 @@ struct Node {
     std::uint32_t writers = 0;
     std::uint32_t unflushedWriters = 0; // writers that have not flushed since they last wrote or were opened
     int deferredError = 0;              // an errno to be reported by the next flush or fsync of a writer
-    fskit::FSItemType type : 8 = fskit::FSItemType::unknown;
-    bool hidden = false;        // removed by name while open; lives on under a name of ours until its last close
-    std::uint32_t nameHash = 0; // NodeTable's, as are the next two
-    Node* nextOfID = nullptr;
-    Node* nextOfName = nullptr;
 
     bool isDirectory() const { return type == fskit::FSItemType::directory; }
 
@@ -92,7 +93,8 @@ private:
         static Node*& next(Node& node) { return node.nextOfName; }
     };
 
-    void attach(Node& node, Node& directory, std::string_view name);
+    Node* childOfHash(const Node& directory, std::string_view name, std::uint32_t hash);
+    void attach(Node& node, Node& directory, std::string_view name, std::uint32_t hash);
     void dropItemsBeneath(Node& node);
     void erase(Node& node);
 

@@ -312,6 +312,25 @@ TEST_F(Enumeration, withAttributesPacksAFullRecordForEachEntry) {
     EXPECT_EQ(listing.entries[4].attributes->size(), 0U); // the helper said -3
 }
 
+TEST_F(Enumeration, givesEachEntryTheParentOfItsOwnPath) {
+    constexpr std::uint64_t parentOfRoot = 1;
+    const std::pair<const char*, std::uint64_t> parents[] = {{"/a/x", idOfA},     {"/x", rootID},   {"/a/b/y", idOfAB},
+                                                             {"//a//z", idOfA},   {"/a/x2", idOfA}, {"/a/b/", idOfA},
+                                                             {"/", parentOfRoot}, {"bare", rootID}, {"", rootID},
+                                                             {"/a/b/c", idOfAB},  {"/a/x3", idOfA}};
+    std::string result;
+    for (const auto& [path, parent] : parents)
+        result.append(result.empty() ? "[" : ",").append(R"({"path":")").append(path).append("\"}");
+    helper_.on("readdir", ScriptedAnswer::success(result + "]"));
+    const Listing listing = volume_->enumerateDirectory(folder_, {.cookie = 2, .withAttributes = true});
+    ASSERT_EQ(listing.entries.size(), std::size(parents));
+    for (std::size_t i = 0; i < std::size(parents); ++i) {
+        const fskit::FSItemAttributes& entry = *listing.entries[i].attributes;
+        EXPECT_EQ(static_cast<std::uint64_t>(entry.parentID()), parents[i].second) << parents[i].first;
+        EXPECT_EQ(static_cast<std::uint64_t>(entry.fileID()), listing.entries[i].itemID) << parents[i].first;
+    }
+}
+
 TEST_F(Enumeration, theDotReportsWhatTheItemKnowsAndAsksNoFreshFacts) {
     helper_.addStat("/a", true, 1, "1999-01-01T00:00:00.000Z");
     const Listing listing = volume_->enumerateDirectory(folder_, {.withAttributes = true});
