@@ -9,7 +9,6 @@
 namespace bench {
 
 using foundation::JSONElement;
-using foundation::JSONType;
 
 void RequestFields::read(std::string_view line, foundation::JSONReader& reader) {
     for (std::string* text : {&id, &op, &path, &oldPath, &newPath, &mtime})
