@@ -65,10 +65,10 @@ def test_reports_stay_where_a_folder_was_named(workspace):
 
 
 @pytest.mark.skipif(not os.environ.get("KEMVI_SANITIZE"), reason="is about a build with sanitizers")
-def test_the_command_is_built_with_the_sanitizers_that_the_build_names(workspace, binary):
+def test_the_command_is_built_with_the_sanitizers_that_the_build_names(binary):
     """A sanitized run proves something only where the sanitizer is in the program."""
-    for name, variable in (("address", "ASAN_OPTIONS"), ("thread", "TSAN_OPTIONS")):
-        if name in os.environ["KEMVI_SANITIZE"].split(","):
-            told = {**os.environ, variable: f"help=1:log_path={workspace / name}"}
-            subprocess.run([binary, "--help"], env=told, capture_output=True, timeout=30, check=True)
-            assert any(path.name.startswith(f"{name}.") for path in workspace.iterdir()), "no word from it"
+    for sanitizer, variable in (("address", "ASAN_OPTIONS"), ("thread", "TSAN_OPTIONS")):
+        if sanitizer in os.environ["KEMVI_SANITIZE"].split(","):
+            done = subprocess.run([binary, "--version"], env={**os.environ, variable: "help=1"}, capture_output=True,
+                                  text=True, timeout=30, check=True)
+            assert f"{sanitizer.capitalize()}Sanitizer" in done.stderr
