@@ -5,8 +5,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <random>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -16,9 +16,8 @@ using foundation::base64::Kernels;
 using Bytes = std::vector<std::byte>;
 
 Bytes bytesOf(std::string_view text) {
-    Bytes bytes(text.size());
-    std::memcpy(bytes.data(), text.data(), text.size());
-    return bytes;
+    const std::span bytes = std::as_bytes(std::span(text));
+    return {bytes.begin(), bytes.end()};
 }
 
 // The plainest form of the rules, to compare with.

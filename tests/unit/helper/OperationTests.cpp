@@ -4,18 +4,17 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <functional>
 #include <limits>
+#include <span>
 #include <thread>
 
 namespace kemvi {
 namespace {
 
 std::vector<std::byte> bytesOf(std::string_view text) {
-    std::vector<std::byte> bytes(text.size());
-    std::memcpy(bytes.data(), text.data(), text.size());
-    return bytes;
+    const std::span bytes = std::as_bytes(std::span(text));
+    return {bytes.begin(), bytes.end()};
 }
 
 class Operation : public testing::Test, protected PipePeer {
