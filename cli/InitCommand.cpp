@@ -39,7 +39,7 @@ constexpr const char* defaultHelper = "local";
 /// A helper is named by its path, or by its bare name if it is one that ships with the command.
 std::string helperPath(const std::string& named) {
     std::error_code error;
-    const std::string path = absolutePath(named);
+    std::string path = absolutePath(named);
     if (filesystem::is_regular_file(path, error)) {
         return path;
     }

@@ -1,7 +1,5 @@
 #include "hosts/fuse/ReadAhead.h"
 
-#include "hosts/fuse/KernelErrno.h"
-
 #include <algorithm>
 #include <csignal>
 
@@ -73,8 +71,8 @@ void ReadAhead::work() {
         std::size_t count = 0;
         try {
             count = volume_.read(block_.item, block_.offset, std::span(bytes_).first(block_.size));
-        } catch (const KernelError&) {
-            // Read again, and told, when the program gets there.
+        } catch (...) {
+            // Whatever it is: read again, and told, when the program gets there.
         }
         guard.lock();
         count_ = count;

@@ -1,5 +1,8 @@
 #include "FileTreeTest.h"
 
+#include <stdexcept>
+#include <thread>
+
 namespace fusehosttests {
 namespace {
 
@@ -343,6 +346,20 @@ TEST_F(FileTreeFiles, anErrorMetWhileReadingAheadIsMetByTheReadThatWantsTheBlock
     EXPECT_EQ(read(file, 2, 2), "11");
     EXPECT_EQ(errnoOf([&] { read(file, 4, 2); }), EACCES);
     close(file);
+}
+
+TEST_F(FileTreeFiles, whateverIsThrownWhileReadingAheadIsMetByTheReadThatWantsTheBlock) {
+    served.put("/a", "0011223344");
+    const FileHandle file = open("/a", O_RDONLY);
+    read(file, 0, 2);
+    volume->onRead = [reader = std::this_thread::get_id()] {
+        if (std::this_thread::get_id() != reader)
+            throw std::runtime_error("what no volume throws");
+    };
+    EXPECT_EQ(read(file, 2, 2), "11");
+    EXPECT_EQ(read(file, 4, 2), "22");
+    close(file);
+    volume->onRead = {};
 }
 
 TEST_F(FileTreeFiles, aBlockReadAheadThatCameShortIsCompleted) {

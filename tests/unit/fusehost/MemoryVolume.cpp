@@ -276,6 +276,8 @@ void MemoryVolume::closeItem(const FSItemPtr& item, FSVolumeOpenModes modes, fsk
 
 void MemoryVolume::read(const FSItemPtr& item, std::int64_t offset, std::int64_t,
                         fskit::FSMutableFileDataBuffer& buffer, fskit::CountReply reply) {
+    if (onRead)
+        onRead();
     fskit::answer(reply, [&] {
         const std::int64_t opened = handle(reading_, itemOf(item).path, "read");
         return tree_.read(opened, offset, {buffer.mutableBytes(), buffer.length()});

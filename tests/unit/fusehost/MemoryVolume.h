@@ -23,6 +23,7 @@ public:
     explicit MemoryVolume(ServedTree& tree);
 
     // Called when these are asked for; may throw what no volume throws.
+    std::function<void()> onRead;
     std::function<void()> onReclaim;
     std::function<void()> onStatistics;
 
