@@ -79,7 +79,7 @@ bool decodeBeyond(const Kernels& kernels, std::string_view text, std::span<std::
             text = {};
         }
         const std::size_t count = std::min(done.written, into.size() - kept);
-        std::memcpy(into.data() + kept, scratch.data(), count);
+        std::copy_n(scratch.data(), count, into.begin() + static_cast<std::ptrdiff_t>(kept));
         kept += count;
     }
     return true;
