@@ -56,9 +56,12 @@ bool isUsableName(std::string_view name, std::size_t maximumLength) {
 }
 
 DirectorySnapshot::DirectorySnapshot(VolumeCalls& volume, const fskit::FSItemPtr& directory, std::uint64_t changeCount)
-    : changeCount_(changeCount), taken_(coarseSeconds()) {
+    : changeCount_(changeCount) {
     SnapshotPacker packer(entries_, volume.maximumNameLength());
     volume.enumerate(directory, packer);
+    // As for a single lookup, trust begins with the answer: what a helper takes for a large directory must not use it
+    // up.
+    taken_ = coarseSeconds();
     leftNamesOut_ = packer.rejected() > 0;
     if (leftNamesOut_)
         hostLog().error({"left out of a listing: ", foundation::logPublic(std::to_string(packer.rejected())),

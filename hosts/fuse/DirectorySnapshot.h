@@ -46,7 +46,7 @@ private:
     std::deque<ListedEntry> entries_; // of which there may be very many, too large to be moved whenever more come
     std::uint64_t changeCount_;
     bool leftNamesOut_ = false;
-    double taken_; // seconds of the coarse clock
+    double taken_ = 0; // seconds of the coarse clock
 };
 
 } // namespace fusehost

@@ -1,5 +1,8 @@
 #include "FileTreeTest.h"
 
+#include <chrono>
+#include <thread>
+
 namespace fusehosttests {
 namespace {
 
@@ -142,6 +145,18 @@ TEST_F(FileTreeListing, membersOfAListedDirectoryAreFound) {
     EXPECT_THAT(served.takeRequests(), ElementsAre("getattr /d/a"));
     tree().forget(member.node, 1);
     tree().forget(directory->node, 1);
+}
+
+TEST_F(FileTreeListing, isTrustedFromItsAnswerOnHoweverLongThatTook) {
+    options.attrTimeout = 10;
+    const auto before = std::chrono::steady_clock::now();
+    served.before = [](const std::string& request) {
+        if (request.starts_with("readdir"))
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    };
+    const auto handle = listing();
+    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - before;
+    EXPECT_GT(tree().remainingTrust(handle, 10.0), 10.0 - taken.count() + 0.1);
 }
 
 TEST_F(FileTreeListing, givesNoNodesForDotAndDotDot) {
