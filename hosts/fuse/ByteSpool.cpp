@@ -8,7 +8,7 @@
 namespace fusehost {
 namespace {
 
-constexpr std::uint64_t mostInMemory = 16 * 1024 * 1024;
+constexpr std::uint64_t mostInMemory = std::uint64_t{16} * 1024 * 1024;
 
 void checkAll(std::size_t done, std::size_t wanted) {
     if (done != wanted)

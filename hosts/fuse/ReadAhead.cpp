@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <system_error>
 
 namespace fusehost {
 
@@ -15,19 +16,26 @@ ReadAhead::~ReadAhead() {
         reader_.join();
 }
 
-void ReadAhead::startThread() {
+bool ReadAhead::hasThread() {
+    if (reader_.joinable())
+        return true;
     // Signals belong to whoever owns the process, never to the reader.
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
     pthread_sigmask(SIG_BLOCK, &all, &before);
-    reader_ = std::thread([this] { work(); });
+    try {
+        reader_ = std::thread([this] { work(); });
+    } catch (const std::system_error&) {
+        // No more threads for this process: it goes without.
+    }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return reader_.joinable();
 }
 
 void ReadAhead::start(NodeID node, fskit::FSItemPtr item, std::int64_t offset, std::size_t size) {
-    if (!reader_.joinable())
-        startThread();
+    if (!hasThread())
+        return;
     Guard guard(lock_);
     clear(guard);
     bytes_.resize(std::max(bytes_.size(), size));

@@ -50,7 +50,8 @@ private:
     };
 
     void work();
-    void startThread();
+    /// Starts the thread where there is none yet; false if there can be none.
+    bool hasThread();
     void clear(Guard& guard);
 
     VolumeCalls& volume_;
