@@ -22,7 +22,8 @@ void ByteSpool::moveToFile() {
     if (!file_)
         throw KernelError(errno);
     errno = 0;
-    checkAll(std::fwrite(memory_.data(), 1, memory_.size(), file_.get()), memory_.size());
+    if (!memory_.empty())
+        checkAll(std::fwrite(memory_.data(), 1, memory_.size(), file_.get()), memory_.size());
     memory_ = {};
 }
 
