@@ -67,16 +67,15 @@ std::size_t FileTree::read(FileHandle handle, std::int64_t offset, std::span<std
     std::size_t total = readAhead_.take(node.id, offset, into, attrTimeout_);
     if (total == 0 || (total < into.size() && static_cast<std::uint64_t>(offset) + total < node.size))
         total += readWhole(node, offset + static_cast<std::int64_t>(total), into.subspan(total));
-    readOn(file, offset, total);
+    readOn(file, node, offset, total);
     return total;
 }
 
 // A program that reads one block after the other will most likely want the next one. With timeouts of 0 nothing is
 // asked before it is wanted.
-void FileTree::readOn(OpenFile& file, std::int64_t offset, std::size_t size) {
+void FileTree::readOn(OpenFile& file, Node& node, std::int64_t offset, std::size_t size) {
     const bool isSequential =
         offset > 0 && offset == std::exchange(file.readEnd, offset + static_cast<std::int64_t>(size));
-    Node& node = nodeAt(file.node);
     if (isSequential && size > 0 && attrTimeout_ > 0 && static_cast<std::uint64_t>(file.readEnd) < node.size)
         readAhead_.start(node.id, itemOf(node), file.readEnd, size);
 }

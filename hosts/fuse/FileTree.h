@@ -188,7 +188,7 @@ private:
     // Open files (FileTree+Files.cpp)
     OpenFile& fileAt(FileHandle handle);
     FileHandle addOpenFile(Node& node, int flags);
-    void readOn(OpenFile& file, std::int64_t offset, std::size_t size);
+    void readOn(OpenFile& file, Node& node, std::int64_t offset, std::size_t size);
     std::size_t readWhole(Node& node, std::int64_t offset, std::span<std::byte> into);
     void writeWhole(Node& node, std::int64_t offset, std::span<const std::byte> contents);
     fskit::FSVolumeOpenModes modesFor(int flags) const;

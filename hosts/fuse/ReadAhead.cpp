@@ -1,7 +1,8 @@
 #include "hosts/fuse/ReadAhead.h"
 
+#include "hosts/fuse/BackgroundThread.h"
+
 #include <algorithm>
-#include <csignal>
 #include <system_error>
 
 namespace fusehost {
@@ -19,17 +20,11 @@ ReadAhead::~ReadAhead() {
 bool ReadAhead::hasThread() {
     if (reader_.joinable())
         return true;
-    // Signals belong to whoever owns the process, never to the reader.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_BLOCK, &all, &before);
     try {
-        reader_ = std::thread([this] { work(); });
+        reader_ = startBackgroundThread([this] { work(); });
     } catch (const std::system_error&) {
         // No more threads for this process: it goes without.
     }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return reader_.joinable();
 }
 

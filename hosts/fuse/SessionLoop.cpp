@@ -1,10 +1,10 @@
 #include "hosts/fuse/SessionLoop.h"
 
+#include "hosts/fuse/BackgroundThread.h"
 #include "hosts/fuse/HostLog.h"
 #include "hosts/fuse/LibFuse.h"
 
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <poll.h>
@@ -69,13 +69,7 @@ bool isExiting(std::uint32_t thread) {
 SessionLoop::SessionLoop(fuse_session* session, int descriptor, int stopDescriptor, IdleWork* idleWork)
     : session_(session), descriptor_(descriptor), stopDescriptor_(stopDescriptor), idleWork_(idleWork),
       wakeDescriptor_(makeEventDescriptor()) {
-    // Signals belong to whoever owns the process, never to the watcher.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_BLOCK, &all, &before);
-    watcher_ = std::thread([this] { watch(); });
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    watcher_ = startBackgroundThread([this] { watch(); });
 }
 
 SessionLoop::~SessionLoop() {

@@ -6,7 +6,17 @@
 namespace fusehosttests {
 namespace {
 
-class FileTreeFiles : public FileTreeTest {};
+class FileTreeFiles : public FileTreeTest {
+protected:
+    /// A file "0011223344" of which two blocks of two bytes were read, so that the third is asked for.
+    FileHandle openAndReadAhead(int flags) {
+        served.put("/a", "0011223344");
+        const FileHandle file = open("/a", flags);
+        EXPECT_EQ(read(file, 0, 2), "00");
+        EXPECT_EQ(read(file, 2, 2), "11");
+        return file;
+    }
+};
 
 TEST_F(FileTreeFiles, whatIsWrittenIsRead) {
     const FileHandle file = create("/a");
@@ -289,50 +299,33 @@ TEST_F(FileTreeFiles, nothingIsReadAheadOfReadsHereAndThere) {
 
 TEST_F(FileTreeFiles, nothingIsReadAheadWithTimeoutsOfZero) {
     options.attrTimeout = 0;
-    served.put("/a", "0011223344");
-    const FileHandle file = open("/a", O_RDONLY);
-    read(file, 0, 2);
-    read(file, 2, 2);
-    served.append("/a", "55");
-    served.takeRequests();
-    close(file);
-    EXPECT_THAT(served.takeRequests(), ElementsAre("release /a"));
+    close(openAndReadAhead(O_RDONLY)); // which waits for what is being read
+    EXPECT_THAT(served.takeRequests(),
+                ElementsAre("getattr /a", "open read /a", "read /a 0+2", "read /a 2+2", "release /a"));
 }
 
 TEST_F(FileTreeFiles, whatIsWrittenReplacesWhatWasReadAhead) {
-    served.put("/a", "0011223344");
-    const FileHandle file = open("/a", O_RDWR);
-    read(file, 0, 2);
-    read(file, 2, 2);
+    const FileHandle file = openAndReadAhead(O_RDWR);
     write(file, 4, "xx");
     EXPECT_EQ(read(file, 4, 2), "xx");
     close(file);
 }
 
 TEST_F(FileTreeFiles, truncatingForgetsWhatWasReadAhead) {
-    served.put("/a", "0011223344");
-    const FileHandle file = open("/a", O_RDWR);
-    read(file, 0, 2);
-    read(file, 2, 2);
+    const FileHandle file = openAndReadAhead(O_RDWR);
     truncate("/a", 5);
     EXPECT_EQ(read(file, 4, 2), "2");
     close(file);
 }
 
 TEST_F(FileTreeFiles, closingAfterReadingAheadGivesTheHandleBack) {
-    served.put("/a", "0011223344");
-    const FileHandle file = open("/a", O_RDONLY);
-    read(file, 0, 2);
-    read(file, 2, 2);
+    const FileHandle file = openAndReadAhead(O_RDONLY);
     close(file);
     EXPECT_EQ(served.openHandles(), 0U);
 }
 
 TEST_F(FileTreeFiles, movingAfterReadingAheadGivesTheHandleBackAndReadsOn) {
-    served.put("/a", "0011223344");
-    const FileHandle file = open("/a", O_RDONLY);
-    read(file, 0, 2);
-    read(file, 2, 2);
+    const FileHandle file = openAndReadAhead(O_RDONLY);
     rename("/a", "/b");
     EXPECT_EQ(read(file, 4, 2), "22");
     close(file);
