@@ -74,8 +74,8 @@ std::size_t FileTree::read(FileHandle handle, std::int64_t offset, std::span<std
 // A program that reads one block after the other will most likely want the next one. With timeouts of 0 nothing is
 // asked before it is wanted.
 void FileTree::readOn(OpenFile& file, Node& node, std::int64_t offset, std::size_t size) {
-    const bool isSequential =
-        offset > 0 && offset == std::exchange(file.readEnd, offset + static_cast<std::int64_t>(size));
+    const std::int64_t lastEnd = std::exchange(file.readEnd, offset + static_cast<std::int64_t>(size));
+    const bool isSequential = offset > 0 && offset == lastEnd;
     if (isSequential && size > 0 && attrTimeout_ > 0 && static_cast<std::uint64_t>(file.readEnd) < node.size)
         readAhead_.start(node.id, itemOf(node), file.readEnd, size);
 }
