@@ -72,6 +72,11 @@ declare module 'node:buffer' {
     export const constants: { MAX_LENGTH: number };
 }
 
+declare module 'node:v8' {
+    const v8: { setFlagsFromString(flags: string): void };
+    export default v8;
+}
+
 declare module 'node:os' {
     const os: { constants: { errno: Record<string, number> }; tmpdir(): string };
     export default os;
