@@ -89,6 +89,19 @@ test('a folder that becomes a link out of the tree while it is served is noticed
     assert.equal(await helper.code('getattr', { path: '/d/f' }), 'EACCES');
 });
 
+test('requests that go to and fro between folders reach the right one', async (t) => {
+    const { root, helper } = mountedTree(t);
+    for (const folder of ['a', 'b', 'ab', 'a/b', 'a/bb']) fs.mkdirSync(path.join(root, folder));
+    const files = ['/f', '/a/f', '/b/f', '/ab/f', '/a/b/f', '/a/bb/f'];
+    files.forEach((file, index) => fs.writeFileSync(path.join(root, file), 'x'.repeat(index)));
+    for (const first of files) {
+        for (const second of files) {
+            assert.equal((await helper.ok('getattr', { path: first })).size, files.indexOf(first), first);
+            assert.equal((await helper.ok('getattr', { path: second })).size, files.indexOf(second), second);
+        }
+    }
+});
+
 test('links that stay inside are followed, and removed themselves', async (t) => {
     const { root, helper } = mountedTree(t);
     fs.mkdirSync(path.join(root, 'd'));

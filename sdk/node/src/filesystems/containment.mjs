@@ -6,7 +6,7 @@ import { PosixError } from '../errors.mjs';
 const believedMilliseconds = 100;
 const mostBelieved = 10_000;
 
-/** @typedef {{real: string, until: number}} Place */
+/** @typedef {{real: string, since: number}} Place `since` is a time of Date.now, the cheapest clock by far */
 
 export class Containment {
     /** @param {string} root an existing folder */
@@ -16,6 +16,7 @@ export class Containment {
         this.prefix_ = this.root === '/' ? '/' : this.root + '/';
         /** @type {Map<string, Place>} */
         this.places_ = new Map();
+        this.lastFolder_ = ''; // without a slash at its end
     }
 
     /**
@@ -30,8 +31,20 @@ export class Containment {
         const name = path.slice(slash + 1);
         if (name === '' || name === '.' || path.startsWith('//')) throw notPlain(path);
         if (name === '..') throw leavesTree(path);
-        const folder = this.folder(slash === 0 ? '/' : path.slice(0, slash));
+        const folder = this.folder(this.folderOf_(path, slash));
         return folder === '/' ? folder + name : folder + '/' + name;
+    }
+
+    /**
+     * Requests come in rows for one folder. While they do, its path stays one and the same string, whose hash is known.
+     * @param {string} path
+     * @param {number} slash the last one
+     */
+    folderOf_(path, slash) {
+        if (slash !== this.lastFolder_.length || !path.startsWith(this.lastFolder_)) {
+            this.lastFolder_ = path.slice(0, slash);
+        }
+        return this.lastFolder_ || '/';
     }
 
     /**
@@ -41,12 +54,12 @@ export class Containment {
      */
     folder(path) {
         if (path === '/') return this.root;
-        const now = performance.now();
+        const now = Date.now();
         const known = this.places_.get(path);
-        if (known !== undefined && now < known.until) return known.real;
+        if (known !== undefined && isFresh(known, now)) return known.real;
         const real = this.follow(path);
         if (this.places_.size >= mostBelieved) this.places_.clear();
-        this.places_.set(path, { real, until: now + believedMilliseconds });
+        this.places_.set(path, { real, since: now });
         return real;
     }
 
@@ -75,6 +88,15 @@ export class Containment {
     forget() {
         this.places_.clear();
     }
+}
+
+/**
+ * Not before its time either: the clock may have been set back.
+ * @param {Place} place
+ * @param {number} now
+ */
+function isFresh(place, now) {
+    return now >= place.since && now - place.since < believedMilliseconds;
 }
 
 /** @param {string} path */
