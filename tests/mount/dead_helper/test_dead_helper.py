@@ -125,9 +125,9 @@ def test_death_in_the_middle_of_a_request_fails_that_request(victim):
 
 def test_everybody_who_waits_fails_when_the_helper_dies(victim):
     victim.helper.block("getattr", "/unseen")
-    workers = [Worker(os.stat, victim.path / "unseen"), Worker(os.listdir, victim.path / "folder"),
-               Worker((victim.path / "read").read_bytes)]
-    victim.helper.blockedRequest()
+    workers = [Worker(os.stat, victim.path / "unseen")]
+    victim.helper.blockedRequest()  # whoever comes from here on waits behind it
+    workers += [Worker(os.listdir, victim.path / "folder"), Worker((victim.path / "read").read_bytes)]
     for worker in workers:
         eventually(lambda pid=worker.pid: system.isWaiting(pid), 10, "a waiting process")
     killHelper(victim)
