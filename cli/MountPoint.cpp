@@ -1,19 +1,14 @@
 #include "cli/MountPoint.h"
 
 #include "cli/CommandError.h"
-#include "cli/MountTable.h"
 #include "cli/Paths.h"
+#include "hosts/fuse/MountTable.h"
 
 #include <cerrno>
-#include <chrono>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <future>
-#include <memory>
-#include <sys/stat.h>
 #include <system_error>
-#include <thread>
 #include <unistd.h>
 
 namespace cli {
@@ -22,30 +17,16 @@ namespace filesystem = std::filesystem;
 
 namespace {
 
-constexpr std::chrono::seconds staleProbeLimit{2};
-
 [[noreturn]] void refuse(const std::string& mountPoint, const std::string& problem) {
     throw CommandError(ExitCode::mountPoint, mountPoint, problem);
 }
 
-/// True if the process behind a FUSE mount is gone. One that hangs is not gone: it is asked in a thread that nobody
-/// waits for longer than a moment.
-bool isStale(const std::string& mountPoint) {
-    auto answer = std::make_shared<std::promise<int>>();
-    auto result = answer->get_future();
-    std::thread([answer, mountPoint] {
-        struct stat ignored {};
-        answer->set_value(::stat(mountPoint.c_str(), &ignored) == 0 ? 0 : errno);
-    }).detach();
-    return result.wait_for(staleProbeLimit) == std::future_status::ready && result.get() == ENOTCONN;
-}
-
 void refuseMounted(const std::string& mountPoint) {
-    const auto mount = findMount(readMountTable(), mountPoint);
+    const auto mount = fusehost::findMount(fusehost::readMountTable(), mountPoint);
     if (!mount) {
         return;
     }
-    if (mount->type.starts_with("fuse") && isStale(mountPoint)) {
+    if (mount->type.starts_with("fuse") && fusehost::isStale(mountPoint)) {
         refuse(mountPoint, "a stale mount is left here (its process is gone: Transport endpoint is not connected); "
                            "clear it with: " +
                                std::string(mount->isOurs() ? "kemvi unmount " : "fusermount3 -u ") + mountPoint);

@@ -2,7 +2,6 @@
 
 #include "cli/CommandError.h"
 #include "cli/HelperProcesses.h"
-#include "cli/MountTable.h"
 #include "cli/MountWatch.h"
 #include "cli/StopControl.h"
 #include "extension/KemviUnaryFileSystem.h"
@@ -135,9 +134,9 @@ private:
             end();
             throw CommandError(ExitCode::mountFailed, plan_.mountPoint, error.what());
         }
-        if (const auto mount = findMount(readMountTable(), plan_.mountPoint)) {
-            nameProcess(servingProcessName(mount->deviceMinor));
-            watch_.begin(mount->deviceMinor);
+        if (const auto device = host_.deviceMinor()) {
+            nameProcess(servingProcessName(*device));
+            watch_.begin(*device);
         }
         progress.mounted();
         stop_.enter(StopControl::Phase::serving);

@@ -1,8 +1,7 @@
 #include "cli/MountWatch.h"
 
-#include "cli/MountTable.h"
 #include "cli/Signals.h"
-#include "cli/Unmounting.h"
+#include "hosts/fuse/Unmounting.h"
 
 #include <cstdlib>
 #include <iostream>
@@ -23,11 +22,6 @@ constexpr const char* released = "released";
 std::map<std::string, std::string> watchEnvironment() {
     const char* path = std::getenv("PATH");
     return {{"PATH", path != nullptr ? path : "/usr/bin:/bin"}};
-}
-
-bool isStillMounted(const std::string& mountPoint, const std::string& deviceMinor) {
-    const auto mount = findMount(readMountTable(), mountPoint);
-    return mount && mount->isOurs() && std::to_string(mount->deviceMinor) == deviceMinor;
 }
 
 } // namespace
@@ -66,8 +60,8 @@ int runMountWatch(const std::string& mountPoint) {
     for (std::string line; std::getline(std::cin, line);) {
         watched = line == released ? std::string() : line;
     }
-    if (!watched.empty() && isStillMounted(mountPoint, watched)) {
-        unmountLazily(mountPoint);
+    if (!watched.empty()) {
+        fusehost::unmountStaleDevice(static_cast<unsigned>(std::stoul(watched)), mountPoint);
     }
     return EXIT_SUCCESS;
 }

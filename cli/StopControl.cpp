@@ -2,7 +2,6 @@
 
 #include "cli/CommandError.h"
 #include "cli/Signals.h"
-#include "cli/Unmounting.h"
 
 #include <algorithm>
 #include <array>
@@ -114,8 +113,8 @@ void StopControl::onDeadline() {
     } else if (phase_ == Phase::starting) {
         tell("to answer its first request");
     } else if (gaveUp_) {
-        // Even without its helper the mount does not come to an end; the kernel releases its users when we are gone.
-        unmountLazily(mountPoint_);
+        // Even without its helper the mount does not come to an end; the kernel releases its users when we are gone,
+        // and the watch over the mount takes it away.
         ::_exit(static_cast<int>(ExitCode::gaveUpWaiting));
     } else {
         named_ = true;

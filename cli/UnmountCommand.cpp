@@ -2,10 +2,10 @@
 
 #include "cli/CommandError.h"
 #include "cli/MountSession.h"
-#include "cli/MountTable.h"
 #include "cli/Paths.h"
 #include "cli/ProcessTable.h"
-#include "cli/Unmounting.h"
+#include "hosts/fuse/MountTable.h"
+#include "hosts/fuse/Unmounting.h"
 
 #include <csignal>
 #include <filesystem>
@@ -35,14 +35,14 @@ struct Request {
 
 /// The mount that the user means. A link to a mount point is followed only once it is clear that no mount bears its
 /// name, because following the name of a mount asks the mounted file system.
-MountEntry findOurMount(const std::string& name) {
-    const auto table = readMountTable();
+fusehost::MountEntry findOurMount(const std::string& name) {
+    const auto table = fusehost::readMountTable();
     auto path = realParentPath(name);
-    auto found = path ? findMount(table, *path) : std::nullopt;
+    auto found = path ? fusehost::findMount(table, *path) : std::nullopt;
     std::error_code error;
     if (path && !found && std::filesystem::is_symlink(*path, error)) {
         path = realPath(*path);
-        found = path ? findMount(table, *path) : std::nullopt;
+        found = path ? fusehost::findMount(table, *path) : std::nullopt;
     }
     if (!found) {
         throw CommandError(ExitCode::notMounted, name, "nothing is mounted here");
@@ -62,7 +62,7 @@ struct Processes {
     std::vector<ProcessHandle> watchers;
 };
 
-Processes processesBehind(const MountEntry& mount) {
+Processes processesBehind(const fusehost::MountEntry& mount) {
     Processes processes;
     for (const pid_t host : sameProgramNamed(servingProcessName(mount.deviceMinor))) {
         processes.hosts.emplace_back(host);
@@ -77,7 +77,7 @@ Processes processesBehind(const MountEntry& mount) {
     return processes;
 }
 
-std::string userList(const MountEntry& mount, const Processes& processes) {
+std::string userList(const fusehost::MountEntry& mount, const Processes& processes) {
     std::string list;
     const auto users =
         usersOfMount(mount.mountPoint, processes.hosts.empty() ? 0 : processes.hosts[0].pid(), namedUsers + 1);
@@ -87,7 +87,8 @@ std::string userList(const MountEntry& mount, const Processes& processes) {
     return list + (users.size() > namedUsers ? " and others" : "");
 }
 
-[[noreturn]] void refuse(const MountEntry& mount, const UnmountFailure& failure, const Processes& processes) {
+[[noreturn]] void refuse(const fusehost::MountEntry& mount, const fusehost::UnmountFailure& failure,
+                         const Processes& processes) {
     if (failure.busy) {
         throw CommandError(ExitCode::busy, mount.mountPoint,
                            "is in use" + userList(mount, processes) +
@@ -96,8 +97,8 @@ std::string userList(const MountEntry& mount, const Processes& processes) {
     throw CommandError(ExitCode::failure, mount.mountPoint, "cannot be unmounted: " + failure.reason);
 }
 
-void unmountOrderly(const MountEntry& mount, const Processes& processes) {
-    if (const auto failure = unmount(mount.mountPoint)) {
+void unmountOrderly(const fusehost::MountEntry& mount, const Processes& processes) {
+    if (const auto failure = fusehost::unmount(mount.mountPoint)) {
         refuse(mount, *failure, processes);
     }
     for (const auto& host : processes.hosts) {
@@ -119,8 +120,8 @@ bool allGone(const std::vector<ProcessHandle>& processes, int milliseconds) {
 }
 
 /// Detaches the mount, then ends its processes: asked to end in order, told not to wait for the helper, killed.
-void unmountByForce(const MountEntry& mount, const Processes& processes) {
-    if (const auto failure = unmountLazily(mount.mountPoint)) {
+void unmountByForce(const fusehost::MountEntry& mount, const Processes& processes) {
+    if (const auto failure = fusehost::unmountLazily(mount.mountPoint)) {
         refuse(mount, *failure, processes);
     }
     const auto signalHosts = [&](int number) {
@@ -148,7 +149,7 @@ void unmountByForce(const MountEntry& mount, const Processes& processes) {
 }
 
 ExitCode run(const Request& request) {
-    const MountEntry mount = findOurMount(request.mountPoint);
+    const fusehost::MountEntry mount = findOurMount(request.mountPoint);
     const Processes processes = processesBehind(mount);
     if (request.force) {
         unmountByForce(mount, processes);

@@ -40,6 +40,9 @@ public:
     void load();
     void mount();
     bool serve();
+
+    std::optional<unsigned> deviceMinor() const { return session_ ? session_->deviceMinor() : std::nullopt; }
+
     void requestStop() noexcept;
     void shutdown();
 
@@ -117,6 +120,10 @@ void FuseHost::load() {
 
 void FuseHost::mount() {
     implementation_->mount();
+}
+
+std::optional<unsigned> FuseHost::deviceMinor() const {
+    return implementation_->deviceMinor();
 }
 
 bool FuseHost::serve() {

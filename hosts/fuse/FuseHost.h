@@ -4,6 +4,7 @@
 #include "hosts/fuse/MountOptions.h"
 
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -32,6 +33,9 @@ public:
 
     /// Mounts the volume. Nothing is served before `serve`. Throws MountError.
     void mount();
+
+    /// The minor device number of the mount, by which the mount table and programs know it; nothing before `mount`.
+    std::optional<unsigned> deviceMinor() const;
 
     /// Serves the kernel until the volume is unmounted from outside or a stop is requested; unmounts in either case.
     /// Returns false if the connection to the kernel failed.

@@ -1,12 +1,20 @@
 #include "hosts/fuse/KernelSession.h"
 
+#include "foundation/Error.h"
 #include "hosts/fuse/FuseHost.h"
 #include "hosts/fuse/HostLog.h"
 #include "hosts/fuse/LibFuse.h"
+#include "hosts/fuse/MountTable.h"
+#include "hosts/fuse/Unmounting.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
 #include <vector>
 
 namespace fusehost {
@@ -49,6 +57,27 @@ std::string optionList(const std::string& source, const MountOptions& options) {
     return list;
 }
 
+std::vector<unsigned> ownDevicesAt(const std::string& mountPoint) {
+    try {
+        std::vector<unsigned> devices;
+        for (const MountEntry& entry : readMountTable())
+            if (entry.isOurs() && entry.mountPoint == mountPoint)
+                devices.push_back(entry.deviceMinor);
+        return devices;
+    } catch (const foundation::Error& error) {
+        throw MountError("cannot see what is mounted: " + error.description());
+    }
+}
+
+/// The writing end of a pipe that nobody reads.
+int makeBrokenPipe() {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        throw MountError(std::string("cannot make a pipe: ") + std::strerror(errno));
+    close(ends[0]);
+    return ends[1];
+}
+
 } // namespace
 
 KernelSession::KernelSession(KernelContext& context, const std::string& source, const MountOptions& options) {
@@ -67,6 +96,8 @@ KernelSession::KernelSession(KernelContext& context, const std::string& source, 
 KernelSession::~KernelSession() {
     unmount();
     fuse_session_destroy(session_);
+    if (brokenPipe_ >= 0)
+        close(brokenPipe_);
 }
 
 int KernelSession::descriptor() const {
@@ -75,11 +106,17 @@ int KernelSession::descriptor() const {
 
 void KernelSession::mount(const std::string& mountPoint) {
     lastMessage.clear();
+    brokenPipe_ = makeBrokenPipe();
+    const auto before = ownDevicesAt(mountPoint);
     if (fuse_session_mount(session_, mountPoint.c_str()) != 0) {
         const std::string reason = lastMessage.empty() ? "see the message of fusermount3 above" : lastMessage;
         throw MountError("cannot mount at " + mountPoint + ": " + reason);
     }
     mounted_ = true;
+    mountPoint_ = mountPoint;
+    for (const unsigned device : ownDevicesAt(mountPoint))
+        if (std::find(before.begin(), before.end(), device) == before.end())
+            deviceMinor_ = device;
     // A request can vanish between poll and read (its caller was killed); reading must not wait for the next one.
     const int flags = fcntl(descriptor(), F_GETFL);
     if (fcntl(descriptor(), F_SETFL, flags | O_NONBLOCK) != 0)
@@ -87,10 +124,40 @@ void KernelSession::mount(const std::string& mountPoint) {
     fcntl(descriptor(), F_SETFD, FD_CLOEXEC);
 }
 
-void KernelSession::unmount() {
+void KernelSession::unmount() noexcept {
     if (!mounted_)
         return;
     mounted_ = false;
+    try {
+        const bool severed = isSevered();
+        const auto path = severed ? std::nullopt : ownPath();
+        // First, or unmounting would wait for an answer from here.
+        dropConnection();
+        if (path)
+            unmountLazily(*path);
+        else if (severed && deviceMinor_)
+            unmountStaleDevice(*deviceMinor_, mountPoint_);
+    } catch (const std::exception& error) {
+        dropConnection();
+        hostLog().error({"unmounting: ", foundation::logPublic(error.what())});
+    }
+}
+
+std::optional<std::string> KernelSession::ownPath() const {
+    return deviceMinor_ ? reachablePath(readMountTable(), *deviceMinor_, mountPoint_) : std::nullopt;
+}
+
+bool KernelSession::isSevered() const {
+    pollfd connection{descriptor(), 0, 0};
+    return poll(&connection, 1, 0) == 1 && (connection.revents & POLLERR) != 0;
+}
+
+/// libfuse unmounts whatever lies on the path, unless its descriptor shows that the connection was severed. One that
+/// leads to a broken pipe shows that.
+void KernelSession::dropConnection() noexcept {
+    if (descriptor() < 0)
+        return;
+    dup3(brokenPipe_, descriptor(), O_CLOEXEC);
     fuse_session_unmount(session_);
 }
 

@@ -3,6 +3,7 @@
 #include "hosts/fuse/KernelOperations.h"
 #include "hosts/fuse/MountOptions.h"
 
+#include <optional>
 #include <string>
 
 struct fuse_session;
@@ -21,8 +22,12 @@ public:
 
     /// Throws MountError.
     void mount(const std::string& mountPoint);
-    /// Unmounts, lazily if the mount is in use, and closes the connection. Does nothing if not mounted.
-    void unmount();
+    /// Closes the connection and unmounts, lazily if the mount is in use. Takes away this very mount only: if another
+    /// one lies on top of it the connection is closed and nothing else. Does nothing if not mounted.
+    void unmount() noexcept;
+
+    /// The minor device number of the mount (its major number is 0); nothing if it is not known.
+    std::optional<unsigned> deviceMinor() const { return deviceMinor_; }
 
     fuse_session* get() const { return session_; }
 
@@ -30,8 +35,16 @@ public:
     int descriptor() const;
 
 private:
+    /// The path by which the mount can be taken away; nothing if there is none.
+    std::optional<std::string> ownPath() const;
+    bool isSevered() const;
+    void dropConnection() noexcept;
+
     fuse_session* session_ = nullptr;
+    std::string mountPoint_;
     bool mounted_ = false;
+    std::optional<unsigned> deviceMinor_;
+    int brokenPipe_ = -1; // put in the connection's place to drop it
 };
 
 } // namespace fusehost

@@ -1,6 +1,6 @@
-#include "cli/Unmounting.h"
+#include "hosts/fuse/Unmounting.h"
 
-#include "cli/CommandError.h"
+#include "hosts/fuse/MountTable.h"
 
 #include <array>
 #include <cerrno>
@@ -10,11 +10,16 @@
 #include <spawn.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
+#include <system_error>
 #include <unistd.h>
 
-namespace cli {
+namespace fusehost {
 
 namespace {
+
+std::string errnoText(int number) {
+    return std::generic_category().message(number);
+}
 
 struct Outcome {
     int status = -1; // the exit status, -1 if the program could not be run
@@ -87,4 +92,11 @@ std::optional<UnmountFailure> unmountLazily(const std::string& mountPoint) {
     return unmountBy(mountPoint, MNT_DETACH, "-uz");
 }
 
-} // namespace cli
+void unmountStaleDevice(unsigned deviceMinor, const std::string& expected) {
+    const auto path = reachablePath(readMountTable(), deviceMinor, expected);
+    if (path && isStale(*path)) {
+        unmountLazily(*path);
+    }
+}
+
+} // namespace fusehost

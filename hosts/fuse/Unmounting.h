@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-namespace cli {
+namespace fusehost {
 
 /// Why a mount could not be taken away.
 struct UnmountFailure {
@@ -18,4 +18,9 @@ std::optional<UnmountFailure> unmount(const std::string& mountPoint);
 /// The same at once and in any case: the name disappears now, what is still open on it goes when it is closed.
 std::optional<UnmountFailure> unmountLazily(const std::string& mountPoint);
 
-} // namespace cli
+/// Takes a mount of ours whose connection has ended away, lazily, if it is still there; `expected` is where it was
+/// mounted. Never what lies on top of it. The kernel may have given its number to a new mount at the same path already,
+/// so only one behind which there is nobody any more is touched. Throws foundation::Error if /proc cannot be read.
+void unmountStaleDevice(unsigned deviceMinor, const std::string& expected);
+
+} // namespace fusehost

@@ -1,0 +1,55 @@
+#include "hosts/fuse/MountTable.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
+using namespace fusehost;
+
+namespace {
+
+constexpr const char* table =
+    "20 1 254:0 / / rw,relatime shared:1 - ext4 /dev/vda rw\n"
+    "31 20 0:40 / /home/a/mount rw,nosuid shared:7 - fuse.kemvi /srv/a rw,user_id=1000,group_id=100\n"
+    "32 20 0:41 / /mnt/with\\040space rw - fuse.kemvi /srv/b rw,user_id=0,group_id=0,default_permissions\n"
+    "33 20 0:42 / /mnt/other rw - fuse.sshfs host: rw,user_id=0,group_id=0\n"
+    "not a line of it\n";
+
+} // namespace
+
+TEST(MountTable, tellsWhoMounted) {
+    const auto entries = parseMountInfo(table);
+    ASSERT_EQ(entries.size(), 4U);
+    EXPECT_EQ(entries[0].owner, std::nullopt);
+    EXPECT_EQ(entries[1].owner, 1000U);
+    EXPECT_EQ(entries[2].owner, 0U);
+}
+
+TEST(MountTable, findsTheTopmostMountOfAPath) {
+    const auto entries = parseMountInfo(std::string(table) + "34 31 0:50 / /home/a/mount rw - tmpfs none rw\n");
+    EXPECT_EQ(findMount(entries, "/home/a/mount")->type, "tmpfs");
+    EXPECT_EQ(findMount(entries, "/mnt/with space")->deviceMinor, 41U);
+    EXPECT_EQ(findMount(entries, "/mnt"), std::nullopt);
+}
+
+TEST(MountTable, reachesNoMountThatIsNotWhereItsPathLeads) {
+    // None of these numbers is that of what really lies there.
+    const auto entries = parseMountInfo("31 20 0:4294967295 / / rw - fuse.kemvi /srv/a rw\n");
+    EXPECT_EQ(reachablePath(entries, 4294967295U, "/"), std::nullopt);
+    EXPECT_EQ(reachablePath(entries, 7, "/"), std::nullopt);
+}
+
+TEST(MountTable, reachesAMountAtItsPathOrAtTheOnlyOneThereIs) {
+    struct stat real {};
+
+    ASSERT_EQ(::stat("/proc", &real), 0);
+    ASSERT_EQ(major(real.st_dev), 0U);
+    const unsigned device = minor(real.st_dev);
+    const auto line = [&](const char* path) {
+        return "31 20 0:" + std::to_string(device) + " / " + path + " rw - fuse.kemvi /srv/a rw\n";
+    };
+    EXPECT_EQ(reachablePath(parseMountInfo(line("/proc")), device, "/proc"), "/proc");
+    EXPECT_EQ(reachablePath(parseMountInfo(line("/proc")), device, "/where/it/was"), "/proc");
+    EXPECT_EQ(reachablePath(parseMountInfo(line("/proc") + line("/tmp")), device, "/where/it/was"), std::nullopt);
+    EXPECT_EQ(reachablePath(parseMountInfo(line("/proc") + line("/tmp")), device, "/proc"), "/proc");
+}
