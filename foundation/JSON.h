@@ -33,7 +33,8 @@ public:
     std::optional<double> number() { return take().takeNumber(); }
 
     /// The text with escapes resolved. Without escapes it lies inside the text being read, otherwise inside the reader,
-    /// until the next string or key is read. The same holds for the key that a handler of members gets.
+    /// until the next string or key is read. The same holds for the key that a handler of members gets: look at it
+    /// before you take the value.
     std::string_view string() { return take().takeString(); }
 
     /// Calls `handler(JSONElement&)` for each element of an array.

@@ -70,10 +70,18 @@ struct FailureMembers {
 
     void read(JSONElement& element) {
         element.forEachMember([this](std::string_view key, JSONElement& value) {
-            for (Member<std::string>* member : {&message, &code, &name})
-                if (member->key.substr(member->key.find('.') + 1) == key && member->note(value))
-                    member->value = value.string();
+            Member<std::string>* const member =
+                called(key); // before the value is read, which may reuse the key's memory
+            if (member != nullptr && member->note(value))
+                member->value = value.string();
         });
+    }
+
+    Member<std::string>* called(std::string_view key) {
+        for (Member<std::string>* member : {&message, &code, &name})
+            if (member->key.substr(member->key.find('.') + 1) == key)
+                return member;
+        return nullptr;
     }
 
     HelperResponse::Failure failure() {

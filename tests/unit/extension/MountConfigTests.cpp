@@ -71,6 +71,17 @@ TEST(MountConfig, passesValuesThroughAsTheyAre) {
     EXPECT_EQ(config.helperPath, "\xF0\x9F\x98\x80 s.js");
 }
 
+TEST(MountConfig, readsValuesUnderEscapedKeys) {
+    const std::string longText(100'000, 'x');
+    const auto config = KemviMountConfig::decode(R"({"driv\u0065Id":"\u0041)" + longText +
+                                                 R"(","kemviHome":"\u0042","repo\u0052oot":"\u0043)" + longText +
+                                                 R"(","helper\u0050ath":"\u0044"})");
+    EXPECT_EQ(config.driveId, "A" + longText);
+    EXPECT_EQ(config.kemviHome, "B");
+    EXPECT_EQ(config.repoRoot, "C" + longText);
+    EXPECT_EQ(config.helperPath, "D");
+}
+
 TEST(MountConfig, withAKeyInOtherCaseLacksThatKey) {
     expectError(R"({"driveId":"d","kemvihome":"k","repoRoot":"r","helperPath":"h"})", DecodingError::Kind::keyNotFound,
                 "kemviHome");

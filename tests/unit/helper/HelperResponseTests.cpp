@@ -88,6 +88,29 @@ TEST(HelperResponse, rejectsFieldsOfTheWrongType) {
         EXPECT_EQ(rejection(std::string(R"({"id":"7","ok":true,)") + member + "}")->kind, Kind::typeMismatch) << member;
 }
 
+// An escaped key lies in memory that the text of its value may take over.
+TEST(HelperResponse, readsAFailureWhoseKeysHaveEscapes) {
+    EXPECT_EQ(decode(R"({"id":"7","ok":false,"error":{"message":"m","c\u006fde":"\u006eame"}})").error,
+              (HelperResponse::Failure{"m", "name", std::nullopt}));
+    EXPECT_EQ(decode(R"({"id":"7","ok":false,"error":{"m\u0065ssage":"\u0063ode","c\u006fde":"\u006eame"}})").error,
+              (HelperResponse::Failure{"code", "name", std::nullopt}));
+    const std::string longText(100'000, 'x');
+    EXPECT_EQ(decode(R"({"id":"7","ok":false,"error":{"c\u006fde":"\u0041)" + longText + R"(","message":"m"}})").error,
+              (HelperResponse::Failure{"m", "A" + longText, std::nullopt}));
+}
+
+TEST(HelperResponse, readsEveryFieldUnderAnEscapedKey) {
+    const std::string longText(100'000, 'x');
+    const HelperResponse response =
+        decode(R"({"i\u0064":"\u0041)" + longText + R"(","\u006fk":true,"r\u0065sult":"\u0042)" + longText +
+               R"(","dat\u0061Base64":"\u0043)" + longText + R"(","\u0065rror":{"message":"\u0044"}})");
+    EXPECT_EQ(response.id, "A" + longText);
+    EXPECT_TRUE(response.ok);
+    EXPECT_EQ(response.result, JSONValue("B" + longText));
+    EXPECT_EQ(payload(response), "C" + longText);
+    EXPECT_EQ(response.error, (HelperResponse::Failure{"D", std::nullopt, std::nullopt}));
+}
+
 TEST(HelperResponse, requiresTheMessageOfAFailure) {
     EXPECT_EQ(rejection(R"({"id":"7","ok":false,"error":{}})"),
               (Rejection{Kind::keyNotFound, "key \"error.message\" is missing"}));

@@ -60,6 +60,14 @@ TEST(ListingReader, readsElementsAsStats) {
         "a|dir  /a|0|-\n|file |5|2024-05-01T12:34:56.789Z\n");
 }
 
+TEST(ListingReader, readsElementsWhoseKeysAndTextsHaveEscapes) {
+    const std::string longText(100'000, 'x');
+    EXPECT_EQ(listed(R"(,"result":[{"p\u0061th":"\/)" + longText +
+                     R"(","n\u0061me":"\u006eame"},)"
+                     R"({"n\u0061me":"\u0070ath","s\u0069ze":3}])"),
+              "name|file /" + longText + "|0|-\npath|file |3|-\n");
+}
+
 TEST(ListingReader, refusesAnAbsentResultAndOneThatIsNoArray) {
     for (const char* members : {"", ",\"result\":null", ",\"result\":{}", ",\"result\":1"})
         EXPECT_EQ(listed(members), "readdir result was not an array") << members;

@@ -205,6 +205,8 @@ TEST_F(Operation, openCutsTheHandleOffTowardZero) {
                                                             {"1e3", 1000},
                                                             {"-9223372036854775808", INT64_MIN}};
     for (const auto& [text, handle] : handles) {
+        answer(std::string(R"("result":{"other":"x","h\u0061ndle":)") + text + R"(,"x":"\u0068andle"})");
+        EXPECT_EQ(client.open("/a", {"read"}), handle) << text;
         answer(std::string(R"("result":{"other":"x","handle":)") + text + "}");
         EXPECT_EQ(client.open("/a", {"read"}), handle) << text;
     }

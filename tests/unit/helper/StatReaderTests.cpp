@@ -55,6 +55,13 @@ TEST(StatReader, readsAStat) {
     EXPECT_EQ(read(R"(,"result":{})"), "|file |0|-");
 }
 
+TEST(StatReader, readsEveryMemberUnderAnEscapedKey) {
+    const std::string longText(100'000, 'x');
+    EXPECT_EQ(read(R"(,"result":{"p\u0061th":"\/)" + longText + R"(","n\u0061me":"\u0041)" + longText +
+                   R"(","isDirector\u0079":true,"s\u0069ze":5,"modified\u0041t":"\u0032024-05-01T12:34:56.789Z"})"),
+              "A" + longText + "|dir /" + longText + "|5|2024-05-01T12:34:56.789Z");
+}
+
 TEST(StatReader, tellsNoResultFromOneOfTheWrongShape) {
     EXPECT_EQ(read(""), "getattr result was empty");
     EXPECT_EQ(read(R"(,"result":null)"), "getattr result was empty");
