@@ -3,6 +3,8 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
+#include <poll.h>
 #include <sys/uio.h>
 #include <unistd.h>
 #include <utility>
@@ -31,6 +33,20 @@ ssize_t writeSome(int descriptor, const iovec* pieces, std::size_t count) {
     return ::writev(descriptor, pieces, static_cast<int>(count));
 }
 
+// Waits until something can be written (true, also when it would fail) or the stream at `answers` has ended. Without
+// such a stream (-1) only the former ends the wait.
+bool awaitRoom(int descriptor, int answers) {
+    for (;;) {
+        std::array<pollfd, 2> sources{pollfd{descriptor, POLLOUT, 0}, pollfd{answers, 0, 0}};
+        if (::poll(sources.data(), sources.size(), -1) < 0 && errno != EINTR)
+            return true;
+        if (sources[1].revents != 0)
+            return false;
+        if (sources[0].revents != 0)
+            return true;
+    }
+}
+
 } // namespace
 
 class FileHandle::Descriptor {
@@ -42,7 +58,16 @@ public:
 
     ~Descriptor() { ::close(number); }
 
+    // Only for a writing end: the other end of a pipe, which a child may share, has flags of its own.
+    void neverBlock() {
+        if (!neverBlocks_.exchange(true, std::memory_order_relaxed))
+            (void)::fcntl(number, F_SETFL, ::fcntl(number, F_GETFL) | O_NONBLOCK);
+    }
+
     const int number;
+
+private:
+    std::atomic<bool> neverBlocks_{false};
 };
 
 FileHandle::FileHandle(int descriptor) {
@@ -81,7 +106,8 @@ bool FileHandle::refill() {
     heldStart_ = 0;
     held_.reserve(firstReadSize);
     held_.setSize(readSome(descriptor->number, held_.data(), held_.capacity()));
-    return held_.size() > 0;
+    ended_ = held_.size() == 0;
+    return !ended_;
 }
 
 // Moves what is held into `line`, up to and without a byte 10; true if there was one.
@@ -111,8 +137,10 @@ bool FileHandle::readLine(ByteBuffer& line) {
             line.reserve(line.capacity() < firstReadSize ? firstReadSize : line.capacity() * 2);
         char* const fresh = line.data() + line.size();
         const std::size_t count = readSome(descriptor->number, fresh, line.capacity() - line.size());
-        if (count == 0)
+        if (count == 0) {
+            ended_ = true;
             return false;
+        }
         const void* const end = std::memchr(fresh, '\n', count);
         if (end == nullptr) {
             line.setSize(line.size() + count);
@@ -131,8 +159,20 @@ bool FileHandle::write(std::string_view bytes) {
 
 bool FileHandle::write(std::span<const std::string_view> pieces) {
     const auto descriptor = use();
-    if (!descriptor)
+    return descriptor && writeAll(*descriptor, pieces, nullptr);
+}
+
+bool FileHandle::writeUnlessEnded(std::span<const std::string_view> pieces, const FileHandle& answers) {
+    const auto descriptor = use();
+    const auto watched = answers.use();
+    if (!descriptor || !watched || answers.ended_)
         return false;
+    descriptor->neverBlock();
+    return writeAll(*descriptor, pieces, watched.get());
+}
+
+bool FileHandle::writeAll(const Descriptor& descriptor, std::span<const std::string_view> pieces,
+                          const Descriptor* answers) {
     std::array<iovec, mostPieces> vectors;
     std::size_t count = 0;
     for (const std::string_view piece : pieces)
@@ -140,11 +180,12 @@ bool FileHandle::write(std::span<const std::string_view> pieces) {
             vectors.at(count++) = {const_cast<char*>(piece.data()), piece.size()};
     std::size_t first = 0;
     while (first < count) {
-        const ssize_t result = writeSome(descriptor->number, &vectors[first], count - first);
+        const ssize_t result = writeSome(descriptor.number, &vectors[first], count - first);
         if (result < 0) {
-            if (errno == EINTR)
-                continue;
-            return false;
+            const bool isFull = errno == EAGAIN || errno == EWOULDBLOCK;
+            if (errno != EINTR && !(isFull && awaitRoom(descriptor.number, answers ? answers->number : -1)))
+                return false;
+            continue;
         }
         auto written = static_cast<std::size_t>(result);
         while (first < count && written >= vectors[first].iov_len)

@@ -2,6 +2,7 @@
 
 #include "foundation/ByteBuffer.h"
 
+#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <mutex>
@@ -51,14 +52,22 @@ public:
     bool write(std::span<const std::string_view> pieces);
     bool write(std::string_view bytes);
 
+    /// The same for a stream whose reader answers on another one: gives up, also in the middle, when `answers` has
+    /// ended, since a reader that answers no more may also read no more. False then. What had arrived on `answers`
+    /// before its end stays there to be read.
+    bool writeUnlessEnded(std::span<const std::string_view> pieces, const FileHandle& answers);
+
 private:
     class Descriptor;
 
     std::shared_ptr<Descriptor> use() const;
+    static bool writeAll(const Descriptor& descriptor, std::span<const std::string_view> pieces,
+                         const Descriptor* answers);
     bool refill();
     bool takeHeldLine(ByteBuffer& line);
 
-    mutable std::mutex lock_; // guards descriptor_ alone
+    std::atomic<bool> ended_{false}; // a read has met the end of the stream
+    mutable std::mutex lock_;        // guards descriptor_ alone
     std::shared_ptr<Descriptor> descriptor_;
     ByteBuffer
         held_; // bytes read and not yet handed out: those from heldStart_ on; touched by the reading thread alone

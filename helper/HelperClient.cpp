@@ -68,8 +68,10 @@ HelperClient::LineData HelperClient::readLineData() {
 HelperClient::LineData HelperClient::answerTo(HelperRequest& request) {
     request.id = takeID();
     const HelperRequestEncoder::Line line = encoder_.encode(request);
-    // A helper that has gone shows in the read below, so the result of the write tells nothing new.
-    (void)input_.fileHandleForWriting().write(std::array{line.head, line.payload, line.tail});
+    // A helper that has gone shows in the read below, so the result of the write tells nothing new. One that can answer
+    // no more is to do nothing more either, and may have stopped to read.
+    (void)input_.fileHandleForWriting().writeUnlessEnded(std::array{line.head, line.payload, line.tail},
+                                                         output_.fileHandleForReading());
     return readLineData();
 }
 

@@ -137,6 +137,19 @@ def test_everybody_who_waits_fails_when_the_helper_dies(victim):
         assert caught.value.errno == errno.EIO
 
 
+def test_helper_that_lives_but_closed_its_output_is_as_dead_however_many_requests_come(controlled):
+    """More requests than the pipe to a helper that does not read can take."""
+    controlled.expectLog("helper")
+    controlled.helper.rule("closeOutput", "getattr", "/first")
+    begin = time.monotonic()
+    for name in ("first", *(f"{number:0200}" for number in range(7000))):
+        with pytest.raises(OSError) as caught:
+            os.stat(controlled.path / name)
+        assert caught.value.errno == errno.EIO
+    assert time.monotonic() - begin < 20
+    killHelper(controlled)
+
+
 def test_helper_that_ends_by_a_signal_to_end_is_as_dead(victim):
     killHelper(victim, signal.SIGTERM)
     told = failuresOf(victim)

@@ -88,6 +88,11 @@ const actions = {
   },
   // Not process.exit, which would wait for the read of standard input that is under way.
   die: () => process.kill(process.pid, 'SIGKILL'),
+  // Lives on, but neither answers nor reads any more.
+  async closeOutput() {
+    fs.closeSync(1);
+    for (;;) await pause(1000);
+  },
   garbage(rule) {
     fs.writeSync(1, `${rule.text ?? 'this is not JSON'}\n`);
     return undefined;

@@ -95,6 +95,27 @@ TEST_F(FileHandleTest, joinsALineThatArrivesInPiecesOfOneByte) {
     writer.join();
 }
 
+TEST_F(FileHandleTest, writesToAReaderOnlyUntilItsOwnStreamHasEnded) {
+    Pipe answers;
+    const std::array<std::string_view, 2> line{"a", "\n"};
+    EXPECT_TRUE(writing().writeUnlessEnded(line, answers.fileHandleForReading()));
+    answers.fileHandleForWriting().close();
+    EXPECT_TRUE(writing().writeUnlessEnded(line, answers.fileHandleForReading())) << "nobody has seen the end yet";
+    EXPECT_EQ(nextLine(answers.fileHandleForReading()), std::nullopt);
+    EXPECT_FALSE(writing().writeUnlessEnded(line, answers.fileHandleForReading()));
+    writing().close();
+    EXPECT_EQ(nextLine(reading()), "a");
+    EXPECT_EQ(nextLine(reading()), "a");
+    EXPECT_EQ(nextLine(reading()), std::nullopt);
+}
+
+TEST_F(FileHandleTest, givesUpAFullPipeWhoseReadersOwnStreamHasEnded) {
+    Pipe answers;
+    answers.fileHandleForWriting().close();
+    const std::string text = patternOf(std::size_t{4} << 20);
+    EXPECT_FALSE(writing().writeUnlessEnded(std::array{std::string_view(text)}, answers.fileHandleForReading()));
+}
+
 TEST_F(FileHandleTest, readsALineOfEightMebibytes) {
     const std::string text = patternOf(std::size_t{8} << 20);
     std::thread writer([&] { writing().write(text + "\nnext\n"); });

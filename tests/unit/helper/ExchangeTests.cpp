@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <future>
 #include <set>
 #include <thread>
@@ -136,6 +137,56 @@ TEST_F(Exchange, reportsAHelperThatExitsInTheMiddleOfALine) {
     say(R"({"id":"1","ok":tr)");
     hangUp();
     EXPECT_EQ(pingProtocolError(), "helper closed stdout");
+}
+
+TEST_F(Exchange, sendsNothingMoreOnceTheHelperHasClosedItsOutput) {
+    hangUp();
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(pingProtocolError(), "helper closed stdout");
+    client.input().fileHandleForWriting().close();
+    EXPECT_EQ(request(), R"({"id":"1","op":"ping"})");
+    EXPECT_EQ(request(), "<end>");
+}
+
+// The pipe takes a mebibyte at most; a helper that neither reads nor answers must not hold up whoever fills it.
+TEST_F(Exchange, givesUpARequestThatIsLongerThanThePipeWhenTheHelperClosesItsOutput) {
+    const std::vector<std::byte> data(std::size_t{4} << 20);
+    auto writing = std::async(std::launch::async, [&] {
+        try {
+            client.write(1, 0, data);
+            return std::string("<no error>");
+        } catch (const AdapterError& error) {
+            return error.description();
+        }
+    });
+    EXPECT_TRUE(client.input().fileHandleForReading().readByte()); // it is being written
+    hangUp();
+    const bool returned = writing.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+    client.input().fileHandleForReading().close();
+    ASSERT_TRUE(returned);
+    EXPECT_EQ(writing.get(), "helper closed stdout");
+}
+
+TEST_F(Exchange, readsTheAnswersThatCameBeforeTheHelperClosedItsOutput) {
+    sayLine(R"({"id":"1","ok":true,"result":"one"})");
+    sayLine(R"({"id":"2","ok":true,"result":"two"})");
+    hangUp();
+    EXPECT_EQ(client.ping(), JSONValue("one"));
+    EXPECT_EQ(client.ping(), JSONValue("two"));
+    EXPECT_EQ(pingProtocolError(), "helper closed stdout");
+}
+
+TEST_F(Exchange, sendsARequestLongerThanThePipeToAHelperThatReadsSlowly) {
+    const std::vector<std::byte> data(std::size_t{4} << 20, std::byte{0x5A});
+    std::thread helper([&] {
+        const std::string line = request();
+        EXPECT_EQ(line.size(),
+                  5592408U +
+                      std::string_view(R"({"id":"1","op":"write","handle":1,"offset":0,"dataBase64":""})").size());
+        sayLine(R"({"id":"1","ok":true})");
+    });
+    EXPECT_NO_THROW(client.write(1, 0, data));
+    helper.join();
 }
 
 TEST_F(Exchange, losesARequestThatNobodyReadsSilently) {
