@@ -30,6 +30,7 @@ ExitCode examine(const Request& request, check::Report& report) {
     try {
         const MountSource source = readMountSource(request.source);
         checkHelperAvailable(source);
+        tellSourceToHelpers(source);
         if (!realPath(source.config.repoRoot)) {
             report.add(configurationCheck, {check::Severity::warning,
                                             "\"repoRoot\" names no existing directory: " + source.config.repoRoot,

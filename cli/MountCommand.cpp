@@ -73,6 +73,7 @@ ExitCode mount(const MountRequest& request) {
         return ExitCode::success;
     }
     blockStopSignals();
+    tellSourceToHelpers(source);
     const MountPlan plan{source.path, mountPoint, source.config.helperPath, std::move(options)};
     foundation::Log::showPrivateValues(request.showPrivate);
     return request.foreground ? runInForeground(plan, request.verbose) : runWithSystemLog(plan);

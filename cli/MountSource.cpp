@@ -6,6 +6,7 @@
 #include "foundation/FileContents.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 #include <system_error>
 #include <unistd.h>
@@ -84,6 +85,10 @@ void checkHelperAvailable(const MountSource& source) {
         throw CommandError(ExitCode::helperUnavailable, "node",
                            "is not in PATH; install Node.js (Debian: nodejs) or add its directory to PATH");
     }
+}
+
+void tellSourceToHelpers(const MountSource& source) {
+    ::setenv("KEMVI_SOURCE", source.path.c_str(), 1);
 }
 
 } // namespace cli

@@ -23,4 +23,8 @@ MountSource readMountSource(const std::string& source);
 /// Throws CommandError unless `node` is in PATH and the helper script is there.
 void checkHelperAvailable(const MountSource& source);
 
+/// Puts the source directory into this process's own environment, as KEMVI_SOURCE. The helper inherits it and so knows
+/// which file the mount was made from. To be called before there are other threads.
+void tellSourceToHelpers(const MountSource& source);
+
 } // namespace cli

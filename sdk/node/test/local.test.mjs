@@ -262,3 +262,41 @@ for (const [name, value] of noFolders) {
         assert.match(helper.stderr, /^kemvi-helper: cannot serve the folder in KEMVI_REPO_ROOT \(.*\): .*\n$/);
     });
 }
+
+test('no bit beyond the permissions is set, and a folder keeps those that it has', async (t) => {
+    const { root, helper } = mountedTree(t);
+    fs.writeFileSync(path.join(root, 'f'), '');
+    fs.mkdirSync(path.join(root, 'd'));
+    const mode = (/** @type {string} */ name) => fs.statSync(path.join(root, name)).mode & 0o7777;
+    for (const asked of [0o4755, 0o2755, 0o1755, 0o6755, 0o7777]) {
+        await helper.ok('chmod', { path: '/f', mode: asked });
+        assert.equal(mode('f'), asked & 0o777);
+        await helper.ok('chmod', { path: '/d', mode: asked });
+        assert.equal(mode('d'), asked & 0o777);
+    }
+    fs.chmodSync(path.join(root, 'd'), 0o3770);
+    await helper.ok('chmod', { path: '/d', mode: 0o755 });
+    assert.equal(mode('d'), 0o3755);
+    fs.chmodSync(path.join(root, 'f'), 0o6770);
+    await helper.ok('chmod', { path: '/f', mode: 0o755 });
+    assert.equal(mode('f'), 0o755);
+});
+
+test('a program that is opened for writing no longer runs with the rights of its owner', async (t) => {
+    const { root, helper } = mountedTree(t);
+    const file = path.join(root, 'program');
+    const modes = [[0o6755, 0o755], [0o4711, 0o711], [0o2775, 0o775], [0o3640, 0o1640]];
+    for (const [before, after] of modes) {
+        for (const flags of [['write'], ['read', 'write', 'create'], ['write', 'create', 'truncate']]) {
+            fs.writeFileSync(file, 'x');
+            fs.chmodSync(file, before);
+            const { handle } = await helper.ok('open', { path: '/program', flags });
+            assert.equal(fs.statSync(file).mode & 0o7777, after, flags.join());
+            await helper.ok('release', { handle });
+        }
+    }
+    fs.chmodSync(file, 0o6755);
+    const { handle } = await helper.ok('open', { path: '/program', flags: ['read'] });
+    await helper.ok('release', { handle });
+    assert.equal(fs.statSync(file).mode & 0o7777, 0o6755);
+});

@@ -125,9 +125,18 @@ declare module 'node:fs' {
     namespace fs {
         interface Stats {
             mode: number;
+            ino: number;
+            dev: number;
             size: number;
             atimeMs: number;
             mtimeMs: number;
+            isDirectory(): boolean;
+            isFile(): boolean;
+            isSymbolicLink(): boolean;
+        }
+        interface BigIntStats {
+            ino: bigint;
+            dev: bigint;
             isDirectory(): boolean;
             isFile(): boolean;
             isSymbolicLink(): boolean;
@@ -149,8 +158,11 @@ declare module 'node:fs' {
         ftruncateSync(descriptor: number, length: number): void;
         statSync(path: string): fs.Stats;
         fstatSync(descriptor: number): fs.Stats;
+        fstatSync(descriptor: number, options: { bigint: true }): fs.BigIntStats;
         lstatSync(path: string): fs.Stats;
-        lstatSync(path: string, options: { throwIfNoEntry: boolean }): fs.Stats | undefined;
+        lstatSync(path: string, options: { throwIfNoEntry: boolean; bigint?: false }): fs.Stats | undefined;
+        lstatSync(path: string, options: { bigint: true; throwIfNoEntry?: boolean }): fs.BigIntStats | undefined;
+        readlinkSync(path: string): string;
         readdirSync(path: string): string[];
         readdirSync(path: string, options: { encoding: 'buffer' }): Buffer[];
         mkdirSync(path: string): void;
@@ -158,6 +170,7 @@ declare module 'node:fs' {
         unlinkSync(path: string): void;
         renameSync(oldPath: string, newPath: string): void;
         chmodSync(path: string, mode: number): void;
+        fchmodSync(descriptor: number, mode: number): void;
         utimesSync(path: string, accessed: string, modified: string): void;
         statfsSync(path: string): Record<'bsize' | 'blocks' | 'bfree' | 'files' | 'ffree', number>;
         readFileSync(path: string): Buffer;

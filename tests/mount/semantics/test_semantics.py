@@ -391,6 +391,18 @@ def test_chown(mount):
     assert failure(os.chown, volume.path / "file", os.getuid() + 1, -1) == errno.EPERM
 
 
+@claim("The configuration that a mount was made from can be read, not changed, moved or removed (EPERM).")
+def test_configuration_is_kept(mount, workspace):
+    volume = mount(backing=workspace / "source")
+    path = volume.path / "mount-config.json"
+    assert b"helperPath" in path.read_bytes()
+    put(volume.path / "other")
+    assert failure(path.write_bytes, b"{}") == errno.EPERM
+    assert failure(os.rename, volume.path / "other", path) == errno.EPERM
+    assert failure(os.rename, path, volume.path / "moved") == errno.EPERM
+    assert failure(os.unlink, path) == errno.EPERM
+
+
 @claim("Other users, root included, have no access unless -o allow_other was given.")
 def test_other_users_have_no_access(mount):
     volume = mount()

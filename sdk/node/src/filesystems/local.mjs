@@ -1,11 +1,14 @@
 // Serves a folder of this machine.
 import fs from 'node:fs';
 import { isPosixError, PosixError } from '../errors.mjs';
+import { ConfigurationGuard } from './configurationGuard.mjs';
 import { Containment, withoutRealPath } from './containment.mjs';
 
 const { O_RDONLY, O_WRONLY, O_RDWR, O_CREAT, O_NOFOLLOW, O_NONBLOCK, S_IFMT, S_IFDIR, S_IFREG, S_IFLNK } = fs.constants;
 const noThrow = { throwIfNoEntry: false };
 const replacementCharacter = '\ufffd';
+const permissionBits = 0o777;
+const asAnotherUser = 0o6000; // set-user-id and set-group-id: a program runs with the rights of the file's owner or group
 
 /** @typedef {import('../fileSystem.mjs').Entry} Entry */
 /** @typedef {import('../fileSystem.mjs').OpenFlags} OpenFlags */
@@ -14,6 +17,8 @@ const replacementCharacter = '\ufffd';
  * What is used of node's fs.Stats.
  * @typedef {object} LocalStat
  * @property {number} mode
+ * @property {number} ino
+ * @property {number} dev
  * @property {number} size
  * @property {number} atimeMs
  * @property {number} mtimeMs
@@ -26,11 +31,18 @@ const replacementCharacter = '\ufffd';
  * A folder of this machine as a file system. Nothing outside of the folder is reached: links that stay inside are
  * followed; one that leads out, nowhere or in a circle shows as an empty file that cannot be opened. Special files are
  * shown, not opened. Names that are not UTF-8 cannot be told in the protocol and are left out of listings.
+ *
+ * The configuration of the mount is shown, and never changed, moved or removed. No file gets a set-user-id or set-group-id
+ * bit, and one that is opened for writing loses them.
  */
 export class LocalFileSystem {
-    /** @param {string} root the folder to serve */
-    constructor(root) {
+    /**
+     * @param {string} root the folder to serve
+     * @param {string} [source] the folder with the configuration of the mount; the served one where it is not told
+     */
+    constructor(root, source = process.env.KEMVI_SOURCE) {
         this.tree_ = new Containment(root);
+        this.guard_ = new ConfigurationGuard(this.tree_.root, source || undefined);
         this.warned_ = false;
     }
 
@@ -159,10 +171,16 @@ export class LocalFileSystem {
      * @param {OpenFlags} flags
      */
     openChecked_(real, path, flags) {
+        if (flags.write) this.guard_.checkName(real, path);
         const access = flags.write ? (flags.read ? O_RDWR : O_WRONLY) : O_RDONLY;
         const descriptor = fs.openSync(real, access | (flags.create ? O_CREAT : 0) | O_NOFOLLOW | O_NONBLOCK, 0o666);
         try {
-            checkOpenable(fs.fstatSync(descriptor), path);
+            const stat = fs.fstatSync(descriptor);
+            checkOpenable(stat, path);
+            if (flags.write) {
+                this.guard_.checkFile(stat, () => fs.fstatSync(descriptor, { bigint: true }), path);
+                if (stat.mode & asAnotherUser) dropOtherUsersRights(descriptor, stat.mode);
+            }
             if (flags.truncate) fs.ftruncateSync(descriptor, 0);
             return descriptor;
         } catch (error) {
@@ -216,13 +234,24 @@ export class LocalFileSystem {
     rename(oldPath, newPath) {
         const newReal = this.tree_.locate(newPath);
         if (newPath === '/') throw isRoot(newPath);
+        this.guard_.checkName(newReal, newPath);
         this.change_(oldPath, (real) => fs.renameSync(real, newReal));
         this.tree_.forget();
     }
 
-    /** @param {string} path @param {number} mode */
+    /**
+     * Sets the permission bits and no others. A folder keeps the bits that decide who removes from it and what group new
+     * files get.
+     * @param {string} path
+     * @param {number} mode
+     */
     chmod(path, mode) {
-        this.onTarget_(path, (real) => fs.chmodSync(real, mode));
+        const asked = mode & permissionBits;
+        this.onTarget_(path, (real, stat) => {
+            if (!stat.isDirectory()) return fs.chmodSync(real, asked);
+            this.guard_.checkFolderMode(real, stat.mode, asked, path);
+            fs.chmodSync(real, asked | (stat.mode & ~S_IFMT & ~permissionBits));
+        });
     }
 
     /**
@@ -249,6 +278,7 @@ export class LocalFileSystem {
     change_(path, change) {
         if (path === '/') throw isRoot(path);
         const real = this.tree_.locate(path);
+        this.guard_.checkName(real, path);
         try {
             change(real);
         } catch (error) {
@@ -267,6 +297,10 @@ export class LocalFileSystem {
             if (stat.isSymbolicLink()) {
                 real = this.followLink_(path);
                 stat = fs.lstatSync(real);
+            }
+            if (!stat.isDirectory()) {
+                this.guard_.checkName(real, path);
+                this.guard_.checkFile(stat, () => fs.lstatSync(real, { bigint: true }), path);
             }
             change(real, stat);
         } catch (error) {
@@ -290,6 +324,20 @@ function shownTime(mtimeMs) {
  */
 function settableTime(milliseconds) {
     return String((milliseconds + 0.00025) / 1000);
+}
+
+/**
+ * What another user's program becomes must not run with that user's rights. Where the file is not ours to change, the
+ * system does this itself when it is written to.
+ * @param {number} descriptor
+ * @param {number} mode
+ */
+function dropOtherUsersRights(descriptor, mode) {
+    try {
+        fs.fchmodSync(descriptor, mode & ~S_IFMT & ~asAnotherUser);
+    } catch (error) {
+        if (/** @type {NodeJS.ErrnoException} */ (error).code !== 'EPERM') throw error;
+    }
 }
 
 /** @param {LocalStat} stat @param {string} path */

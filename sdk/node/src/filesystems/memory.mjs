@@ -123,7 +123,7 @@ export class MemoryFileSystem {
      * @param {number} mode
      */
     chmod(path, mode) {
-        this.node_(path).mode = mode;
+        this.node_(path).mode = mode & 0o777;
     }
 
     /** @param {string} path @param {Date} mtime */

@@ -5,6 +5,8 @@
  * What is used of node's fs.Stats.
  * @typedef {object} LocalStat
  * @property {number} mode
+ * @property {number} ino
+ * @property {number} dev
  * @property {number} size
  * @property {number} atimeMs
  * @property {number} mtimeMs
@@ -16,11 +18,18 @@
  * A folder of this machine as a file system. Nothing outside of the folder is reached: links that stay inside are
  * followed; one that leads out, nowhere or in a circle shows as an empty file that cannot be opened. Special files are
  * shown, not opened. Names that are not UTF-8 cannot be told in the protocol and are left out of listings.
+ *
+ * The configuration of the mount is shown, and never changed, moved or removed. No file gets a set-user-id or set-group-id
+ * bit, and one that is opened for writing loses them.
  */
 export class LocalFileSystem {
-    /** @param {string} root the folder to serve */
-    constructor(root: string);
+    /**
+     * @param {string} root the folder to serve
+     * @param {string} [source] the folder with the configuration of the mount; the served one where it is not told
+     */
+    constructor(root: string, source?: string | undefined);
     tree_: Containment;
+    guard_: ConfigurationGuard;
     warned_: boolean;
     /** @param {string} path */
     getattr(path: string): {
@@ -89,7 +98,12 @@ export class LocalFileSystem {
     unlink(path: string): void;
     /** @param {string} oldPath @param {string} newPath */
     rename(oldPath: string, newPath: string): void;
-    /** @param {string} path @param {number} mode */
+    /**
+     * Sets the permission bits and no others. A folder keeps the bits that decide who removes from it and what group new
+     * files get.
+     * @param {string} path
+     * @param {number} mode
+     */
     chmod(path: string, mode: number): void;
     /**
      * Sets the time of the last change; that of the last access stays.
@@ -126,6 +140,8 @@ export type LocalFile = {
  */
 export type LocalStat = {
     mode: number;
+    ino: number;
+    dev: number;
     size: number;
     atimeMs: number;
     mtimeMs: number;
@@ -134,3 +150,4 @@ export type LocalStat = {
     isSymbolicLink: () => boolean;
 };
 import { Containment } from "./containment.mjs";
+import { ConfigurationGuard } from "./configurationGuard.mjs";
