@@ -80,8 +80,9 @@ void FuseHost::Implementation::mount() {
 bool FuseHost::Implementation::serve() {
     bool ended = false;
     {
-        SessionLoop loop(session_->get(), session_->descriptor(), stopDescriptor_, tree_.get());
-        ended = loop.run();
+        const SystemCallers callers;
+        SessionLoop loop(session_->get(), session_->descriptor(), callers, tree_.get());
+        ended = loop.run(stopDescriptor_);
     }
     session_->unmount();
     return ended;

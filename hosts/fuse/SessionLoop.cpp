@@ -5,7 +5,6 @@
 #include "hosts/fuse/LibFuse.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -22,9 +21,6 @@ using namespace std::chrono_literals;
 constexpr auto patience = 50ms;
 /// The watcher goes to sleep when nothing happened for so many times its patience.
 constexpr int idleRounds = 20;
-/// A signal interrupts an operation only when it has lasted this long. Programs that use signals for their own ends
-/// (timers, runtimes) do not expect EINTR from a file; within a second a user who pressed Ctrl-C must be obeyed.
-constexpr auto interruptAfter = 500ms;
 
 int makeEventDescriptor() {
     const int descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
@@ -43,31 +39,11 @@ void clearEvent(int descriptor) {
     [[maybe_unused]] const ssize_t got = read(descriptor, &count, sizeof count);
 }
 
-/// True if the thread is on its way out. The kernel flushes the files of a dying process without letting it be
-/// interrupted, so this is the only way to learn that nobody waits for the result.
-bool isExiting(std::uint32_t thread) {
-    if (thread == 0)
-        return false;
-    char path[64];
-    std::snprintf(path, sizeof path, "/proc/%u/stat", thread);
-    std::FILE* file = std::fopen(path, "re");
-    if (file == nullptr)
-        return true;
-    char text[1024];
-    const std::size_t count = std::fread(text, 1, sizeof text - 1, file);
-    std::fclose(file);
-    text[count] = '\0';
-    const char* afterName = std::strrchr(text, ')');
-    unsigned flags = 0;
-    constexpr unsigned exitingFlag = 0x4; // PF_EXITING
-    return afterName != nullptr && std::sscanf(afterName, ") %*c %*d %*d %*d %*d %*d %u", &flags) == 1 &&
-           (flags & exitingFlag) != 0;
-}
-
 } // namespace
 
-SessionLoop::SessionLoop(fuse_session* session, int descriptor, int stopDescriptor, IdleWork* idleWork)
-    : session_(session), descriptor_(descriptor), stopDescriptor_(stopDescriptor), idleWork_(idleWork),
+SessionLoop::SessionLoop(fuse_session* session, int descriptor, const Callers& callers, IdleWork* idleWork,
+                         Limits limits)
+    : session_(session), descriptor_(descriptor), callers_(callers), idleWork_(idleWork), limits_(limits),
       wakeDescriptor_(makeEventDescriptor()) {
     watcher_ = startBackgroundThread([this] { watch(); });
 }
@@ -83,10 +59,10 @@ SessionLoop::~SessionLoop() {
     close(wakeDescriptor_);
 }
 
-bool SessionLoop::run() {
+bool SessionLoop::run(int stopDescriptor) {
     KernelRequest request; // its memory is used again for the next one
     while (true) {
-        switch (next(request)) {
+        switch (next(request, stopDescriptor)) {
         case Received::request: execute(request); break;
         case Received::nothing: break;
         case Received::end: return true;
@@ -95,16 +71,16 @@ bool SessionLoop::run() {
     }
 }
 
-SessionLoop::Received SessionLoop::next(KernelRequest& request) {
+SessionLoop::Received SessionLoop::next(KernelRequest& request, int stopDescriptor) {
     reclaimReading();
-    pollfd polled[] = {{descriptor_, POLLIN, 0}, {stopDescriptor_, POLLIN, 0}};
+    pollfd polled[] = {{descriptor_, POLLIN, 0}, {stopDescriptor, POLLIN, 0}};
     {
         const std::lock_guard guard(lock_);
         if (!backlog_.empty()) {
             if (poll(polled + 1, 1, 0) > 0)
                 return Received::end;
             request = std::move(backlog_.front().request);
-            since_ = backlog_.front().about.since;
+            next_ = backlog_.front().about;
             backlog_.pop_front();
             return Received::request;
         }
@@ -118,7 +94,7 @@ SessionLoop::Received SessionLoop::next(KernelRequest& request) {
     if (polled[1].revents != 0)
         return Received::end;
     const Received received = receive(request);
-    since_ = Clock::now();
+    next_ = {request.unique(), request.thread(), request.isFlush(), Clock::now()};
     return received;
 }
 
@@ -151,7 +127,7 @@ void SessionLoop::reclaimReading() {
 void SessionLoop::execute(const KernelRequest& request) {
     if (request.isInterrupt())
         return; // whatever it is about has been answered: nothing else is under way
-    begin({request.unique(), request.thread(), request.isFlush(), since_});
+    begin(next_);
     fuse_buf buffer{};
     buffer.mem = request.memory.get();
     buffer.size = request.size;
@@ -188,11 +164,13 @@ void SessionLoop::watch() {
     while (!ending_) {
         const std::uint64_t operation = operation_;
         changed_.wait_for(guard, patience, [&] { return ending_; });
-        if (operation_ != operation)
+        const bool lasts = busy_ && operation_ == operation;
+        if (operation_ != operation || busy_)
             idle = 0;
-        else if (busy_)
-            takeOver(guard, operation);
-        else if (++idle >= idleRounds) {
+        // Many short operations keep those waiting that were read already, as one long one does.
+        if (lasts || (busy_ && !backlog_.empty()))
+            takeOver(guard);
+        else if (!busy_ && ++idle >= idleRounds) {
             sleepUntilBusy(guard);
             idle = 0;
         }
@@ -205,7 +183,8 @@ void SessionLoop::sleepUntilBusy(Guard& guard) {
     watcherSleeps_ = false;
 }
 
-void SessionLoop::takeOver(Guard& guard, std::uint64_t operation) {
+void SessionLoop::takeOver(Guard& guard) {
+    const std::uint64_t operation = operation_;
     watcherReads_ = true;
     bool canRead = true;
     while (!ending_ && busy_ && operation_ == operation) {
@@ -217,12 +196,9 @@ void SessionLoop::takeOver(Guard& guard, std::uint64_t operation) {
         guard.lock();
         const short called = polled[0].revents;
         canRead = called == 0 || ((called & POLLIN) != 0 && readIntoBacklog());
-        answerInterrupted();
+        giveUpForTheDying();
     }
     clearEvent(wakeDescriptor_);
-    // The kernel says only once that a request was interrupted, and what waits may hang like the one before it.
-    if (backlog_.empty())
-        interrupted_.clear();
     watcherReads_ = false;
     changed_.notify_all();
 }
@@ -233,7 +209,7 @@ bool SessionLoop::readIntoBacklog() {
     if (received != Received::request)
         return received == Received::nothing;
     if (request.isInterrupt())
-        interrupted_.insert(request.interruptedUnique());
+        noteInterrupt(request.interruptedUnique());
     else {
         const Pending about{request.unique(), request.thread(), request.isFlush(), Clock::now()};
         backlog_.push_back({std::move(request), about});
@@ -241,20 +217,36 @@ bool SessionLoop::readIntoBacklog() {
     return true;
 }
 
-bool SessionLoop::mustAnswer(const Pending& pending, Clock::time_point now) {
-    if (now - pending.since < interruptAfter)
-        return false;
-    return interrupted_.erase(pending.unique) > 0 || (pending.isFlush && isExiting(pending.thread));
+// One that is not under way any more has had its answer.
+void SessionLoop::noteInterrupt(std::uint64_t unique) {
+    if (busy_ && current_.unique == unique)
+        current_.isInterrupted = true;
+    for (Waiting& waiting : backlog_)
+        if (waiting.about.unique == unique)
+            waiting.about.isInterrupted = true;
 }
 
-void SessionLoop::answerInterrupted() {
+bool SessionLoop::isGivenUp(const Pending& pending, Clock::time_point now) const {
+    const auto lasted = now - pending.since;
+    // A file is flushed for a dying process without any word of its death.
+    if (lasted < limits_.dying || !(pending.isInterrupted || pending.isFlush))
+        return false;
+    switch (callers_.fateOf(pending.thread)) {
+    case CallerFate::dies: return true;
+    case CallerFate::lives: return false;
+    case CallerFate::unseen: break;
+    }
+    return pending.isInterrupted && lasted >= limits_.unseen;
+}
+
+void SessionLoop::giveUpForTheDying() {
     const Clock::time_point now = Clock::now();
-    if (busy_ && mustAnswer(current_, now)) {
+    if (busy_ && isGivenUp(current_, now)) {
         replyErrorDirectly(descriptor_, current_.unique, EINTR);
-        current_.isFlush = false; // answered; not to be looked at again
+        current_ = {}; // answered; not to be looked at again
     }
     std::erase_if(backlog_, [&](const Waiting& waiting) {
-        if (!mustAnswer(waiting.about, now))
+        if (!isGivenUp(waiting.about, now))
             return false;
         replyErrorDirectly(descriptor_, waiting.about.unique, EINTR);
         return true;

@@ -1,14 +1,15 @@
 #pragma once
 
+#include "hosts/fuse/Callers.h"
 #include "hosts/fuse/IdleWork.h"
 #include "hosts/fuse/KernelRequest.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <mutex>
-#include <set>
 #include <thread>
 
 struct fuse_session;
@@ -20,19 +21,37 @@ namespace fusehost {
 ///
 /// A helper that does not answer must not make its callers unkillable. So a second thread, the watcher, looks after an
 /// operation that lasts: it takes over reading, puts new requests into a backlog, and answers EINTR to those whose
-/// callers were interrupted. The executing thread finishes the operation whenever the helper answers, its late reply
+/// callers are about to die. The executing thread finishes the operation whenever the helper answers, its late reply
 /// is refused by the kernel, and it goes on with the backlog.
+///
+/// A signal that its program survives ends no wait: the work would be done all the same, and a program that tries again
+/// would find it done. The kernel tells of a signal once per request, so a request of which it told is looked at for as
+/// long as it lasts: a deadly signal may follow one that is handled.
 class SessionLoop {
 public:
-    /// `descriptor` is the session's connection, non-blocking; `stopDescriptor` an eventfd that becomes readable when
-    /// the loop is to end. `idleWork` is done between requests; it may be null. All must outlive the loop.
-    SessionLoop(fuse_session* session, int descriptor, int stopDescriptor, IdleWork* idleWork = nullptr);
+    /// When a request is given up for a caller's sake.
+    struct Limits {
+        /// Within a second a user who pressed Ctrl-C must be obeyed; what is done sooner needs no giving up.
+        std::chrono::milliseconds dying{500};
+        /// Of a caller that cannot be seen it is not known whether a signal will end it. Giving up breaks the operation
+        /// if it lives, waiting keeps it if it dies: so, only when the helper hangs by all appearances.
+        std::chrono::milliseconds unseen{10'000};
+    };
+
+    /// `descriptor` is the session's connection, non-blocking. `idleWork` is done between requests; it may be null. All
+    /// must outlive the loop.
+    SessionLoop(fuse_session* session, int descriptor, const Callers& callers, IdleWork* idleWork, Limits limits);
+
+    SessionLoop(fuse_session* session, int descriptor, const Callers& callers, IdleWork* idleWork)
+        : SessionLoop(session, descriptor, callers, idleWork, Limits()) {}
+
     ~SessionLoop();
     SessionLoop(const SessionLoop&) = delete;
     SessionLoop& operator=(const SessionLoop&) = delete;
 
-    /// Serves until the file system is unmounted or a stop is asked for. False if the connection failed.
-    bool run();
+    /// Serves until the file system is unmounted or a stop is asked for by making `stopDescriptor`, an eventfd,
+    /// readable. False if the connection failed. May be called again after a stop.
+    bool run(int stopDescriptor);
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -44,6 +63,7 @@ private:
         std::uint32_t thread = 0;
         bool isFlush = false;
         Clock::time_point since;
+        bool isInterrupted = false; // its caller has got a signal
     };
 
     struct Waiting {
@@ -54,7 +74,7 @@ private:
     enum class Received { request, nothing, end, failure };
 
     // On the executing thread
-    Received next(KernelRequest& request);
+    Received next(KernelRequest& request, int stopDescriptor);
     void reclaimReading();
     void execute(const KernelRequest& request);
     /// Opens and closes the watcher's view of an operation.
@@ -66,17 +86,19 @@ private:
     // On the watcher
     void watch();
     void sleepUntilBusy(Guard& guard);
-    void takeOver(Guard& guard, std::uint64_t operation);
+    void takeOver(Guard& guard);
     /// False if the connection has ended or failed.
     bool readIntoBacklog();
-    void answerInterrupted();
-    bool mustAnswer(const Pending& pending, Clock::time_point now);
+    void noteInterrupt(std::uint64_t unique);
+    void giveUpForTheDying();
+    bool isGivenUp(const Pending& pending, Clock::time_point now) const;
 
     fuse_session* const session_;
     const int descriptor_;
-    const int stopDescriptor_;
+    const Callers& callers_;
     IdleWork* const idleWork_;
-    Clock::time_point since_;  // when the request to be executed was read; the executing thread's own
+    const Limits limits_;
+    Pending next_;             // about the request to be executed; the executing thread's own
     bool failureTold_ = false; // that reading fails is in the log; belongs to the thread that reads
     const int wakeDescriptor_; // eventfd by which the executing thread ends the watcher's poll
 
@@ -89,7 +111,6 @@ private:
     std::uint64_t operation_ = 0; // counts executed operations
     Pending current_;             // valid while busy_
     std::deque<Waiting> backlog_;
-    std::set<std::uint64_t> interrupted_; // unique numbers of requests whose callers were interrupted
 
     std::thread watcher_;
 };

@@ -6,6 +6,7 @@ import mmap
 import os
 import re
 import shutil
+import signal
 import stat
 import subprocess
 from pathlib import Path
@@ -274,7 +275,7 @@ def test_names_come_back(volume):
 
 # Trouble
 
-@claim("A process that waits for a helper that hangs can be interrupted and killed.")
+@claim("A process that waits for a helper that hangs can be killed.")
 def test_waiting_process_can_be_killed(controlled):
     put(controlled.backing / "file")
     rule = controlled.helper.block("getattr")
@@ -284,6 +285,17 @@ def test_waiting_process_can_be_killed(controlled):
     assert worker.isGone(2)
     controlled.helper.drop(rule)
     assert (controlled.path / "file").read_bytes() == b"content"
+
+
+@claim("A signal that the program handles breaks no operation, however long it lasts.")
+def test_handled_signal_breaks_nothing(controlled):
+    def make():
+        signal.signal(signal.SIGALRM, lambda *_: None)
+        signal.setitimer(signal.ITIMER_REAL, 0.1)
+        os.mkdir(controlled.path / "folder")
+        return True
+    controlled.helper.rule("delay", "mkdir", milliseconds=700)
+    assert inChild(make)
 
 
 @claim("After the helper has died every operation that needs it fails at once with EIO.")

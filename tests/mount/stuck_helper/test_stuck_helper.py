@@ -4,12 +4,15 @@ import mmap
 import os
 import signal
 import subprocess
+import sys
+import threading
 import time
 
 import pytest
 
 from harness import system
 from harness.deadline import eventually
+from harness.volume import Volume
 from harness.worker import Worker, inChild
 
 # A waiting process is gone within a second; twice that on a machine that does other work beside.
@@ -195,25 +198,152 @@ def test_programs_die_of_ctrl_c(stuck):
     assert (stuck.path / "file").read_bytes() == DATA
 
 
-def test_signal_handler_of_a_waiting_process_runs_at_once(stuck):
-    class Interrupted(Exception):
-        pass
+# Signals that a program survives
+
+def createExclusively(folder):
+    os.close(os.open(folder / "fresh", os.O_WRONLY | os.O_CREAT | os.O_EXCL))
+
+
+# Operations whose work would be done though they fail, and the request that is slow.
+CHANGES = {
+    "mkdir": ("mkdir", lambda folder: os.mkdir(folder / "fresh")),
+    "exclusive create": ("open", createExclusively),
+    "rename": ("rename", lambda folder: os.rename(folder / "file", folder / "fresh")),
+    "close": ("release", writeAndClose),
+}
+
+
+def withTimer(function, *arguments):
+    """Calls a function while a timer sends one signal after the other, as progress displays and profilers do."""
+    count = 0
+
+    def handler(_number, _frame):
+        nonlocal count
+        count += 1
+    signal.signal(signal.SIGALRM, handler)
+    signal.siginterrupt(signal.SIGALRM, False)
+    signal.setitimer(signal.ITIMER_REAL, 0.1, 0.1)
+    try:
+        function(*arguments)
+    finally:
+        signal.setitimer(signal.ITIMER_REAL, 0)
+    return count
+
+
+@pytest.mark.parametrize("what", CHANGES)
+def test_operation_of_a_slow_helper_is_not_broken_by_a_timer(stuck, what):
+    op, change = CHANGES[what]
+    stuck.helper.rule("delay", op, milliseconds=800)
+    assert inChild(withTimer, change, stuck.path) > 0
+    assert (stuck.path / ("file" if what == "close" else "fresh")).exists()
+
+
+def test_git_clones_with_its_progress_shown_from_a_slow_helper(stuck):
+    def git(*words):
+        subprocess.run(["git", "-c", "user.name=n", "-c", "user.email=e@x", *map(str, words)], check=True,
+                       capture_output=True, timeout=20)
+    origin, clone = stuck.workspace / "origin", stuck.path / "clone"
+    (origin / "sub").mkdir(parents=True)
+    (origin / "sub" / "file").write_bytes(DATA)
+    git("init", "-q", origin)
+    git("-C", origin, "add", "-A")
+    git("-C", origin, "commit", "-q", "-m", "first")
+    for op, path in (("mkdir", "/clone/sub"), ("open", "/clone/sub/file")):
+        stuck.helper.rule("delay", op, path, milliseconds=1200)
+    git("clone", "--progress", "--no-local", origin, clone)
+    assert (stuck.backing / "clone" / "sub" / "file").read_bytes() == DATA
+
+
+def test_handled_signal_lets_the_wait_go_on_and_a_deadly_one_after_it_ends_it(stuck):
+    """The kernel tells the host of the first signal alone."""
+    ready = stuck.workspace / "ready"
 
     def wait():
-        def handler(_number, _frame):
-            raise Interrupted
-        signal.signal(signal.SIGALRM, handler)
-        signal.setitimer(signal.ITIMER_REAL, 0.2)
-        begin = time.monotonic()
-        try:
-            os.stat(stuck.path / "unseen")
-        except Interrupted:
-            return time.monotonic() - begin
-        return None
-    rule = stuck.helper.block("getattr")
-    took = Worker(wait).result(20)
-    assert took is not None and took < 0.2 + AT_ONCE
+        signal.signal(signal.SIGINT, lambda *_: None)
+        ready.touch()
+        os.mkdir(stuck.path / "fresh")
+    for deadly in (signal.SIGTERM, signal.SIGKILL):
+        ready.unlink(missing_ok=True)
+        rule = stuck.helper.block("mkdir")
+        worker = Worker(wait)
+        eventually(ready.exists, 10)
+        stuck.helper.blockedRequest()
+        worker.kill(signal.SIGINT)
+        assert not worker.isGone(1), "a signal that is handled has ended the wait"
+        worker.kill(deadly)
+        assert worker.isGone(AT_ONCE)
+        stuck.helper.drop(rule)
+        eventually((stuck.path / "fresh").is_dir, 10, "the folder")
+        os.rmdir(stuck.path / "fresh")
+
+
+def test_signals_that_are_ignored_or_blocked_end_no_wait(stuck):
+    ready = stuck.workspace / "ready"
+
+    def wait():
+        signal.signal(signal.SIGHUP, signal.SIG_IGN)
+        signal.signal(signal.SIGUSR1, lambda *_: None)
+        signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGTERM])
+        ready.touch()
+        os.mkdir(stuck.path / "fresh")
+        return True
+    rule = stuck.helper.block("mkdir")
+    worker = Worker(wait)
+    eventually(ready.exists, 10)
+    stuck.helper.blockedRequest()
+    for number in (signal.SIGHUP, signal.SIGTERM, signal.SIGUSR1):
+        worker.kill(number)
+    assert not worker.isGone(1)
     stuck.helper.drop(rule)
+    assert worker.result(10)
+
+
+def test_thread_that_waits_goes_with_its_process(stuck):
+    """A signal ends all threads, whichever of them takes it."""
+    def wait():
+        threading.Thread(target=os.stat, args=(stuck.path / "unseen",), daemon=True).start()
+        signal.pause()
+    for number in (signal.SIGTERM, signal.SIGQUIT):
+        rule = stuck.helper.block("getattr", "/unseen")
+        worker = Worker(wait)
+        stuck.helper.blockedRequest()
+        worker.kill(number)
+        assert worker.isGone(AT_ONCE)
+        stuck.helper.drop(rule)
+        eventually(lambda: not stuck.helper.isBlocked(), 10)
+
+
+# Callers that the host cannot see
+
+# Without the right to look into processes even root sees no others there.
+HIDING = """
+mount -t proc -o hidepid=2,gid=65534 proc /proc
+setpriv --bounding-set=-sys_ptrace --inh-caps=-sys_ptrace "$@" -o allow_other,umask=0
+"$PYTHON" -c "$CLOSE" "$FILE"
+exec "$1" unmount "$POINT"
+"""
+CLOSE = """
+import os, sys
+os.setgroups([]); os.setgid(65533); os.setuid(65533)
+descriptor = os.open(sys.argv[1], os.O_WRONLY)
+os.write(descriptor, b"written")
+os.close(descriptor)
+"""
+
+
+@pytest.mark.rootOnly
+def test_close_of_a_process_that_proc_hides_from_the_host_waits_for_the_helper(workspace, binary, localHelper):
+    volume = Volume(workspace, binary, localHelper, control=True)
+    for folder in (workspace, volume.path):
+        os.chmod(folder, 0o755)
+    (volume.backing / "file").touch()
+    volume.helper.rule("delay", "release", milliseconds=900)
+    told = {"PYTHON": sys.executable, "CLOSE": CLOSE, "FILE": str(volume.path / "file"), "POINT": str(volume.path)}
+    command = ["unshare", "--mount", "--propagation", "private", "sh", "-ec", HIDING, "sh", binary, *volume.arguments()]
+    done = subprocess.run(command, env={**volume.program.environment, **told}, capture_output=True, text=True,
+                          timeout=30, check=False)
+    assert done.returncode == 0, done.stderr
+    assert (volume.backing / "file").read_bytes() == b"written"
 
 
 def test_interrupted_change_is_finished_in_the_background(stuck):

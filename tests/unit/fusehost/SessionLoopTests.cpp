@@ -1,28 +1,41 @@
 #include "SessionTest.h"
 
 #include <linux/fuse.h>
-#include <unistd.h>
 
 namespace fusehosttests {
 namespace {
 
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
+using fusehost::CallerFate;
 using testing::Contains;
 using testing::Not;
+
+// Threads that ask.
+constexpr std::uint32_t dying = 11;
+constexpr std::uint32_t living = 12;
+constexpr std::uint32_t unseen = 13;
 
 /// "/slow" hangs until the gate is opened.
 class SessionLoopTest : public SessionTest {
 protected:
     /// Lets a program hang in a lookup of "slow" and returns its request.
-    std::uint64_t hang() {
-        const std::uint64_t slow = ask(FUSE_LOOKUP, "slow");
+    std::uint64_t hang(std::uint32_t thread = dying) {
+        const std::uint64_t slow = ask(FUSE_LOOKUP, "slow", thread);
         gate.waitForRequest();
         return slow;
     }
 
-    std::uint64_t ask(std::uint32_t opcode, const std::string& name) {
-        return kernel.ask(opcode, rootNodeID, name + '\0');
+    std::uint64_t ask(std::uint32_t opcode, const std::string& name, std::uint32_t thread = dying) {
+        return kernel.ask(opcode, rootNodeID, name + '\0', thread);
+    }
+
+    /// Returns when the loop has looked at everything that waits, several times over.
+    void waitUntilLookedAt() {
+        callers.set(dying, CallerFate::dies);
+        const std::uint64_t marker = ask(FUSE_LOOKUP, "a", dying);
+        kernel.interrupt(marker);
+        EXPECT_EQ(kernel.answerTo(marker).error, EINTR);
     }
 
     /// The node and handle of a file with something written to it.
@@ -44,17 +57,13 @@ protected:
         return kernel.ask(FUSE_FLUSH, node, bytesOf(flushed), thread);
     }
 
-    static std::uint32_t endedThread() {
-        std::uint32_t thread = 0;
-        std::thread([&] { thread = static_cast<std::uint32_t>(gettid()); }).join();
-        return thread;
-    }
-
     void SetUp() override {
         served.put("/slow", "slow");
         for (const char* name : {"a", "b", "c"})
             served.put(std::string("/") + name, name);
         served.before = gate.holding("getattr /slow");
+        callers.set(dying, CallerFate::dies);
+        callers.set(living, CallerFate::lives);
     }
 };
 
@@ -85,13 +94,13 @@ TEST_F(SessionLoopTest, answersWhatCameDuringALongOperationAfterItInOrder) {
     EXPECT_EQ(answered, asked);
 }
 
-TEST_F(SessionLoopTest, answersAnInterruptedOperationWithEINTRAndDropsItsLateReply) {
+TEST_F(SessionLoopTest, answersAnInterruptedOperationOfADyingCallerWithEINTRAndDropsItsLateReply) {
     start();
     const Clock::time_point began = Clock::now();
     const std::uint64_t slow = hang();
     kernel.interrupt(slow);
     EXPECT_EQ(kernel.answerTo(slow).error, EINTR);
-    EXPECT_GE(Clock::now() - began, 500ms) << "a signal of a timer must not be seen by a program that reads a file";
+    EXPECT_GE(Clock::now() - began, 500ms) << "what is done soon must be done";
     gate.open();
     kernel.waitForRefusals(1);
     EXPECT_EQ(kernel.call(FUSE_LOOKUP, rootNodeID, std::string("a\0", 2)).error, 0);
@@ -99,6 +108,72 @@ TEST_F(SessionLoopTest, answersAnInterruptedOperationWithEINTRAndDropsItsLateRep
     EXPECT_TRUE(waitForEnd());
     EXPECT_EQ(kernel.refusals(), 1);
     EXPECT_EQ(tree().nodes().size(), 2U) << "of /slow, which nobody got, something is left";
+}
+
+TEST_F(SessionLoopTest, letsAnOperationOfACallerThatSurvivesItsSignalsEnd) {
+    start();
+    const std::uint64_t slow = hang(living);
+    const std::uint64_t queued = ask(FUSE_LOOKUP, "a", living);
+    kernel.interrupt(slow);
+    kernel.interrupt(queued);
+    waitUntilLookedAt();
+    EXPECT_FALSE(kernel.isAnswered(slow));
+    EXPECT_FALSE(kernel.isAnswered(queued));
+    gate.open();
+    EXPECT_EQ(kernel.answerTo(slow).error, 0);
+    EXPECT_EQ(kernel.answerTo(queued).error, 0);
+    EXPECT_EQ(kernel.refusals(), 0);
+}
+
+TEST_F(SessionLoopTest, looksAgainAtAnInterruptedOperationSinceADeadlySignalIsNotTold) {
+    start();
+    const std::uint64_t slow = hang(living);
+    const std::uint64_t queued = ask(FUSE_LOOKUP, "b", living);
+    kernel.interrupt(slow);
+    kernel.interrupt(queued);
+    waitUntilLookedAt();
+    callers.set(living, CallerFate::dies);
+    EXPECT_EQ(kernel.answerTo(slow).error, EINTR);
+    EXPECT_EQ(kernel.answerTo(queued).error, EINTR);
+    gate.open();
+    kernel.waitForRefusals(1);
+}
+
+TEST_F(SessionLoopTest, letsACallerThatCannotBeSeenGoOnlyWhenAnInterruptedOperationLastsLong) {
+    limits.unseen = 1500ms;
+    start();
+    const Clock::time_point began = Clock::now();
+    const std::uint64_t slow = hang(unseen);
+    const std::uint64_t notInterrupted = ask(FUSE_LOOKUP, "a", unseen);
+    kernel.interrupt(slow);
+    EXPECT_EQ(kernel.answerTo(slow).error, EINTR);
+    EXPECT_GE(Clock::now() - began, 1500ms);
+    waitUntilLookedAt();
+    EXPECT_FALSE(kernel.isAnswered(notInterrupted));
+    gate.open();
+    EXPECT_EQ(kernel.answerTo(notInterrupted).error, 0);
+}
+
+TEST_F(SessionLoopTest, answersAnInterruptedRequestThatWaitsBehindManyShortOperations) {
+    // Each takes less than the loop's patience, all of them together far more.
+    served.before = [first = gate.holding("getattr /slow")](const std::string& request) {
+        first(request);
+        if (request == "getattr /missing")
+            std::this_thread::sleep_for(30ms);
+    };
+    start();
+    hang();
+    constexpr int operations = 40;
+    std::uint64_t late = 0;
+    for (int i = 0; i < operations; ++i)
+        late = ask(FUSE_LOOKUP, "missing", living);
+    const std::uint64_t last = ask(FUSE_LOOKUP, "a");
+    kernel.waitUntilRead();
+    gate.open();
+    kernel.interrupt(last);
+    EXPECT_EQ(kernel.answerTo(last).error, EINTR);
+    EXPECT_FALSE(kernel.isAnswered(late));
+    EXPECT_EQ(kernel.answerTo(late).error, ENOENT);
 }
 
 TEST_F(SessionLoopTest, givesHandlesBackWhenThereIsNothingElseToDo) {
@@ -173,13 +248,13 @@ TEST_F(SessionLoopTest, doesNotAnswerAnInterruptThatComesTooLate) {
     EXPECT_EQ(kernel.refusals(), 0);
 }
 
-TEST_F(SessionLoopTest, answersTheFlushOfADyingThread) {
+TEST_F(SessionLoopTest, answersTheFlushOfADyingThreadWithoutBeingToldOfItsDeath) {
     served.before = gate.holding("release /a");
     start();
     const auto [node, file] = openForWriting("a");
-    const std::uint64_t dying = flush(node, file, endedThread());
+    const std::uint64_t ofDying = flush(node, file, dying);
     gate.waitForRequest();
-    EXPECT_EQ(kernel.answerTo(dying).error, EINTR);
+    EXPECT_EQ(kernel.answerTo(ofDying).error, EINTR);
     gate.open();
     kernel.waitForRefusals(1);
 }
@@ -188,10 +263,10 @@ TEST_F(SessionLoopTest, answersTheWaitingFlushOfADyingThreadAndNotThatOfALiveOne
     start();
     const auto [node, file] = openForWriting("a");
     const std::uint64_t slow = hang();
-    const std::uint64_t live = flush(node, file, static_cast<std::uint32_t>(gettid()));
+    const std::uint64_t live = flush(node, file, living);
     const std::uint64_t unnamed = flush(node, file, 0);
-    const std::uint64_t dying = flush(node, file, endedThread());
-    EXPECT_EQ(kernel.answerTo(dying).error, EINTR);
+    const std::uint64_t ofDying = flush(node, file, dying);
+    EXPECT_EQ(kernel.answerTo(ofDying).error, EINTR);
     for (const std::uint64_t waiting : {slow, live, unnamed})
         EXPECT_FALSE(kernel.isAnswered(waiting));
     gate.open();

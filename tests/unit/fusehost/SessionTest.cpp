@@ -51,8 +51,8 @@ void SessionTest::connect() {
     ASSERT_EQ(fuse_session_custom_io(session_->get(), &io, kernel.takeHostEnd()), 0);
     stopDescriptor_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     server_ = std::thread([this] {
-        fusehost::SessionLoop loop(session_->get(), session_->descriptor(), stopDescriptor_, &tree());
-        result_ = loop.run();
+        fusehost::SessionLoop loop(session_->get(), session_->descriptor(), callers, &tree(), limits);
+        result_ = loop.run(stopDescriptor_);
     });
 }
 

@@ -3,11 +3,13 @@
 #include "FileTreeTest.h"
 #include "PlayedKernel.h"
 
+#include "hosts/fuse/Callers.h"
 #include "hosts/fuse/KernelOperations.h"
 #include "hosts/fuse/KernelSession.h"
 #include "hosts/fuse/SessionLoop.h"
 
 #include <condition_variable>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -31,6 +33,25 @@ private:
     bool isOpen_ = false;
 };
 
+/// Threads of which the test says what becomes of them.
+class PlayedCallers final : public fusehost::Callers {
+public:
+    void set(std::uint32_t thread, fusehost::CallerFate fate) {
+        const std::lock_guard guard(lock_);
+        fates_[thread] = fate;
+    }
+
+    fusehost::CallerFate fateOf(std::uint32_t thread) const noexcept override {
+        const std::lock_guard guard(lock_);
+        const auto found = fates_.find(thread);
+        return found != fates_.end() ? found->second : fusehost::CallerFate::unseen;
+    }
+
+private:
+    mutable std::mutex lock_;
+    std::map<std::uint32_t, fusehost::CallerFate> fates_;
+};
+
 /// A session that serves a MemoryVolume in a thread of its own to a kernel that the test plays. While it is served the
 /// tree belongs to that thread.
 class SessionTest : public FileTreeTest {
@@ -52,6 +73,8 @@ protected:
     std::uint64_t lookedUp(const std::string& name);
 
     PlayedKernel kernel;
+    PlayedCallers callers;
+    fusehost::SessionLoop::Limits limits;
     Gate gate;
 
 private:
