@@ -15,11 +15,6 @@ namespace {
 constexpr int graceAfterEndOfInput = 300;  // milliseconds
 constexpr int graceAfterTermination = 700; // milliseconds
 
-bool allGone(const std::vector<ProcessHandle>& processes, int milliseconds) {
-    return std::all_of(processes.begin(), processes.end(),
-                       [&](const ProcessHandle& process) { return process.waitGone(milliseconds); });
-}
-
 } // namespace
 
 void HelperProcesses::remember() {
@@ -48,16 +43,7 @@ HelperProcesses::~HelperProcesses() {
     for (const pid_t pid : childrenOf(::getpid()).helpers) {
         helpers.emplace_back(pid);
     }
-    if (!allGone(helpers, graceAfterEndOfInput)) {
-        for (const auto& helper : helpers) {
-            helper.signalGroup(SIGTERM);
-        }
-        if (!allGone(helpers, graceAfterTermination)) {
-            for (const auto& helper : helpers) {
-                helper.signalGroup(SIGKILL);
-            }
-        }
-    }
+    endProcesses(helpers, graceAfterEndOfInput, graceAfterTermination);
     for (const auto& helper : helpers) {
         ::waitpid(helper.pid(), nullptr, 0);
     }

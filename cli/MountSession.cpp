@@ -2,6 +2,7 @@
 
 #include "cli/CommandError.h"
 #include "cli/HelperProcesses.h"
+#include "cli/HostRecord.h"
 #include "cli/MountWatch.h"
 #include "cli/StopControl.h"
 #include "extension/KemviUnaryFileSystem.h"
@@ -87,11 +88,12 @@ std::string startProblem(const foundation::NSError& error, const HelperProcesses
 class MountSession {
 public:
     MountSession(const MountPlan& plan)
-        : plan_(plan), watch_(plan.mountPoint),
+        : plan_(plan), record_(plan.mountPoint), watch_(plan.mountPoint),
           host_(std::make_shared<kemvi::KemviUnaryFileSystem>(), plan.source, plan.mountPoint, plan.options),
           stop_(host_, helpers_, plan.mountPoint) {}
 
     ExitCode run(const Progress& progress) {
+        nameProcess("kemvi-starting");
         load();
         const bool served = mountAndServe(progress);
         end();
@@ -124,6 +126,7 @@ private:
                                problem + "; see what it said, or run: kemvi check " + plan_.source);
         }
         helpers_.remember();
+        watch_.guard(handlesOfChildren(helpers_.pids(), ::getpid()));
     }
 
     /// False if the connection to the kernel failed.
@@ -135,7 +138,8 @@ private:
             throw CommandError(ExitCode::mountFailed, plan_.mountPoint, error.what());
         }
         if (const auto device = host_.deviceMinor()) {
-            nameProcess(servingProcessName(*device));
+            nameProcess("kemvi-" + std::to_string(*device));
+            record_.setDevice(*device);
             watch_.begin(*device);
         }
         progress.mounted();
@@ -153,14 +157,16 @@ private:
     void end() {
         // The device number may now be given to another mount, whose process must not be taken for this one.
         nameProcess("kemvi-ending");
+        record_.setDevice(std::nullopt);
         watch_.release();
         stop_.enter(StopControl::Phase::ending);
         host_.shutdown();
     }
 
     const MountPlan& plan_;
-    HelperProcesses helpers_; // goes last: by then the helper's input is closed
-    MountWatch watch_;
+    HostRecord record_;
+    MountWatch watch_;        // goes after the helper, which it ends should this process be killed
+    HelperProcesses helpers_; // goes after the host: by then the helper's input is closed
     fusehost::FuseHost host_;
     StopControl stop_;
     bool interrupted_ = false; // the end came between the mount and its first answer
@@ -176,10 +182,6 @@ void leaveFolder(const MountPlan& plan) {
 }
 
 } // namespace
-
-std::string servingProcessName(unsigned deviceMinor) {
-    return "kemvi-" + std::to_string(deviceMinor);
-}
 
 ExitCode runMountSession(const MountPlan& plan, const Progress& progress) {
     leaveFolder(plan);

@@ -22,7 +22,4 @@ struct MountPlan {
 /// then.
 ExitCode runMountSession(const MountPlan& plan, const Progress& progress);
 
-/// The name under which the process that serves a mount is known: that of its main thread.
-std::string servingProcessName(unsigned deviceMinor);
-
 } // namespace cli

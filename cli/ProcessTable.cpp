@@ -1,5 +1,6 @@
 #include "cli/ProcessTable.h"
 
+#include "cli/MountWatch.h"
 #include "cli/Paths.h"
 #include "foundation/Error.h"
 #include "foundation/FileContents.h"
@@ -7,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -49,10 +51,13 @@ pid_t parentOf(pid_t pid) {
     return parent;
 }
 
-/// True if the process runs the same program file as this one.
-bool isSameProgram(pid_t pid) {
-    std::error_code error;
-    return filesystem::equivalent(procPath(pid, "exe"), "/proc/self/exe", error);
+/// True for the process that watches over a mount, told by the argument it was started with: its name comes later, and
+/// its program file may have been replaced since.
+bool isWatch(pid_t pid) {
+    const std::string arguments = contents(procPath(pid, "cmdline"));
+    const auto end = arguments.find('\0');
+    return end != std::string::npos &&
+           std::string_view(arguments).substr(end + 1).starts_with(std::string(MountWatch::argument) + '\0');
 }
 
 /// What a link of /proc names. Reading it does not touch the file it leads to.
@@ -93,6 +98,8 @@ bool usesMount(pid_t pid, const std::string& mountPoint) {
 
 ProcessHandle::ProcessHandle(pid_t pid) : pid_(pid), descriptor_(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0))) {}
 
+ProcessHandle::ProcessHandle(pid_t pid, int descriptor) : pid_(pid), descriptor_(descriptor) {}
+
 ProcessHandle::ProcessHandle(ProcessHandle&& other) noexcept
     : pid_(other.pid_), descriptor_(std::exchange(other.descriptor_, -1)) {}
 
@@ -127,11 +134,39 @@ void ProcessHandle::signal(int number) const {
 }
 
 void ProcessHandle::signalGroup(int number) const {
+    constexpr unsigned toProcessGroup = 1U << 2; // PIDFD_SIGNAL_PROCESS_GROUP, since Linux 6.9
+    if (descriptor_ < 0 || ::syscall(SYS_pidfd_send_signal, descriptor_, number, nullptr, toProcessGroup) == 0) {
+        return;
+    }
     // The number of a group stays taken while its leader lives, so this cannot hit another group.
-    if (!gone() && ::getpgid(pid_) == pid_) {
+    if (errno == EINVAL && !gone() && ::getpgid(pid_) == pid_) {
         ::kill(-pid_, number);
     }
     signal(number);
+}
+
+bool allGone(const std::vector<ProcessHandle>& processes, int milliseconds) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    return std::all_of(processes.begin(), processes.end(), [&](const ProcessHandle& process) {
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();
+        return process.waitGone(static_cast<int>(std::max<std::int64_t>(0, left)));
+    });
+}
+
+bool endProcesses(const std::vector<ProcessHandle>& processes, int alone, int afterTermination) {
+    if (allGone(processes, alone)) {
+        return true;
+    }
+    for (const int number : {SIGTERM, SIGKILL}) {
+        for (const auto& process : processes) {
+            process.signalGroup(number);
+        }
+        if (number == SIGTERM && allGone(processes, afterTermination)) {
+            break;
+        }
+    }
+    return false;
 }
 
 std::vector<pid_t> allProcesses() {
@@ -160,18 +195,22 @@ Children childrenOf(pid_t parent) {
     Children children;
     for (const pid_t pid : allProcesses()) {
         if (parentOf(pid) == parent) {
-            const bool watcher = isSameProgram(pid) || processName(pid).starts_with("fusermount");
+            const bool watcher = isWatch(pid) || processName(pid).starts_with("fusermount");
             (watcher ? children.watchers : children.helpers).push_back(pid);
         }
     }
     return children;
 }
 
-std::vector<pid_t> sameProgramNamed(std::string_view name) {
-    auto processes = allProcesses();
-    std::erase_if(processes,
-                  [&](pid_t pid) { return pid == ::getpid() || processName(pid) != name || !isSameProgram(pid); });
-    return processes;
+std::vector<ProcessHandle> handlesOfChildren(const std::vector<pid_t>& pids, pid_t parent) {
+    std::vector<ProcessHandle> handles;
+    for (const pid_t pid : pids) {
+        ProcessHandle handle(pid);
+        if (parentOf(pid) == parent && !handle.gone()) {
+            handles.push_back(std::move(handle));
+        }
+    }
+    return handles;
 }
 
 std::vector<ProcessName> usersOfMount(const std::string& mountPoint, pid_t except, std::size_t limit) {

@@ -18,6 +18,8 @@ class ProcessHandle {
 public:
     /// `gone()` from the start if there is no such process.
     explicit ProcessHandle(pid_t pid);
+    /// Takes over a descriptor of the process.
+    ProcessHandle(pid_t pid, int descriptor);
     ProcessHandle(ProcessHandle&& other) noexcept;
     ProcessHandle& operator=(ProcessHandle&& other) noexcept;
     ProcessHandle(const ProcessHandle&) = delete;
@@ -25,6 +27,9 @@ public:
     ~ProcessHandle();
 
     pid_t pid() const { return pid_; }
+
+    /// The descriptor by which the process is held, for handing to another process; -1 if there was no such process.
+    int descriptor() const { return descriptor_; }
 
     /// Waits until the process has ended, at most the given time in milliseconds (negative: without limit). True if it
     /// has ended. A zombie has ended.
@@ -43,6 +48,13 @@ private:
     int descriptor_ = -1;
 };
 
+/// Waits until all have ended, at most the given time in milliseconds altogether. True if they have.
+bool allGone(const std::vector<ProcessHandle>& processes, int milliseconds);
+
+/// Gives processes the time `alone` to end by themselves, then sends SIGTERM to their groups and, after the time
+/// `afterTermination`, SIGKILL (times in milliseconds). True if no signal was needed. Does not wait for the killed.
+bool endProcesses(const std::vector<ProcessHandle>& processes, int alone, int afterTermination);
+
 /// The process numbers in /proc.
 std::vector<pid_t> allProcesses();
 
@@ -58,8 +70,9 @@ struct Children {
 
 Children childrenOf(pid_t parent);
 
-/// The processes whose name is `name` and that run the same program file as this process.
-std::vector<pid_t> sameProgramNamed(std::string_view name);
+/// Those of the processes that live and are children of `parent`, held by handles. While `parent` lives, and is known
+/// to be the process that is meant, no other process is taken for one of them.
+std::vector<ProcessHandle> handlesOfChildren(const std::vector<pid_t>& pids, pid_t parent);
 
 /// Up to `limit` processes other than `except` that have a file, their working directory or a mapping on the given
 /// mount. Only those that this user may look into are found. Never asks the mounted file system anything.

@@ -1,7 +1,7 @@
 #include "cli/UnmountCommand.h"
 
 #include "cli/CommandError.h"
-#include "cli/MountSession.h"
+#include "cli/HostRecord.h"
 #include "cli/Paths.h"
 #include "cli/ProcessTable.h"
 #include "hosts/fuse/MountTable.h"
@@ -9,10 +9,12 @@
 
 #include <csignal>
 #include <filesystem>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace cli {
@@ -33,9 +35,15 @@ struct Request {
     bool force = false;
 };
 
-/// The mount that the user means. A link to a mount point is followed only once it is clear that no mount bears its
-/// name, because following the name of a mount asks the mounted file system.
-fusehost::MountEntry findOurMount(const std::string& name) {
+/// What the user means: a mount, or, where nothing is mounted any more, the path at which something was.
+struct Target {
+    std::string path;
+    std::optional<fusehost::MountEntry> mount;
+};
+
+/// A link to a mount point is followed only once it is clear that no mount bears its name, because following the name
+/// of a mount asks the mounted file system.
+Target findTarget(const std::string& name) {
     const auto table = fusehost::readMountTable();
     auto path = realParentPath(name);
     auto found = path ? fusehost::findMount(table, *path) : std::nullopt;
@@ -44,14 +52,11 @@ fusehost::MountEntry findOurMount(const std::string& name) {
         path = realPath(*path);
         found = path ? fusehost::findMount(table, *path) : std::nullopt;
     }
-    if (!found) {
-        throw CommandError(ExitCode::notMounted, name, "nothing is mounted here");
-    }
-    if (!found->isOurs()) {
+    if (found && !found->isOurs()) {
         throw CommandError(ExitCode::notMounted, name,
                            "what is mounted here is of type " + found->type + ", not of ours; use umount");
     }
-    return *found;
+    return {path.value_or(name), found};
 }
 
 /// The processes behind a mount, held before it is taken away.
@@ -62,17 +67,33 @@ struct Processes {
     std::vector<ProcessHandle> watchers;
 };
 
-Processes processesBehind(const fusehost::MountEntry& mount) {
+bool isBehind(const ServingProcess& serving, const Target& target) {
+    if (!target.mount) {
+        return serving.mountPoint == target.path;
+    }
+    return serving.deviceMinor == target.mount->deviceMinor && serving.owner == target.mount->owner;
+}
+
+void moveTo(std::vector<ProcessHandle>& all, std::vector<ProcessHandle> more) {
+    std::move(more.begin(), more.end(), std::back_inserter(all));
+}
+
+Processes processesBehind(const Target& target) {
     Processes processes;
-    for (const pid_t host : sameProgramNamed(servingProcessName(mount.deviceMinor))) {
-        processes.hosts.emplace_back(host);
+    for (auto& serving : servingProcesses()) {
+        if (!isBehind(serving, target)) {
+            continue;
+        }
+        const pid_t host = serving.process.pid();
         const Children children = childrenOf(host);
-        for (const pid_t pid : children.helpers) {
-            processes.helpers.emplace_back(pid);
+        auto helpers = handlesOfChildren(children.helpers, host);
+        auto watchers = handlesOfChildren(children.watchers, host);
+        if (serving.process.gone()) {
+            continue; // those are another process's children, if there are any
         }
-        for (const pid_t pid : children.watchers) {
-            processes.watchers.emplace_back(pid);
-        }
+        processes.hosts.push_back(std::move(serving.process));
+        moveTo(processes.helpers, std::move(helpers));
+        moveTo(processes.watchers, std::move(watchers));
     }
     return processes;
 }
@@ -97,9 +118,36 @@ std::string userList(const fusehost::MountEntry& mount, const Processes& process
     throw CommandError(ExitCode::failure, mount.mountPoint, "cannot be unmounted: " + failure.reason);
 }
 
+constexpr const char* hostUnseen =
+    "unmounted, but the process that served it is not to be seen from here (another user's, or in another container); "
+    "it and its helper may still run";
+
+/// True where somebody serves the mount whom this user cannot see.
+bool isServedUnseen(const fusehost::MountEntry& mount, const Processes& processes) {
+    return processes.hosts.empty() && !fusehost::isStale(mount.mountPoint);
+}
+
+/// Where the file system of a mount that was taken away is mounted still (a bind mount, or what it was made from).
+std::optional<std::string> otherPlaceOf(const fusehost::MountEntry& mount) {
+    for (const auto& entry : fusehost::readMountTable()) {
+        if (entry.isOurs() && entry.deviceMinor == mount.deviceMinor && entry.mountPoint != mount.mountPoint) {
+            return entry.mountPoint;
+        }
+    }
+    return std::nullopt;
+}
+
 void unmountOrderly(const fusehost::MountEntry& mount, const Processes& processes) {
+    const bool unseen = isServedUnseen(mount, processes);
     if (const auto failure = fusehost::unmount(mount.mountPoint)) {
         refuse(mount, *failure, processes);
+    }
+    if (unseen) {
+        printMessage(mount.mountPoint + ": " + hostUnseen);
+    }
+    if (const auto elsewhere = otherPlaceOf(mount)) {
+        printMessage(mount.mountPoint + ": unmounted; the volume is still mounted at " + *elsewhere);
+        return;
     }
     for (const auto& host : processes.hosts) {
         if (!host.waitGone(quietWait)) {
@@ -111,19 +159,8 @@ void unmountOrderly(const fusehost::MountEntry& mount, const Processes& processe
     }
 }
 
-bool allGone(const std::vector<ProcessHandle>& processes, int milliseconds) {
-    bool gone = true;
-    for (const auto& process : processes) {
-        gone = process.waitGone(gone ? milliseconds : 0) && gone;
-    }
-    return gone;
-}
-
-/// Detaches the mount, then ends its processes: asked to end in order, told not to wait for the helper, killed.
-void unmountByForce(const fusehost::MountEntry& mount, const Processes& processes) {
-    if (const auto failure = fusehost::unmountLazily(mount.mountPoint)) {
-        refuse(mount, *failure, processes);
-    }
+/// Ends the processes of a mount: asked to end in order, told not to wait for the helper, killed.
+void endByForce(const std::string& mountPoint, const Processes& processes) {
     const auto signalHosts = [&](int number) {
         for (const auto& host : processes.hosts) {
             host.signal(number);
@@ -138,23 +175,49 @@ void unmountByForce(const fusehost::MountEntry& mount, const Processes& processe
     }
     for (const auto& helper : processes.helpers) {
         if (!helper.gone()) {
-            printMessage(mount.mountPoint + ": the helper (pid " + std::to_string(helper.pid()) +
+            printMessage(mountPoint + ": the helper (pid " + std::to_string(helper.pid()) +
                          ") did not end and is killed");
             helper.signalGroup(SIGKILL);
         }
     }
     if (!allGone(processes.hosts, endAfterKilling) || !allGone(processes.helpers, endAfterKilling)) {
-        throw CommandError(ExitCode::failure, mount.mountPoint, "unmounted, but its processes could not be ended");
+        throw CommandError(ExitCode::failure, mountPoint, "unmounted, but its processes could not be ended");
     }
 }
 
+void unmountByForce(const fusehost::MountEntry& mount, const Processes& processes) {
+    const bool unseen = isServedUnseen(mount, processes);
+    if (const auto failure = fusehost::unmountLazily(mount.mountPoint)) {
+        refuse(mount, *failure, processes);
+    }
+    if (unseen) {
+        throw CommandError(ExitCode::failure, mount.mountPoint, hostUnseen);
+    }
+    endByForce(mount.mountPoint, processes);
+}
+
+/// Where nothing is mounted: processes may be left of a mount whose end hangs, or of one that does not get ready.
+void endLeftovers(const std::string& path, const Processes& processes, bool force) {
+    if (processes.hosts.empty()) {
+        throw CommandError(ExitCode::notMounted, path, "nothing is mounted here");
+    }
+    if (!force) {
+        throw CommandError(ExitCode::notMounted, path,
+                           "nothing is mounted here, but process " + std::to_string(processes.hosts[0].pid()) +
+                               " of a mount here still runs; to end it and its helper: kemvi unmount --force " + path);
+    }
+    endByForce(path, processes);
+}
+
 ExitCode run(const Request& request) {
-    const fusehost::MountEntry mount = findOurMount(request.mountPoint);
-    const Processes processes = processesBehind(mount);
-    if (request.force) {
-        unmountByForce(mount, processes);
+    const Target target = findTarget(request.mountPoint);
+    const Processes processes = processesBehind(target);
+    if (!target.mount) {
+        endLeftovers(target.path, processes, request.force);
+    } else if (request.force) {
+        unmountByForce(*target.mount, processes);
     } else {
-        unmountOrderly(mount, processes);
+        unmountOrderly(*target.mount, processes);
     }
     allGone(processes.watchers, watcherEnd);
     return ExitCode::success;

@@ -1,0 +1,130 @@
+#include "cli/HostRecord.h"
+
+#include "cli/CommandError.h"
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <filesystem>
+#include <fstream>
+#include <limits.h>
+#include <sstream>
+#include <string_view>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace cli {
+
+namespace filesystem = std::filesystem;
+
+namespace {
+
+constexpr const char* recordName = "kemvi-mount";
+constexpr const char* recordLink = "/memfd:kemvi-mount (deleted)";
+
+// The first bytes are the device number, or "-", filled up with spaces; the path follows.
+constexpr std::size_t numberLength = 12;
+
+std::string numberField(std::optional<unsigned> deviceMinor) {
+    std::string field = deviceMinor ? std::to_string(*deviceMinor) : "-";
+    field.resize(numberLength, ' ');
+    return field;
+}
+
+/// The user of a process, where it has one user alone; one that changed its user is nobody's to end.
+std::optional<uid_t> onlyUserOf(pid_t pid) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (!line.starts_with("Uid:")) {
+            continue;
+        }
+        std::istringstream numbers(line.substr(4));
+        std::array<uid_t, 4> users{};
+        for (uid_t& user : users) {
+            numbers >> user;
+        }
+        const bool alike = users[0] == users[1] && users[0] == users[2] && users[0] == users[3];
+        return numbers && alike ? std::optional(users[0]) : std::nullopt;
+    }
+    return std::nullopt;
+}
+
+/// Where /proc shows the record that a process holds; empty if it holds none that belongs to its own user.
+std::string recordOf(pid_t pid, uid_t user) {
+    std::error_code error;
+    for (filesystem::directory_iterator entry("/proc/" + std::to_string(pid) + "/fd", error), end;
+         !error && entry != end; entry.increment(error)) {
+        std::error_code ignored;
+
+        struct stat about {};
+
+        if (filesystem::read_symlink(entry->path(), ignored) == recordLink &&
+            ::stat(entry->path().c_str(), &about) == 0 && S_ISREG(about.st_mode) && about.st_uid == user) {
+            return entry->path().string();
+        }
+    }
+    return {};
+}
+
+/// False if the file has not the form of a record.
+bool readRecord(const std::string& path, ServingProcess& into) {
+    std::ifstream file(path, std::ios::binary);
+    std::string text(numberLength + PATH_MAX, '\0');
+    file.read(text.data(), static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<std::size_t>(file.gcount()));
+    if (text.size() <= numberLength) {
+        return false;
+    }
+    unsigned number = 0;
+    const auto result = std::from_chars(text.data(), text.data() + numberLength, number);
+    into.deviceMinor = result.ec == std::errc() ? std::optional(number) : std::nullopt;
+    into.mountPoint = text.substr(numberLength);
+    return true;
+}
+
+std::optional<ServingProcess> servingProcess(pid_t pid) {
+    ServingProcess found{ProcessHandle(pid), 0, {}, std::nullopt};
+    const auto user = onlyUserOf(pid);
+    const auto record = user ? recordOf(pid, *user) : std::string();
+    // Looked at last: while the process held by the handle lives, the number was its own all along.
+    if (record.empty() || !readRecord(record, found) || found.process.gone()) {
+        return std::nullopt;
+    }
+    found.owner = *user;
+    return found;
+}
+
+} // namespace
+
+HostRecord::HostRecord(const std::string& mountPoint) : descriptor_(::memfd_create(recordName, MFD_CLOEXEC)) {
+    const std::string text = numberField(std::nullopt) + mountPoint;
+    if (descriptor_ < 0 || ::pwrite(descriptor_, text.data(), text.size(), 0) < 0) {
+        throw CommandError(ExitCode::failure, mountPoint, "cannot be noted as mounted: " + errnoText(errno));
+    }
+}
+
+HostRecord::~HostRecord() {
+    ::close(descriptor_);
+}
+
+void HostRecord::setDevice(std::optional<unsigned> deviceMinor) {
+    const std::string field = numberField(deviceMinor);
+    [[maybe_unused]] const auto written = ::pwrite(descriptor_, field.data(), field.size(), 0);
+}
+
+std::vector<ServingProcess> servingProcesses() {
+    std::vector<ServingProcess> found;
+    for (const pid_t pid : allProcesses()) {
+        // The name alone proves nothing; it spares a look at the descriptors of every process there is.
+        if (pid == ::getpid() || !processName(pid).starts_with("kemvi-")) {
+            continue;
+        }
+        if (auto serving = servingProcess(pid)) {
+            found.push_back(std::move(*serving));
+        }
+    }
+    return found;
+}
+
+} // namespace cli

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "cli/ProcessTable.h"
+
+#include <optional>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace cli {
+
+/// What a process that serves a mount holds open, so that other commands recognise it: a file in memory that names its
+/// mount. It vanishes with the process, needs no place on a disk, and says the same to every copy and version of the
+/// program. Not thread-safe.
+class HostRecord {
+public:
+    /// A mount at this real path is being made; it has no device number yet. Throws CommandError.
+    explicit HostRecord(const std::string& mountPoint);
+    ~HostRecord();
+    HostRecord(const HostRecord&) = delete;
+    HostRecord& operator=(const HostRecord&) = delete;
+
+    /// Names the minor device number of the mount, or, with nothing, says that it is mounted no more.
+    void setDevice(std::optional<unsigned> deviceMinor);
+
+private:
+    int descriptor_ = -1;
+};
+
+/// A process that holds such a record.
+struct ServingProcess {
+    ProcessHandle process;
+    uid_t owner = 0;
+    std::string mountPoint;
+    std::optional<unsigned> deviceMinor;
+};
+
+/// The processes that hold a record, as far as this user may look into them. Nobody can have another user's process
+/// taken for one: the record must belong to the user whose process holds it.
+std::vector<ServingProcess> servingProcesses();
+
+} // namespace cli

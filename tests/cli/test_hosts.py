@@ -1,0 +1,190 @@
+"""The process that serves a mount is found whatever became of the program file or of the mount, nobody else's process is
+taken for it, and its helper never outlives it for long."""
+
+import os
+import pwd
+import shutil
+import signal
+import subprocess
+import sys
+
+import pytest
+
+from conftest import (KEMVI, SLOWNESS, assert_fails, children_of, is_alive, mounts_under, name_of, processes_about,
+                      root_only, wait_for)
+
+OTHER_USER = pwd.getpwnam("nobody")
+
+
+def mount_by(program, place):
+    subprocess.run([program, "mount", place.source, place.point], env=place.environment(), cwd=place.folder, check=True,
+                   stdin=subprocess.DEVNULL, capture_output=True, timeout=30 * SLOWNESS)
+
+
+# After the program file was replaced
+
+@pytest.fixture(params=["another copy", "replaced since"])
+def other_program(request, place):
+    """Mounts by a program file that is not the one that unmounts."""
+    copy = place.folder / "bin" / "kemvi"
+    copy.parent.mkdir()
+    shutil.copy2(KEMVI, copy)
+
+    def mount():
+        mount_by(copy, place)
+        if request.param == "replaced since":
+            shutil.copy2(KEMVI, place.folder / "new")
+            os.replace(place.folder / "new", copy)
+            assert "(deleted)" in os.readlink(f"/proc/{place.host()}/exe")
+    return mount
+
+
+def test_unmount_waits_for_the_host_of_another_program_file(place, other_program):
+    place.use_helper("endsSlowly.mjs")
+    other_program()
+    host, helper = place.host(), place.helper()
+    result = place.run("unmount", place.point)
+    assert result.returncode == 0 and f"process {host} still waits" in result.stderr
+    assert not is_alive(host) and not is_alive(helper)
+
+
+def test_force_ends_the_host_of_another_program_file(place, other_program):
+    place.use_helper("hangsOnReaddir.mjs")
+    other_program()
+    host, helper = place.host(), place.helper()
+    listing = place.start_listing()
+    result = place.run("unmount", "--force", place.point)
+    assert result.returncode == 0, result.stderr
+    assert not is_alive(host) and not is_alive(helper)
+    assert result.stderr == "", "neither is named as one that had to be killed, nor is the watch"
+    listing.wait(10 * SLOWNESS)
+
+
+# After the mount is gone
+
+def test_force_ends_what_an_unmount_left_that_was_cut_off(place):
+    place.use_helper("neverEnds.mjs")
+    place.mount()
+    host, helper = place.host(), place.helper()
+    unmount = place.start("unmount", place.point)
+    wait_for(lambda: not place.is_mounted(), "the unmount")
+    unmount.kill()
+    unmount.communicate()
+    assert_fails(place.run("unmount", place.point), 9, "nothing is mounted", f"process {host}", "--force")
+    assert is_alive(host) and is_alive(helper)
+    assert place.run("unmount", "--force", "point").returncode == 0
+    assert not is_alive(host) and not is_alive(helper)
+    assert_fails(place.run("unmount", "--force", place.point), 9, "nothing is mounted here")
+
+
+def test_force_ends_a_mount_that_was_detached_and_is_in_use(place):
+    place.mount()
+    with open(place.point / "a.txt", encoding="utf-8"):
+        host, helper = place.host(), place.helper()
+        subprocess.run(["fusermount3", "-u", "-z", place.point], check=True)
+        assert place.run("unmount", "--force", place.point).returncode == 0
+        assert not is_alive(host) and not is_alive(helper)
+
+
+def test_a_mount_of_a_mount_ends_without_its_host(place):
+    """A bind mount: the volume lives on at its first place."""
+    if os.getuid() != 0:
+        pytest.skip("only root can make one")
+    place.mount()
+    second = place.folder / "second"
+    second.mkdir()
+    subprocess.run(["mount", "--bind", place.point, second], check=True)
+    result = place.run("unmount", second)
+    assert result.returncode == 0 and str(place.point) in result.stderr
+    assert [mount["point"] for mount in mounts_under(place.folder)] == [str(place.point)]
+    assert (place.point / "a.txt").exists()
+    assert place.run("unmount", place.point).returncode == 0
+
+
+# Who is not taken for a host
+
+# Holds what a host holds, under the name of one. Arguments: the device number, the mount point, the user to be when the
+# record is made, the user to be afterwards.
+IMPOSTOR = """
+import ctypes, os, sys
+minor, point, maker, keeper = sys.argv[1:5]
+os.setresuid(int(maker), int(maker), 0)
+record = os.memfd_create("kemvi-mount")
+os.write(record, minor.ljust(12).encode() + point.encode())
+os.setresuid(0, 0, 0)
+os.setresuid(int(keeper), int(keeper), int(keeper))
+ctypes.CDLL(None).prctl(15, f"kemvi-{minor}".encode())
+ctypes.CDLL(None).prctl(4, 1)
+print("ready", flush=True)
+sys.stdin.read()
+"""
+
+
+@root_only
+@pytest.mark.parametrize("maker, keeper", [(OTHER_USER.pw_uid, OTHER_USER.pw_uid), (OTHER_USER.pw_uid, 0)],
+                         ids=["another user's process", "root's process given another user's record"])
+def test_no_other_user_can_have_a_process_taken_for_the_host(place, maker, keeper):
+    place.mount()
+    host, helper = place.host(), place.helper()
+    minor = mounts_under(place.point)[0]["minor"]
+    with subprocess.Popen([sys.executable, "-c", IMPOSTOR, str(minor), str(place.point), str(maker), str(keeper)],
+                          stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, cwd="/") as impostor:
+        try:
+            assert impostor.stdout.readline() == "ready\n"
+            assert name_of(impostor.pid) == f"kemvi-{minor}"
+            assert place.run("unmount", "--force", place.point).returncode == 0
+            assert not is_alive(host) and not is_alive(helper)
+            assert is_alive(impostor.pid)
+        finally:
+            impostor.kill()
+
+
+def test_a_process_that_only_bears_the_name_is_left_alone(place):
+    place.mount()
+    minor = mounts_under(place.point)[0]["minor"]
+    named = place.folder / f"kemvi-{minor}"
+    shutil.copy2("/bin/sleep", named)
+    with subprocess.Popen([named, "1000"]) as bearer:
+        try:
+            wait_for(lambda: name_of(bearer.pid) == f"kemvi-{minor}", "the name")
+            assert place.run("unmount", "--force", place.point).returncode == 0
+            assert is_alive(bearer.pid)
+        finally:
+            bearer.kill()
+
+
+# A helper without its host
+
+def test_a_helper_that_hangs_is_ended_after_its_host_was_killed(place):
+    place.use_helper("hangsOnReaddir.mjs")
+    place.mount()
+    host, helper, watch = place.host(), place.helper(), place.watcher()
+    listing = place.start_listing()
+    child = int(place.notes()[0])
+    os.kill(host, signal.SIGKILL)
+    wait_for(lambda: not is_alive(watch), "the end of the watch")
+    assert not is_alive(helper) and not is_alive(child)
+    listing.wait(10 * SLOWNESS)
+
+
+def test_a_helper_that_hangs_at_its_start_is_ended_after_its_host_was_killed(place):
+    place.use_helper("hangs.mjs")
+    process = place.start("mount", "-f", place.source, place.point)
+    assert process.stderr.readline() == "hangs.mjs: started\n"
+    watch, = [pid for pid in children_of(process.pid) if name_of(pid) == "kemvi-watch"]
+    helper, = [pid for pid in children_of(process.pid) if name_of(pid) == "node"]
+    held = f"/proc/{watch}/fd"
+    wait_for(lambda: any("pidfd" in os.readlink(f"{held}/{name}") for name in os.listdir(held)),
+             "the watch's look at the helper")
+    process.kill()
+    process.communicate()
+    wait_for(lambda: not is_alive(watch), "the end of the watch")
+    assert not is_alive(helper)
+
+
+def test_a_helper_that_ends_by_itself_may_finish_after_its_host_was_killed(place):
+    place.use_helper("notesTheEnd.mjs")
+    place.mount()
+    os.kill(place.host(), signal.SIGKILL)
+    wait_for(lambda: not processes_about(place.folder), "the end of everything")
+    assert place.notes() == ["input ended"]
