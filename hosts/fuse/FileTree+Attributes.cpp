@@ -12,6 +12,13 @@ namespace fusehost {
 using fskit::FSItemAttributes;
 using fskit::FSItemPtr;
 
+namespace {
+
+// No helper gets any other: a file that runs as its owner would do so for everybody who reaches the served tree.
+constexpr mode_t permissionBits = 0777;
+
+} // namespace
+
 struct stat FileTree::getAttributes(NodeID id) {
     Node& node = nodeAt(id);
     if (!node.item) {
@@ -40,8 +47,10 @@ struct stat FileTree::setAttributes(NodeID id, const AttributeChange& change) {
         result = changeSize(node, *change.size);
     if (change.mode || change.modifyTime) {
         fskit::FSItemSetAttributesRequest request;
-        if (change.mode)
-            request.setMode(*change.mode);
+        if (change.mode) {
+            request.setMode(*change.mode & permissionBits);
+            node.isWriteProtected = (*change.mode & S_IWUSR) == 0;
+        }
         if (change.modifyTime)
             request.setModifyTime(*change.modifyTime);
         noteChange(node);
@@ -84,7 +93,12 @@ struct stat FileTree::changeSize(Node& node, std::uint64_t size) {
 FSItemAttributes FileTree::makeEmpty(Node& node) {
     fskit::FSItemSetAttributesRequest request;
     request.setSize(0);
-    return volume_.setAttributes(itemOf(node), request);
+    node.mayHaveWriteHandle = false; // the volume gives it back
+    const FSItemAttributes attributes = volume_.setAttributes(itemOf(node), request);
+    node.safety = Safety::told;
+    if (!node.isOpen())
+        node.deferredError = 0; // what it is about is gone, and with it whoever wrote it
+    return attributes;
 }
 
 FSItemAttributes FileTree::resize(Node& node, std::uint64_t size) {

@@ -50,8 +50,10 @@ FileHandle FileTree::open(NodeID id, int flags) {
         closeForMove(node);
     if ((flags & O_TRUNC) != 0)
         changeSize(node, 0);
+    const FSVolumeOpenModes modes = modesFor(flags);
+    node.mayHaveWriteHandle = node.mayHaveWriteHandle || contains(modes, FSVolumeOpenModes::write);
     try {
-        volume_.open(itemOf(node), modesFor(flags));
+        volume_.open(itemOf(node), modes);
     } catch (const KernelError& error) {
         closeQuietly(node);
         if (error.number() == ENOENT)
@@ -95,16 +97,25 @@ std::size_t FileTree::readWhole(Node& node, std::int64_t offset, std::span<std::
     return total;
 }
 
-std::size_t FileTree::write(FileHandle handle, std::int64_t offset, std::span<const std::byte> contents) {
+Node& FileTree::writtenAt(FileHandle handle) {
     OpenFile& file = fileAt(handle);
     Node& node = nodeAt(file.node);
     if (file.flushed) {
         file.flushed = false;
         ++node.unflushedWriters;
     }
+    return node;
+}
+
+std::span<const std::byte> FileTree::pieceAt(std::span<const std::byte> contents, std::size_t start) const {
+    return contents.subspan(start, std::min<std::size_t>(contents.size() - start, requestSize_));
+}
+
+std::size_t FileTree::write(FileHandle handle, std::int64_t offset, std::span<const std::byte> contents) {
+    Node& node = writtenAt(handle);
     std::size_t total = 0;
     do {
-        const auto piece = contents.subspan(total, std::min<std::size_t>(contents.size() - total, requestSize_));
+        const auto piece = pieceAt(contents, total);
         try {
             writeWhole(node, offset + static_cast<std::int64_t>(total), piece);
         } catch (const KernelError&) {
@@ -117,9 +128,32 @@ std::size_t FileTree::write(FileHandle handle, std::int64_t offset, std::span<co
     return total;
 }
 
+// The kernel gives pages up as written whatever the answer, and asks for them no more: so every piece is tried. Who
+// mapped the file may have let go of it by now, which is why the error waits for whoever asks next.
+void FileTree::writePages(FileHandle handle, std::int64_t offset, std::span<const std::byte> contents) {
+    Node& node = writtenAt(handle);
+    std::optional<KernelError> failure;
+    for (std::size_t total = 0; total < contents.size();) {
+        const auto piece = pieceAt(contents, total);
+        try {
+            writeWhole(node, offset + static_cast<std::int64_t>(total), piece);
+        } catch (const KernelError& error) {
+            if (!failure)
+                failure = error;
+        }
+        total += piece.size();
+    }
+    if (!failure)
+        return;
+    deferError(node, *failure);
+    throw KernelError(*failure);
+}
+
 void FileTree::writeWhole(Node& node, std::int64_t offset, std::span<const std::byte> contents) {
     noteChange(node);
     readAhead_.drop(node.id);
+    node.safety = Safety::due;
+    node.mayHaveWriteHandle = true;
     std::size_t total = 0;
     do {
         const auto at = offset + static_cast<std::int64_t>(total);
@@ -146,13 +180,6 @@ void FileTree::flush(FileHandle handle) {
         throw KernelError(deferred);
 }
 
-void FileTree::synchronize(FileHandle handle) {
-    Node& node = nodeAt(fileAt(handle).node);
-    if (const int error = std::exchange(node.deferredError, 0))
-        throw KernelError(error);
-    volume_.synchronize();
-}
-
 void FileTree::release(FileHandle handle) {
     const OpenFile file = fileAt(handle);
     files_.erase(handle);
@@ -176,13 +203,17 @@ void FileTree::closeUnused(Node& node) {
         return; // nothing can be open: the volume's handles went when the item did
     const FSVolumeOpenModes reading = node.readers > 0 ? FSVolumeOpenModes::read : FSVolumeOpenModes::none;
     const FSVolumeOpenModes writing = node.unflushedWriters > 0 ? FSVolumeOpenModes::write : FSVolumeOpenModes::none;
+    node.mayHaveWriteHandle = node.mayHaveWriteHandle && node.unflushedWriters > 0;
     volume_.close(node.item, reading | writing);
 }
 
 void FileTree::closeQuietly(Node& node) noexcept {
+    const bool closesWriter = node.mayHaveWriteHandle && node.unflushedWriters == 0;
     try {
         closeUnused(node);
     } catch (const KernelError& error) {
+        if (closesWriter)
+            deferError(node, error);
         if (!error.isLogged())
             hostLog().error({"closing ", foundation::logPrivate(node.name), ": ", foundation::logPublic(error.what())});
     }
@@ -219,11 +250,12 @@ void FileTree::closeUnusedReaders() noexcept {
 void FileTree::closeForMove(Node& node) {
     readAhead_.drop(node.id);
     if (node.item && node.isOpen()) {
+        node.mayHaveWriteHandle = false;
         try {
             volume_.close(node.item, FSVolumeOpenModes::none);
         } catch (const KernelError& error) {
-            if (node.writers > 0 && node.deferredError == 0)
-                node.deferredError = error.number();
+            if (node.writers > 0)
+                deferError(node, error);
         }
     }
     for (Node* child = node.firstChild; child != nullptr; child = child->nextSibling)

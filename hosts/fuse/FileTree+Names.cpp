@@ -65,6 +65,7 @@ std::pair<TreeEntry, FileHandle> FileTree::create(NodeID directoryID, const std:
     FoundItem made = createNew(directory, name, FSItemType::file, mode);
     Node& node = adopt(directory, made);
     noteChange(node);
+    node.safety = Safety::due; // what an fsync makes safe of an empty file is that it is there
     // The volume opens its handles when they are first used: a file that is made and not written costs no more.
     return {handOut(node, made.attributes), addOpenFile(node, flags)};
 }

@@ -4,6 +4,7 @@
 #include "hosts/fuse/ByteSpool.h"
 #include "hosts/fuse/DirectorySnapshot.h"
 #include "hosts/fuse/IdleWork.h"
+#include "hosts/fuse/KernelErrno.h"
 #include "hosts/fuse/MountOptions.h"
 #include "hosts/fuse/NodeTable.h"
 #include "hosts/fuse/ReadAhead.h"
@@ -17,6 +18,7 @@
 #include <span>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 namespace fusehost {
 
@@ -74,8 +76,14 @@ public:
     std::size_t write(FileHandle file, std::int64_t offset, std::span<const std::byte> contents);
     /// A descriptor of the file was closed; other descriptors may still share the handle.
     void flush(FileHandle file);
-    void synchronize(FileHandle file);
     void release(FileHandle file);
+
+    /// Writes pages that the kernel held, as many of them as can be written. A failure is also told by the next fsync
+    /// of the file, or flush of one that writes it, whoever holds it.
+    void writePages(FileHandle file, std::int64_t offset, std::span<const std::byte> contents);
+    /// Returns when the helper was told to make safe what was written to the file before, through whichever handle.
+    /// (FileTree+Durability.cpp)
+    void synchronize(FileHandle file);
 
     // Directories (FileTree+Directories.cpp)
     DirectoryHandle openDirectory(NodeID node);
@@ -188,6 +196,9 @@ private:
     // Open files (FileTree+Files.cpp)
     OpenFile& fileAt(FileHandle handle);
     FileHandle addOpenFile(Node& node, int flags);
+    Node& writtenAt(FileHandle handle);
+    /// The part of `contents` from `start` on that goes in one request.
+    std::span<const std::byte> pieceAt(std::span<const std::byte> contents, std::size_t start) const;
     void readOn(OpenFile& file, Node& node, std::int64_t offset, std::size_t size);
     std::size_t readWhole(Node& node, std::int64_t offset, std::span<std::byte> into);
     void writeWhole(Node& node, std::int64_t offset, std::span<const std::byte> contents);
@@ -202,6 +213,16 @@ private:
     /// Closes everything that is open at the node and beneath it: the volume's handles are tied to paths. They open
     /// again when next used. A failure is kept for the file's next flush.
     void closeForMove(Node& node);
+
+    // Durability (FileTree+Durability.cpp)
+    /// Has the helper make the file safe, this one alone where that can be. Closes what no opener of it needs.
+    void makeSafe(Node& node);
+    void openToSynchronize(Node& node);
+    /// The other nodes whose write handles the volume may hold.
+    std::vector<Node*> otherWriters(const Node& node);
+    void closeOtherWriters(const Node& node);
+    /// Keeps an error for the file's next flush or fsync; the first one counts.
+    static void deferError(Node& node, const KernelError& error);
 
     // Directories (FileTree+Directories.cpp)
     OpenDirectory& openDirectoryAt(DirectoryHandle handle);

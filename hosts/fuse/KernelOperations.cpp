@@ -234,7 +234,14 @@ void opRead(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offset, fuse
 void opWrite(fuse_req_t request, fuse_ino_t, const char* bytes, std::size_t size, off_t offset, fuse_file_info* file) {
     answer(request, [&] {
         const std::span<const std::byte> contents(reinterpret_cast<const std::byte*>(bytes), size);
-        fuse_reply_write(request, treeOf(request).write(file->fh, offset, contents));
+        FileTree& tree = treeOf(request);
+        if (file->writepage) {
+            // Of a short count the kernel would tell nobody.
+            tree.writePages(file->fh, offset, contents);
+            fuse_reply_write(request, size);
+        } else {
+            fuse_reply_write(request, tree.write(file->fh, offset, contents));
+        }
     });
 }
 

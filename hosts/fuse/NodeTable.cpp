@@ -134,8 +134,10 @@ void NodeTable::deleteIfUnused(Node& node) {
            current->firstChild == nullptr) {
         Node* parent = current->parent;
         // What the table no longer knows of the child, the directory remembers: an older listing must not be believed.
-        if (parent != nullptr)
+        if (parent != nullptr) {
             parent->changed = std::max(parent->changed, current->changed);
+            forgottenDue_ = forgottenDue_ || current->safety == Safety::due;
+        }
         detach(*current);
         erase(*current);
         current = parent;

@@ -14,6 +14,13 @@ namespace fusehost {
 using NodeID = std::uint64_t;
 inline constexpr NodeID rootNodeID = 1;
 
+/// Whether the helper has been told to make safe what was written to a file.
+enum class Safety : std::uint8_t {
+    unknown, // nothing was written since the node is known
+    due,     // something was, and the helper has not been told since
+    told
+};
+
 /// One file or directory that the kernel knows of, or one on the way to it. Kept small, as a walk through a large tree
 /// makes millions.
 struct Node {
@@ -36,7 +43,10 @@ struct Node {
     std::uint32_t readers = 0; // open descriptions per mode
     std::uint32_t writers = 0;
     std::uint32_t unflushedWriters = 0; // writers that have not flushed since they last wrote or were opened
-    int deferredError = 0;              // an errno to be reported by the next flush or fsync of a writer
+    int deferredError = 0;              // an errno to be reported by the next fsync, or flush of a writer
+    Safety safety = Safety::unknown;
+    bool mayHaveWriteHandle = false; // in the volume
+    bool isWriteProtected = false;   // by a change of its mode: a handle that is given back may not be had again
 
     bool isDirectory() const { return type == fskit::FSItemType::directory; }
 
@@ -77,6 +87,9 @@ public:
     /// Takes the node's name away: it was removed or replaced. It lives on only for the kernel's references.
     void detach(Node& node);
 
+    /// Whether a node was deleted whose file still has its name and something written to it that is not safe.
+    bool hasForgottenDue() const { return forgottenDue_; }
+
     std::size_t size() const { return ids_.size(); }
 
 private:
@@ -102,6 +115,7 @@ private:
     NodeIndex<Name> names_;
     std::size_t erased_ = 0; // since free memory was last given back
     NodeID nextID_ = rootNodeID + 1;
+    bool forgottenDue_ = false;
     Node* root_;
 };
 

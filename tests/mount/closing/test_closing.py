@@ -195,6 +195,77 @@ def test_error_of_synchronising_is_told(controlled, file):
     os.close(descriptor)
 
 
+def flushed(controlled):
+    """Paths that the helper was asked to make safe since the last `forget`."""
+    opened, told = None, []
+    for request in controlled.helper.requests("open", "flush"):
+        opened = request.get("path", opened)
+        if request["op"] == "flush":
+            told.append(opened)
+    return told
+
+
+def test_synchronising_after_a_duplicate_was_closed_flushes(controlled, file):
+    descriptor = os.open(file, os.O_WRONLY)
+    os.write(descriptor, b"C")
+    os.close(os.dup(descriptor))
+    controlled.helper.forget()
+    os.fsync(descriptor)
+    assert flushed(controlled) == ["/file"]
+    os.close(descriptor)
+
+
+def test_synchronising_after_a_child_exited_flushes(controlled, file):
+    descriptor = os.open(file, os.O_WRONLY)
+    os.write(descriptor, b"C")
+    inChild(lambda: None)
+    controlled.helper.forget()
+    os.fsync(descriptor)
+    assert controlled.helper.count("flush") == 1
+    os.close(descriptor)
+
+
+def test_synchronising_after_somebody_else_opened_the_file_flushes(controlled, file):
+    descriptor = os.open(file, os.O_WRONLY)
+    os.write(descriptor, b"C")
+    assert file.read_bytes() == b"Content"
+    controlled.helper.forget()
+    os.fsync(descriptor)
+    assert flushed(controlled) == ["/file"]
+    os.close(descriptor)
+
+
+def test_synchronising_by_name_after_the_writer_has_closed_flushes(controlled, file):
+    file.write_bytes(b"written")
+    controlled.helper.forget()
+    subprocess.run(["sync", file], check=True, timeout=20)
+    assert flushed(controlled) == ["/file"]
+    controlled.helper.forget()
+    subprocess.run(["sync", file], check=True, timeout=20)
+    assert controlled.helper.count("flush") == 0, "nothing was written since"
+
+
+def test_synchronising_a_file_that_was_only_read_needs_no_leave_to_write(controlled, file):
+    descriptor = os.open(file, os.O_RDONLY)
+    os.fsync(descriptor)
+    assert [request["flags"] for request in controlled.helper.requests("open")] == [["read"]]
+    os.close(descriptor)
+
+
+def test_error_of_synchronising_is_that_of_the_file_that_is_synchronised(controlled):
+    first = os.open(controlled.path / "first", os.O_WRONLY | os.O_CREAT)
+    second = os.open(controlled.path / "second", os.O_WRONLY | os.O_CREAT)
+    os.write(first, b"content")
+    os.write(second, b"content")
+    rule = controlled.helper.rule("failOpenedAt", "flush", opened="/second", code="EACCES", message="refused")
+    os.fsync(first)
+    assert failure(os.fsync, second) == errno.EACCES
+    controlled.helper.drop(rule)
+    for descriptor in (first, second):
+        os.fsync(descriptor)
+        os.close(descriptor)
+
+
 def test_folder_can_be_synchronised(volume):
     (volume.path / "folder").mkdir()
     descriptor = os.open(volume.path / "folder", os.O_RDONLY | os.O_DIRECTORY)

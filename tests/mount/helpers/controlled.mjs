@@ -14,6 +14,8 @@ const root = process.env.KEMVI_REPO_ROOT;
 const inner = new Inner(process.env.KEMVI_TEST_INNER);
 const log = fs.openSync(path.join(folder, 'requests.jsonl'), 'a');
 
+const openedAt = new Map(); // handle -> path
+
 const rules = () => JSON.parse(fs.readFileSync(path.join(folder, 'rules.json'), 'utf8'));
 const reach = (served) => path.join(root, served);
 
@@ -57,6 +59,9 @@ const actions = {
     return next(request);
   },
   fail: (rule, request) => failure(request, rule.code, rule.message),
+  // A file of which every handle is in trouble, the others' are not.
+  failOpenedAt: (rule, request, next) =>
+    openedAt.get(request.handle) === rule.opened ? failure(request, rule.code, rule.message) : next(request),
   failNameless: (rule, request) => ({ id: request.id, ok: false, error: { message: rule.message } }),
   // Does the work and reports that it failed, as a helper does that notices a full disk too late.
   async failAfter(rule, request, next) {
@@ -64,6 +69,9 @@ const actions = {
     return failure(request, rule.code, rule.message);
   },
   failReadsFrom: (rule, request, next) =>
+    request.offset >= rule.offset ? failure(request, rule.code, rule.message) : next(request),
+  // A disk with no room behind an offset.
+  failWritesFrom: (rule, request, next) =>
     request.offset >= rule.offset ? failure(request, rule.code, rule.message) : next(request),
   shortReads: (rule, request, next) => next({ ...request, length: Math.min(request.length, rule.most) }),
   longReads: (rule, request, next) => next({ ...request, length: request.length + rule.extra }),
@@ -99,9 +107,18 @@ const actions = {
   },
 };
 
+async function exchanged(line, request) {
+  const answer = await inner.exchange(line);
+  if (request.op === 'open') {
+    const { ok, result } = JSON.parse(answer);
+    if (ok) openedAt.set(result.handle, request.path);
+  }
+  return answer;
+}
+
 async function answerTo(line, request) {
   const active = rules().filter((rule) => fits(rule, request) && actions[rule.action]);
-  if (active.length === 0) return inner.exchange(line);
+  if (active.length === 0) return exchanged(line, request);
   const run = (index, asked) =>
     index === active.length ? inner.ask(asked) : actions[active[index].action](active[index], asked, (r) => run(index + 1, r));
   const answer = await run(0, request);

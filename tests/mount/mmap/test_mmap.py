@@ -1,6 +1,7 @@
 """Files mapped into memory, programs and libraries run from the volume."""
 
 import ctypes
+import errno
 import mmap
 import os
 import shutil
@@ -9,7 +10,7 @@ import subprocess
 
 import pytest
 
-from harness.calls import put
+from harness.calls import failure, put
 from harness.deadline import eventually
 from harness.worker import Worker, inChild, script
 
@@ -196,6 +197,52 @@ def test_file_error_under_a_map_is_a_bus_error_and_not_zeros(mount):
     child = script("import mmap,os,sys; f=os.open(sys.argv[1],os.O_RDONLY); v=mmap.mmap(f,0,access=mmap.ACCESS_READ); "
                    "print(v[5])", volume.path / "file", stdout=subprocess.PIPE)
     assert child.communicate(timeout=20)[0] == b"" and child.returncode == -signal.SIGBUS
+
+
+# Pages that cannot be written back
+
+def fullDisk(volume, offset):
+    """From now on the helper refuses to write behind an offset."""
+    volume.checksDescriptors = False
+    return volume.helper.rule("failWritesFrom", "write", offset=offset, code="ENOSPC", message="no room")
+
+
+@pytest.mark.parametrize("options", [[], ["writeback"]])
+def test_page_that_cannot_be_written_is_an_error_of_msync(mount, options):
+    volume = mount(options=options, control=True)
+    put(volume.backing / "file", bytes(64 * PAGE))
+    descriptor = os.open(volume.path / "file", os.O_RDWR)
+    view = mmap.mmap(descriptor, 0)
+    rule = fullDisk(volume, 32 * PAGE)
+    view[:] = b"x" * 64 * PAGE
+    assert failure(view.flush) in (errno.EIO, errno.ENOSPC)
+    volume.helper.drop(rule)
+    view.close()
+    os.close(descriptor)
+    assert (volume.backing / "file").read_bytes()[:32 * PAGE] == b"x" * 32 * PAGE
+
+
+def test_page_that_cannot_be_written_when_the_map_ends_is_an_error_of_the_next_close(controlled):
+    put(controlled.backing / "file", bytes(64 * PAGE))
+    descriptor = os.open(controlled.path / "file", os.O_RDWR)
+    view = mmap.mmap(descriptor, 0)
+    view[:] = b"x" * 64 * PAGE
+    rule = fullDisk(controlled, 32 * PAGE)
+    view.close()
+    controlled.helper.drop(rule)
+    assert failure(os.close, descriptor) in (errno.EIO, errno.ENOSPC)
+
+
+@pytest.mark.parametrize("last", ["fsync", "close"])
+def test_gathered_writes_that_cannot_be_written_are_an_error(mount, last):
+    volume = mount(options=["writeback"], control=True)
+    descriptor = os.open(volume.path / "file", os.O_RDWR | os.O_CREAT)
+    rule = fullDisk(volume, 32 * PAGE)
+    os.write(descriptor, b"x" * 64 * PAGE)
+    assert failure(os.fsync if last == "fsync" else os.close, descriptor) in (errno.EIO, errno.ENOSPC)
+    volume.helper.drop(rule)
+    if last == "fsync":
+        assert failure(os.close, descriptor) in (errno.EIO, errno.ENOSPC), "whoever asks next is told, too"
 
 
 # Programs and libraries

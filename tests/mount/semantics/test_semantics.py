@@ -218,6 +218,50 @@ def test_fsync_asks_the_helper(controlled):
         controlled.helper.drop(rule)
 
 
+@claim("What fsync makes safe is all that was written to the file before, through whichever descriptor, also one that "
+       "is closed.")
+def test_fsync_covers_what_was_written_before(controlled):
+    put(controlled.path / "file")
+    assert controlled.helper.count("flush") == 0
+    subprocess.run(["sync", controlled.path / "file"], check=True, timeout=20)
+    assert controlled.helper.count("flush") == 1
+
+
+@claim("fsync of one file does not tell the error of another.")
+def test_fsync_tells_no_error_of_another_file(controlled):
+    with open(controlled.path / "file", "wb", buffering=0) as file, open(controlled.path / "other", "wb", buffering=0) as other:
+        file.write(b"content")
+        other.write(b"content")
+        rule = controlled.helper.rule("failOpenedAt", "flush", opened="/other", code="EACCES", message="refused")
+        os.fsync(file.fileno())
+        assert failure(os.fsync, other.fileno()) == errno.EACCES
+        controlled.helper.drop(rule)
+
+
+@claim("What the kernel holds of a file and cannot write is an error of the next msync, fsync or close of it, whoever "
+       "holds the file.")
+def test_pages_that_cannot_be_written(mount):
+    volume = mount(options=["writeback"], control=True)
+    volume.checksDescriptors = False
+    descriptor = os.open(volume.path / "file", os.O_WRONLY | os.O_CREAT)
+    rule = volume.helper.fail("write", "ENOSPC")
+    os.write(descriptor, b"content")
+    assert failure(os.fsync, descriptor) in (errno.EIO, errno.ENOSPC)
+    volume.helper.drop(rule)
+    assert failure(os.close, descriptor) in (errno.EIO, errno.ENOSPC)
+
+
+@claim("sync, syncfs and fsync of a folder do not reach the helper.")
+def test_sync_of_more_than_a_file(controlled):
+    put(controlled.path / "file")
+    controlled.helper.forget()
+    subprocess.run(["sync", "-f", controlled.path / "file"], check=True, timeout=20)
+    folder = os.open(controlled.path, os.O_RDONLY | os.O_DIRECTORY)
+    os.fsync(folder)
+    os.close(folder)
+    assert controlled.helper.count("flush", "statfs") == 0
+
+
 @claim("The helper's error on giving back a written file is the error of close.")
 def test_error_of_close(controlled):
     controlled.checksDescriptors = False

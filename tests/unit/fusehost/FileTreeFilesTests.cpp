@@ -395,16 +395,6 @@ TEST_F(FileTreeFiles, aWriteErrorIsReported) {
     EXPECT_EQ(close(file), 0);
 }
 
-TEST_F(FileTreeFiles, fsyncReachesTheVolume) {
-    const FileHandle file = create("/a");
-    write(file, 0, "abc");
-    served.takeRequests();
-    tree().synchronize(file);
-    EXPECT_THAT(served.takeRequests(), ElementsAre("flush /a", "statfs"));
-    served.before = refuseOnce("flush", posixErrno::EDQUOT_);
-    EXPECT_EQ(errnoOf([&] { tree().synchronize(file); }), EDQUOT);
-}
-
 TEST_F(FileTreeFiles, anErrorMetWhenTheFileWasMovedIsToldByTheNextFlush) {
     const FileHandle file = create("/a", O_WRONLY);
     write(file, 0, "abc");

@@ -66,10 +66,14 @@ std::string FileTreeTest::read(FileHandle file, std::int64_t offset, std::size_t
 
 int FileTreeTest::close(FileHandle file) {
     const int error = errnoOf([&] { tree().flush(file); });
+    release(file);
+    return error;
+}
+
+void FileTreeTest::release(FileHandle file) {
     open_.erase(file);
     tree().release(file);
     idle();
-    return error;
 }
 
 void FileTreeTest::idle() {

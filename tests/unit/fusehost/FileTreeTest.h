@@ -66,6 +66,8 @@ protected:
     std::string read(FileHandle file, std::int64_t offset = 0, std::size_t count = 4096);
     /// What close(2) of the last descriptor does: a flush, whose errno is returned, and a release.
     int close(FileHandle file);
+    /// What the end of the last map of a file does: no flush, and nobody is told anything.
+    void release(FileHandle file);
     /// The kernel asks for nothing for a while.
     void idle();
     void remove(const std::string& path);

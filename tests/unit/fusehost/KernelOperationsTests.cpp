@@ -172,6 +172,27 @@ TEST_F(KernelOperations, createWriteReadAndReleaseWorkTogether) {
     EXPECT_EQ(served.openHandles(), 0U);
 }
 
+TEST_F(KernelOperations, aWriteThatIsCutShortTellsHowMuchIsWrittenAndOneOfPagesIsAnError) {
+    options.requestSize = 4096;
+    start();
+    const Answer made = create("a");
+    const auto entry = fromBytes<fuse_entry_out>(made.body);
+    const auto file = fromBytes<fuse_open_out>(made.body, sizeof entry);
+    served.before = refuseAlways("write /a 4096", posixErrno::ENOSPC_);
+    fuse_write_in asked{};
+    asked.fh = file.fh;
+    asked.size = 8192;
+    const std::string bytes(asked.size, 'x');
+    EXPECT_EQ(fromBytes<fuse_write_out>(kernel.call(FUSE_WRITE, entry.nodeid, bytesOf(asked) + bytes).body).size,
+              4096U);
+    asked.write_flags = FUSE_WRITE_CACHE;
+    EXPECT_EQ(kernel.call(FUSE_WRITE, entry.nodeid, bytesOf(asked) + bytes).error, ENOSPC);
+    fuse_fsync_in synchronized{};
+    synchronized.fh = file.fh;
+    EXPECT_EQ(kernel.call(FUSE_FSYNC, entry.nodeid, bytesOf(synchronized)).error, ENOSPC);
+    EXPECT_EQ(kernel.call(FUSE_FSYNC, entry.nodeid, bytesOf(synchronized)).error, 0);
+}
+
 TEST_F(KernelOperations, openKeepsThePagesAndSparesReadersTheFlush) {
     served.put("/a", "x");
     start();
