@@ -3,7 +3,8 @@
 namespace fusehost {
 namespace {
 
-constexpr mode_t permissionBits = 07777;
+// Without the bits that let a program run as its owner: nobody takes them away when the file is changed.
+constexpr mode_t shownBits = 01777;
 constexpr std::uint64_t sectorSize = 512; // the unit of st_blocks
 constexpr blksize_t preferredBlockSize = 4096;
 
@@ -31,7 +32,7 @@ struct stat AttributeMap::map(const fskit::FSItemAttributes& attributes) const {
 
     const bool isDirectory = attributes.type() == fskit::FSItemType::directory;
     const auto& mask = isDirectory ? directoryMask_ : fileMask_;
-    const mode_t permissions = mask ? 0777 & ~*mask : attributes.mode() & permissionBits;
+    const mode_t permissions = mask ? 0777 & ~*mask : attributes.mode() & shownBits;
     shown.st_mode = typeBits(attributes.type()) | permissions;
     shown.st_ino = static_cast<ino_t>(attributes.fileID());
     shown.st_nlink = attributes.linkCount();

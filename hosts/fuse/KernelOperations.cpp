@@ -90,9 +90,9 @@ void opInit(void* userdata, fuse_conn_info* connection) {
     want(FUSE_CAP_WRITEBACK_CACHE, context.options.writeback);
     want(FUSE_CAP_READDIRPLUS | FUSE_CAP_READDIRPLUS_AUTO, true);
     want(FUSE_CAP_AUTO_INVAL_DATA | FUSE_CAP_ATOMIC_O_TRUNC, true);
-    // The bits that let a program run as its owner are never shown, so there are none to take away on a change: the
-    // kernel need not look before a chown.
-    want(FUSE_CAP_HANDLE_KILLPRIV, true);
+    // Taking the bits that let a program run as its owner from a file that is changed is the helper's affair; it cannot
+    // be promised for every helper. They are never shown, so the kernel has none to take away either.
+    want(FUSE_CAP_HANDLE_KILLPRIV, false);
     // Splicing does not pay where every byte is encoded anyway.
     want(FUSE_CAP_SPLICE_READ | FUSE_CAP_SPLICE_WRITE | FUSE_CAP_SPLICE_MOVE, false);
     connection->max_read = context.options.requestSize;
@@ -142,7 +142,7 @@ void opSetattr(fuse_req_t request, fuse_ino_t node, struct stat* attributes, int
     if ((valid & FUSE_SET_ATTR_SIZE) != 0)
         change.size = static_cast<std::uint64_t>(attributes->st_size);
     if ((valid & FUSE_SET_ATTR_MODE) != 0)
-        change.mode = attributes->st_mode & 07777;
+        change.mode = attributes->st_mode & 0777;
     if ((valid & FUSE_SET_ATTR_UID) != 0)
         change.uid = attributes->st_uid;
     if ((valid & FUSE_SET_ATTR_GID) != 0)

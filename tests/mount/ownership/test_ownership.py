@@ -133,3 +133,38 @@ def test_copy_with_everything_preserved_succeeds_for_own_files(volume, workspace
                           check=False, timeout=20)
     assert done.returncode == 0 and done.stderr == ""
     assert os.stat(volume.path / "copy").st_mtime == 1000
+
+
+SPECIAL = 0o7000
+
+
+@pytest.mark.parametrize("mode", [0o4755, 0o2755, 0o1777, 0o7000])
+def test_no_bit_beyond_the_permissions_reaches_the_served_tree(mount, mode):
+    volume = mount()
+    put(volume.path / "file")
+    (volume.path / "folder").mkdir()
+    for name in ("file", "folder"):
+        os.chmod(volume.path / name, mode)
+        assert stat.S_IMODE(os.stat(volume.backing / name).st_mode) == mode & ~SPECIAL
+        os.chmod(volume.backing / name, 0o700)
+    os.close(os.open(volume.path / "new", os.O_WRONLY | os.O_CREAT, mode))
+    os.mkdir(volume.path / "newFolder", mode)
+    os.mknod(volume.path / "newNode", mode | stat.S_IFREG)
+    for name in ("new", "newFolder", "newNode"):
+        assert os.stat(volume.backing / name).st_mode & SPECIAL == 0
+
+
+def test_programs_that_ask_for_such_bits_succeed(mount):
+    """cp -p, install and tar would otherwise end with an error for each file, with nothing a user could do."""
+    volume = mount()
+    original = put(volume.workspace / "original")
+    os.chmod(original, 0o6755)
+    for command in (["cp", "-p", original, volume.path / "copied"],
+                    ["install", "-m", "4755", original, volume.path / "installed"],
+                    ["mkdir", "-m", "2775", volume.path / "shared"],
+                    ["chmod", "u+s,g+s", volume.path / "copied"]):
+        done = subprocess.run(command, capture_output=True, text=True, check=False, timeout=20)
+        assert (done.returncode, done.stderr) == (0, "")
+    for name in os.listdir(volume.backing):
+        assert os.stat(volume.backing / name).st_mode & SPECIAL == 0
+    assert stat.S_IMODE(os.stat(volume.backing / "installed").st_mode) == 0o755

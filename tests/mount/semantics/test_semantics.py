@@ -433,6 +433,16 @@ def test_chmod_reaches_the_helper(mount):
     assert shownMode(volume.backing / "file") == 0o600 and shownMode(volume.path / "file") == 0o644
 
 
+@claim("Of a mode only the permissions reach the helper; set-user-ID, set-group-ID and sticky bits are dropped without an "
+       "error.")
+def test_only_permissions_reach_the_helper(mount):
+    volume = mount()
+    os.chmod(put(volume.path / "file"), 0o6755)
+    (volume.path / "folder").mkdir()
+    os.chmod(volume.path / "folder", 0o3755)
+    assert shownMode(volume.backing / "file") == 0o755 and shownMode(volume.backing / "folder") == 0o755
+
+
 @claim("A file created with less access for others than is usual has that in the served tree from the start.")
 def test_private_files_are_private(mount):
     volume = mount()

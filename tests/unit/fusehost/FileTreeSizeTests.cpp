@@ -197,6 +197,20 @@ TEST_F(FileTreeSize, changesComeInTheOrderSizeModeTime) {
                                                    "getattr /a", "chmod /a 600", "utimes /a 5.500000", "getattr /a"));
 }
 
+TEST_F(FileTreeSize, noModeBitButThePermissionsReachesTheHelper) {
+    served.put("/a", "0123");
+    fusehost::AttributeChange change;
+    change.mode = 07755;
+    tree().setAttributes(node("/a"), change);
+    EXPECT_EQ(served.mode("/a"), 0755U);
+    create("/b", O_RDWR, 07700);
+    makeNode("/c", S_IFREG | 06711);
+    makeDirectory("/d", 03700);
+    EXPECT_EQ(served.mode("/b"), 0700U);
+    EXPECT_EQ(served.mode("/c"), 0711U);
+    EXPECT_EQ(served.mode("/d"), 0700U);
+}
+
 TEST_F(FileTreeSize, noChangeAtAllShowsTheFileAsItIs) {
     served.put("/a", "0123");
     EXPECT_EQ(tree().setAttributes(node("/a"), {}).st_size, 4);

@@ -79,7 +79,7 @@ unsigned wantedWith(const fusehost::MountOptions& options, fusehost::FileTree& t
     fusehost::KernelContext context{tree, options, {}};
     fuse_conn_info connection{};
     connection.capable = capable;
-    connection.want = FUSE_CAP_SPLICE_READ; // a default of libfuse's
+    connection.want = FUSE_CAP_SPLICE_READ | FUSE_CAP_HANDLE_KILLPRIV; // defaults of libfuse's
     fusehost::kernelOperations().init(&context, &connection);
     return connection.want;
 }
@@ -87,9 +87,8 @@ unsigned wantedWith(const fusehost::MountOptions& options, fusehost::FileTree& t
 TEST_F(KernelOperations, wantWhatPaysAndRefuseTheRest) {
     const unsigned all = ~0U;
     const unsigned wanted = wantedWith(options, tree(), all);
-    EXPECT_EQ(wanted,
-              static_cast<unsigned>(FUSE_CAP_READDIRPLUS | FUSE_CAP_READDIRPLUS_AUTO | FUSE_CAP_AUTO_INVAL_DATA |
-                                    FUSE_CAP_ATOMIC_O_TRUNC | FUSE_CAP_HANDLE_KILLPRIV));
+    EXPECT_EQ(wanted, static_cast<unsigned>(FUSE_CAP_READDIRPLUS | FUSE_CAP_READDIRPLUS_AUTO |
+                                            FUSE_CAP_AUTO_INVAL_DATA | FUSE_CAP_ATOMIC_O_TRUNC));
     options.writeback = true;
     EXPECT_EQ(wantedWith(options, tree(), all), wanted | FUSE_CAP_WRITEBACK_CACHE);
 }
