@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <numeric>
 
 namespace kemvi {
 namespace {
@@ -32,11 +33,20 @@ void keepLastOfFew(std::vector<JSONObject::Member>& members) {
     members.erase(members.begin() + static_cast<std::ptrdiff_t>(kept), members.end());
 }
 
+// Many: in the order of their keys, of one key the last member first.
 void keepLastOfMany(std::vector<JSONObject::Member>& members) {
-    const auto sameKey = [](const auto& a, const auto& b) { return a.first == b.first; };
-    std::reverse(members.begin(), members.end());
-    std::stable_sort(members.begin(), members.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
-    members.erase(std::unique(members.begin(), members.end(), sameKey), members.end());
+    std::vector<std::size_t> order(members.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
+        const int difference = members[a].first.compare(members[b].first);
+        return difference != 0 ? difference < 0 : a > b;
+    });
+    std::vector<JSONObject::Member> kept;
+    kept.reserve(members.size());
+    for (const std::size_t i : order)
+        if (kept.empty() || kept.back().first != members[i].first)
+            kept.push_back(std::move(members[i]));
+    members = std::move(kept);
 }
 
 std::string numberText(double value) {

@@ -17,8 +17,8 @@ fuse_in_header headerOf(const KernelRequest& request) {
 
 } // namespace
 
-void KernelRequest::Free::operator()(void* memory) const {
-    std::free(memory);
+void KernelRequest::Free::operator()(void* allocated) const {
+    std::free(allocated);
 }
 
 std::uint64_t KernelRequest::unique() const {
