@@ -73,12 +73,15 @@ std::pair<TreeEntry, FileHandle> FileTree::create(NodeID directoryID, const std:
 std::pair<TreeEntry, FileHandle> FileTree::openExisting(Node& node, const fskit::FSItemAttributes& found, int flags) {
     const NodeID id = node.id;
     TreeEntry entry = handOut(node, found); // first: it keeps the node while it is opened
+    std::optional<FileHandle> handle;
     try {
-        const FileHandle handle = open(id, flags);
+        handle = open(id, flags);
         if ((flags & O_TRUNC) != 0)
             entry.attributes = getAttributes(id);
-        return {entry, handle};
+        return {entry, *handle};
     } catch (const KernelError&) {
+        if (handle)
+            release(*handle);
         forget(id, 1);
         throw;
     }

@@ -64,6 +64,19 @@ TEST_F(FileTreeNames, createAsksAgainWhenAnotherNameWasLookedUpBetween) {
     EXPECT_EQ(read(file), "0123");
 }
 
+TEST_F(FileTreeNames, aCreateThatFailsAfterItHasOpenedLeavesNothingOpen) {
+    served.put("/a", "0123");
+    bool opened = false;
+    served.before = [&](const std::string& request) {
+        if (opened && request == "getattr /a")
+            foundation::throwPosix(posixErrno::EIO_);
+        opened |= request == "open write,create /a";
+    };
+    EXPECT_EQ(errnoOf([&] { create("/a", O_WRONLY | O_TRUNC); }), EIO);
+    EXPECT_EQ(served.openHandles(), 0U);
+    EXPECT_EQ(tree().nodes().size(), 1U);
+}
+
 TEST_F(FileTreeNames, withTimeoutsOfZeroCreateTrustsNoEarlierLookup) {
     options.entryTimeout = 0;
     EXPECT_EQ(errnoOf([&] { lookup("/a"); }), ENOENT);
