@@ -1,6 +1,7 @@
 #include "cli/MountPoint.h"
 
 #include "cli/CommandError.h"
+#include "cli/HostRecord.h"
 #include "cli/Paths.h"
 #include "hosts/fuse/MountTable.h"
 
@@ -8,6 +9,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <sys/file.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -65,6 +67,9 @@ void checkDirectory(const std::string& mountPoint, bool allowNonEmpty) {
         refuse(mountPoint, "you may not write to this directory, so you may not mount on it");
     }
     const bool empty = filesystem::is_empty(mountPoint, error);
+    if (error || !empty) {
+        refuseMounted(mountPoint); // by somebody who came between; what was listed is that mount
+    }
     if (error) {
         refuse(mountPoint, "cannot be listed: " + error.message());
     }
@@ -104,7 +109,39 @@ bool userMayAllowOther() {
     return false;
 }
 
+[[noreturn]] void refuseBeingMounted(const std::string& mountPoint) {
+    std::string by;
+    for (const auto& serving : servingProcesses()) {
+        if (serving.mountPoint == mountPoint && !serving.deviceMinor) {
+            by = " by process " + std::to_string(serving.process.pid());
+        }
+    }
+    refuse(mountPoint, "is being mounted" + by + " at this moment; wait until it is, or choose another directory");
+}
+
 } // namespace
+
+MountPointLock::MountPointLock(const std::string& mountPoint)
+    : directory_(::open(mountPoint.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)) {
+    try {
+        if (directory_ < 0) {
+            refuse(mountPoint, "cannot be opened: " + errnoText(errno));
+        }
+        // Some network file systems lock no directories; there, as with any other program, mounts may meet.
+        if (::flock(directory_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+            refuseMounted(mountPoint);
+            refuseBeingMounted(mountPoint);
+        }
+        refuseMounted(mountPoint);
+    } catch (...) {
+        ::close(directory_);
+        throw;
+    }
+}
+
+MountPointLock::~MountPointLock() {
+    ::close(directory_);
+}
 
 std::string checkedMountPoint(const std::string& mountPoint, const MountSource& source, bool allowNonEmpty) {
     const std::string resolved = resolvedMountPoint(mountPoint);

@@ -11,6 +11,21 @@ namespace cli {
 /// tree nor around anything that the helper needs. Returns its real path. Throws CommandError.
 std::string checkedMountPoint(const std::string& mountPoint, const MountSource& source, bool allowNonEmpty);
 
+/// Keeps every other mount off a mount point while one is being made there: a lock on the directory itself, which needs
+/// no right to write and goes with the process that holds it.
+class MountPointLock {
+public:
+    /// Takes the lock and looks once more that nothing is mounted on this real path. Throws CommandError if something
+    /// is, or if a mount is being made there.
+    explicit MountPointLock(const std::string& mountPoint);
+    ~MountPointLock();
+    MountPointLock(const MountPointLock&) = delete;
+    MountPointLock& operator=(const MountPointLock&) = delete;
+
+private:
+    int directory_ = -1;
+};
+
 /// Throws CommandError unless this user can mount FUSE file systems here, with `allow_other` if that is asked for.
 void checkFuseAvailable(bool allowOther);
 

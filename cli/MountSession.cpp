@@ -3,6 +3,7 @@
 #include "cli/CommandError.h"
 #include "cli/HelperProcesses.h"
 #include "cli/HostRecord.h"
+#include "cli/MountPoint.h"
 #include "cli/MountWatch.h"
 #include "cli/StopControl.h"
 #include "extension/KemviUnaryFileSystem.h"
@@ -11,6 +12,7 @@
 
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <sys/prctl.h>
 #include <sys/vfs.h>
 #include <thread>
@@ -88,7 +90,7 @@ std::string startProblem(const foundation::NSError& error, const HelperProcesses
 class MountSession {
 public:
     MountSession(const MountPlan& plan)
-        : plan_(plan), record_(plan.mountPoint), watch_(plan.mountPoint),
+        : plan_(plan), lock_(std::in_place, plan.mountPoint), record_(plan.mountPoint), watch_(plan.mountPoint),
           host_(std::make_shared<kemvi::KemviUnaryFileSystem>(), plan.source, plan.mountPoint, plan.options),
           stop_(host_, helpers_, plan.mountPoint) {}
 
@@ -137,6 +139,7 @@ private:
             end();
             throw CommandError(ExitCode::mountFailed, plan_.mountPoint, error.what());
         }
+        lock_.reset();
         if (const auto device = host_.deviceMinor()) {
             nameProcess("kemvi-" + std::to_string(*device));
             record_.setDevice(*device);
@@ -164,6 +167,7 @@ private:
     }
 
     const MountPlan& plan_;
+    std::optional<MountPointLock> lock_; // until it is mounted; then the mount table says so
     HostRecord record_;
     MountWatch watch_;        // goes after the helper, which it ends should this process be killed
     HelperProcesses helpers_; // goes after the host: by then the helper's input is closed

@@ -1,4 +1,5 @@
-"""Mounts on top of each other: the end of one takes away that one alone, whatever lies on the path by then."""
+"""Mounts on top of each other: none is made over one of ours by accident, and the end of one takes away that one alone,
+whatever lies on the path by then."""
 
 import os
 import signal
@@ -6,7 +7,7 @@ import subprocess
 
 import pytest
 
-from conftest import children_of, is_alive, mounts_under, name_of, processes_about, root_only, wait_for
+from conftest import assert_fails, children_of, is_alive, mounts_under, name_of, processes_about, root_only, wait_for
 
 ENDINGS = [signal.SIGTERM, signal.SIGKILL]
 
@@ -91,3 +92,54 @@ def test_a_mount_taken_away_from_outside_while_a_new_one_comes_leaves_the_new_on
         assert place.is_mounted() and (place.point / "a.txt").exists()
         assert place.run("unmount", place.point).returncode == 0
     assert not processes_about(place.folder)
+
+
+# Several at once
+
+def outcomes(processes):
+    """The exit code of each process with what it said."""
+    return sorted((process.wait(), process.communicate()[1]) for process in processes)
+
+
+def assert_one_of(place, found):
+    assert [code for code, _ in found] == [0] + [6] * (len(found) - 1), found
+    for _, text in found[1:]:
+        assert len(text.splitlines()) == 1 and str(place.point) in text, found
+        assert "is being mounted" in text or "is mounted already" in text, found
+    assert len(mounts_under(place.point)) == 1
+    assert (place.point / "a.txt").exists()
+
+
+def test_of_several_mounts_at_once_exactly_one_succeeds(place):
+    for _ in range(2):
+        assert_one_of(place, outcomes([place.start("mount", place.source, place.point) for _ in range(4)]))
+        assert place.run("unmount", place.point).returncode == 0
+
+
+@root_only
+def test_that_needs_no_right_to_write_to_the_mount_point(place):
+    folder = place.folder / "folder"
+    folder.mkdir()
+    subprocess.run(["mount", "-t", "tmpfs", "none", folder], check=True)
+    try:
+        place.point = folder / "point"
+        place.point.mkdir()
+        subprocess.run(["mount", "-o", "remount,ro", folder], check=True)
+        assert_one_of(place, outcomes([place.start("mount", place.source, place.point) for _ in range(4)]))
+        assert place.run("unmount", place.point).returncode == 0
+    finally:
+        subprocess.run(["umount", folder], check=True)
+
+
+def test_a_mount_point_is_held_until_its_mount_is_made_and_no_longer_than_its_process_lives(place):
+    place.use_helper("hangs.mjs")
+    process = place.start("mount", "-f", place.source, place.point)
+    assert process.stderr.readline() == "hangs.mjs: started\n"
+    assert_fails(place.run("mount", place.source, place.point), 6, place.point,
+                 f"is being mounted by process {process.pid}")
+    process.kill()
+    process.wait()
+    place.configure()
+    place.mount()
+    assert place.run("unmount", place.point).returncode == 0
+    place.clear()
