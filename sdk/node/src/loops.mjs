@@ -31,11 +31,15 @@ export function runBlocking(input, lines, session) {
  * @param {number} input descriptor
  * @param {LineBuffer} lines may hold requests already
  * @param {Session} session
+ * @param {Promise<void>} [underWay] the answer to wait for before the next request
  * @returns {Promise<void>} done at the end of the input
  */
-export async function runInEventLoop(input, lines, session) {
+export async function runInEventLoop(input, lines, session, underWay) {
+    const stream = inputStream(input);
+    stream.read(0); // begins to read: a process that waits for nothing but a promise would be ended by node
+    await underWay;
     await answerLines(lines, session);
-    for await (const chunk of inputStream(input)) {
+    for await (const chunk of stream) {
         lines.append(chunk);
         await answerLines(lines, session);
     }

@@ -44,13 +44,18 @@ export async function serve(fileSystem, options = {}) {
     say(`${loop} loop: ${reason}`);
     const lines = new LineBuffer(codec);
     const onStray = (/** @type {unknown} */ error) => session.strayFailure(error);
+    const onNothingLeft = () => session.abandonHopeless();
     process.on('uncaughtException', onStray); // promises left alone arrive here too
+    process.on('beforeExit', onNothingLeft);
     try {
-        const later = loop === 'blocking' ? runBlocking(input, lines, session) : Promise.resolve();
-        if (later !== undefined) {
-            await later;
-            if (loop === 'blocking') say('events loop from here on: a function returned a promise');
+        if (loop === 'events') {
             await runInEventLoop(input, lines, session);
+        } else {
+            const underWay = runBlocking(input, lines, session);
+            if (underWay !== undefined) {
+                say('events loop from here on: a function returned a promise');
+                await runInEventLoop(input, lines, session, underWay);
+            }
         }
         if (lines.leftover > 0) report('the input ended within a line');
     } catch (error) {
@@ -60,6 +65,7 @@ export async function serve(fileSystem, options = {}) {
         await session.end();
         grace.unref();
         process.off('uncaughtException', onStray);
+        process.off('beforeExit', onNothingLeft);
     }
 }
 

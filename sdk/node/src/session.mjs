@@ -105,6 +105,14 @@ export class Session {
     }
 
     /**
+     * The input has ended and nothing is going on in the process any more, so that a promise that is still awaited stays
+     * as it is for ever. Node would end the process without a word.
+     */
+    abandonHopeless() {
+        this.abandon_(new Error('its promise was never settled, and nothing is left that could settle it'));
+    }
+
+    /**
      * @param {Request} request
      * @param {Operation} operation
      * @param {any} result

@@ -404,3 +404,32 @@ test('a release that never ends does not keep the helper', async (t) => {
     await helper.end();
     assert.match(helper.stderr, /still busy 2 s after the end of the input[^]*exit status 0/);
 });
+
+for (const name of ['neverSettles', 'neverSettlesAsync']) {
+    test(`a promise that never settles neither ends the helper nor goes unnoticed: ${name}`, async (t) => {
+        const helper = variant(t, name);
+        const { handle } = await helper.ok('open', { path: '/f', flags: ['read'] });
+        assert.equal(typeof handle, 'number');
+        helper.send(Driver.requestLine('last', 'getattr', { path: '/never' }));
+        await helper.said(/still here/); // by then node would have ended
+        helper.child.stdin.end();
+        assert.match(JSON.parse(await helper.line()).error.message, /never settled/);
+        await helper.exit;
+        assert.match(helper.stderr, /getattr \/never failed: Error: its promise was never settled[^]*exit status 0/);
+    });
+}
+
+test('an answer that comes after the end of the input is written all the same', async (t) => {
+    const helper = variant(t, 'settlesLate');
+    for (const path of ['/f', '/f']) {
+        const answer = helper.request('getattr', { path });
+        if (helper.lastId === 2) helper.child.stdin.end();
+        assert.equal((await answer).ok, true);
+    }
+    await helper.exit;
+    assert.match(helper.stderr, /exit status 0/);
+    const first = variant(t, 'settlesLate'); // also when it is the first promise
+    const answer = first.request('getattr', { path: '/f' });
+    first.child.stdin.end();
+    assert.equal((await answer).ok, true);
+});

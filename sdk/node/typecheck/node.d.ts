@@ -38,8 +38,8 @@ declare const process: {
     stderr: { write(text: string): boolean };
     exit(status?: number): never;
     getActiveResourcesInfo(): string[];
-    on(event: 'uncaughtException', listener: (error: unknown) => void): void;
-    off(event: 'uncaughtException', listener: (error: unknown) => void): void;
+    on(event: 'uncaughtException' | 'beforeExit', listener: (error: unknown) => void): void;
+    off(event: 'uncaughtException' | 'beforeExit', listener: (error: unknown) => void): void;
 };
 
 interface ImportMeta {
@@ -94,6 +94,7 @@ declare module 'node:url' {
 declare module 'node:net' {
     export class Socket {
         constructor(options: { fd: number; readable: boolean; writable: boolean });
+        read(size: number): unknown;
         [Symbol.asyncIterator](): AsyncIterator<Buffer>;
     }
     const net: { Socket: typeof Socket };
@@ -177,7 +178,10 @@ declare module 'node:fs' {
         writeFileSync(path: string, text: string): void;
         mkdtempSync(prefix: string): string;
         rmSync(path: string, options: { recursive: boolean }): void;
-        createReadStream(path: string, options: { fd: number }): { [Symbol.asyncIterator](): AsyncIterator<Buffer> };
+        createReadStream(
+            path: string,
+            options: { fd: number },
+        ): { read(size: number): unknown; [Symbol.asyncIterator](): AsyncIterator<Buffer> };
     };
     export default fs;
 }

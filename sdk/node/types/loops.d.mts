@@ -14,9 +14,10 @@ export function runBlocking(input: number, lines: LineBuffer, session: Session):
  * @param {number} input descriptor
  * @param {LineBuffer} lines may hold requests already
  * @param {Session} session
+ * @param {Promise<void>} [underWay] the answer to wait for before the next request
  * @returns {Promise<void>} done at the end of the input
  */
-export function runInEventLoop(input: number, lines: LineBuffer, session: Session): Promise<void>;
+export function runInEventLoop(input: number, lines: LineBuffer, session: Session, underWay?: Promise<void> | undefined): Promise<void>;
 /**
  * @param {number} descriptor
  * @param {Buffer} bytes

@@ -46,6 +46,11 @@ export class Session {
      */
     strayFailure(error: unknown): void;
     /**
+     * The input has ended and nothing is going on in the process any more, so that a promise that is still awaited stays
+     * as it is for ever. Node would end the process without a word.
+     */
+    abandonHopeless(): void;
+    /**
      * @param {Request} request
      * @param {Operation} operation
      * @param {any} result

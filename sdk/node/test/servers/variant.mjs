@@ -7,6 +7,12 @@ const tree = {
     read: () => Buffer.from('x'),
 };
 
+/** Says after a moment that the process is still there, without keeping it. */
+function never() {
+    setTimeout(() => console.error('still here'), 100).unref();
+    return new Promise(() => {});
+}
+
 const variants = {
     readOnly: () => serve(tree),
     writable: () => serve({ ...tree, write: () => {} }),
@@ -43,6 +49,11 @@ const variants = {
                 return path === '/never' ? new Promise(() => {}) : tree.getattr(path);
             },
         }),
+    neverSettles: () => serve({ ...tree, getattr: (path) => (path === '/never' ? never() : tree.getattr(path)) }),
+    neverSettlesAsync: () =>
+        serve({ ...tree, getattr: async (path) => (path === '/never' ? never() : tree.getattr(path)) }),
+    settlesLate: () =>
+        serve({ ...tree, getattr: (path) => new Promise((resolve) => setTimeout(resolve, 300, tree.getattr(path))) }),
     neverReleases: () => serve({ ...tree, release: () => new Promise(() => {}) }),
 };
 
