@@ -49,6 +49,11 @@ std::string helperPath(const std::string& named) {
             if (filesystem::is_regular_file(shipped, error)) {
                 return shipped.string();
             }
+            if (error == std::errc::permission_denied) {
+                throw CommandError(ExitCode::helperUnavailable, folder->string(),
+                                   "you may not read this folder, where the helpers are that ship with Kemvi; install "
+                                   "Kemvi where you may read it, or name a script of your own with --helper PATH");
+            }
         }
     }
     throw CommandError(ExitCode::helperUnavailable, named,

@@ -69,7 +69,7 @@ std::optional<filesystem::path> shippedHelpers() {
     }
     const auto prefix = program.parent_path().parent_path();
     for (const auto& folder : {prefix / KEMVI_INSTALLED_HELPERS, filesystem::path(KEMVI_SOURCE_HELPERS)}) {
-        if (filesystem::is_directory(folder, error)) {
+        if (filesystem::is_directory(folder, error) || error == std::errc::permission_denied) {
             return folder.lexically_normal();
         }
     }

@@ -26,7 +26,7 @@ bool isWithin(std::string_view path, std::string_view directory);
 std::optional<std::string> findInPath(const std::string& program);
 
 /// The folder of the helpers that ship with the command: beside the sources when run from the build tree, under share/
-/// when installed. Nothing if neither is there.
+/// when installed. Nothing if neither is there. It may be one that the caller may not look into.
 std::optional<std::filesystem::path> shippedHelpers();
 
 } // namespace cli

@@ -119,8 +119,8 @@ class Place:
         environment.update({name: str(value) for name, value in changes.items()})
         return environment
 
-    def run(self, *arguments, cwd=None, environment=None, timeout=LIMIT, **options):
-        return subprocess.run([KEMVI, *map(str, arguments)], cwd=cwd or self.folder, check=False,
+    def run(self, *arguments, cwd=None, environment=None, timeout=LIMIT, program=KEMVI, **options):
+        return subprocess.run([program, *map(str, arguments)], cwd=cwd or self.folder, check=False,
                               env=environment or self.environment(), stdin=subprocess.DEVNULL, text=True,
                               capture_output=True, timeout=timeout, errors="surrogateescape", **options)
 

@@ -2,9 +2,10 @@
 
 import json
 import os
+import shutil
 from pathlib import Path
 
-from conftest import SHIPPED_HELPER, assert_fails, user_only
+from conftest import KEMVI, SHIPPED_HELPER, assert_fails, user_only
 
 
 def configuration(source):
@@ -72,6 +73,31 @@ def test_a_helper_that_does_not_exist(place):
 def test_a_shipped_helper_by_name(place):
     assert place.run("init", place.folder / "drive", "--helper", "local").returncode == 0
     assert_shipped(configuration(place.folder / "drive")["helperPath"])
+
+
+def installed_copy(place):
+    """A command of this test's own, with the shipped helpers where an installation has them."""
+    helpers = place.folder / "installed" / "share" / "kemvi" / "helpers"
+    shutil.copytree(Path(SHIPPED_HELPER).parent, helpers)
+    (place.folder / "installed" / "bin").mkdir()
+    return Path(shutil.copy2(KEMVI, place.folder / "installed" / "bin" / "kemvi")), helpers
+
+
+def test_an_installed_command_names_the_helpers_installed_with_it(place):
+    command, helpers = installed_copy(place)
+    assert place.run("init", place.folder / "drive", program=command).returncode == 0
+    assert configuration(place.folder / "drive")["helperPath"] == str(helpers / "local.mjs")
+
+
+@user_only
+def test_shipped_helpers_that_may_not_be_read(place):
+    command, helpers = installed_copy(place)
+    for closed in (helpers.parent, helpers):
+        closed.chmod(0)
+        result = place.run("init", place.folder / "drive", program=command)
+        closed.chmod(0o755)
+        assert_fails(result, 4, helpers, "you may not read this folder", "--helper")
+        assert not (place.folder / "drive").exists()
 
 
 def test_a_source_that_is_a_file(place):

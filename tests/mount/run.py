@@ -55,10 +55,13 @@ def checkMachine(asUser):
 
 
 def ownedCopy(arguments, user):
-    """A folder of the user's with everything that the tests need."""
+    """A folder of the user's with everything that the tests need: the command and its helpers as if installed there, so
+    that they are found also where the user may not look into the tree."""
     home = Path(tempfile.mkdtemp(prefix="kemvi-user-"))
-    shutil.copy2(arguments.binary, home / "kemvi")
-    shutil.copytree(arguments.sdk, home / "sdk", ignore=shutil.ignore_patterns("node_modules"), symlinks=True)
+    (home / "bin").mkdir()
+    shutil.copy2(arguments.binary, home / "bin" / "kemvi")
+    shutil.copytree(arguments.sdk, home / "share" / "kemvi", ignore=shutil.ignore_patterns("node_modules"),
+                    symlinks=True)
     shutil.copy2(SEMANTICS, home / "semantics.md")
     shutil.copy2(HERE / f"{WATCH}.py", home)
     shutil.copytree(arguments.tests, home / "mount", ignore=shutil.ignore_patterns("__pycache__", ".pytest_cache"))
@@ -140,9 +143,10 @@ def runAsUser(arguments):
     os.environ["KEMVI_SEMANTICS"] = str(home / "semantics.md")
     prefix = withOpenDevice(home)
     prefix += ["setpriv", f"--reuid={user.pw_uid}", f"--regid={user.pw_gid}", "--clear-groups"]
+    command, kit = home / "bin" / "kemvi", home / "share" / "kemvi"
     try:
-        return withReports(lambda reports: pytest(home / "kemvi", home / "sdk", home / "mount", arguments.folders,
-                                                  reports, home, prefix), home, user)
+        return withReports(lambda reports: pytest(command, kit, home / "mount", arguments.folders, reports, home, prefix),
+                           home, user)
     finally:
         sys.path.insert(0, str(HERE))
         from harness import system  # pylint: disable=import-outside-toplevel
