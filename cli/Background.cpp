@@ -37,6 +37,7 @@ void replaceByNull(int descriptor, int flags) {
 [[noreturn]] void serveInChild(const std::function<ExitCode(const Progress&)>& serve, pid_t parent, int status) {
     dieWithParent(parent);
     ::setsid();
+    heedAllStopSignals();
     replaceByNull(STDIN_FILENO, O_RDONLY);
     replaceByNull(STDOUT_FILENO, O_WRONLY);
     ExitCode code = ExitCode::failure;

@@ -5,6 +5,7 @@
 #include "cli/MountCommand.h"
 #include "cli/MountHelper.h"
 #include "cli/MountWatch.h"
+#include "cli/ProcessStart.h"
 #include "cli/UnmountCommand.h"
 
 #include <CLI/CLI.hpp>
@@ -35,6 +36,7 @@ int runCommandLine(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
+    cli::settleInheritedState();
     if (cli::isCalledByMount(argv[0])) {
         return cli::runAsMountHelper(argc, argv);
     }

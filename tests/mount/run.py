@@ -13,6 +13,7 @@ import os
 import stat
 import pwd
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -156,6 +157,9 @@ def runAsUser(arguments):
 
 
 def main():
+    # A job in the background of a script, or under nohup, has these ignored, and would pass that on to every command.
+    for number in (signal.SIGINT, signal.SIGHUP):
+        signal.signal(number, signal.SIG_DFL)
     arguments = parse()
     checkMachine(arguments.user)
     if arguments.user and os.getuid() == 0:
