@@ -1,14 +1,27 @@
 #include "Fuzz.h"
 
-// The first byte chooses the target.
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+const fuzz::Target& chosen() {
+    const char* name = std::getenv("FUZZ_TARGET");
+    for (const fuzz::Target& target : fuzz::targets())
+        if (name != nullptr && target.name == name)
+            return target;
+    std::fputs("set FUZZ_TARGET to one of:", stderr);
+    for (const fuzz::Target& target : fuzz::targets())
+        std::fprintf(stderr, " %s", target.name.data());
+    std::fputs("\n", stderr);
+    std::exit(2);
+}
+
+} // namespace
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    if (size == 0)
-        return 0;
-    const std::span<const std::uint8_t> input(data + 1, size - 1);
-    switch (data[0] % 3) {
-    case 0: fuzz::base64(input); break;
-    case 1: fuzz::response(input); break;
-    default: fuzz::timestamp(input); break;
-    }
+    static const fuzz::Target& target = chosen();
+    fuzz::run(target, {data, size});
     return 0;
 }
