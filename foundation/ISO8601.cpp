@@ -1,50 +1,21 @@
 #include "foundation/ISO8601.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <ratio>
 
 namespace foundation {
 namespace {
 
-constexpr std::int64_t secondsPerDay = 86400;
+namespace chrono = std::chrono;
+
+using Era = chrono::duration<std::int64_t, std::ratio_multiply<std::ratio<146'097>, chrono::days::period>>;
+
 constexpr double furthest = 8.64e12; // seconds; 100 million days
-
-// Days from 1970-01-01 to the given day of the proleptic Gregorian calendar. Years are counted from March, so that the
-// leap day is the last of its year, and in eras of 400 years, which all have the same number of days.
-std::int64_t daysFromDate(std::int64_t year, int month, int day) {
-    const std::int64_t shifted = year - (month <= 2 ? 1 : 0);
-    const std::int64_t era = (shifted >= 0 ? shifted : shifted - 399) / 400;
-    const std::int64_t yearOfEra = shifted - era * 400;
-    const int dayOfYear = (153 * (month > 2 ? month - 3 : month + 9) + 2) / 5 + day - 1;
-    const std::int64_t dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
-    return era * 146097 + dayOfEra - 719468;
-}
-
-struct Day {
-    std::int64_t year;
-    int month;
-    int day;
-};
-
-// The inverse of daysFromDate.
-Day dateFromDays(std::int64_t days) {
-    const std::int64_t shifted = days + 719468;
-    const std::int64_t era = (shifted >= 0 ? shifted : shifted - 146096) / 146097;
-    const std::int64_t dayOfEra = shifted - era * 146097;
-    const std::int64_t yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-    const auto dayOfYear = static_cast<int>(dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100));
-    const int shiftedMonth = (5 * dayOfYear + 2) / 153;
-    const int month = shiftedMonth < 10 ? shiftedMonth + 3 : shiftedMonth - 9;
-    return {yearOfEra + era * 400 + (month <= 2 ? 1 : 0), month, dayOfYear - (153 * shiftedMonth + 2) / 5 + 1};
-}
-
-int daysInMonth(int year, int month) {
-    if (month == 2)
-        return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0) ? 29 : 28;
-    return month == 4 || month == 6 || month == 9 || month == 11 ? 30 : 31;
-}
 
 // Reads a text whose length has been checked, piece by piece; `ok` tells in the end whether every piece fitted.
 class Pieces {
@@ -71,9 +42,9 @@ private:
 };
 
 // Seconds east of UTC, or nothing if `text` is no zone.
-std::optional<int> zone(std::string_view text) {
+std::optional<chrono::seconds> zone(std::string_view text) {
     if (text == "Z")
-        return 0;
+        return chrono::seconds(0);
     if (text.size() != std::string_view("+00:00").size() || (text[0] != '+' && text[0] != '-'))
         return std::nullopt;
     Pieces pieces(text);
@@ -82,22 +53,22 @@ std::optional<int> zone(std::string_view text) {
     const int minutes = pieces.number(4, 2);
     if (!pieces.ok() || hours > 23 || minutes > 59)
         return std::nullopt;
-    const int seconds = hours * 3600 + minutes * 60;
+    const chrono::seconds seconds = chrono::hours(hours) + chrono::minutes(minutes);
     return text[0] == '-' ? -seconds : seconds;
 }
 
 constexpr std::size_t frontLength = std::string_view("0000-00-00T00:00:00.").size();
 
-// Seconds from 1970 to the date and time at the front of `text`, as if it were UTC; nothing if there is no such time.
-std::optional<std::int64_t> wholeSeconds(std::string_view text) {
+// The date and time at the front of `text`, as if it were UTC; nothing if there is no such time.
+std::optional<chrono::sys_seconds> wholeSeconds(std::string_view text) {
     if (text.size() < frontLength)
         return std::nullopt;
     Pieces pieces(text);
-    const int year = pieces.number(0, 4);
+    const chrono::year year{pieces.number(0, 4)};
     pieces.literal(4, '-');
-    const int month = pieces.number(5, 2);
+    const chrono::month month{static_cast<unsigned>(pieces.number(5, 2))};
     pieces.literal(7, '-');
-    const int day = pieces.number(8, 2);
+    const chrono::day day{static_cast<unsigned>(pieces.number(8, 2))};
     pieces.literal(10, 'T');
     const int hour = pieces.number(11, 2);
     pieces.literal(13, ':');
@@ -105,11 +76,10 @@ std::optional<std::int64_t> wholeSeconds(std::string_view text) {
     pieces.literal(16, ':');
     const int second = pieces.number(17, 2);
     pieces.literal(19, '.');
-    if (!pieces.ok() || month < 1 || month > 12 || day < 1 || day > daysInMonth(year, month))
+    const chrono::year_month_day date = year / month / day;
+    if (!pieces.ok() || !date.ok() || hour > 23 || minute > 59 || second > 59)
         return std::nullopt;
-    if (hour > 23 || minute > 59 || second > 59)
-        return std::nullopt;
-    return daysFromDate(year, month, day) * secondsPerDay + hour * 3600 + minute * 60 + second;
+    return chrono::sys_days(date) + chrono::hours(hour) + chrono::minutes(minute) + chrono::seconds(second);
 }
 
 // Nanoseconds of a fraction.
@@ -144,25 +114,25 @@ std::optional<Date> ISO8601DateFormatter::date(std::string_view text) const {
         return std::nullopt;
     const std::int64_t nanoseconds = nanosecondsOf(rest.substr(0, digits));
     // Whole milliseconds by one exact division, so that they are the nearest double; what is finer is added to that.
-    const std::int64_t milliseconds = (*local - *east) * 1000 + nanoseconds / 1'000'000;
+    const std::int64_t milliseconds = (*local - *east).time_since_epoch().count() * 1000 + nanoseconds / 1'000'000;
     return Date{static_cast<double>(milliseconds) / 1000 + static_cast<double>(nanoseconds % 1'000'000) / 1e9};
 }
 
 std::string ISO8601DateFormatter::string(Date date) const {
     const double limited = std::fmin(std::fmax(date.secondsSince1970, -furthest), furthest);
-    const std::int64_t milliseconds = wholeMilliseconds(std::isnan(date.secondsSince1970) ? 0 : limited);
-    std::int64_t days = milliseconds / (secondsPerDay * 1000);
-    std::int64_t rest = milliseconds % (secondsPerDay * 1000);
-    if (rest < 0) {
-        --days;
-        rest += secondsPerDay * 1000;
-    }
-    const Day day = dateFromDays(days);
-    const auto ofDay = static_cast<int>(rest);
-    const long long year = day.year < 0 ? -day.year : day.year;
+    const chrono::sys_time<chrono::milliseconds> time{
+        chrono::milliseconds(wholeMilliseconds(std::isnan(date.secondsSince1970) ? 0 : limited))};
+    const auto days = chrono::floor<chrono::days>(time);
+    const chrono::hh_mm_ss ofDay(time - days);
+    // The library's years end with 32767. All eras of 400 years have the same days, so that another one will do.
+    const auto era = chrono::floor<Era>(days.time_since_epoch());
+    const chrono::year_month_day day(days - era);
+    const long long year = int{day.year()} + 400LL * era.count();
     char text[48];
-    std::snprintf(text, sizeof text, "%s%04lld-%02d-%02dT%02d:%02d:%02d.%03dZ", day.year < 0 ? "-" : "", year,
-                  day.month, day.day, ofDay / 3'600'000, ofDay / 60'000 % 60, ofDay / 1000 % 60, ofDay % 1000);
+    std::snprintf(text, sizeof text, "%s%04lld-%02u-%02uT%02d:%02d:%02d.%03dZ", year < 0 ? "-" : "", std::abs(year),
+                  unsigned{day.month()}, unsigned{day.day()}, static_cast<int>(ofDay.hours().count()),
+                  static_cast<int>(ofDay.minutes().count()), static_cast<int>(ofDay.seconds().count()),
+                  static_cast<int>(ofDay.subseconds().count()));
     return text;
 }
 
