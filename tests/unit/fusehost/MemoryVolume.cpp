@@ -29,6 +29,19 @@ fskit::FSItemID identifier(const std::string& path) {
                        : static_cast<fskit::FSItemID>(std::hash<std::string>()(path) | 4);
 }
 
+// Gives the handle back whatever comes of the work, whose outcome is the answer.
+template <typename Work>
+void withHandle(ServedTree& tree, std::int64_t handle, Work&& work) {
+    const auto giveBack = [&] { fskit::caughtError([&] { tree.release(handle); }); };
+    try {
+        work();
+    } catch (...) {
+        giveBack();
+        throw;
+    }
+    giveBack();
+}
+
 FSItemAttributes record(const std::string& path, const ServedTree::Facts& facts) {
     FSItemAttributes attributes;
     attributes.setType(facts.isDirectory ? FSItemType::directory : FSItemType::file);
@@ -136,17 +149,17 @@ void MemoryVolume::resize(const Item& item, std::uint64_t size) {
     std::vector<std::byte> head(static_cast<std::size_t>(std::min(size, item.facts.size)));
     if (!head.empty()) {
         const std::int64_t source = tree_.open(item.path, "read");
-        head.resize(tree_.read(source, 0, head)); // one read, however short its answer
-        tree_.release(source);
+        withHandle(tree_, source, [&] { head.resize(tree_.read(source, 0, head)); }); // one, however short its answer
     }
     const std::int64_t target = tree_.open(item.path, "write,create,truncate");
-    if (!head.empty())
-        tree_.write(target, 0, head);
-    const std::byte zero{0};
-    if (head.size() < size)
-        tree_.write(target, static_cast<std::int64_t>(size) - 1, {&zero, 1});
-    tree_.flush(target);
-    tree_.release(target);
+    withHandle(tree_, target, [&] {
+        if (!head.empty())
+            tree_.write(target, 0, head);
+        const std::byte zero{0};
+        if (head.size() < size)
+            tree_.write(target, static_cast<std::int64_t>(size) - 1, {&zero, 1});
+        tree_.flush(target);
+    });
 }
 
 std::pair<FSItemPtr, std::optional<fskit::FSFileName>> MemoryVolume::found(const std::string& path) {
