@@ -19,12 +19,12 @@ constexpr const char* optionList = R"(Mount options:
   ro, rw                 read-only, or both (default)
   allow_other            let other users in
   fmask=MASK, dmask=MASK permission bits (octal) taken from 0777 for files, directories; umask= sets both
-  uid=ID, gid=ID         the owner shown for everything
+  uid=ID, gid=ID         the owner shown for everything, by number or name
   quiet                  a chown that cannot be done succeeds silently
   nonempty               mount on a directory that is not empty
   entry_timeout=SECONDS, attr_timeout=SECONDS, negative_timeout=SECONDS
                          how long names, attributes and absent names are trusted (1, 1, 0)
-  request_size=BYTES     most bytes of one read or write request (65536)
+  request_size=BYTES     most bytes of one read or write request (64k)
   writeback              let the kernel gather small writes
   fsname=TEXT            the device shown in the mount table (default: SOURCE)
   nosuid, nodev, noexec, noatime, sync, dirsync

@@ -4,6 +4,7 @@
 #include "hosts/fuse/FuseHost.h"
 #include "hosts/fuse/HostLog.h"
 #include "hosts/fuse/LibFuse.h"
+#include "hosts/fuse/MountReason.h"
 #include "hosts/fuse/MountTable.h"
 #include "hosts/fuse/Unmounting.h"
 
@@ -108,10 +109,15 @@ void KernelSession::mount(const std::string& mountPoint) {
     lastMessage.clear();
     brokenPipe_ = makeBrokenPipe();
     const auto before = ownDevicesAt(mountPoint);
-    if (fuse_session_mount(session_, mountPoint.c_str()) != 0) {
-        const std::string reason = lastMessage.empty() ? "see the message of fusermount3 above" : lastMessage;
-        throw MountError("cannot mount at " + mountPoint + ": " + reason);
+    GatheredErrors errors;
+    const int result = fuse_session_mount(session_, mountPoint.c_str());
+    const std::string told = errors.finish();
+    if (result != 0) {
+        const std::string fallback = lastMessage.empty() ? "no reason was given" : mountReason(lastMessage);
+        throw MountError("cannot mount here: " + (told.empty() ? fallback : told));
     }
+    if (!told.empty())
+        dprintf(STDERR_FILENO, "kemvi: %s\n", told.c_str());
     mounted_ = true;
     mountPoint_ = mountPoint;
     for (const unsigned device : ownDevicesAt(mountPoint))

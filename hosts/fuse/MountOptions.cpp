@@ -4,8 +4,10 @@
 #include <charconv>
 #include <cmath>
 #include <functional>
+#include <grp.h>
 #include <limits>
 #include <map>
+#include <pwd.h>
 
 namespace fusehost {
 namespace {
@@ -34,11 +36,35 @@ std::uint32_t integer(std::string_view name, std::string_view value, int base, s
     return number;
 }
 
-std::uint32_t owner(std::string_view name, std::string_view value, std::string_view expected) {
+bool startsWithDigit(std::string_view value) {
+    return !value.empty() && value.front() >= '0' && value.front() <= '9';
+}
+
+std::uint32_t ownerNumber(std::string_view name, std::string_view value, std::string_view expected) {
     const std::uint32_t number = integer(name, value, 10, expected);
     if (number == std::numeric_limits<std::uint32_t>::max()) // the kernel's "no one in particular"
         fail(name, expected);
     return number;
+}
+
+std::uint32_t user(std::string_view name, std::string_view value) {
+    constexpr std::string_view expected = "a user id or the name of a user of this machine";
+    if (startsWithDigit(value))
+        return ownerNumber(name, value, expected);
+    const passwd* known = getpwnam(std::string(value).c_str());
+    if (known == nullptr)
+        fail(name, expected);
+    return known->pw_uid;
+}
+
+std::uint32_t group(std::string_view name, std::string_view value) {
+    constexpr std::string_view expected = "a group id or the name of a group of this machine";
+    if (startsWithDigit(value))
+        return ownerNumber(name, value, expected);
+    const ::group* known = getgrnam(std::string(value).c_str());
+    if (known == nullptr)
+        fail(name, expected);
+    return known->gr_gid;
 }
 
 std::uint32_t mask(std::string_view name, std::string_view value) {
@@ -50,7 +76,17 @@ std::uint32_t mask(std::string_view name, std::string_view value) {
 
 std::uint32_t requestBytes(std::string_view name, std::string_view value) {
     const std::string expected = "a multiple of 4096 bytes from 4096 to 1048576";
-    const std::uint32_t bytes = integer(name, value, 10, expected);
+    std::uint32_t unit = 1;
+    if (value.ends_with('k') || value.ends_with('K'))
+        unit = 1024;
+    else if (value.ends_with('m') || value.ends_with('M'))
+        unit = 1024 * 1024;
+    if (unit > 1)
+        value.remove_suffix(1);
+    const std::uint32_t count = integer(name, value, 10, expected);
+    if (count > largestRequest / unit)
+        fail(name, expected);
+    const std::uint32_t bytes = count * unit;
     if (bytes < smallestRequest || bytes > largestRequest || bytes % smallestRequest != 0)
         fail(name, expected);
     return bytes;
@@ -66,8 +102,8 @@ const std::map<std::string_view, WithValue>& optionsWithValue() {
         {"fmask", [](MountOptions& o, auto name, auto value) { o.fileMask = mask(name, value); }},
         {"dmask", [](MountOptions& o, auto name, auto value) { o.directoryMask = mask(name, value); }},
         {"umask", [](MountOptions& o, auto name, auto value) { o.fileMask = o.directoryMask = mask(name, value); }},
-        {"uid", [](MountOptions& o, auto name, auto value) { o.uid = owner(name, value, "a user id"); }},
-        {"gid", [](MountOptions& o, auto name, auto value) { o.gid = owner(name, value, "a group id"); }},
+        {"uid", [](MountOptions& o, auto name, auto value) { o.uid = user(name, value); }},
+        {"gid", [](MountOptions& o, auto name, auto value) { o.gid = group(name, value); }},
         {"request_size", [](MountOptions& o, auto name, auto value) { o.requestSize = requestBytes(name, value); }},
         {"fsname", [](MountOptions& o, auto, auto value) { o.fsname = std::string(value); }},
     };
@@ -96,14 +132,31 @@ bool isKernelOption(std::string_view name) {
     return false;
 }
 
+/// What only mount(8) and systemd read, and what other FUSE file systems need to be told and this one does by itself.
 bool isForOthers(std::string_view name) {
-    constexpr std::array names = {"defaults", "auto",       "noauto",      "user",     "nouser",
-                                  "users",    "owner",      "group",       "_netdev",  "nofail",
-                                  "relatime", "norelatime", "strictatime", "diratime", "nodiratime"};
+    constexpr std::array names = {"defaults",   "auto",       "noauto",         "user",        "nouser",
+                                  "users",      "owner",      "group",          "_netdev",     "nofail",
+                                  "relatime",   "norelatime", "strictatime",    "diratime",    "nodiratime",
+                                  "lazytime",   "nolazytime", "auto_unmount",   "big_writes",  "kernel_cache",
+                                  "auto_cache", "async_read", "atomic_o_trunc", "splice_read", "splice_write"};
     for (std::string_view known : names)
         if (name == known)
             return true;
-    return name.starts_with("x-") || name.starts_with("comment=");
+    for (std::string_view beginning : {"x-", "X-", "comment=", "user=", "max_read="})
+        if (name.starts_with(beginning))
+            return true;
+    return false;
+}
+
+/// Options that users know from elsewhere and that cannot be had here, with what to do instead.
+void explainUnavailable(std::string_view name) {
+    if (name == "remount")
+        throw MountOptionError(
+            "option \"remount\": the options of a mount cannot be changed while it lives; unmount it "
+            "and mount it again");
+    if (name == "allow_root")
+        throw MountOptionError("option \"allow_root\" is not offered; allow_other,fmask=177,dmask=077 lets root in and "
+                               "keeps all others out");
 }
 
 void addOne(MountOptions& options, std::string_view option) {
@@ -111,6 +164,7 @@ void addOne(MountOptions& options, std::string_view option) {
     const std::string_view name = option.substr(0, equals);
     if (isForOthers(option))
         return;
+    explainUnavailable(name);
     if (const auto known = optionsWithValue().find(name); known != optionsWithValue().end()) {
         if (equals == std::string_view::npos)
             fail(name, "a value, as in " + std::string(name) + "=...");

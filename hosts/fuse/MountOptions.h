@@ -35,7 +35,9 @@ struct MountOptions {
     std::vector<std::string> kernelOptions; // nosuid, nodev, noexec, noatime, ...: handed to the mount as they are
 
     /// Adds one `-o` argument: options separated by commas; later ones win. Options that only mount(8) and systemd
-    /// read (defaults, auto, noauto, user, _netdev, x-..., nofail) are accepted and ignored. Throws MountOptionError.
+    /// read (defaults, auto, noauto, user, _netdev, x-..., nofail), and those that other FUSE file systems take and
+    /// this one needs not (auto_unmount, big_writes, kernel_cache, max_read=), are accepted and ignored. Looks names of
+    /// users and groups up. Throws MountOptionError.
     void add(std::string_view commaSeparated);
 };
 

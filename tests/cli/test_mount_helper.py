@@ -24,6 +24,17 @@ def test_it_mounts_as_mount_asks(place, name):
     assert place.run("unmount", place.point).returncode == 0
 
 
+def test_options_that_tables_of_mounts_often_have_are_taken(place):
+    options = "defaults,auto_unmount,big_writes,kernel_cache,max_read=131072,lazytime,user=anna,X-mount.mkdir,uid=root"
+    assert call(place, place.source, place.point, "-o", options + ",request_size=128k").returncode == 0
+    assert place.run("unmount", place.point).returncode == 0
+
+
+def test_a_remount_is_refused_with_what_to_do_instead(place):
+    result = call(place, place.source, place.point, "-o", "remount,ro")
+    assert result.returncode == 1 and "unmount it and mount it again" in result.stderr
+
+
 def test_flags_of_mount_are_taken(place):
     assert call(place, place.source, place.point, "-s", "-n", "-v", "-t", "fuse.kemvi", "-o", "ro").returncode == 0
     assert place.run("unmount", place.point).returncode == 0

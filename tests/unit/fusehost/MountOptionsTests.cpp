@@ -101,16 +101,30 @@ TEST(MountOptions, takesOwners) {
 
 TEST(MountOptions, refusesWhatIsNoOwner) {
     // The last one is the kernel's word for "nobody is meant".
-    for (const std::string value : {"", "root", "-1", "1.5", "4294967296", "4294967295"}) {
-        EXPECT_EQ(problem("uid=" + value), "option \"uid\": expected a user id") << value;
-        EXPECT_EQ(problem("gid=" + value), "option \"gid\": expected a group id") << value;
+    for (const std::string value : {"", "nobody by this name", "-1", "1.5", "4294967296", "4294967295", "0x10"}) {
+        EXPECT_EQ(problem("uid=" + value), "option \"uid\": expected a user id or the name of a user of this machine")
+            << value;
+        EXPECT_EQ(problem("gid=" + value), "option \"gid\": expected a group id or the name of a group of this machine")
+            << value;
     }
+}
+
+TEST(MountOptions, takesNamesOfUsersAndGroups) {
+    EXPECT_EQ(parsed("uid=root").uid, 0U);
+    EXPECT_EQ(parsed("gid=root").gid, 0U);
+    EXPECT_EQ(parsed("uid=daemon").uid, 1U);
+    EXPECT_EQ(parsed("gid=daemon").gid, 1U);
 }
 
 TEST(MountOptions, takesRequestSizesThatAreWholePages) {
     EXPECT_EQ(parsed("request_size=4096").requestSize, 4096U);
     EXPECT_EQ(parsed("request_size=1048576").requestSize, 1048576U);
-    for (const std::string value : {"", "0", "4095", "4097", "1052672", "64k", "-4096", "4294971392"})
+    EXPECT_EQ(parsed("request_size=64k").requestSize, 65536U);
+    EXPECT_EQ(parsed("request_size=128K").requestSize, 131072U);
+    EXPECT_EQ(parsed("request_size=1m").requestSize, 1048576U);
+    EXPECT_EQ(parsed("request_size=1M").requestSize, 1048576U);
+    for (const std::string value : {"", "0", "4095", "4097", "1052672", "-4096", "4294971392", "k", "m", "5k", "2m",
+                                    "64kb", "64 k", "-4k", "4194305k", "4294967295m"})
         EXPECT_EQ(problem("request_size=" + value),
                   "option \"request_size\": expected a multiple of 4096 bytes from 4096 to 1048576")
             << value;
@@ -145,8 +159,17 @@ TEST(MountOptions, handsTheKernelsOwnOptionsOn) {
 TEST(MountOptions, ignoresWhatOnlyMountAndSystemdRead) {
     const MountOptions options =
         parsed("defaults,auto,noauto,user,nouser,users,owner,group,_netdev,nofail,relatime,norelatime,strictatime,"
-               "diratime,nodiratime,x-systemd.automount,x-gvfs-show,comment=hello,default_permissions,");
+               "diratime,nodiratime,x-systemd.automount,x-gvfs-show,comment=hello,default_permissions,lazytime,"
+               "nolazytime,auto_unmount,big_writes,kernel_cache,auto_cache,max_read=131072,user=anna,X-mount.mkdir,");
     EXPECT_THAT(options.kernelOptions, IsEmpty());
+}
+
+TEST(MountOptions, explainsWhatCannotBeHad) {
+    EXPECT_EQ(problem("rw,remount"), "option \"remount\": the options of a mount cannot be changed while it lives; "
+                                     "unmount it and mount it again");
+    EXPECT_EQ(problem("allow_root"),
+              "option \"allow_root\" is not offered; allow_other,fmask=177,dmask=077 lets root in "
+              "and keeps all others out");
 }
 
 TEST(MountOptions, emptyTextChangesNothing) {
