@@ -141,6 +141,12 @@ ExitCode run(const Request& request) {
     if (request.repoRoot.empty()) {
         std::printf("The source directory itself is served; --repo-root DIR names another.\n");
     }
+    const auto& [served, helper] = std::pair(entries[2].second, entries[3].second);
+    if (isWithin(realPath(helper).value_or(helper), realPath(served).value_or(served))) {
+        std::printf(
+            "The helper lies inside the served directory: who may write there chooses what the next mount runs, "
+            "and a mount\nthat covers the helper is refused; --repo-root DIR names another directory.\n");
+    }
     std::printf("Next: kemvi mount %s MOUNTPOINT\n", escapedControls(request.source).c_str());
     return ExitCode::success;
 }

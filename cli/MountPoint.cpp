@@ -86,13 +86,16 @@ void checkSurroundings(const std::string& mountPoint, const MountSource& source)
     };
     const std::string served = realOrEmpty(source.config.repoRoot);
     if (!served.empty() && mountPoint != served && isWithin(mountPoint, served)) {
-        refuse(mountPoint,
-               "lies inside the served directory " + served + ", so the helper would wait for itself; mount elsewhere");
+        refuse(mountPoint, "lies inside the served directory " + served +
+                               ", so the helper would wait for itself; mount elsewhere, or have another directory "
+                               "served: kemvi init --repo-root DIR");
     }
     for (const auto& needed :
          {source.path, served, realOrEmpty(source.config.kemviHome), realOrEmpty(source.config.helperPath)}) {
         if (!needed.empty() && isWithin(needed, mountPoint)) {
-            refuse(mountPoint, "would cover " + needed + ", which the helper needs; mount elsewhere");
+            const bool isServed = !served.empty() && isWithin(needed, served);
+            refuse(mountPoint, "would cover " + needed + ", which the helper needs; mount elsewhere" +
+                                   (isServed ? ", or have another directory served: kemvi init --repo-root DIR" : ""));
         }
     }
 }

@@ -6,24 +6,67 @@
 #include "cli/MountHelper.h"
 #include "cli/MountWatch.h"
 #include "cli/ProcessStart.h"
+#include "cli/Spelling.h"
 #include "cli/UnmountCommand.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <string>
+#include <vector>
 
 namespace {
 
+/// "kemvi help" and "kemvi help COMMAND" as the options that they stand for.
+std::vector<std::string> withoutHelpCommand(std::vector<std::string> words) {
+    if (!words.empty() && words.front() == "help") {
+        words.erase(words.begin());
+        words.emplace_back("--help");
+    }
+    return words;
+}
+
+std::vector<std::string> commandNames(const CLI::App& app) {
+    std::vector<std::string> names{"help"};
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+        names.push_back(command->get_name());
+        names.insert(names.end(), command->get_aliases().begin(), command->get_aliases().end());
+    }
+    return names;
+}
+
+/// Throws CommandError unless the first word is a command or an option.
+void checkCommand(const CLI::App& app, const std::vector<std::string>& words) {
+    if (words.empty()) {
+        throw cli::CommandError(cli::ExitCode::usage, "kemvi",
+                                "a command is missing: mount, unmount, init or check; see kemvi --help");
+    }
+    const std::string& word = words.front();
+    const auto known = commandNames(app);
+    if (word.starts_with('-') || std::find(known.begin(), known.end(), word) != known.end()) {
+        return;
+    }
+    const auto meant = cli::likelyMeant(word, known);
+    throw cli::CommandError(cli::ExitCode::usage, word,
+                            "there is no such command; " +
+                                (meant ? "did you mean kemvi " + *meant + "? " : std::string()) + "See kemvi --help");
+}
+
 int runCommandLine(int argc, char** argv) {
     CLI::App app("Mounts a directory tree that a helper program serves", "kemvi");
-    app.set_version_flag("--version", "kemvi " KEMVI_VERSION);
+    app.set_version_flag("-V,--version", "kemvi " KEMVI_VERSION);
     app.require_subcommand(1);
-    app.footer("Exit codes and mount options: kemvi(1).");
+    app.footer("kemvi help COMMAND tells more of a command. Exit codes and mount options: kemvi(1).");
     cli::ExitCode result = cli::ExitCode::success;
     cli::addMountCommand(app, result);
     cli::addUnmountCommand(app, result);
     cli::addInitCommand(app, result);
     cli::addCheckCommand(app, result);
+    app.get_subcommand("unmount")->alias("umount");
+    auto words = withoutHelpCommand({argv + 1, argv + argc});
+    checkCommand(app, words);
     try {
-        app.parse(argc, argv);
+        std::reverse(words.begin(), words.end()); // as it is taken: the last word first
+        app.parse(words);
     } catch (const CLI::Success& answered) { // --help, --version
         return app.exit(answered);
     } catch (const CLI::ParseError& error) {

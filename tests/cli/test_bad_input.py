@@ -28,12 +28,37 @@ def test_wrong_usage_is_code_2_and_points_to_the_help(place, arguments):
 
 
 @pytest.mark.parametrize("arguments", [["--help"], ["mount", "--help"], ["unmount", "--help"], ["init", "--help"],
-                                       ["check", "--help"], ["--version"]])
+                                       ["check", "--help"], ["--version"], ["-V"], ["help"], ["help", "mount"],
+                                       ["umount", "--help"], ["help", "umount"]])
 def test_help_and_version_succeed(place, arguments):
     result = place.run(*arguments)
     assert result.returncode == 0
     assert "kemvi" in result.stdout.lower()
     assert result.stderr == ""
+
+
+def test_help_as_a_command_says_what_the_option_says(place):
+    assert place.run("help").stdout == place.run("--help").stdout
+    assert place.run("help", "mount").stdout == place.run("mount", "--help").stdout
+    assert place.run("-V").stdout == place.run("--version").stdout
+    assert_fails(place.run("help", "frobnicate"), 2, "frobnicate", "no such command")
+
+
+def test_no_command_at_all_names_the_commands(place):
+    assert_fails(place.run(), 2, "mount, unmount, init or check", "kemvi --help")
+
+
+@pytest.mark.parametrize("typed,meant", [("mout", "mount"), ("mounts", "mount"), ("moutn", "mount"), ("unmout", "unmount"),
+                                         ("umonut", "umount"), ("chek", "check"), ("inti", "init"), ("hlep", "help")])
+def test_a_misspelt_command_is_guessed(place, typed, meant):
+    assert_fails(place.run(typed, place.source, place.point), 2, typed, "no such command", f"did you mean kemvi {meant}?")
+
+
+@pytest.mark.parametrize("typed", ["frobnicate", "", "x" * 5000, "mount me", "MNT"])
+def test_a_command_that_is_like_none_is_not_guessed(place, typed):
+    result = place.run(typed)
+    assert_fails(result, 2, "no such command", "kemvi --help")
+    assert "did you mean" not in result.stderr
 
 
 def test_mount_help_lists_the_mount_options(place):
@@ -42,7 +67,9 @@ def test_mount_help_lists_the_mount_options(place):
 
 @pytest.mark.parametrize("option,word", [("frobnicate", "frobnicate"), ("attr_timeout=soon", "attr_timeout"),
                                          ("fmask=9", "fmask"), ("uid", "uid"), ("ro=1", "ro"),
-                                         ("request_size=5", "request_size")])
+                                         ("request_size=5", "request_size"), ("uid=nobody by this name", "uid"),
+                                         ("remount", "unmount it and mount it again"),
+                                         ("allow_root", "allow_other,fmask=177,dmask=077")])
 def test_a_bad_mount_option_is_code_2_and_named(place, option, word):
     fails(place, 2, word, options=["-o", "ro," + option])
 
@@ -225,13 +252,23 @@ def test_mount_point_with_another_file_system_on_it(place):
 @pytest.mark.parametrize("point", ["tree/point", "tree/deep/point"])
 def test_mount_point_inside_the_served_tree_would_deadlock(place, point):
     (place.folder / point).mkdir(parents=True)
-    assert_fails(place.run("mount", place.source, place.folder / point), 6, "inside the served directory", place.tree)
+    assert_fails(place.run("mount", place.source, place.folder / point), 6, "inside the served directory", place.tree,
+                 "--repo-root")
 
 
 def test_mount_point_that_would_cover_the_served_tree(place):
     place.configure(repoRoot=str(place.point / "tree"))
     (place.point / "tree").mkdir()
     fails(place, 6, "cover", place.point / "tree", options=["-o", "nonempty"])
+
+
+def test_mount_point_that_would_cover_a_helper_in_the_served_tree(place):
+    (place.tree / "point").mkdir()
+    helper = place.tree / "point" / "helper.mjs"
+    helper.write_text("")
+    place.configure(helper, repoRoot=str(place.folder / "tree"))
+    result = place.run("mount", place.source, place.tree / "point", "-o", "nonempty")
+    assert_fails(result, 6, "--repo-root")
 
 
 def test_mount_point_that_is_the_source_directory(place):
@@ -285,6 +322,26 @@ def fuse_conf_allows():
 @pytest.mark.skipif(fuse_conf_allows(), reason="/etc/fuse.conf allows it here")
 def test_allow_other_that_fuse_conf_forbids(place):
     fails(place, 7, "allow_other", "/etc/fuse.conf", options=["-o", "allow_other"])
+
+
+@root_only
+def test_what_fusermount_refuses_is_said_in_words(place):
+    """As an ordinary user on a machine whose administrator allows no mounts at all. What that user needs lies in /mnt,
+    which only this test sees."""
+    shutil.copy(KEMVI, place.folder / "kemvi")
+    (place.folder / "helper.mjs").write_text(
+        'process.stdin.on("data", (line) => console.log(`{"id":"${JSON.parse(line).id}","ok":true}`));')
+    (place.folder / "fuse.conf").write_text("mount_max=0\n")
+    place.configure("/mnt/helper.mjs", repoRoot="/mnt/tree")
+    for folder in (place.folder, place.source, place.point):
+        folder.chmod(0o777)
+    script = ("mount --bind . /mnt && cd /mnt && mount --bind fuse.conf /etc/fuse.conf && mkdir dev && "
+              "mount -t tmpfs none dev && mknod -m 666 dev/fuse c 10 229 && mount --bind dev/fuse /dev/fuse && "
+              'exec setpriv --reuid=65534 --regid=65534 --clear-groups ./kemvi "$0" "$@"')
+    result = subprocess.run([*IN_PRIVATE_NAMESPACE, script, "mount", "/mnt/source", "/mnt/point"], check=False,
+                            cwd=place.folder, env=place.environment(), capture_output=True, text=True)
+    assert_fails(result, 8, "/mnt/point", "raise mount_max in /etc/fuse.conf")
+    assert "fusermount3:" not in result.stderr
 
 
 @root_only

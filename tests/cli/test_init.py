@@ -105,6 +105,16 @@ def test_a_source_that_is_a_file(place):
     assert_fails(place.run("init", place.folder / "file"), 3, "not a directory")
 
 
+def test_a_helper_inside_the_served_directory_is_told(place):
+    source = place.folder / "drive"
+    source.mkdir()
+    (source / "helper.mjs").write_text("")
+    result = place.run("init", source, "--helper", source / "helper.mjs")
+    assert result.returncode == 0 and "helper lies inside the served directory" in result.stdout
+    result = place.run("init", source, "--helper", source / "helper.mjs", "--repo-root", place.tree, "--force")
+    assert result.returncode == 0 and "lies inside" not in result.stdout
+
+
 def test_any_name_survives_the_json(place):
     source = place.folder / 'a"b\\c\nd\u00e9'
     assert place.run("init", source).returncode == 0

@@ -8,6 +8,12 @@ import time
 from conftest import SLOWNESS, assert_fails, is_alive, processes_about, wait_for
 
 
+def test_it_is_also_found_under_the_name_of_the_systems_own_command(place):
+    place.mount()
+    result = place.run("umount", place.point)
+    assert (result.returncode, result.stderr) == (0, "")
+
+
 def test_nothing_mounted_is_code_9(place):
     assert_fails(place.run("unmount", place.point), 9, place.point, "nothing is mounted")
 
