@@ -34,12 +34,8 @@ std::vector<std::string> commandNames(const CLI::App& app) {
     return names;
 }
 
-/// Throws CommandError unless the first word is a command or an option.
+/// Throws CommandError unless the first word, which there must be, is a command or an option.
 void checkCommand(const CLI::App& app, const std::vector<std::string>& words) {
-    if (words.empty()) {
-        throw cli::CommandError(cli::ExitCode::usage, "kemvi",
-                                "a command is missing: mount, unmount, init or check; see kemvi --help");
-    }
     const std::string& word = words.front();
     const auto known = commandNames(app);
     if (word.starts_with('-') || std::find(known.begin(), known.end(), word) != known.end()) {
@@ -63,6 +59,10 @@ int runCommandLine(int argc, char** argv) {
     cli::addCheckCommand(app, result);
     app.get_subcommand("unmount")->alias("umount");
     auto words = withoutHelpCommand({argv + 1, argv + argc});
+    if (words.empty()) {
+        cli::printMessage("a command is missing: mount, unmount, init or check; see kemvi --help");
+        return static_cast<int>(cli::ExitCode::usage);
+    }
     checkCommand(app, words);
     try {
         std::reverse(words.begin(), words.end()); // as it is taken: the last word first
