@@ -1,7 +1,7 @@
 # Compiles files for Apple's target without a Mac: clang-19 with libc++'s headers, musl's C headers in place of Apple's,
 # GNUstep's Foundation and the stand-in FSKit. Nothing is linked. Needs ObjCOnLinux.cmake first, for its headers.
 #
-# Sets KEMVI_TARGET_MISSING to the packages that are not there, and makes the function kemvi_check_macos_target.
+# Sets KEMVI_TARGET_MISSING to the packages that are not there, and makes the function kemvi_check_macos_targets.
 set(KEMVI_TARGET_MISSING ${KEMVI_OBJC_MISSING})
 set(_macos ${CMAKE_CURRENT_LIST_DIR}/..)
 
@@ -44,13 +44,28 @@ set(KEMVI_TARGET_OBJCXX
     -fobjc-arc -fblocks ${_defines} -isystem ${_macos}/objc/include -isystem ${KEMVI_OBJC_HEADERS}
     -isystem ${KEMVI_GNUSTEP_INCLUDE} -isystem ${_macos}/standin/include)
 
-# Adds a test that compiles `file` without writing an object; it must succeed.
-function(kemvi_check_macos_target file)
-  cmake_path(RELATIVE_PATH file BASE_DIRECTORY ${CMAKE_SOURCE_DIR} OUTPUT_VARIABLE name)
-  set(compile ${KEMVI_TARGET_COMPILE})
-  if(file MATCHES "\\.mm$")
-    list(APPEND compile ${KEMVI_TARGET_OBJCXX})
-  endif()
-  add_test(NAME macos.target:${name} COMMAND ${compile} ${file})
-  set_tests_properties(macos.target:${name} PROPERTIES LABELS macos)
+# kemvi_check_macos_targets(TARGET file...): makes TARGET, part of every build, which compiles each file without writing an
+# object, anew when it or a header that it includes has changed.
+function(kemvi_check_macos_targets target)
+  set(stamps)
+  foreach(file IN LISTS ARGN)
+    cmake_path(RELATIVE_PATH file BASE_DIRECTORY ${CMAKE_SOURCE_DIR} OUTPUT_VARIABLE name)
+    set(stamp ${CMAKE_CURRENT_BINARY_DIR}/target/${name}.checked)
+    cmake_path(GET stamp PARENT_PATH folder)
+    file(MAKE_DIRECTORY ${folder})
+    set(compile ${KEMVI_TARGET_COMPILE} -MD -MF ${stamp}.d -MT ${stamp})
+    if(file MATCHES "\\.mm$")
+      list(APPEND compile ${KEMVI_TARGET_OBJCXX})
+    endif()
+    add_custom_command(
+      OUTPUT ${stamp}
+      COMMAND ${compile} ${file}
+      COMMAND ${CMAKE_COMMAND} -E touch ${stamp}
+      DEPENDS ${file}
+      DEPFILE ${stamp}.d
+      COMMENT "Checking ${name} for Apple's target"
+      VERBATIM)
+    list(APPEND stamps ${stamp})
+  endforeach()
+  add_custom_target(${target} ALL DEPENDS ${stamps})
 endfunction()
