@@ -392,7 +392,7 @@ def test_rename_of_a_folder_over_one_with_entries_keeps_both(volume):
     for name in "ab":
         (volume.path / name).mkdir()
         put(volume.path / name / "file", name.encode())
-    assert failure(os.rename, volume.path / "a", volume.path / "b") in (errno.ENOTEMPTY, errno.EEXIST)
+    assert failure(os.rename, volume.path / "a", volume.path / "b") == errno.ENOTEMPTY
     assert (volume.path / "a" / "file").read_bytes() == b"a"
     assert (volume.path / "b" / "file").read_bytes() == b"b"
 
@@ -427,7 +427,7 @@ def test_rmdir_of_a_file_and_unlink_of_a_folder_are_refused(volume):
     put(volume.path / "file", b"x")
     (volume.path / "folder").mkdir()
     assert failure(os.rmdir, volume.path / "file") == errno.ENOTDIR
-    assert failure(os.unlink, volume.path / "folder") in (errno.EISDIR, errno.EPERM)
+    assert failure(os.unlink, volume.path / "folder") == errno.EISDIR
     assert (volume.path / "file").read_bytes() == b"x" and (volume.path / "folder").is_dir()
 
 

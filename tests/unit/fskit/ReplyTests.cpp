@@ -1,7 +1,9 @@
 #include "foundation/Log.h"
 #include "foundation/PosixErrno.h"
 #include "fskit/Reply.h"
+#include "support/RecordingLog.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -68,9 +70,16 @@ TEST(Reply, answersEIOForTheHandlerThatAnAssignmentReplaces) {
     EXPECT_EQ(kept.size, 3U);
 }
 
-TEST(Reply, madeFromNothingAnswersNobody) {
-    SizeReply nothing;
-    nothing(1, std::nullopt);
+TEST(Reply, madeFromNothingAnswersNobodyAndIsNotMissed) {
+    const testsupport::RecordingLog log;
+    {
+        SizeReply nothing;
+        SizeReply withoutHandler{SizeReply::Handler()};
+        EXPECT_NO_THROW(nothing(1, std::nullopt));
+        EXPECT_NO_THROW(withoutHandler(1, std::nullopt));
+        const SizeReply dropped;
+    }
+    EXPECT_THAT(log.texts(), testing::IsEmpty());
 }
 
 #ifdef NDEBUG
