@@ -65,7 +65,11 @@ public:
         check(::posix_spawn_file_actions_adddup2(&actions_, descriptor, number));
     }
 
-    void inheritStandardError() {
+    void giveStandardError(int descriptor) {
+        if (descriptor != STDERR_FILENO) {
+            giveAs(descriptor, STDERR_FILENO);
+            return;
+        }
 #ifdef __APPLE__
         check(::posix_spawn_file_actions_addinherit_np(&actions_, STDERR_FILENO));
 #endif
@@ -159,7 +163,7 @@ void ChildProcess::launch(const Options& options) {
     SpawnActions actions;
     actions.giveAs(options.standardInput, STDIN_FILENO);
     actions.giveAs(options.standardOutput, STDOUT_FILENO);
-    actions.inheritStandardError();
+    actions.giveStandardError(options.standardError);
     actions.closeTheRest();
     const SpawnAttributes attributes;
     pid_t pid = 0;

@@ -21,6 +21,7 @@ public:
         std::map<std::string, std::string> environment; // the whole environment of the child
         int standardInput = 0; // descriptors of this process that the child gets as its 0 and 1
         int standardOutput = 1;
+        int standardError = 2; // likewise
     };
 
     ChildProcess() = default;
@@ -28,8 +29,8 @@ public:
     ChildProcess& operator=(const ChildProcess&) = delete;
     ~ChildProcess();
 
-    /// Starts the program: working directory and standard error inherited, a process group of its own (a terminal's
-    /// interrupt does not reach it), no other descriptor, no signal blocked, the usual signals at their defaults.
+    /// Starts the program: working directory inherited, a process group of its own (a terminal's interrupt does not
+    /// reach it), no descriptor but the three, no signal blocked, the usual signals at their defaults.
     /// Throws NSErrorException: NSCocoaErrorDomain 4 if the executable does not exist, otherwise the POSIX error. To be
     /// called once.
     void launch(const Options& options);

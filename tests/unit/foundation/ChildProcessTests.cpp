@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -101,6 +103,23 @@ TEST(ChildProcess, inheritsTheWorkingDirectoryAndStandardError) {
         EXPECT_EQ(script.line(), std::filesystem::current_path());
     }
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "said\n");
+}
+
+TEST(ChildProcess, saysItsErrorsWhereItIsTold) {
+    Pipe input;
+    Pipe output;
+    Pipe errors;
+    ChildProcess process;
+    process.launch({"/bin/sh",
+                    {"-c", "echo said >&2"},
+                    {},
+                    input.fileHandleForReading().fileDescriptor(),
+                    output.fileHandleForWriting().fileDescriptor(),
+                    errors.fileHandleForWriting().fileDescriptor()});
+    process.waitUntilExit();
+    std::array<char, 16> text{};
+    const auto count = ::read(errors.fileHandleForReading().fileDescriptor(), text.data(), text.size());
+    EXPECT_EQ(std::string(text.data(), static_cast<std::size_t>(std::max<ssize_t>(0, count))), "said\n");
 }
 
 TEST(ChildProcess, getsNoOtherDescriptorNotEvenACarelessOne) {
