@@ -21,10 +21,11 @@ private:
 };
 
 /// Writes "kemvi: <text>" and a line break to standard error in one call. Control characters in the text (a line break
-/// in a file name) are shown escaped, so that a message always is one line.
+/// in a file name) are shown escaped, so that a message always is one line and does nothing to a terminal.
 void printMessage(std::string_view text);
 
-/// `text` with every control character written as \n, \t or \xNN.
+/// `text` with every control character written as \n, \t, \xNN or \uNNNN, also those that turn the direction of writing
+/// or break lines, and with every byte that is not UTF-8 written as \xNN.
 std::string escapedControls(std::string_view text);
 
 /// The text of an errno value.

@@ -11,16 +11,6 @@ namespace {
 
 constexpr std::string_view replacement = "\xef\xbf\xbd";
 
-/// The length of the well-formed character at the start of `text`; 0 if there is none.
-std::size_t characterLength(std::string_view text) {
-    for (std::size_t length = 1; length <= 4 && length <= text.size(); ++length) {
-        if (foundation::isValidUtf8(text.substr(0, length))) {
-            return length;
-        }
-    }
-    return 0;
-}
-
 void appendAscii(std::string& json, char c) {
     switch (c) {
     case '"': json += "\\\""; return;
@@ -44,7 +34,7 @@ void appendAscii(std::string& json, char c) {
 std::string jsonString(std::string_view text) {
     std::string json = "\"";
     while (!text.empty()) {
-        const std::size_t length = characterLength(text);
+        const std::size_t length = foundation::utf8CharacterLength(text);
         if (length == 1) {
             appendAscii(json, text.front());
         } else {
