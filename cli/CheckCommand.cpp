@@ -3,10 +3,11 @@
 #include "cli/CommandError.h"
 #include "cli/MountSource.h"
 #include "cli/Paths.h"
+#include "cli/Signals.h"
 #include "cli/check/Checks.h"
 
-#include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -27,6 +28,7 @@ constexpr const char* configurationCheck = "the configuration is complete, and w
 /// What is wrong before there is a helper to talk to, and the exit code that a mount would end with for it.
 ExitCode examine(const Request& request, check::Report& report) {
     report.begin(configurationCheck);
+    report.done(configurationCheck);
     try {
         const MountSource source = readMountSource(request.source);
         checkHelperAvailable(source);
@@ -40,7 +42,7 @@ ExitCode examine(const Request& request, check::Report& report) {
         }
         const auto limit = std::chrono::milliseconds(static_cast<long>(request.opTimeout * 1000));
         check::Conversation talk(source.config, limit, report);
-        if (!talk.begin()) {
+        if (!talk.start()) {
             return ExitCode::helperFailed;
         }
         checkRequests(talk);
@@ -49,6 +51,9 @@ ExitCode examine(const Request& request, check::Report& report) {
             checkWriting(talk, request.writeDirectory);
         }
         talk.end();
+    } catch (const check::Interrupted&) {
+        report.interrupt();
+        return ExitCode::interrupted;
     } catch (const CommandError& error) {
         report.add(configurationCheck, {check::Severity::error, error.what(), "nothing can be mounted", {}, {}});
         return error.code();
@@ -56,12 +61,22 @@ ExitCode examine(const Request& request, check::Report& report) {
     return report.count(check::Severity::error) > 0 ? ExitCode::findings : ExitCode::success;
 }
 
-ExitCode run(const Request& request) {
-    if (!request.writeDirectory.empty() && !request.writeDirectory.starts_with('/')) {
-        throw CommandError(ExitCode::usage, "--write " + request.writeDirectory,
-                           "expected a path of the served tree, starting with /");
+/// The directory to write in as the protocol spells it: without a slash at the end. Throws CommandError.
+std::string plainPath(const std::string& given) {
+    const std::filesystem::path path(given);
+    if (given.empty() || path.lexically_normal().native() != given || !given.starts_with('/') ||
+        given.starts_with("//")) {
+        throw CommandError(ExitCode::usage, "--write " + given,
+                           "expected a path of the served tree, starting with /, without \"//\", \".\" and \"..\"");
     }
-    std::signal(SIGPIPE, SIG_IGN);
+    return given != "/" && given.ends_with('/') ? given.substr(0, given.size() - 1) : given;
+}
+
+ExitCode run(Request request) {
+    if (!request.writeDirectory.empty()) {
+        request.writeDirectory = plainPath(request.writeDirectory);
+    }
+    blockStopSignals();
     check::Report report;
     const ExitCode code = examine(request, report);
     const std::string text = request.json ? jsonText(report) : request.tap ? tapText(report) : plainText(report);

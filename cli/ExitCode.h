@@ -18,7 +18,7 @@ enum class ExitCode : int {
     busy = 10,             // the mount is in use
     gaveUpWaiting = 11,    // a helper that did not end was killed
     findings = 12,         // `kemvi check` found errors
-    interrupted = 13,      // stopped by a signal before the mount was ready
+    interrupted = 13,      // stopped by a signal: before the mount was ready, or during `kemvi check`
 };
 
 } // namespace cli

@@ -1,6 +1,7 @@
 #include "cli/Background.h"
 #include "cli/CheckCommand.h"
 #include "cli/CommandError.h"
+#include "cli/HelperWatch.h"
 #include "cli/InitCommand.h"
 #include "cli/MountCommand.h"
 #include "cli/MountHelper.h"
@@ -82,6 +83,9 @@ int main(int argc, char** argv) {
     cli::settleInheritedState();
     if (cli::isCalledByMount(argv[0])) {
         return cli::runAsMountHelper(argc, argv);
+    }
+    if (cli::isCalledToWatchHelper(argc, argv)) {
+        return cli::runHelperWatch(argv[2]);
     }
     if (cli::isCalledToWatch(argc, argv)) {
         return cli::runMountWatch(argv[2]);

@@ -1,6 +1,5 @@
 #include "cli/check/CheckedHelper.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -13,26 +12,19 @@ namespace cli::check {
 
 namespace {
 
-bool ready(int descriptor, short events, std::chrono::steady_clock::time_point deadline) {
-    for (;;) {
-        const auto left =
-            std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();
-        pollfd source{descriptor, events, 0};
-        const int count = ::poll(&source, 1, static_cast<int>(std::max<std::int64_t>(0, left)));
-        if (count >= 0 || errno != EINTR) {
-            return count > 0;
-        }
-    }
-}
+constexpr std::chrono::milliseconds graceAfterEndOfInput{1000};
+constexpr std::chrono::milliseconds patience{100};          // with what comes on and on
+constexpr std::size_t longestLine = std::size_t{256} << 20; // bytes; ten times what any request here asks for
+constexpr std::size_t mostUnasked = std::size_t{1} << 20;   // bytes, of a helper that does not stop writing
 
 } // namespace
 
-CheckedHelper::CheckedHelper(const kemvi::KemviMountConfig& config, Duration limit) : config_(config), limit_(limit) {}
+CheckedHelper::CheckedHelper(const kemvi::KemviMountConfig& config, Duration limit, Attention& attention)
+    : config_(config), limit_(limit), attention_(attention) {}
 
 CheckedHelper::~CheckedHelper() {
     if (handle_) {
-        handle_->signalGroup(SIGKILL);
-        process_.waitUntilExit();
+        end(lost_ ? Duration(0) : graceAfterEndOfInput);
     }
 }
 
@@ -41,8 +33,11 @@ void CheckedHelper::start() {
                      {"node", config_.helperPath},
                      config_.helperEnvironment(),
                      input_.fileHandleForReading().fileDescriptor(),
-                     output_.fileHandleForWriting().fileDescriptor()});
+                     output_.fileHandleForWriting().fileDescriptor(),
+                     words_.descriptor()});
     handle_.emplace(process_.processIdentifier());
+    watch_.emplace(*handle_);
+    words_.start();
     input_.fileHandleForReading().close();
     output_.fileHandleForWriting().close();
     for (auto* handle : {&input_.fileHandleForWriting(), &output_.fileHandleForReading()}) {
@@ -51,6 +46,7 @@ void CheckedHelper::start() {
 }
 
 Exchange CheckedHelper::exchange(std::string line) {
+    attention_.beginExchange();
     const auto begin = Clock::now();
     const auto deadline = begin + limit_;
     Exchange exchange{std::move(line), {}, Exchange::Outcome::closed, {}};
@@ -59,7 +55,7 @@ Exchange CheckedHelper::exchange(std::string line) {
     if (!lost_ && writeLine(exchange.request + "\n", deadline)) {
         while ((end = held_.find('\n', scanned)) == std::string::npos) {
             scanned = held_.size();
-            if (!fill(deadline)) {
+            if (scanned > longestLine || Clock::now() >= deadline || !fill(deadline)) {
                 break;
             }
         }
@@ -84,7 +80,7 @@ bool CheckedHelper::writeLine(std::string_view line, Clock::time_point deadline)
         if (written > 0) {
             line.remove_prefix(static_cast<std::size_t>(written));
         } else if (errno == EAGAIN) {
-            if (!ready(descriptor, POLLOUT, deadline)) {
+            if (!attention_.untilReady(descriptor, POLLOUT, deadline)) {
                 return false;
             }
         } else if (errno != EINTR) {
@@ -97,7 +93,7 @@ bool CheckedHelper::writeLine(std::string_view line, Clock::time_point deadline)
 
 bool CheckedHelper::fill(Clock::time_point deadline) {
     const int descriptor = output_.fileHandleForReading().fileDescriptor();
-    if (ended_ || !ready(descriptor, POLLIN, deadline)) {
+    if (ended_ || !attention_.untilReady(descriptor, POLLIN, deadline)) {
         return false;
     }
     std::array<char, 65536> bytes{};
@@ -113,7 +109,7 @@ bool CheckedHelper::fill(Clock::time_point deadline) {
 std::optional<std::string> CheckedHelper::nextLine(Duration wait) {
     const auto deadline = Clock::now() + wait;
     auto end = held_.find('\n');
-    while (end == std::string::npos && fill(deadline)) {
+    while (end == std::string::npos && Clock::now() < deadline && fill(deadline)) {
         end = held_.find('\n');
     }
     if (end == std::string::npos) {
@@ -126,20 +122,21 @@ std::optional<std::string> CheckedHelper::nextLine(Duration wait) {
 
 std::string CheckedHelper::unaskedOutput(Duration wait) {
     const auto deadline = Clock::now() + wait;
-    while (fill(deadline)) {
+    while (held_.size() < mostUnasked && Clock::now() < deadline + patience && fill(deadline)) {
     }
     return std::exchange(held_, {});
 }
 
 bool CheckedHelper::end(Duration limit) {
     input_.fileHandleForWriting().close();
-    const bool gone = handle_->waitGone(static_cast<int>(limit.count()));
+    const bool gone = attention_.untilReady(handle_->descriptor(), POLLIN, Clock::now() + limit);
     lost_ = true;
     if (!gone) {
         handle_->signalGroup(SIGKILL);
     }
     process_.waitUntilExit();
     handle_.reset();
+    watch_.reset();
     return gone;
 }
 

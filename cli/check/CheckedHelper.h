@@ -1,6 +1,9 @@
 #pragma once
 
+#include "cli/HelperWatch.h"
 #include "cli/ProcessTable.h"
+#include "cli/check/Attention.h"
+#include "cli/check/HelperWords.h"
 #include "extension/KemviMountConfig.h"
 #include "foundation/ChildProcess.h"
 #include "foundation/Pipe.h"
@@ -25,15 +28,15 @@ struct Exchange {
     bool answered() const { return outcome == Outcome::answered; }
 };
 
-/// A helper under examination: started exactly as a mount starts it, but talked to with a time limit, and with an eye
-/// on everything that it writes. Not thread-safe. SIGPIPE must be ignored.
+/// A helper under examination: started as a mount starts it, but talked to with a time limit, and with an eye on
+/// everything that it writes. It dies with this process, however that ends. Not thread-safe. SIGPIPE must be ignored.
 class CheckedHelper {
 public:
     using Duration = std::chrono::milliseconds;
 
-    /// `limit` is the longest time that one exchange may take.
-    CheckedHelper(const kemvi::KemviMountConfig& config, Duration limit);
-    /// Kills the helper if it still runs.
+    /// `limit` is the longest time that one exchange may take. The references must outlive this object.
+    CheckedHelper(const kemvi::KemviMountConfig& config, Duration limit, Attention& attention);
+    /// Ends the helper if it still runs: in order within a second if it was not lost, otherwise by killing it.
     ~CheckedHelper();
     CheckedHelper(const CheckedHelper&) = delete;
     CheckedHelper& operator=(const CheckedHelper&) = delete;
@@ -54,7 +57,8 @@ public:
     /// forgotten.
     std::string unaskedOutput(Duration wait);
 
-    /// Closes the helper's input and waits for its end. False if it has not ended within `limit`; it is killed then.
+    /// Closes the helper's input and waits for its end. False if it has not ended within `limit`, or when a signal
+    /// came; it is killed then.
     bool end(Duration limit);
 
     /// The helper answers no more.
@@ -63,7 +67,7 @@ public:
     Duration limit() const { return limit_; }
 
 private:
-    using Clock = std::chrono::steady_clock;
+    using Clock = Attention::Clock;
 
     bool writeLine(std::string_view line, Clock::time_point deadline);
     /// Reads what there is, waiting until `deadline` at most. False if nothing came.
@@ -71,10 +75,13 @@ private:
 
     const kemvi::KemviMountConfig& config_;
     const Duration limit_;
+    Attention& attention_;
     foundation::ChildProcess process_;
     foundation::Pipe input_;
     foundation::Pipe output_;
+    HelperWords words_;
     std::optional<ProcessHandle> handle_;
+    std::optional<HelperWatch> watch_;
     std::string held_;   // read and not yet handed out
     bool ended_ = false; // the helper's output has ended
     bool lost_ = false;

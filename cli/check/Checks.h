@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cli/check/Conversation.h"
+#include "helper/HelperRecords.h"
 
 #include <cstdint>
 #include <string>
@@ -21,10 +22,14 @@ void checkRequests(Conversation& talk);
 /// files to read.
 std::vector<SampleFile> checkTree(Conversation& talk);
 
+/// Looks at one folder and at what is in it, in the same way.
+void checkFolder(Conversation& talk, const std::string& path);
+
 /// Reads files in several ways and compares.
 void checkReading(Conversation& talk, const std::vector<SampleFile>& files);
 
-/// Makes, changes and removes things in a new folder inside `directory`, a path of the served tree.
+/// Makes, changes and removes things in a new folder inside `directory`, a path of the served tree; begins only where
+/// no name and no path was found wrong. Removes what it made and nothing else, also when it is left by an exception.
 void checkWriting(Conversation& talk, const std::string& directory);
 
 /// Requests by operation, without their ids.
@@ -34,6 +39,14 @@ kemvi::HelperRequest handleRequest(const char* op, std::int64_t handle);
 
 /// The path of `name` in the folder `path`.
 std::string childPath(const std::string& path, const std::string& name);
+
+/// The attributes in a result or in an entry of a listing; nothing where they are no object, or hold a number that no
+/// record can take.
+std::optional<kemvi::KemviFileStat> statIn(const kemvi::JSONValue& value);
+std::optional<kemvi::KemviFileStat> statIn(const Answer& answer);
+
+/// False for what no kernel takes as a name in a folder: nothing, ".", "..", and what has a slash or NUL in it.
+bool isPossibleName(const std::string& name);
 
 /// The handle in the answer to an open; nothing if it holds none.
 std::optional<std::int64_t> handleIn(const Answer& answer);

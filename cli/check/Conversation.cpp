@@ -1,9 +1,12 @@
 #include "cli/check/Conversation.h"
 
+#include "cli/check/CheckNames.h"
 #include "foundation/DecodingError.h"
 #include "foundation/Error.h"
 
 #include <algorithm>
+#include <cstring>
+#include <set>
 
 namespace cli::check {
 
@@ -17,13 +20,31 @@ constexpr auto endLimit = 5000ms;
 
 constexpr const char* starts = "the helper starts and answers a ping";
 constexpr const char* inTime = "every request is answered, in time";
-constexpr const char* isResponse = "every answer is one line with one JSON object of the protocol";
-constexpr const char* echoesID = "every answer carries its request's id";
-constexpr const char* onlyAnswers = "nothing but answers is written to standard output";
-constexpr const char* errorsSpeak = "every error has a message";
+using name::echoesID;
+using name::isResponse;
+using name::onlyAnswers;
+constexpr const char* errorsSpeak = "every error has a message and a POSIX code";
 constexpr const char* ends = "the helper ends within 5 s after its input ended";
 
 constexpr const char* everythingFails = "every operation that meets this fails with an input/output error";
+
+std::string unfinished(const std::string& line) {
+    return line.empty() ? std::string() : "; there were " + std::to_string(line.size()) + " bytes without a line break";
+}
+
+/// True for the name of an error of this system, such as "ENOSPC".
+bool isPosixCode(const std::string& code) {
+    static const auto codes = [] {
+        std::set<std::string, std::less<>> names{"EWOULDBLOCK", "ENOTSUP", "EDEADLOCK"}; // second names of others
+        for (int number = 1; number < 256; ++number) {
+            if (const char* name = ::strerrorname_np(number)) {
+                names.insert(name);
+            }
+        }
+        return names;
+    }();
+    return codes.contains(code);
+}
 
 } // namespace
 
@@ -42,14 +63,17 @@ Conversation::Conversation(const kemvi::KemviMountConfig& config, CheckedHelper:
     }
 }
 
-bool Conversation::begin() {
-    helper_ = std::make_unique<CheckedHelper>(config_, limit_);
+bool Conversation::start() {
+    helper_ = std::make_unique<CheckedHelper>(config_, limit_, attention_);
     try {
         helper_->start();
     } catch (const foundation::Error& error) {
         report_.add(starts, {Severity::error, error.description(), "nothing can be mounted", {}, {}});
         helper_.reset();
         return false;
+    }
+    for (const char* check : {starts, inTime, isResponse, echoesID, onlyAnswers, errorsSpeak}) {
+        report_.done(check);
     }
     kemvi::HelperRequest ping;
     ping.op = "ping";
@@ -64,7 +88,18 @@ bool Conversation::available() {
     if (helper_ && !helper_->lost()) {
         return true;
     }
-    return restarts_++ < mostRestarts && begin();
+    return !attention_.gaveUp() && restarts_++ < mostRestarts && start();
+}
+
+void Conversation::beginCleaning() {
+    attention_.beginCleaning();
+    restarts_ = mostRestarts - 1;
+}
+
+void Conversation::throwIfInterrupted() const {
+    if (attention_.mustStop()) {
+        throw Interrupted();
+    }
 }
 
 Answer Conversation::ask(kemvi::HelperRequest request) {
@@ -86,7 +121,9 @@ Answer Conversation::askLine(const std::function<std::string(const std::string& 
         report_.add(onlyAnswers, {Severity::error, "wrote without being asked: " + unasked, everythingFails, {}, {}});
     }
     const std::string id = helper_->nextID();
-    return judge(helper_->exchange(line(id)), id);
+    Exchange exchange = helper_->exchange(line(id));
+    throwIfInterrupted();
+    return judge(std::move(exchange), id);
 }
 
 Answer Conversation::judge(Exchange exchange, const std::string& id) {
@@ -106,20 +143,37 @@ Answer Conversation::judge(Exchange exchange, const std::string& id) {
         find(echoesID, Severity::error, answer, "the id is \"" + answer.response->id + "\", not \"" + id + "\"",
              everythingFails);
     }
-    if (!answer.response->ok && !answer.response->error) {
-        find(errorsSpeak, Severity::error, answer, "ok is false and there is no error",
-             "whatever was wrong shows as an input/output error");
-    } else if (!answer.response->ok && answer.response->error->message.empty()) {
-        find(errorsSpeak, Severity::warning, answer, "the error's message is empty",
-             "the log cannot say what was wrong");
+    if (!answer.response->ok) {
+        judgeError(answer);
     }
     return answer;
 }
 
+void Conversation::judgeError(const Answer& answer) {
+    constexpr const char* unspecific = "whatever was wrong shows as an input/output error";
+    if (!answer.response->error) {
+        find(errorsSpeak, Severity::error, answer, "ok is false and there is no error", unspecific);
+        return;
+    }
+    if (answer.response->error->message.empty()) {
+        find(errorsSpeak, Severity::warning, answer, "the error's message is empty",
+             "the log cannot say what was wrong");
+    }
+    if (!isPosixCode(answer.code())) {
+        find(errorsSpeak, Severity::error, answer,
+             answer.code().empty() ? std::string("the error has no code")
+                                   : "\"" + answer.code() + "\" is no POSIX code",
+             unspecific);
+    }
+}
+
 void Conversation::reportLost(const Answer& answer) {
+    if (attention_.interrupted()) {
+        return; // it had less time than it may take
+    }
     const bool late = answer.exchange.outcome == Exchange::Outcome::timedOut;
     find(inTime, Severity::error, answer,
-         late ? "no answer within " + std::to_string(limit_.count()) + " ms"
+         late ? "no answer within " + std::to_string(limit_.count()) + " ms" + unfinished(answer.exchange.answer)
               : std::string("the helper ended instead of answering"),
          late ? "programs that need this answer hang"
               : "from here on every operation fails with an input/output error");
@@ -161,7 +215,9 @@ void Conversation::find(const std::string& check, Severity severity, const Answe
 }
 
 void Conversation::end() {
+    throwIfInterrupted();
     report_.begin(ends);
+    begin("the end of the helper");
     if (!helper_ || helper_->lost()) {
         report_.skip(ends, "it had ended before");
         return;
@@ -170,7 +226,10 @@ void Conversation::end() {
     if (!unasked.empty()) {
         report_.add(onlyAnswers, {Severity::error, "wrote without being asked: " + unasked, everythingFails, {}, {}});
     }
-    if (!helper_->end(endLimit)) {
+    const bool ended = helper_->end(endLimit);
+    throwIfInterrupted();
+    report_.done(ends);
+    if (!ended) {
         report_.add(ends, {Severity::error,
                            "it still ran 5 s after the end of its input and was killed",
                            "every unmount hangs until someone kills the helper",

@@ -1,6 +1,7 @@
 #include "cli/check/Checks.h"
 
 #include <algorithm>
+#include <array>
 
 namespace cli::check {
 
@@ -49,7 +50,7 @@ private:
         if (answer.ok() && !handle) {
             talk_.find(opening, Severity::error, answer, "there is no number in result.handle", "no file can be read");
         } else if (answer.response && !answer.ok()) {
-            talk_.find(opening, Severity::warning, answer, "a listed file cannot be opened",
+            talk_.find(opening, Severity::warning, answer, file_.path + ": a listed file cannot be opened",
                        "its reader gets this error");
         }
         return handle;
@@ -63,8 +64,8 @@ private:
                 talk_.find(data, Severity::error, first, "dataBase64 is missing or no strict base64",
                            "every read fails with an input/output error");
             } else if (first.response) {
-                talk_.find(data, Severity::warning, first, "a file that was opened cannot be read",
-                           "its reader gets this error");
+                talk_.find(data, Severity::error, first, file_.path + ": a file that was opened cannot be read",
+                           "its reader gets an error after open(2) has promised otherwise");
             }
             return;
         }
@@ -145,7 +146,8 @@ private:
 } // namespace
 
 void checkReading(Conversation& talk, const std::vector<SampleFile>& files) {
-    for (const char* check : {opening, distinct, data, amount, wholeSize, pastTheEnd, offsets, released}) {
+    constexpr std::array checks{opening, distinct, data, amount, wholeSize, pastTheEnd, offsets, released};
+    for (const char* check : checks) {
         talk.report().begin(check);
         if (files.empty()) {
             talk.report().skip(check, "no file to read was found");
@@ -153,7 +155,11 @@ void checkReading(Conversation& talk, const std::vector<SampleFile>& files) {
     }
     for (const SampleFile& file : files) {
         if (talk.available()) {
+            talk.begin("reading " + file.path);
             ReadExamination(talk, file).run();
+            for (const char* check : checks) {
+                talk.report().done(check);
+            }
         }
     }
 }

@@ -15,12 +15,16 @@ Check& Report::find(const std::string& name) {
     if (found != checks_.end()) {
         return *found;
     }
-    checks_.push_back({name, {}, {}});
+    checks_.push_back({name, {}, {}, false});
     return checks_.back();
 }
 
 void Report::begin(const std::string& check) {
     find(check);
+}
+
+void Report::done(const std::string& check) {
+    find(check).examined = true;
 }
 
 void Report::add(const std::string& check, Finding finding) {
@@ -37,6 +41,11 @@ void Report::add(const std::string& check, Finding finding) {
 
 void Report::skip(const std::string& check, std::string reason) {
     find(check).skipped = std::move(reason);
+}
+
+bool Report::failed(const std::string& check) const {
+    return std::any_of(checks_.begin(), checks_.end(),
+                       [&](const Check& known) { return known.name == check && known.failed(); });
 }
 
 std::size_t Report::count(Severity severity) const {

@@ -23,6 +23,7 @@ struct Check {
     std::string name;
     std::vector<Finding> findings;
     std::optional<std::string> skipped; // why it was not examined
+    bool examined = false;
 
     std::size_t count(Severity severity) const;
 
@@ -32,8 +33,11 @@ struct Check {
 /// What an examination has found so far. Not thread-safe.
 class Report {
 public:
-    /// Takes a check into the list; one that is in it already stays where it is.
+    /// Takes a check into the list, as one that has not been reached; one that is in it already stays as it is.
     void begin(const std::string& check);
+
+    /// The check has been made: without a finding it counts as passed.
+    void done(const std::string& check);
 
     /// Notes a finding under a check. Of findings with the same consequence under one check only the first is kept,
     /// with a count.
@@ -41,7 +45,15 @@ public:
 
     void skip(const std::string& check, std::string reason);
 
+    /// The examination was ended before it was through.
+    void interrupt() { interrupted_ = true; }
+
+    bool interrupted() const { return interrupted_; }
+
     const std::vector<Check>& checks() const { return checks_; }
+
+    /// True if there is an error under the check.
+    bool failed(const std::string& check) const;
 
     std::size_t count(Severity severity) const;
 
@@ -49,6 +61,7 @@ private:
     Check& find(const std::string& name);
 
     std::vector<Check> checks_;
+    bool interrupted_ = false;
 };
 
 /// The report for people, as the Test Anything Protocol, and as one JSON object. Each ends with a line break.

@@ -1,20 +1,10 @@
-#include "cli/CommandError.h"
 #include "cli/JSONText.h"
 #include "cli/check/Report.h"
+#include "cli/check/ShownLine.h"
 
 namespace cli::check {
 
 namespace {
-
-constexpr std::size_t shownLine = 300; // bytes of a request or answer line shown to people
-
-std::string shortened(const std::string& line) {
-    std::string shown = escapedControls(std::string_view(line).substr(0, shownLine));
-    if (line.size() > shownLine) {
-        shown += "... (" + std::to_string(line.size()) + " bytes)";
-    }
-    return shown;
-}
 
 std::string status(const Check& check) {
     if (check.failed()) {
@@ -23,14 +13,19 @@ std::string status(const Check& check) {
     if (!check.findings.empty()) {
         return "warn";
     }
-    return check.skipped ? "skip" : "ok";
+    return check.skipped || !check.examined ? "skip" : "ok";
+}
+
+/// Why a check was not made; empty if it was.
+std::string whyNot(const Check& check) {
+    return check.skipped ? shownLine(*check.skipped) : status(check) == "skip" ? "not reached" : "";
 }
 
 std::string details(const Finding& finding, const std::string& indent) {
     std::string text;
     const auto line = [&](const char* label, const std::string& value) {
         if (!value.empty()) {
-            text += indent + label + shortened(value) + "\n";
+            text += indent + label + shownLine(value) + "\n";
         }
     };
     line("request: ", finding.request);
@@ -44,15 +39,16 @@ std::string details(const Finding& finding, const std::string& indent) {
 }
 
 std::string summary(const Report& report) {
-    return std::to_string(report.count(Severity::error)) + " errors, " +
-           std::to_string(report.count(Severity::warning)) + " warnings";
+    return (report.interrupted() ? "interrupted; so far " : "") + std::to_string(report.count(Severity::error)) +
+           " errors, " + std::to_string(report.count(Severity::warning)) + " warnings";
 }
 
 std::string findingJSON(const Finding& finding) {
     return std::string("{\"severity\":") + (finding.severity == Severity::error ? "\"error\"" : "\"warning\"") +
-           ",\"problem\":" + jsonString(finding.problem) + ",\"consequence\":" + jsonString(finding.consequence) +
-           ",\"request\":" + jsonString(shortened(finding.request)) +
-           ",\"answer\":" + jsonString(shortened(finding.answer)) + ",\"more\":" + std::to_string(finding.more) + "}";
+           ",\"problem\":" + jsonString(shownLine(finding.problem)) +
+           ",\"consequence\":" + jsonString(finding.consequence) +
+           ",\"request\":" + jsonString(shownLine(finding.request)) +
+           ",\"answer\":" + jsonString(shownLine(finding.answer)) + ",\"more\":" + std::to_string(finding.more) + "}";
 }
 
 } // namespace
@@ -61,7 +57,7 @@ std::string plainText(const Report& report) {
     std::string text;
     for (const Check& check : report.checks()) {
         text += status(check) + std::string(6 - status(check).size(), ' ') + check.name;
-        text += check.skipped ? " (" + *check.skipped + ")\n" : "\n";
+        text += whyNot(check).empty() ? "\n" : " (" + whyNot(check) + ")\n";
         for (const Finding& finding : check.findings) {
             text += details(finding, "        ");
         }
@@ -74,18 +70,19 @@ std::string tapText(const Report& report) {
     std::size_t number = 0;
     for (const Check& check : report.checks()) {
         text += (check.failed() ? "not ok " : "ok ") + std::to_string(++number) + " - " + check.name;
-        text += check.skipped ? " # SKIP " + *check.skipped + "\n" : "\n";
+        text += whyNot(check).empty() ? "\n" : " # SKIP " + whyNot(check) + "\n";
         for (const Finding& finding : check.findings) {
             text += finding.severity == Severity::warning ? "# warning\n" : "# error\n";
             text += details(finding, "#   ");
         }
     }
-    return text + "# " + summary(report) + "\n";
+    return text + (report.interrupted() ? "Bail out! interrupted\n" : "") + "# " + summary(report) + "\n";
 }
 
 std::string jsonText(const Report& report) {
     std::string text = "{\"errors\":" + std::to_string(report.count(Severity::error)) +
-                       ",\"warnings\":" + std::to_string(report.count(Severity::warning)) + ",\"checks\":[";
+                       ",\"warnings\":" + std::to_string(report.count(Severity::warning)) +
+                       ",\"interrupted\":" + (report.interrupted() ? "true" : "false") + ",\"checks\":[";
     for (const Check& check : report.checks()) {
         text += &check == &report.checks().front() ? "" : ",";
         text += "{\"name\":" + jsonString(check.name) + ",\"status\":" + jsonString(status(check)) + ",\"findings\":[";

@@ -30,6 +30,26 @@ std::string childPath(const std::string& path, const std::string& name) {
     return (path == "/" ? "" : path) + "/" + name;
 }
 
+std::optional<kemvi::KemviFileStat> statIn(const kemvi::JSONValue& value) {
+    const auto* object = value.asObject();
+    const auto* size = object != nullptr ? object->find("size") : nullptr;
+    // A number outside the range of the record would stop the process.
+    if (object == nullptr ||
+        (size != nullptr && size->asNumber() != nullptr && !(std::abs(*size->asNumber()) < 9e18))) {
+        return std::nullopt;
+    }
+    return kemvi::KemviFileStat(value);
+}
+
+std::optional<kemvi::KemviFileStat> statIn(const Answer& answer) {
+    return answer.result() != nullptr ? statIn(*answer.result()) : std::nullopt;
+}
+
+bool isPossibleName(const std::string& name) {
+    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
+           name.find('\0') == std::string::npos;
+}
+
 std::optional<std::int64_t> handleIn(const Answer& answer) {
     const auto* object = answer.result() != nullptr ? answer.result()->asObject() : nullptr;
     const auto* handle = object != nullptr ? object->find("handle") : nullptr;

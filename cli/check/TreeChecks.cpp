@@ -1,5 +1,5 @@
+#include "cli/check/CheckNames.h"
 #include "cli/check/Checks.h"
-#include "helper/HelperRecords.h"
 
 #include <cmath>
 #include <deque>
@@ -9,16 +9,20 @@ namespace cli::check {
 
 namespace {
 
-constexpr const char* listings = "folders are listed";
+using name::agreement;
+using name::duplicates;
+using name::listings;
+using name::names;
+using name::paths;
+using name::types;
+
 constexpr const char* statfs = "statfs is answered with an object of numbers";
-constexpr const char* paths = "the path of an entry is its folder's path, a slash, and its name";
-constexpr const char* names = "names are such as a kernel takes";
-constexpr const char* duplicates = "no name stands twice in a listing";
-constexpr const char* types = "every member has its type";
 constexpr const char* times = "times have the form 2024-05-01T12:34:56.789Z";
 constexpr const char* sizes = "sizes are whole numbers, 0 or more";
-constexpr const char* agreement = "listing and getattr agree";
 constexpr const char* speed = "listings are fast enough for folders of 10,000 entries";
+
+constexpr const char* noRoot = "the root \"/\" does not exist";
+constexpr const char* nothingServed = "there is nothing to mount; does \"repoRoot\" name the right directory?";
 
 // A tree is looked at until one of these is reached.
 constexpr std::size_t mostFolders = 40;
@@ -37,6 +41,7 @@ public:
     }
 
     std::vector<SampleFile> run();
+    void checkFolder(const std::string& path);
 
 private:
     using Value = kemvi::JSONValue;
@@ -47,12 +52,12 @@ private:
 
     void checkStatfs();
     void checkRoot();
-    void checkFolder(const std::string& path);
+    void reportUnlisted(const std::string& path, const Answer& answer);
     void checkEntry(const std::string& folder, const Value& entry, const Answer& answer);
     void checkMembers(const Value& stat, const Answer& answer);
-    void checkSize(const Value& stat, const Value& size, const Answer& answer);
+    void checkSize(const Value& size, const Answer& answer);
     void checkTime(const Value* time, const Answer& answer);
-    void checkName(const std::string& name, const Answer& answer);
+    bool checkName(const std::string& name, const Answer& answer);
     void compare(const std::string& folder, const kemvi::KemviFileStat& listed);
     std::optional<std::string> difference(const kemvi::KemviFileStat& listed, const Answer& answer) const;
     std::optional<kemvi::KemviFileStat> listedAgain(const std::string& folder, const std::string& path);
@@ -72,15 +77,11 @@ bool isSize(double number) {
     return std::floor(number) == number && number >= 0 && number < 9e15;
 }
 
-/// Numbers that stop a mount are kept away from the records.
-bool isDecodable(const kemvi::JSONValue& stat) {
-    const auto* size = member(stat, "size");
-    return stat.asObject() != nullptr &&
-           (size == nullptr || size->asNumber() == nullptr || std::abs(*size->asNumber()) < 9e18);
-}
-
 std::vector<SampleFile> TreeExamination::run() {
     checkStatfs();
+    if (!talk_.available()) {
+        return {};
+    }
     checkRoot();
     for (std::size_t seen = 0; seen < mostFolders && !folders_.empty() && talk_.available(); ++seen) {
         const std::string folder = folders_.front();
@@ -91,12 +92,14 @@ std::vector<SampleFile> TreeExamination::run() {
 }
 
 void TreeExamination::checkStatfs() {
+    talk_.begin("statfs");
     kemvi::HelperRequest request;
     request.op = "statfs";
     const Answer answer = talk_.ask(request);
     if (!answer.response) {
         return;
     }
+    talk_.report().done(statfs);
     if (answer.result() == nullptr || answer.result()->asObject() == nullptr) {
         error(statfs, answer, "the result is no object", "sync and the end of a mount report an input/output error");
         return;
@@ -114,21 +117,27 @@ void TreeExamination::checkStatfs() {
 void TreeExamination::checkRoot() {
     const Answer answer = talk_.ask(pathRequest("getattr", "/"));
     const auto* directory = answer.result() != nullptr ? member(*answer.result(), "isDirectory") : nullptr;
-    if (answer.response && (directory == nullptr || directory->asBool() == nullptr || !*directory->asBool())) {
+    if (answer.code() == "ENOENT") {
+        error(listings, answer, noRoot, nothingServed);
+    } else if (answer.response && !answer.ok()) {
+        error(listings, answer, "the root \"/\" gives no attributes", "nothing on the mount can be reached");
+    } else if (answer.response && (directory == nullptr || directory->asBool() == nullptr || !*directory->asBool())) {
         error(listings, answer, "\"/\" is no folder", "tools that ask for the root see no folder");
     }
 }
 
 void TreeExamination::checkFolder(const std::string& path) {
+    talk_.begin("the folder " + path);
     const Answer answer = talk_.ask(pathRequest("readdir", path));
     if (!answer.response) {
         return;
     }
+    for (const char* check : {listings, paths, names, duplicates, types, times, sizes, agreement, speed}) {
+        talk_.report().done(check);
+    }
     const auto* entries = answer.result() != nullptr ? answer.result()->asArray() : nullptr;
     if (entries == nullptr) {
-        const bool root = path == "/";
-        talk_.find(listings, root || answer.ok() ? Severity::error : Severity::warning, answer,
-                   answer.ok() ? "the result is no array" : "the listing failed", "the folder cannot be looked into");
+        reportUnlisted(path, answer);
         return;
     }
     if (entries->size() >= measuredFrom &&
@@ -141,11 +150,25 @@ void TreeExamination::checkFolder(const std::string& path) {
     std::set<std::string> seen;
     for (const Value& entry : *entries) {
         checkEntry(path, entry, answer);
-        if (isDecodable(entry) && !seen.insert(kemvi::KemviFileStat(entry).name).second) {
-            error(duplicates, answer, "\"" + kemvi::KemviFileStat(entry).name + "\" stands twice",
+        const auto stat = statIn(entry);
+        if (stat && !seen.insert(stat->name).second) {
+            error(duplicates, answer, "\"" + stat->name + "\" stands twice",
                   "one of the two cannot be reached; rm -r and copies stumble over it");
         }
     }
+}
+
+void TreeExamination::reportUnlisted(const std::string& path, const Answer& answer) {
+    const auto slash = path.rfind('/');
+    if (path == "/" && answer.code() == "ENOENT") {
+        return error(listings, answer, noRoot, nothingServed);
+    }
+    if (answer.code() == "ENOENT" && !listedAgain(slash == 0 ? "/" : path.substr(0, slash), path)) {
+        return; // removed meanwhile
+    }
+    error(listings, answer,
+          "\"" + path + "\": " + (answer.ok() ? "the result is no array" : "a folder that was listed cannot be listed"),
+          "programs cannot look into the folder; those that walk the tree (find, cp -r, rsync) report an error");
 }
 
 void TreeExamination::checkEntry(const std::string& folder, const Value& entry, const Answer& answer) {
@@ -154,11 +177,11 @@ void TreeExamination::checkEntry(const std::string& folder, const Value& entry, 
         return;
     }
     checkMembers(entry, answer);
-    if (!isDecodable(entry)) {
+    const auto decoded = statIn(entry);
+    if (!decoded || !checkName(decoded->name, answer)) {
         return;
     }
-    const kemvi::KemviFileStat stat(entry);
-    checkName(stat.name, answer);
+    const kemvi::KemviFileStat& stat = *decoded;
     if (stat.path != childPath(folder, stat.name)) {
         error(paths, answer, "\"" + stat.path + "\" stands in the folder \"" + folder + "\" as \"" + stat.name + "\"",
               "a file's identity is computed from its path: this one shows under two numbers, or as another file");
@@ -187,20 +210,20 @@ void TreeExamination::checkMembers(const Value& stat, const Answer& answer) {
         error(types, answer, "isDirectory is not true or false", "a folder shows as a file and cannot be entered");
     }
     if (const auto* size = member(stat, "size")) {
-        checkSize(stat, *size, answer);
+        checkSize(*size, answer);
     } else if (directory == nullptr || directory->asBool() == nullptr || !*directory->asBool()) {
         error(types, answer, "size is missing", "the file shows as empty, and programs read nothing of it");
     }
     checkTime(member(stat, "modifiedAt"), answer);
 }
 
-void TreeExamination::checkSize(const Value& stat, const Value& size, const Answer& answer) {
+void TreeExamination::checkSize(const Value& size, const Answer& answer) {
     if (size.asNumber() == nullptr) {
         error(types, answer, "size is no number", "the file shows as empty, and programs read nothing of it");
     } else if (!(std::abs(*size.asNumber()) < 9e18)) {
         error(sizes, answer, "size does not fit 64 bits", "the mount is stopped");
     } else if (!isSize(*size.asNumber())) {
-        error(sizes, answer, "the size is " + stat.description(), "the file shows with another size, cut off or empty");
+        error(sizes, answer, "the size is " + size.description(), "the file shows with another size, cut off or empty");
     }
 }
 
@@ -219,13 +242,15 @@ void TreeExamination::checkTime(const Value* time, const Answer& answer) {
     }
 }
 
-void TreeExamination::checkName(const std::string& name, const Answer& answer) {
-    if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos ||
-        name.find('\0') != std::string::npos || name.size() > longestName) {
-        error(names, answer,
-              "\"" + name.substr(0, longestName) + "\" is empty, \".\", \"..\", too long, or has a slash or NUL",
-              "the entry is left out of the listing");
+/// True for a name that can be followed.
+bool TreeExamination::checkName(const std::string& name, const Answer& answer) {
+    if (isPossibleName(name) && name.size() <= longestName) {
+        return true;
     }
+    error(names, answer,
+          "\"" + name.substr(0, longestName) + "\" is empty, \".\", \"..\", too long, or has a slash or NUL",
+          "the entry is left out of the listing");
+    return false;
 }
 
 /// Things may change while they are looked at: only a difference that stays, with a listing that does not change,
@@ -255,10 +280,11 @@ void TreeExamination::compare(const std::string& folder, const kemvi::KemviFileS
 }
 
 std::optional<std::string> TreeExamination::difference(const kemvi::KemviFileStat& listed, const Answer& answer) const {
-    if (answer.result() == nullptr || !isDecodable(*answer.result())) {
+    const auto found = statIn(answer);
+    if (!found) {
         return "getattr gives no attributes for the listed \"" + listed.path + "\"";
     }
-    const kemvi::KemviFileStat stat(*answer.result());
+    const kemvi::KemviFileStat& stat = *found;
     if (stat.path != listed.path || stat.name != listed.name) {
         return "getattr calls \"" + listed.path + "\" by the path \"" + stat.path + "\" and the name \"" + stat.name +
                "\"";
@@ -282,14 +308,18 @@ std::optional<kemvi::KemviFileStat> TreeExamination::listedAgain(const std::stri
         return std::nullopt;
     }
     for (const Value& entry : *answer.result()->asArray()) {
-        if (isDecodable(entry) && kemvi::KemviFileStat(entry).path == path) {
-            return kemvi::KemviFileStat(entry);
+        if (auto stat = statIn(entry); stat && stat->path == path) {
+            return stat;
         }
     }
     return std::nullopt;
 }
 
 } // namespace
+
+void checkFolder(Conversation& talk, const std::string& path) {
+    TreeExamination(talk).checkFolder(path);
+}
 
 std::vector<SampleFile> checkTree(Conversation& talk) {
     if (!talk.available()) {

@@ -1,11 +1,16 @@
+#include "cli/CommandError.h"
+#include "cli/check/CheckNames.h"
 #include "cli/check/Checks.h"
+#include "cli/check/Scratch.h"
 #include "foundation/Base64.h"
 #include "foundation/UUID.h"
-#include "helper/HelperRecords.h"
 
-#include <chrono>
+#include <algorithm>
+#include <array>
+#include <exception>
 #include <set>
 #include <span>
+#include <utility>
 
 namespace cli::check {
 
@@ -22,9 +27,12 @@ constexpr const char* modes = "chmod is accepted";
 constexpr const char* oddNames = "names with spaces, quotes, backslashes, line breaks and UTF-8 are kept";
 constexpr const char* longWrites = "writes of 1 MiB and 12 MiB in one line are kept";
 constexpr const char* manyEntries = "a folder of 10,000 entries is listed whole, in a second";
+constexpr const char* cleanedUp = "what was made is removed again";
 
 constexpr int manyFiles = 10000;
 constexpr double longestListing = 1.0; // seconds
+constexpr const char* whatIsMade = "about 10,000 files in it, with 13 MB at a time";
+constexpr std::array writeSizes{std::size_t{768} << 10, std::size_t{12} << 20}; // lines of 1 and 16 MiB
 
 kemvi::HelperRequest renameRequest(std::string oldPath, std::string newPath) {
     kemvi::HelperRequest request;
@@ -36,7 +44,7 @@ kemvi::HelperRequest renameRequest(std::string oldPath, std::string newPath) {
 
 class WriteExamination {
 public:
-    WriteExamination(Conversation& talk, std::string scratch) : talk_(talk), scratch_(std::move(scratch)) {}
+    WriteExamination(Conversation& talk, Scratch& scratch) : talk_(talk), scratch_(scratch) {}
 
     void run();
 
@@ -55,9 +63,16 @@ private:
         talk_.report().add(check, {Severity::error, std::move(problem), consequence, {}, {}});
     }
 
-    std::string path(const std::string& name) const { return childPath(scratch_, name); }
+    std::string path(const std::string& name) const { return childPath(scratch_.path(), name); }
 
     bool exists(const std::string& name) { return talk_.ask(pathRequest("getattr", path(name))).ok(); }
+
+    /// True if what is to be made at the path is ours. Otherwise nothing more is written.
+    bool claim(const char* check, const std::string& path, Scratch::Kind kind);
+    bool makeFolder(const char* check, const std::string& name);
+    /// Makes the folder for everything, and looks whether it is where and what it must be.
+    bool makeScratch();
+    bool listsOnlyWhatIsThere();
 
     bool write(const char* check, const std::string& name, const Flags& flags, std::int64_t offset,
                std::string_view bytes);
@@ -73,38 +88,91 @@ private:
     void checkNames();
     void checkLongWrites();
     void checkManyEntries();
-    void removeAll(const std::string& folder);
-
     Conversation& talk_;
-    const std::string scratch_;
+    Scratch& scratch_;
+    bool stopped_ = false; // what is written may land on what is not ours
 };
 
 const std::vector<std::string> createFlags{"write", "create", "truncate"};
 const std::vector<std::string> keepFlags{"write", "create"};
 
 void WriteExamination::run() {
-    for (const char* check : {folders, writing, creating, renaming, fullFolders, removing, settingTimes, modes,
-                              oddNames, longWrites, manyEntries}) {
-        talk_.report().begin(check);
-    }
-    if (!succeeds(folders, talk_.ask(pathRequest("mkdir", scratch_)), "no folder can be made")) {
+    if (!makeScratch()) {
         return;
     }
-    for (const auto check :
-         {&WriteExamination::checkFolders, &WriteExamination::checkWriting, &WriteExamination::checkCreating,
-          &WriteExamination::checkRenaming, &WriteExamination::checkRemoving, &WriteExamination::checkAttributes,
-          &WriteExamination::checkNames, &WriteExamination::checkLongWrites, &WriteExamination::checkManyEntries}) {
-        if (talk_.available()) {
-            (this->*check)();
+    using Examination = WriteExamination;
+    const std::array<std::pair<const char*, void (Examination::*)()>, 9> examinations{{
+        {folders, &Examination::checkFolders},
+        {writing, &Examination::checkWriting},
+        {creating, &Examination::checkCreating},
+        {renaming, &Examination::checkRenaming},
+        {removing, &Examination::checkRemoving},
+        {modes, &Examination::checkAttributes},
+        {oddNames, &Examination::checkNames},
+        {longWrites, &Examination::checkLongWrites},
+        {manyEntries, &Examination::checkManyEntries},
+    }};
+    for (const auto& [check, examine] : examinations) {
+        if (!stopped_ && talk_.available()) {
+            talk_.begin(check);
+            talk_.report().done(check);
+            (this->*examine)();
         }
     }
-    if (talk_.available()) {
-        removeAll(scratch_);
+}
+
+bool WriteExamination::claim(const char* check, const std::string& path, Scratch::Kind kind) {
+    const auto claim = scratch_.claim(path, kind);
+    if (claim == Scratch::Claim::taken) {
+        stopped_ = true;
+        error(check, "\"" + path + "\" is there before it was made; nothing more is written",
+              "files are overwritten that have another name");
+    } else if (claim == Scratch::Claim::unknown) {
+        error(check, "the helper does not say whether there is a \"" + path + "\"", "no new file can be made");
     }
+    return claim == Scratch::Claim::ours;
+}
+
+bool WriteExamination::makeFolder(const char* check, const std::string& name) {
+    return claim(check, path(name), Scratch::Kind::folder) &&
+           succeeds(check, talk_.ask(pathRequest("mkdir", path(name))), "no folder can be made");
+}
+
+bool WriteExamination::makeScratch() {
+    talk_.report().done(folders);
+    if (!claim(folders, scratch_.path(), Scratch::Kind::folder)) {
+        return false;
+    }
+    const Answer answer = talk_.ask(pathRequest("mkdir", scratch_.path()));
+    if (answer.code() == "EEXIST") {
+        scratch_.forget(scratch_.path());
+    }
+    return succeeds(folders, answer, "no folder can be made") && listsOnlyWhatIsThere();
+}
+
+bool WriteExamination::listsOnlyWhatIsThere() {
+    constexpr const char* consequence = "what is made in a new folder may land among other files";
+    const Answer attributes = talk_.ask(pathRequest("getattr", scratch_.path()));
+    const auto stat = statIn(attributes);
+    if (!stat || !stat->isDirectory || stat->path != scratch_.path()) {
+        talk_.find(folders, Severity::error, attributes, "the new folder is no folder of that path", "mkdir -p fails");
+        return false;
+    }
+    const Answer listing = talk_.ask(pathRequest("readdir", scratch_.path()));
+    const auto* entries = listing.result() != nullptr ? listing.result()->asArray() : nullptr;
+    if (entries == nullptr || !entries->empty()) {
+        talk_.find(folders, Severity::error, listing,
+                   entries == nullptr ? "the new folder cannot be listed" : "the new folder is not empty", consequence);
+        return false;
+    }
+    return true;
 }
 
 bool WriteExamination::write(const char* check, const std::string& name, const Flags& flags, std::int64_t offset,
                              std::string_view bytes) {
+    if (!claim(check, path(name), Scratch::Kind::file)) {
+        return false;
+    }
     const auto handle = handleIn(talk_.ask(openRequest(path(name), flags)));
     if (!handle) {
         error(check, "\"" + name + "\" could not be opened for writing", "no file can be written");
@@ -146,13 +214,7 @@ void WriteExamination::expect(const char* check, const std::string& name, const 
 }
 
 void WriteExamination::checkFolders() {
-    const Answer stat = talk_.ask(pathRequest("getattr", scratch_));
-    const auto* object = stat.result() != nullptr ? stat.result()->asObject() : nullptr;
-    const auto* directory = object != nullptr ? object->find("isDirectory") : nullptr;
-    if (directory == nullptr || directory->asBool() == nullptr || !*directory->asBool()) {
-        talk_.find(folders, Severity::error, stat, "the new folder is no folder", "mkdir -p fails");
-    }
-    const Answer again = talk_.ask(pathRequest("mkdir", scratch_));
+    const Answer again = talk_.ask(pathRequest("mkdir", scratch_.path()));
     if (again.response && again.code() != "EEXIST") {
         talk_.find(folders, Severity::error, again, "making it again is not answered with EEXIST",
                    "mkdir -p and locks made by mkdir fail");
@@ -199,8 +261,8 @@ void WriteExamination::checkRenaming() {
 }
 
 void WriteExamination::checkRemoving() {
-    if (!succeeds(fullFolders, talk_.ask(pathRequest("mkdir", path("full"))), "no folder can be made") ||
-        !write(fullFolders, "full/file", createFlags, 0, "precious")) {
+    talk_.report().done(fullFolders);
+    if (!makeFolder(fullFolders, "full") || !write(fullFolders, "full/file", createFlags, 0, "precious")) {
         return;
     }
     const Answer answer = talk_.ask(pathRequest("unlink", path("full")));
@@ -227,13 +289,13 @@ void WriteExamination::checkAttributes() {
     auto chmod = pathRequest("chmod", path("attributes"));
     chmod.mode = 0600;
     succeeds(modes, talk_.ask(chmod), "cp -p, tar and rsync report errors");
+    talk_.report().done(settingTimes);
     auto utimes = pathRequest("utimes", path("attributes"));
     utimes.mtime = "2001-02-03T04:05:06.789Z";
     if (succeeds(settingTimes, talk_.ask(utimes), "touch, cp -p, tar and rsync report errors")) {
         const Answer stat = talk_.ask(pathRequest("getattr", path("attributes")));
-        const bool set = stat.result() != nullptr && stat.result()->asObject() != nullptr &&
-                         kemvi::KemviFileStat(*stat.result()).modifiedAt == kemvi::kemviFs().date(*utimes.mtime);
-        if (!set) {
+        const auto found = statIn(stat);
+        if (!found || found->modifiedAt != kemvi::kemviFs().date(*utimes.mtime)) {
             talk_.find(settingTimes, Severity::error, stat, "the time is not " + *utimes.mtime,
                        "rsync and make take files for changed");
         }
@@ -241,7 +303,9 @@ void WriteExamination::checkAttributes() {
 }
 
 void WriteExamination::checkNames() {
-    const Answer listing = talk_.ask(pathRequest("mkdir", path("names")));
+    if (!makeFolder(oddNames, "names")) {
+        return;
+    }
     std::set<std::string> wanted{"two words", "\"quoted\"", "back\\slash", "line\nbreak", "gr\xc3\xbc\xc3\x9f", "-x"};
     for (const std::string& name : wanted) {
         if (!write(oddNames, "names/" + name, createFlags, 0, "x")) {
@@ -252,8 +316,8 @@ void WriteExamination::checkNames() {
     std::set<std::string> found;
     if (answer.result() != nullptr && answer.result()->asArray() != nullptr) {
         for (const auto& entry : *answer.result()->asArray()) {
-            if (entry.asObject() != nullptr) {
-                found.insert(kemvi::KemviFileStat(entry).name);
+            if (const auto stat = statIn(entry)) {
+                found.insert(stat->name);
             }
         }
     }
@@ -264,7 +328,7 @@ void WriteExamination::checkNames() {
 }
 
 void WriteExamination::checkLongWrites() {
-    for (const std::size_t size : {std::size_t{768} << 10, std::size_t{12} << 20}) {
+    for (const std::size_t size : writeSizes) {
         std::string bytes(size, '\0');
         for (std::size_t i = 0; i < size; ++i) {
             bytes[i] = static_cast<char>(i * 131 >> 3);
@@ -277,9 +341,16 @@ void WriteExamination::checkLongWrites() {
 }
 
 void WriteExamination::checkManyEntries() {
-    talk_.ask(pathRequest("mkdir", path("many")));
+    if (!makeFolder(manyEntries, "many")) {
+        return;
+    }
     for (int i = 0; i < manyFiles && talk_.available(); ++i) {
-        const auto handle = handleIn(talk_.ask(openRequest(path("many/" + std::to_string(i)), createFlags)));
+        talk_.begin("making 10,000 files, " + std::to_string(manyFiles - i) + " to go");
+        const std::string file = path("many/" + std::to_string(i));
+        if (!claim(manyEntries, file, Scratch::Kind::file)) {
+            return;
+        }
+        const auto handle = handleIn(talk_.ask(openRequest(file, createFlags)));
         if (!handle) {
             error(manyEntries, "file " + std::to_string(i) + " could not be made", "large folders cannot be filled");
             return;
@@ -298,31 +369,67 @@ void WriteExamination::checkManyEntries() {
     }
 }
 
-void WriteExamination::removeAll(const std::string& folder) {
-    const Answer answer = talk_.ask(pathRequest("readdir", folder));
-    if (answer.result() != nullptr && answer.result()->asArray() != nullptr) {
-        for (const auto& entry : *answer.result()->asArray()) {
-            if (entry.asObject() == nullptr) {
-                continue;
-            }
-            const kemvi::KemviFileStat stat(entry);
-            const std::string child = childPath(folder, stat.name);
-            if (stat.isDirectory) {
-                removeAll(child);
-            } else {
-                talk_.ask(pathRequest("unlink", child));
-            }
+constexpr std::array allChecks{folders,      writing, creating, renaming,   fullFolders, removing,
+                               settingTimes, modes,   oddNames, longWrites, manyEntries, cleanedUp};
+
+/// Why nothing may be written; nothing if the served tree is what it seems as far as was seen.
+std::optional<std::string> reasonNotToWrite(Conversation& talk, const std::string& directory) {
+    if (!talk.available()) {
+        return "there was no helper to ask";
+    }
+    const Answer answer = talk.ask(pathRequest("getattr", directory));
+    const auto stat = statIn(answer);
+    if (!stat || !stat->isDirectory) {
+        talk.report().add(folders, {Severity::error, directory + " is no folder of the served tree",
+                                    "nothing can be tried there; name one that exists", answer.exchange.request,
+                                    answer.exchange.answer});
+        return directory + " is no folder of the served tree";
+    }
+    checkFolder(talk, directory);
+    for (const char* check : name::neededToWrite) {
+        if (talk.report().failed(check)) {
+            return std::string("nothing is written unless ") + check;
         }
     }
-    talk_.ask(pathRequest("unlink", folder));
+    return std::nullopt;
+}
+
+void cleanUp(Conversation& talk, Scratch& scratch) {
+    talk.report().done(cleanedUp);
+    talk.beginCleaning();
+    const auto problem = scratch.remove();
+    talk.endCleaning();
+    if (problem) {
+        const std::string text = scratch.path() + " stays in the served tree: " + *problem;
+        talk.report().add(cleanedUp, {Severity::error, text, "somebody has to remove it", {}, {}});
+        printMessage(text + "; remove it yourself");
+    }
 }
 
 } // namespace
 
 void checkWriting(Conversation& talk, const std::string& directory) {
-    const std::string name = "kemvi-check-" + foundation::UUID::random().uuidString();
-    if (talk.available()) {
-        WriteExamination(talk, childPath(directory, name)).run();
+    for (const char* check : allChecks) {
+        talk.report().begin(check);
+    }
+    if (const auto reason = reasonNotToWrite(talk, directory)) {
+        for (const char* check : allChecks) {
+            talk.report().skip(check, *reason);
+        }
+        return;
+    }
+    Scratch scratch(talk, childPath(directory, "kemvi-check-" + foundation::UUID::random().uuidString()));
+    printMessage("check: making the folder " + scratch.path() + " with " + whatIsMade + ", to be removed afterwards");
+    talk.makingAt(scratch.path());
+    std::exception_ptr failure;
+    try {
+        WriteExamination(talk, scratch).run();
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    cleanUp(talk, scratch);
+    if (failure) {
+        std::rethrow_exception(failure);
     }
 }
 

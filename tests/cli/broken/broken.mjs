@@ -81,6 +81,7 @@ const operations = {
     flush: () => (is('flush fails') ? fail('EIO') : {}),
     release: ({ handle }) => (is('use after release') || handles.delete(handle), {}),
     mkdir({ path }) {
+        if (is('mkdir fails')) fail('EROFS');
         if (files.has(path) && !is('mkdir twice')) fail('EEXIST');
         files.set(path, { folder: true, at: when });
         return {};
@@ -124,6 +125,7 @@ function writeAll(text) {
     for (let done = 0; done < bytes.length; ) done += writeSync(1, bytes, done);
 }
 
+if (is('floods')) for (;;) writeAll('x'.repeat(65536));
 let pending = [];
 const chunk = Buffer.alloc(1 << 20);
 if (is('greets')) writeAll('Welcome!\n');

@@ -1,7 +1,10 @@
 // A loop for helpers that misbehave in one way: answers a ping, one empty folder, and nothing else.
-import { appendFileSync, readSync, writeSync } from 'node:fs';
+import { appendFileSync, existsSync, readFileSync, readSync, writeSync } from 'node:fs';
 
-export const answer = (request, members) => writeSync(1, JSON.stringify({ id: request.id, ok: true, ...members }) + '\n');
+export function answer(request, members) {
+    const bytes = Buffer.from(JSON.stringify({ id: request.id, ok: true, ...members }) + '\n');
+    for (let done = 0; done < bytes.length; ) done += writeSync(1, bytes, done);
+}
 
 const file = { path: '/a.txt', name: 'a.txt', isDirectory: false, size: 6, modifiedAt: '2024-05-01T12:34:56.789Z' };
 const usual = {
@@ -17,18 +20,27 @@ const usual = {
 // Notes something for the test in a file beside the source directory.
 export const note = (text) => appendFileSync(process.env.KEMVI_TEST_FOLDER + '/notes', text + '\n');
 
+// What was noted so far, in this run and earlier ones.
+export function notes() {
+    const path = process.env.KEMVI_TEST_FOLDER + '/notes';
+    return existsSync(path) ? readFileSync(path, 'utf8').split('\n') : [];
+}
+
 // Serves until the input ends; `special` replaces what is done for the operations named in it.
 export function serve(special = {}) {
-    const chunk = Buffer.alloc(65536);
-    let text = '';
+    const chunk = Buffer.alloc(1 << 20);
+    let pieces = [];
     for (;;) {
         const count = readSync(0, chunk, 0, chunk.length, null);
         if (count === 0) return;
-        text += chunk.toString('utf8', 0, count);
-        for (let end; (end = text.indexOf('\n')) >= 0; text = text.slice(end + 1)) {
-            const request = JSON.parse(text.slice(0, end));
+        pieces.push(Buffer.from(chunk.subarray(0, count)));
+        if (chunk[count - 1] !== 10) continue;
+        const lines = Buffer.concat(pieces).toString().split('\n');
+        pieces = [];
+        for (const line of lines.slice(0, -1)) {
+            const request = JSON.parse(line);
             const act = special[request.op] ?? usual[request.op];
-            if (act) act(request);
+            if (act) act(request, answer);
             else answer(request, { ok: false, error: { message: 'not here', code: 'EROFS' } });
         }
     }
