@@ -108,7 +108,7 @@ public:
         if (!served) {
             throw CommandError(ExitCode::mountFailed, plan_.mountPoint, "the connection to the kernel broke");
         }
-        return ExitCode::success;
+        return stop_.lostChanges() ? ExitCode::failure : ExitCode::success;
     }
 
 private:
@@ -147,11 +147,12 @@ private:
         }
         progress.mounted();
         stop_.enter(StopControl::Phase::serving);
+        const auto writing = [&] { stop_.enter(StopControl::Phase::writing); };
         if (!progress.ready) {
-            return host_.serve();
+            return host_.serve(writing);
         }
         Announcer announcer(plan_.mountPoint, progress.ready);
-        const bool served = host_.serve();
+        const bool served = host_.serve(writing);
         interrupted_ = !announcer.cancel();
         return served;
     }

@@ -19,6 +19,9 @@ using namespace std::chrono_literals;
 
 constexpr auto slowStart = 5s;
 constexpr auto slowEnd = 3s;
+/// What the kernel holds back is limited to some tens of megabytes, and service managers give a service a minute and a
+/// half to end.
+constexpr auto longestWriting = 30s;
 constexpr auto retryKilling = 100ms;
 constexpr auto endAfterKilling = 2s;
 
@@ -81,7 +84,10 @@ void StopControl::wait() {
 void StopControl::onPhase() {
     if (phase_ == Phase::serving && !stopRequested_) {
         deadline_.reset();
-    } else if (phase_ == Phase::ending && !deadline_ && !named_) {
+    } else if (phase_ == Phase::writing && !gaveUp_) {
+        writingEnds_ = Clock::now() + longestWriting;
+        deadline_ = Clock::now() + slowEnd;
+    } else if (phase_ == Phase::ending && !gaveUp_ && !named_) {
         deadline_ = Clock::now() + slowEnd;
     }
 }
@@ -100,6 +106,7 @@ void StopControl::onSignal() {
         }
     } else if (!gaveUp_) {
         gaveUp_ = true;
+        host_.refuseRequests();
         helpers_.kill();
         deadline_ = Clock::now() + endAfterKilling;
     }
@@ -116,16 +123,36 @@ void StopControl::onDeadline() {
         // Even without its helper the mount does not come to an end; the kernel releases its users when we are gone,
         // and the watch over the mount takes it away.
         ::_exit(static_cast<int>(ExitCode::gaveUpWaiting));
+    } else if (phase_ == Phase::writing && !lostChanges_) {
+        onSlowWriting();
     } else {
         named_ = true;
         tell("to end; another signal kills it");
     }
 }
 
-void StopControl::tell(const std::string& what) const {
+void StopControl::onSlowWriting() {
+    const auto left = std::chrono::ceil<std::chrono::seconds>(writingEnds_ - Clock::now()).count();
+    if (left > 0) {
+        printMessage(mountPoint_ + ": still writing what programs have changed to " + helperName() + ", for at most " +
+                     std::to_string(left) + " s more; another signal kills it");
+        deadline_ = writingEnds_;
+    } else {
+        printMessage(mountPoint_ +
+                     ": not everything that programs have changed could be written in time; the rest is lost");
+        lostChanges_ = true;
+        host_.refuseRequests();
+        deadline_ = Clock::now() + slowEnd;
+    }
+}
+
+std::string StopControl::helperName() const {
     const auto helpers = helpers_.pids();
-    const std::string helper = helpers.empty() ? "the helper" : "the helper (pid " + std::to_string(helpers[0]) + ")";
-    printMessage(mountPoint_ + ": still waiting for " + helper + " " + what);
+    return helpers.empty() ? "the helper" : "the helper (pid " + std::to_string(helpers[0]) + ")";
+}
+
+void StopControl::tell(const std::string& what) const {
+    printMessage(mountPoint_ + ": still waiting for " + helperName() + " " + what);
 }
 
 } // namespace cli

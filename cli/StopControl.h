@@ -14,12 +14,13 @@ namespace cli {
 /// Ends a mount when a signal asks for it, and says what the end waits for. Runs a thread of its own that takes SIGINT,
 /// SIGTERM and SIGHUP, which must be blocked in every thread.
 ///
-/// The first signal asks for an orderly end: what is open is given back and the helper may finish. A helper that does
-/// not end is named after a few seconds. A second signal, or the first one after it was named, kills the helper.
+/// The first signal asks for an orderly end: what programs have changed is written, what is open is given back and the
+/// helper may finish. Writing that takes long is told, and given up at a limit; a helper that does not end is named
+/// after a few seconds. A second signal, or the first one after the helper was named, kills the helper.
 class StopControl {
 public:
     /// Where the mount stands in its life; goes forward only.
-    enum class Phase { starting, serving, ending, ended };
+    enum class Phase { starting, serving, writing, ending, ended };
 
     /// All arguments must outlive this object.
     StopControl(fusehost::FuseHost& host, const HelperProcesses& helpers, const std::string& mountPoint);
@@ -35,6 +36,9 @@ public:
     /// The helper was killed since it did not end.
     bool gaveUp() const { return gaveUp_; }
 
+    /// The mount was ended before everything was written that programs had changed.
+    bool lostChanges() const { return lostChanges_; }
+
 private:
     using Clock = std::chrono::steady_clock;
 
@@ -43,6 +47,8 @@ private:
     void onPhase();
     void onSignal();
     void onDeadline();
+    void onSlowWriting();
+    std::string helperName() const;
     void tell(const std::string& what) const;
 
     fusehost::FuseHost& host_;
@@ -51,11 +57,13 @@ private:
     std::atomic<Phase> phase_{Phase::starting};
     std::atomic<bool> interrupted_{false};
     std::atomic<bool> gaveUp_{false};
+    std::atomic<bool> lostChanges_{false};
     int signals_ = -1;
     int phaseChanged_ = -1;
 
     // The thread's own.
     std::optional<Clock::time_point> deadline_;
+    Clock::time_point writingEnds_; // when writing is given up
     bool stopRequested_ = false;
     bool named_ = false; // the user knows which process is waited for
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <set>
 
 namespace fusehost {
 
@@ -195,6 +196,18 @@ void FileTree::release(FileHandle handle) {
         removeHidden(node);
     else
         nodes_.deleteIfUnused(node);
+}
+
+std::vector<NodeID> FileTree::writtenNodes() {
+    std::set<NodeID> nodes;
+    for (const auto& [handle, file] : files_)
+        if (file.writes)
+            nodes.insert(file.node);
+    std::erase_if(nodes, [&](NodeID id) {
+        const Node* node = nodes_.find(id);
+        return node == nullptr || node->hidden;
+    });
+    return {nodes.begin(), nodes.end()};
 }
 
 void FileTree::closeUnused(Node& node) {

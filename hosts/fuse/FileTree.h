@@ -77,6 +77,9 @@ public:
     /// A descriptor of the file was closed; other descriptors may still share the handle.
     void flush(FileHandle file);
     void release(FileHandle file);
+    /// The files that are open for writing and have a name: of them alone the kernel may hold changed pages, since it
+    /// writes those when a file is closed and when a map of it is let go.
+    std::vector<NodeID> writtenNodes();
 
     /// Writes pages that the kernel held, as many of them as can be written. A failure is also told by the next fsync
     /// of the file, or flush of one that writes it, whoever holds it.

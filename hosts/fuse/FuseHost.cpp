@@ -2,18 +2,21 @@
 
 #include "foundation/Error.h"
 #include "hosts/fuse/Await.h"
+#include "hosts/fuse/Callers.h"
+#include "hosts/fuse/EventDescriptor.h"
 #include "hosts/fuse/FileTree.h"
 #include "hosts/fuse/HostLog.h"
+#include "hosts/fuse/KernelAnswer.h"
 #include "hosts/fuse/KernelErrno.h"
 #include "hosts/fuse/KernelOperations.h"
 #include "hosts/fuse/KernelSession.h"
+#include "hosts/fuse/PageWriter.h"
 #include "hosts/fuse/SessionLoop.h"
 #include "hosts/fuse/VolumeCalls.h"
 
-#include <cerrno>
-#include <cstring>
-#include <sys/eventfd.h>
-#include <unistd.h>
+#include <mutex>
+#include <poll.h>
+#include <vector>
 
 namespace fusehost {
 
@@ -24,39 +27,66 @@ public:
     Implementation(std::shared_ptr<fskit::FSUnaryFileSystem> fileSystem, std::string source, std::string mountPoint,
                    MountOptions options)
         : fileSystem_(std::move(fileSystem)), source_(std::move(source)), mountPoint_(std::move(mountPoint)),
-          options_(std::move(options)), stopDescriptor_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-        if (stopDescriptor_ < 0)
-            throw MountError(std::string("cannot make an event descriptor: ") + std::strerror(errno));
-    }
+          options_(std::move(options)) {}
 
-    ~Implementation() {
-        session_.reset();
-        close(stopDescriptor_);
-    }
+    ~Implementation() { session_.reset(); }
 
     Implementation(const Implementation&) = delete;
     Implementation& operator=(const Implementation&) = delete;
 
     void load();
     void mount();
-    bool serve();
+    bool serve(const std::function<void()>& onWriting);
 
     std::optional<unsigned> deviceMinor() const { return session_ ? session_->deviceMinor() : std::nullopt; }
 
-    void requestStop() noexcept;
+    void requestStop() noexcept { stop_.signal(); }
+
+    void refuseRequests() noexcept;
     void shutdown();
 
 private:
+    class LoopInUse;
+
+    bool isStopRequested() const;
+    bool writePages(SessionLoop& loop, const std::function<void()>& onWriting);
+
     std::shared_ptr<fskit::FSUnaryFileSystem> fileSystem_;
     std::string source_;
     std::string mountPoint_;
     MountOptions options_;
-    int stopDescriptor_;
+    EventDescriptor stop_;
     std::shared_ptr<fskit::FSResource> resource_;
     std::unique_ptr<VolumeCalls> volume_;
     std::unique_ptr<FileTree> tree_;
     std::unique_ptr<KernelContext> context_;
     std::unique_ptr<KernelSession> session_;
+
+    std::mutex lock_; // guards what follows
+    SessionLoop* loop_ = nullptr;
+    bool refuses_ = false;
+};
+
+/// Lets `refuseRequests` reach a loop for as long as it runs.
+class FuseHost::Implementation::LoopInUse {
+public:
+    LoopInUse(Implementation& host, SessionLoop& loop) : host_(host) {
+        const std::lock_guard guard(host_.lock_);
+        host_.loop_ = &loop;
+        if (host_.refuses_)
+            loop.refuse();
+    }
+
+    ~LoopInUse() {
+        const std::lock_guard guard(host_.lock_);
+        host_.loop_ = nullptr;
+    }
+
+    LoopInUse(const LoopInUse&) = delete;
+    LoopInUse& operator=(const LoopInUse&) = delete;
+
+private:
+    Implementation& host_;
 };
 
 void FuseHost::Implementation::load() {
@@ -77,20 +107,41 @@ void FuseHost::Implementation::mount() {
     session_->mount(mountPoint_);
 }
 
-bool FuseHost::Implementation::serve() {
+bool FuseHost::Implementation::serve(const std::function<void()>& onWriting) {
     bool ended = false;
     {
         const SystemCallers callers;
         SessionLoop loop(session_->get(), session_->descriptor(), callers, tree_.get());
-        ended = loop.run(stopDescriptor_);
+        const LoopInUse inUse(*this, loop);
+        ended = loop.run(stop_.number());
+        if (ended && isStopRequested())
+            ended = writePages(loop, onWriting);
     }
     session_->unmount();
     return ended;
 }
 
-void FuseHost::Implementation::requestStop() noexcept {
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = write(stopDescriptor_, &one, sizeof one);
+bool FuseHost::Implementation::isStopRequested() const {
+    pollfd stop{stop_.number(), POLLIN, 0};
+    return poll(&stop, 1, 0) == 1;
+}
+
+// Not begun while an operation hangs, since it cannot be broken off: it ends when everything is written or refused.
+bool FuseHost::Implementation::writePages(SessionLoop& loop, const std::function<void()>& onWriting) {
+    const std::vector<NodeID> nodes = tree_->writtenNodes();
+    if (nodes.empty())
+        return true;
+    onWriting();
+    std::optional<PageWriter> writer;
+    withoutReply("writing what programs have changed", [&] { writer.emplace(session_->get(), nodes); });
+    return writer ? loop.run(writer->descriptor()) : true;
+}
+
+void FuseHost::Implementation::refuseRequests() noexcept {
+    const std::lock_guard guard(lock_);
+    refuses_ = true;
+    if (loop_ != nullptr)
+        loop_->refuse();
 }
 
 void FuseHost::Implementation::shutdown() {
@@ -127,12 +178,16 @@ std::optional<unsigned> FuseHost::deviceMinor() const {
     return implementation_->deviceMinor();
 }
 
-bool FuseHost::serve() {
-    return implementation_->serve();
+bool FuseHost::serve(const std::function<void()>& onWriting) {
+    return implementation_->serve(onWriting);
 }
 
 void FuseHost::requestStop() noexcept {
     implementation_->requestStop();
+}
+
+void FuseHost::refuseRequests() noexcept {
+    implementation_->refuseRequests();
 }
 
 void FuseHost::shutdown() {

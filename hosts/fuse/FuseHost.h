@@ -3,6 +3,7 @@
 #include "fskit/FSUnaryFileSystem.h"
 #include "hosts/fuse/MountOptions.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -17,7 +18,7 @@ public:
 };
 
 /// Puts one volume of an fskit file system before the Linux kernel. Used in this order by one thread:
-/// load, mount, serve, shutdown. Only `requestStop` may be called from elsewhere.
+/// load, mount, serve, shutdown. Only `requestStop` and `refuseRequests` may be called from elsewhere.
 class FuseHost {
 public:
     FuseHost(std::shared_ptr<fskit::FSUnaryFileSystem> fileSystem, std::string source, std::string mountPoint,
@@ -38,11 +39,17 @@ public:
     std::optional<unsigned> deviceMinor() const;
 
     /// Serves the kernel until the volume is unmounted from outside or a stop is requested; unmounts in either case.
-    /// Returns false if the connection to the kernel failed.
-    bool serve();
+    /// Where a stop was requested the kernel first has to write what programs have changed and it still holds;
+    /// `onWriting` is called before that if there may be such. Returns false if the connection to the kernel failed.
+    bool serve(const std::function<void()>& onWriting = [] {});
 
-    /// Asks `serve` to return as soon as the operation in hand is done. Async-signal-safe, any thread.
+    /// Asks `serve` to return as soon as the operation in hand is done and all is written. Async-signal-safe, any
+    /// thread.
     void requestStop() noexcept;
+
+    /// From now on nothing is asked of the file system: what is not written then is lost, and whoever waits gets EIO.
+    /// For an end that the file system holds up. Any thread.
+    void refuseRequests() noexcept;
 
     /// Gives back what is open and ends the volume. Blocks until the file system has let go of everything, which may
     /// wait for a helper process without limit.

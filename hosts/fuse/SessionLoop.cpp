@@ -7,9 +7,6 @@
 #include <cerrno>
 #include <cstring>
 #include <poll.h>
-#include <sys/eventfd.h>
-#include <system_error>
-#include <unistd.h>
 #include <utility>
 
 namespace fusehost {
@@ -22,29 +19,11 @@ constexpr auto patience = 50ms;
 /// The watcher goes to sleep when nothing happened for so many times its patience.
 constexpr int idleRounds = 20;
 
-int makeEventDescriptor() {
-    const int descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (descriptor < 0)
-        throw std::system_error(errno, std::generic_category(), "eventfd");
-    return descriptor;
-}
-
-void signalEvent(int descriptor) {
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = write(descriptor, &one, sizeof one);
-}
-
-void clearEvent(int descriptor) {
-    std::uint64_t count = 0;
-    [[maybe_unused]] const ssize_t got = read(descriptor, &count, sizeof count);
-}
-
 } // namespace
 
 SessionLoop::SessionLoop(fuse_session* session, int descriptor, const Callers& callers, IdleWork* idleWork,
                          Limits limits)
-    : session_(session), descriptor_(descriptor), callers_(callers), idleWork_(idleWork), limits_(limits),
-      wakeDescriptor_(makeEventDescriptor()) {
+    : session_(session), descriptor_(descriptor), callers_(callers), idleWork_(idleWork), limits_(limits) {
     watcher_ = startBackgroundThread([this] { watch(); });
 }
 
@@ -53,10 +32,9 @@ SessionLoop::~SessionLoop() {
         const std::lock_guard guard(lock_);
         ending_ = true;
     }
-    signalEvent(wakeDescriptor_);
+    wake_.signal();
     changed_.notify_all();
     watcher_.join();
-    close(wakeDescriptor_);
 }
 
 bool SessionLoop::run(int stopDescriptor) {
@@ -120,13 +98,17 @@ void SessionLoop::reclaimReading() {
     Guard guard(lock_);
     if (!watcherReads_)
         return;
-    signalEvent(wakeDescriptor_);
+    wake_.signal();
     changed_.wait(guard, [&] { return !watcherReads_; });
 }
 
 void SessionLoop::execute(const KernelRequest& request) {
     if (request.isInterrupt())
         return; // whatever it is about has been answered: nothing else is under way
+    if (refuses_) {
+        replyErrorDirectly(descriptor_, next_.unique, EIO);
+        return;
+    }
     begin(next_);
     fuse_buf buffer{};
     buffer.mem = request.memory.get();
@@ -191,14 +173,14 @@ void SessionLoop::takeOver(Guard& guard) {
         guard.unlock();
         // Where there was nothing to read though poll called, one round waits with that descriptor left out: the file
         // system is unmounted or the connection broken, which is for the executing thread to meet when it reads.
-        pollfd polled[] = {{canRead ? descriptor_ : -1, POLLIN, 0}, {wakeDescriptor_, POLLIN, 0}};
+        pollfd polled[] = {{canRead ? descriptor_ : -1, POLLIN, 0}, {wake_.number(), POLLIN, 0}};
         poll(polled, 2, static_cast<int>(std::chrono::milliseconds(patience).count()));
         guard.lock();
         const short called = polled[0].revents;
         canRead = called == 0 || ((called & POLLIN) != 0 && readIntoBacklog());
-        giveUpForTheDying();
+        giveUp();
     }
-    clearEvent(wakeDescriptor_);
+    wake_.clear();
     watcherReads_ = false;
     changed_.notify_all();
 }
@@ -226,7 +208,7 @@ void SessionLoop::noteInterrupt(std::uint64_t unique) {
             waiting.about.isInterrupted = true;
 }
 
-bool SessionLoop::isGivenUp(const Pending& pending, Clock::time_point now) const {
+bool SessionLoop::isCallerDying(const Pending& pending, Clock::time_point now) const {
     const auto lasted = now - pending.since;
     // A file is flushed for a dying process without any word of its death.
     if (lasted < limits_.dying || !(pending.isInterrupted || pending.isFlush))
@@ -239,18 +221,25 @@ bool SessionLoop::isGivenUp(const Pending& pending, Clock::time_point now) const
     return pending.isInterrupted && lasted >= limits_.unseen;
 }
 
-void SessionLoop::giveUpForTheDying() {
+int SessionLoop::reasonToGiveUp(const Pending& pending, Clock::time_point now) const {
+    if (pending.unique == 0)
+        return 0; // nobody's, or answered
+    if (refuses_)
+        return EIO;
+    return isCallerDying(pending, now) ? EINTR : 0;
+}
+
+void SessionLoop::giveUp() {
     const Clock::time_point now = Clock::now();
-    if (busy_ && isGivenUp(current_, now)) {
-        replyErrorDirectly(descriptor_, current_.unique, EINTR);
-        current_ = {}; // answered; not to be looked at again
-    }
-    std::erase_if(backlog_, [&](const Waiting& waiting) {
-        if (!isGivenUp(waiting.about, now))
-            return false;
-        replyErrorDirectly(descriptor_, waiting.about.unique, EINTR);
-        return true;
-    });
+    const auto isAnswered = [&](const Pending& pending) {
+        const int reason = reasonToGiveUp(pending, now);
+        if (reason != 0)
+            replyErrorDirectly(descriptor_, pending.unique, reason);
+        return reason != 0;
+    };
+    if (busy_ && isAnswered(current_))
+        current_ = {};
+    std::erase_if(backlog_, [&](const Waiting& waiting) { return isAnswered(waiting.about); });
 }
 
 } // namespace fusehost

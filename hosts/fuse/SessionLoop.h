@@ -1,6 +1,7 @@
 #pragma once
 
 #include "hosts/fuse/Callers.h"
+#include "hosts/fuse/EventDescriptor.h"
 #include "hosts/fuse/IdleWork.h"
 #include "hosts/fuse/KernelRequest.h"
 
@@ -53,6 +54,10 @@ public:
     /// readable. False if the connection failed. May be called again after a stop.
     bool run(int stopDescriptor);
 
+    /// From now on every request fails with EIO, those that wait included; nothing more is asked of the helper. For an
+    /// end that nothing must hold up. Any thread.
+    void refuse() noexcept { refuses_ = true; }
+
 private:
     using Clock = std::chrono::steady_clock;
     using Guard = std::unique_lock<std::mutex>;
@@ -90,8 +95,10 @@ private:
     /// False if the connection has ended or failed.
     bool readIntoBacklog();
     void noteInterrupt(std::uint64_t unique);
-    void giveUpForTheDying();
-    bool isGivenUp(const Pending& pending, Clock::time_point now) const;
+    void giveUp();
+    /// The errno value with which a request is given up; 0 if it is not.
+    int reasonToGiveUp(const Pending& pending, Clock::time_point now) const;
+    bool isCallerDying(const Pending& pending, Clock::time_point now) const;
 
     fuse_session* const session_;
     const int descriptor_;
@@ -100,7 +107,8 @@ private:
     const Limits limits_;
     Pending next_;             // about the request to be executed; the executing thread's own
     bool failureTold_ = false; // that reading fails is in the log; belongs to the thread that reads
-    const int wakeDescriptor_; // eventfd by which the executing thread ends the watcher's poll
+    EventDescriptor wake_;     // by which the executing thread ends the watcher's poll
+    std::atomic<bool> refuses_{false};
 
     std::mutex lock_; // guards everything below
     std::condition_variable changed_;

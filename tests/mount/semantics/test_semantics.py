@@ -207,6 +207,22 @@ def test_write_is_in_the_served_tree(volume):
             assert (volume.backing / "file").stat().st_size == 5 * number
 
 
+@claim("An orderly end of the mount first writes what programs have changed.")
+def test_orderly_end_writes(mount):
+    volume = mount(options=["writeback"])
+    volume.checksDescriptors = False
+
+    def change():
+        os.write(os.open(volume.path / "file", os.O_WRONLY | os.O_CREAT), b"changed")
+        signal.pause()
+    worker = Worker(change)
+    eventually(lambda: (volume.path / "file").exists() and (volume.path / "file").stat().st_size == 7, 10)
+    volume.host.send_signal(signal.SIGTERM)
+    assert volume.waitForEnd() == 0
+    worker.kill()
+    assert (volume.backing / "file").read_bytes() == b"changed"
+
+
 @claim("fsync asks the helper to make the file safe, and tells its error.")
 def test_fsync_asks_the_helper(controlled):
     with open(controlled.path / "file", "wb", buffering=0) as file:

@@ -30,6 +30,23 @@ TEST_F(FileTreeFiles, whatIsWrittenIsRead) {
     EXPECT_EQ(served.bytes("/a"), "hello world");
 }
 
+TEST_F(FileTreeFiles, theFilesThatAreOpenForWritingAndHaveANameAreKnown) {
+    served.put("/read", "r");
+    EXPECT_THAT(tree().writtenNodes(), IsEmpty());
+    open("/read", O_RDONLY);
+    const FileHandle first = create("/written");
+    const FileHandle second = open("/written", O_WRONLY);
+    const FileHandle removed = create("/removed");
+    remove("/removed");
+    EXPECT_THAT(tree().writtenNodes(), ElementsAre(node("/written")));
+    close(first);
+    rename("/written", "/moved");
+    EXPECT_THAT(tree().writtenNodes(), ElementsAre(node("/moved")));
+    close(second);
+    close(removed);
+    EXPECT_THAT(tree().writtenNodes(), IsEmpty());
+}
+
 TEST_F(FileTreeFiles, openingADirectoryIsEISDIR) {
     served.putDirectory("/d");
     EXPECT_EQ(errnoOf([&] { open("/d", O_RDONLY); }), EISDIR);

@@ -292,6 +292,34 @@ TEST_F(SessionLoopTest, endsAfterTheOperationInHandAndLeavesTheRestWhenAskedToSt
     EXPECT_FALSE(kernel.isAnswered(queued));
 }
 
+TEST_F(SessionLoopTest, servesOnAfterAStopBeginningWithWhatWaited) {
+    start();
+    hang();
+    const std::uint64_t queued = ask(FUSE_LOOKUP, "a");
+    kernel.waitUntilRead();
+    requestStop();
+    gate.open();
+    EXPECT_TRUE(waitForEnd());
+    resume();
+    EXPECT_EQ(kernel.answerTo(queued).error, 0);
+    lookedUp("b");
+}
+
+TEST_F(SessionLoopTest, refusesWhatWaitsAndWhatComesWithoutAskingTheHelper) {
+    start();
+    const std::uint64_t slow = hang(living);
+    const std::uint64_t queued = ask(FUSE_LOOKUP, "a", living);
+    kernel.waitUntilRead();
+    refuse();
+    EXPECT_EQ(kernel.answerTo(slow).error, EIO);
+    EXPECT_EQ(kernel.answerTo(queued).error, EIO);
+    EXPECT_EQ(kernel.answerTo(ask(FUSE_LOOKUP, "b", living)).error, EIO) << "while the helper hangs";
+    gate.open();
+    kernel.waitForRefusals(1);
+    EXPECT_EQ(kernel.answerTo(ask(FUSE_LOOKUP, "c", living)).error, EIO);
+    EXPECT_THAT(served.takeRequests(), ElementsAre("getattr /slow"));
+}
+
 TEST_F(SessionLoopTest, endsWhenTheFileSystemIsUnmounted) {
     start();
     kernel.unmount();

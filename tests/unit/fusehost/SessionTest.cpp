@@ -3,8 +3,6 @@
 #include "hosts/fuse/LibFuse.h"
 
 #include <linux/fuse.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
 #include <utility>
 
 namespace fusehosttests {
@@ -31,11 +29,6 @@ void Gate::open() {
     changed_.notify_all();
 }
 
-SessionTest::~SessionTest() {
-    if (stopDescriptor_ >= 0)
-        ::close(stopDescriptor_);
-}
-
 void SessionTest::connect() {
     context_.reset(new Context{{tree(), options, {}}, kernel});
     session_ = std::make_unique<fusehost::KernelSession>(*context_, "source", options);
@@ -49,11 +42,13 @@ void SessionTest::connect() {
             ->kernel.write(descriptor, parts, count);
     };
     ASSERT_EQ(fuse_session_custom_io(session_->get(), &io, kernel.takeHostEnd()), 0);
-    stopDescriptor_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    server_ = std::thread([this] {
-        fusehost::SessionLoop loop(session_->get(), session_->descriptor(), callers, &tree(), limits);
-        result_ = loop.run(stopDescriptor_);
-    });
+    loop_ = std::make_unique<fusehost::SessionLoop>(session_->get(), session_->descriptor(), callers, &tree(), limits);
+    server_ = std::thread([this] { result_ = loop_->run(stop_.number()); });
+}
+
+void SessionTest::resume() {
+    stop_.clear();
+    server_ = std::thread([this] { result_ = loop_->run(stop_.number()); });
 }
 
 void SessionTest::start() {
@@ -78,8 +73,7 @@ std::uint64_t SessionTest::lookedUp(const std::string& name) {
 }
 
 void SessionTest::requestStop() {
-    const std::uint64_t one = 1;
-    EXPECT_EQ(::write(stopDescriptor_, &one, sizeof one), static_cast<ssize_t>(sizeof one));
+    stop_.signal();
 }
 
 bool SessionTest::waitForEnd() {
@@ -94,6 +88,7 @@ void SessionTest::TearDown() {
         requestStop();
         waitForEnd();
     }
+    loop_.reset();
     session_.reset();
     served.before = {};
     // What the played kernel still holds goes with the mount.

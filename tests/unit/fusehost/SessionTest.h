@@ -4,6 +4,7 @@
 #include "PlayedKernel.h"
 
 #include "hosts/fuse/Callers.h"
+#include "hosts/fuse/EventDescriptor.h"
 #include "hosts/fuse/KernelOperations.h"
 #include "hosts/fuse/KernelSession.h"
 #include "hosts/fuse/SessionLoop.h"
@@ -56,14 +57,18 @@ private:
 /// tree belongs to that thread.
 class SessionTest : public FileTreeTest {
 protected:
-    ~SessionTest() override;
-
     /// Makes the session without serving it.
     void connect();
     /// Makes the session, greets it as the kernel does and serves it.
     void start();
     /// Asks the loop to stop.
     void requestStop();
+    /// Lets a loop that has stopped serve again.
+    void resume();
+
+    /// Tells the loop to refuse everything.
+    void refuse() { loop_->refuse(); }
+
     /// Waits for the loop to end and returns what it returned. From then on the tree is the test's again.
     bool waitForEnd();
     void TearDown() override;
@@ -84,7 +89,8 @@ private:
 
     std::unique_ptr<Context> context_;
     std::unique_ptr<fusehost::KernelSession> session_;
-    int stopDescriptor_ = -1;
+    std::unique_ptr<fusehost::SessionLoop> loop_;
+    fusehost::EventDescriptor stop_;
     std::thread server_;
     std::optional<bool> result_;
 };
