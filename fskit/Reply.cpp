@@ -11,8 +11,12 @@ void replyCalledTwice() {
 }
 
 void replyDropped() {
-    static const foundation::Logger logger(foundation::bundleIdentifier, "FSKit");
-    logger.error({"a reply handler was dropped without an answer; answering EIO"});
+    try {
+        static const foundation::Logger logger(foundation::bundleIdentifier, "FSKit");
+        logger.error({"a reply handler was dropped without an answer; answering EIO"});
+    } catch (...) {
+        // No memory for a line of the log; the answer matters more. Called by a destructor.
+    }
 }
 
 } // namespace fskit::detail

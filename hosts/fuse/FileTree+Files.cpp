@@ -1,6 +1,7 @@
 #include "hosts/fuse/FileTree.h"
 #include "hosts/fuse/HostLog.h"
 #include "hosts/fuse/KernelErrno.h"
+#include "hosts/fuse/Quietly.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -221,15 +222,18 @@ void FileTree::closeUnused(Node& node) {
 }
 
 void FileTree::closeQuietly(Node& node) noexcept {
-    const bool closesWriter = node.mayHaveWriteHandle && node.unflushedWriters == 0;
-    try {
-        closeUnused(node);
-    } catch (const KernelError& error) {
-        if (closesWriter)
-            deferError(node, error);
-        if (!error.isLogged())
-            hostLog().error({"closing ", foundation::logPrivate(node.name), ": ", foundation::logPublic(error.what())});
-    }
+    quietly("closing a file", [&] {
+        const bool closesWriter = node.mayHaveWriteHandle && node.unflushedWriters == 0;
+        try {
+            closeUnused(node);
+        } catch (const KernelError& error) {
+            if (closesWriter)
+                deferError(node, error);
+            if (!error.isLogged())
+                hostLog().error(
+                    {"closing ", foundation::logPrivate(node.name), ": ", foundation::logPublic(error.what())});
+        }
+    });
 }
 
 // A program that reads many small files opens the next one right after it closed the last. It need not wait for the
@@ -247,12 +251,7 @@ void FileTree::doNext() noexcept {
         return;
     const fskit::FSItemPtr item = std::move(unused_.front());
     unused_.pop_front();
-    try {
-        volume_.close(item, FSVolumeOpenModes::none);
-    } catch (const KernelError& error) {
-        if (!error.isLogged())
-            hostLog().error({"closing a file that was read: ", foundation::logPublic(error.what())});
-    }
+    quietly("closing a file that was read", [&] { volume_.close(item, FSVolumeOpenModes::none); });
 }
 
 void FileTree::closeUnusedReaders() noexcept {

@@ -1,6 +1,7 @@
 #include "hosts/fuse/FileTree.h"
 #include "hosts/fuse/HostLog.h"
 #include "hosts/fuse/KernelErrno.h"
+#include "hosts/fuse/Quietly.h"
 
 #include <cerrno>
 #include <vector>
@@ -83,7 +84,7 @@ void FileTree::end() noexcept {
         readAhead_.drop(file.node);
     for (auto& [handle, file] : files_)
         if (Node* node = nodes_.find(file.node); node != nullptr && node->hidden)
-            removeHidden(*node);
+            quietly("removing a file that was kept since it was open", [&] { removeHidden(*node); });
     files_.clear();
     directories_.clear();
 }

@@ -6,11 +6,11 @@
 #include "hosts/fuse/EventDescriptor.h"
 #include "hosts/fuse/FileTree.h"
 #include "hosts/fuse/HostLog.h"
-#include "hosts/fuse/KernelAnswer.h"
 #include "hosts/fuse/KernelErrno.h"
 #include "hosts/fuse/KernelOperations.h"
 #include "hosts/fuse/KernelSession.h"
 #include "hosts/fuse/PageWriter.h"
+#include "hosts/fuse/Quietly.h"
 #include "hosts/fuse/SessionLoop.h"
 #include "hosts/fuse/VolumeCalls.h"
 
@@ -133,7 +133,7 @@ bool FuseHost::Implementation::writePages(SessionLoop& loop, const std::function
         return true;
     onWriting();
     std::optional<PageWriter> writer;
-    withoutReply("writing what programs have changed", [&] { writer.emplace(session_->get(), nodes); });
+    quietly("writing what programs have changed", [&] { writer.emplace(session_->get(), nodes); });
     return writer ? loop.run(writer->descriptor()) : true;
 }
 
@@ -150,13 +150,11 @@ void FuseHost::Implementation::shutdown() {
     if (!volume_)
         return;
     tree_->end();
-    try {
-        volume_->end();
-    } catch (const KernelError& error) {
-        hostLog().error({"ending the volume: ", foundation::logPublic(error.what())});
-    }
-    await<OptionalError>(
-        [&](auto reply) { fileSystem_->unloadResource(resource_, fskit::FSTaskOptions(), std::move(reply)); });
+    quietly("ending the volume", [&] { volume_->end(); });
+    quietly("unloading the file system", [&] {
+        await<OptionalError>(
+            [&](auto reply) { fileSystem_->unloadResource(resource_, fskit::FSTaskOptions(), std::move(reply)); });
+    });
 }
 
 FuseHost::FuseHost(std::shared_ptr<fskit::FSUnaryFileSystem> fileSystem, std::string source, std::string mountPoint,

@@ -29,11 +29,11 @@ fuse_entry_param entryParam(const KernelContext& context, const TreeEntry& entry
 }
 
 void forget(FileTree& tree, NodeID node, std::uint64_t lookups) noexcept {
-    withoutReply("forgetting a node", [&] { tree.forget(node, lookups); });
+    quietly("forgetting a node", [&] { tree.forget(node, lookups); });
 }
 
 void release(FileTree& tree, FileHandle file) noexcept {
-    withoutReply("closing a file whose opener is gone", [&] { tree.release(file); });
+    quietly("closing a file whose opener is gone", [&] { tree.release(file); });
 }
 
 /// The nodes handed out with a reply: taken back unless the kernel got it.
@@ -48,6 +48,12 @@ public:
 
     HandedOut(const HandedOut&) = delete;
     HandedOut& operator=(const HandedOut&) = delete;
+
+    /// To be called before a node is handed out: adding it then cannot fail.
+    void makeRoom() {
+        if (nodes_.size() == nodes_.capacity())
+            nodes_.reserve(2 * nodes_.size() + 16);
+    }
 
     void add(NodeID node) { nodes_.push_back(node); }
 
@@ -272,7 +278,7 @@ void opOpendir(fuse_req_t request, fuse_ino_t node, fuse_file_info* file) {
         const DirectoryHandle handle = tree.openDirectory(node);
         file->fh = handle;
         if (fuse_reply_open(request, file) != 0)
-            withoutReply("closing a directory whose opener is gone", [&] { tree.releaseDirectory(handle); });
+            quietly("closing a directory whose opener is gone", [&] { tree.releaseDirectory(handle); });
     });
 }
 
@@ -355,6 +361,7 @@ void opReaddirplus(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offse
             const std::size_t needed = fuse_add_direntry_plus(request, nullptr, 0, entry->name.c_str(), nullptr, 0);
             if (needed > size - used)
                 break;
+            handedOut.makeRoom();
             const fuse_entry_param param = listedParam(context, file->fh, *entry);
             fuse_add_direntry_plus(request, buffer + used, size - used, entry->name.c_str(), &param,
                                    static_cast<off_t>(index + 1));

@@ -6,6 +6,7 @@
 #include "hosts/fuse/LibFuse.h"
 #include "hosts/fuse/MountReason.h"
 #include "hosts/fuse/MountTable.h"
+#include "hosts/fuse/Quietly.h"
 #include "hosts/fuse/Unmounting.h"
 
 #include <algorithm>
@@ -24,15 +25,17 @@ namespace {
 // libfuse reports through one function per process. What it last said is the reason of a failed mount.
 std::string lastMessage;
 
-void keepMessage(fuse_log_level level, const char* format, va_list arguments) {
+void keepMessage(fuse_log_level level, const char* format, va_list arguments) noexcept {
     char text[512];
     std::vsnprintf(text, sizeof text, format, arguments);
-    std::string line(text);
-    while (!line.empty() && line.back() == '\n')
-        line.pop_back();
-    if (level <= FUSE_LOG_ERR)
-        lastMessage = line;
-    hostLog().debug({"libfuse: ", foundation::logPublic(line)});
+    quietly("keeping a message of libfuse", [&] {
+        std::string line(text);
+        while (!line.empty() && line.back() == '\n')
+            line.pop_back();
+        if (level <= FUSE_LOG_ERR)
+            lastMessage = line;
+        hostLog().debug({"libfuse: ", foundation::logPublic(line)});
+    });
 }
 
 /// A value inside an option list: commas and backslashes would end it.
@@ -134,7 +137,7 @@ void KernelSession::unmount() noexcept {
     if (!mounted_)
         return;
     mounted_ = false;
-    try {
+    quietly("unmounting", [&] {
         const bool severed = isSevered();
         const auto path = severed ? std::nullopt : ownPath();
         // First, or unmounting would wait for an answer from here.
@@ -143,10 +146,8 @@ void KernelSession::unmount() noexcept {
             unmountLazily(*path);
         else if (severed && deviceMinor_)
             unmountStaleDevice(*deviceMinor_, mountPoint_);
-    } catch (const std::exception& error) {
-        dropConnection();
-        hostLog().error({"unmounting: ", foundation::logPublic(error.what())});
-    }
+    });
+    dropConnection();
 }
 
 std::optional<std::string> KernelSession::ownPath() const {

@@ -3,7 +3,8 @@
 #include "hosts/fuse/BackgroundThread.h"
 
 #include <algorithm>
-#include <system_error>
+#include <exception>
+#include <new>
 
 namespace fusehost {
 
@@ -22,8 +23,8 @@ bool ReadAhead::hasThread() {
         return true;
     try {
         reader_ = startBackgroundThread([this] { work(); });
-    } catch (const std::system_error&) {
-        // No more threads for this process: it goes without.
+    } catch (const std::exception&) {
+        // No more threads, or memory, for this process: it goes without.
     }
     return reader_.joinable();
 }
@@ -33,7 +34,11 @@ void ReadAhead::start(NodeID node, fskit::FSItemPtr item, std::int64_t offset, s
         return;
     Guard guard(lock_);
     clear(guard);
-    bytes_.resize(std::max(bytes_.size(), size));
+    try {
+        bytes_.resize(std::max(bytes_.size(), size));
+    } catch (const std::bad_alloc&) {
+        return; // the program's own read will tell
+    }
     block_ = {node, std::move(item), offset, size, std::chrono::steady_clock::now()};
     state_ = State::asked;
     changed_.notify_all();

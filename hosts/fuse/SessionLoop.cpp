@@ -3,9 +3,11 @@
 #include "hosts/fuse/BackgroundThread.h"
 #include "hosts/fuse/HostLog.h"
 #include "hosts/fuse/LibFuse.h"
+#include "hosts/fuse/Quietly.h"
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <poll.h>
 #include <utility>
 
@@ -18,13 +20,15 @@ using namespace std::chrono_literals;
 constexpr auto patience = 50ms;
 /// The watcher goes to sleep when nothing happened for so many times its patience.
 constexpr int idleRounds = 20;
+/// How long to wait before a request is asked for again that there was no memory for.
+constexpr auto outOfMemory = 10ms;
 
 } // namespace
 
 SessionLoop::SessionLoop(fuse_session* session, int descriptor, const Callers& callers, IdleWork* idleWork,
                          Limits limits)
     : session_(session), descriptor_(descriptor), callers_(callers), idleWork_(idleWork), limits_(limits) {
-    watcher_ = startBackgroundThread([this] { watch(); });
+    watcher_ = startBackgroundThread([this] { quietly("watching over operations", [&] { watch(); }); });
 }
 
 SessionLoop::~SessionLoop() {
@@ -88,9 +92,15 @@ SessionLoop::Received SessionLoop::receive(KernelRequest& request) {
         return Received::nothing;
     if (result == 0)
         return Received::end; // unmounted
+    if (result == -ENOMEM) {
+        std::this_thread::sleep_for(outOfMemory);
+        return Received::nothing;
+    }
     // The executing thread ends with the same failure that the watcher may have met before it.
     if (!std::exchange(failureTold_, true))
-        hostLog().error({"reading from the kernel failed: ", foundation::logPublic(std::strerror(-result))});
+        quietly("a line of the log", [&] {
+            hostLog().error({"reading from the kernel failed: ", foundation::logPublic(std::strerror(-result))});
+        });
     return Received::failure;
 }
 
@@ -194,7 +204,11 @@ bool SessionLoop::readIntoBacklog() {
         noteInterrupt(request.interruptedUnique());
     else {
         const Pending about{request.unique(), request.thread(), request.isFlush(), Clock::now()};
-        backlog_.push_back({std::move(request), about});
+        try {
+            backlog_.push_back({std::move(request), about});
+        } catch (const std::bad_alloc&) {
+            replyErrorDirectly(descriptor_, about.unique, ENOMEM);
+        }
     }
     return true;
 }

@@ -8,6 +8,8 @@
 
 #include <cerrno>
 #include <climits>
+#include <new>
+#include <utility>
 
 namespace fusehost {
 
@@ -39,13 +41,41 @@ VolumeCalls::VolumeCalls(std::shared_ptr<fskit::FSVolume> volume)
 void VolumeCalls::fail(const NSError& error) {
     if (error.isPosix())
         throw KernelError(kernelErrno(error));
-    const std::lock_guard guard(lock_);
-    const std::string fault = error.description();
-    if (fault != lastFault_) {
-        lastFault_ = fault;
-        hostLog().error({"operations fail with EIO: ", foundation::logPublic(fault)});
-    }
+    logOnce(error.description());
     throw KernelError::logged(kernelErrno(error));
+}
+
+void VolumeCalls::logOnce(const std::string& fault) {
+    const std::lock_guard guard(lock_);
+    if (fault == lastFault_)
+        return;
+    lastFault_ = fault;
+    hostLog().error({"operations fail with EIO: ", foundation::logPublic(fault)});
+}
+
+// As a KernelError, so that whoever asked undoes what it has done before, as for any other failure.
+void VolumeCalls::failUnexpectedly() {
+    try {
+        throw;
+    } catch (const KernelError&) {
+        throw;
+    } catch (const std::bad_alloc&) {
+        throw KernelError(ENOMEM);
+    } catch (const std::exception& failure) {
+        logOnce(failure.what());
+    } catch (...) {
+        logOnce("an exception of an unknown kind");
+    }
+    throw KernelError::logged(EIO);
+}
+
+template <typename... Args, typename Start>
+std::tuple<Args...> VolumeCalls::ask(Start&& start) {
+    try {
+        return await<Args...>(std::forward<Start>(start));
+    } catch (...) {
+        failUnexpectedly();
+    }
 }
 
 void VolumeCalls::check(const OptionalError& error) {
@@ -55,17 +85,17 @@ void VolumeCalls::check(const OptionalError& error) {
 
 FSItemPtr VolumeCalls::activate() {
     const fskit::FSTaskOptions options;
-    const auto [mountError] = await<OptionalError>([&](auto reply) { operations_->mount(options, std::move(reply)); });
+    const auto [mountError] = ask<OptionalError>([&](auto reply) { operations_->mount(options, std::move(reply)); });
     check(mountError);
     auto [root, error] =
-        await<FSItemPtr, OptionalError>([&](auto reply) { operations_->activate(options, std::move(reply)); });
+        ask<FSItemPtr, OptionalError>([&](auto reply) { operations_->activate(options, std::move(reply)); });
     check(error);
     return root;
 }
 
 void VolumeCalls::end() {
-    await<>([&](auto reply) { operations_->unmount(std::move(reply)); });
-    const auto [error] = await<OptionalError>(
+    ask<>([&](auto reply) { operations_->unmount(std::move(reply)); });
+    const auto [error] = ask<OptionalError>(
         [&](auto reply) { operations_->deactivate(fskit::FSDeactivateOptions::none, std::move(reply)); });
     check(error);
 }
@@ -77,7 +107,7 @@ FSItemAttributes VolumeCalls::attributesOf(const FSItemPtr& item) {
 }
 
 FoundItem VolumeCalls::lookup(const FSItemPtr& directory, const std::string& name) {
-    auto [item, stored, error] = await<FSItemPtr, std::optional<fskit::FSFileName>, OptionalError>(
+    auto [item, stored, error] = ask<FSItemPtr, std::optional<fskit::FSFileName>, OptionalError>(
         [&](auto reply) { operations_->lookupItem(fskit::FSFileName(name), directory, std::move(reply)); });
     check(error);
     FSItemAttributes attributes = attributesOf(item);
@@ -86,14 +116,14 @@ FoundItem VolumeCalls::lookup(const FSItemPtr& directory, const std::string& nam
 
 FSItemAttributes VolumeCalls::getAttributes(const FSItemPtr& item) {
     const fskit::FSItemGetAttributesRequest everything;
-    const auto [attributes, error] = await<std::optional<FSItemAttributes>, OptionalError>(
+    const auto [attributes, error] = ask<std::optional<FSItemAttributes>, OptionalError>(
         [&](auto reply) { operations_->getAttributes(everything, item, std::move(reply)); });
     check(error);
     return attributes.value_or(FSItemAttributes());
 }
 
 FSItemAttributes VolumeCalls::setAttributes(const FSItemPtr& item, fskit::FSItemSetAttributesRequest& request) {
-    const auto [attributes, error] = await<std::optional<FSItemAttributes>, OptionalError>(
+    const auto [attributes, error] = ask<std::optional<FSItemAttributes>, OptionalError>(
         [&](auto reply) { operations_->setAttributes(request, item, std::move(reply)); });
     check(error);
     return attributes.value_or(FSItemAttributes());
@@ -101,7 +131,7 @@ FSItemAttributes VolumeCalls::setAttributes(const FSItemPtr& item, fskit::FSItem
 
 void VolumeCalls::enumerate(const FSItemPtr& directory, fskit::FSDirectoryEntryPacker& packer) {
     const fskit::FSItemGetAttributesRequest everything;
-    const auto [verifier, error] = await<fskit::FSDirectoryVerifier, OptionalError>([&](auto reply) {
+    const auto [verifier, error] = ask<fskit::FSDirectoryVerifier, OptionalError>([&](auto reply) {
         operations_->enumerateDirectory(directory, fskit::FSDirectoryCookieInitial, fskit::FSDirectoryVerifierInitial,
                                         &everything, packer, std::move(reply));
     });
@@ -110,7 +140,7 @@ void VolumeCalls::enumerate(const FSItemPtr& directory, fskit::FSDirectoryEntryP
 
 FoundItem VolumeCalls::create(const FSItemPtr& directory, const std::string& name, fskit::FSItemType type) {
     fskit::FSItemSetAttributesRequest none;
-    auto [item, stored, error] = await<FSItemPtr, std::optional<fskit::FSFileName>, OptionalError>(
+    auto [item, stored, error] = ask<FSItemPtr, std::optional<fskit::FSFileName>, OptionalError>(
         [&](auto reply) { operations_->createItem(fskit::FSFileName(name), type, directory, none, std::move(reply)); });
     check(error);
     FSItemAttributes attributes = attributesOf(item);
@@ -118,14 +148,14 @@ FoundItem VolumeCalls::create(const FSItemPtr& directory, const std::string& nam
 }
 
 void VolumeCalls::remove(const FSItemPtr& item, const FSItemPtr& directory, const std::string& name) {
-    const auto [error] = await<OptionalError>(
+    const auto [error] = ask<OptionalError>(
         [&](auto reply) { operations_->removeItem(item, fskit::FSFileName(name), directory, std::move(reply)); });
     check(error);
 }
 
 void VolumeCalls::rename(const FSItemPtr& item, const FSItemPtr& from, const std::string& oldName, const FSItemPtr& to,
                          const std::string& newName) {
-    const auto [stored, error] = await<std::optional<fskit::FSFileName>, OptionalError>([&](auto reply) {
+    const auto [stored, error] = ask<std::optional<fskit::FSFileName>, OptionalError>([&](auto reply) {
         // No item to be replaced is named: the volume would remove it first, and it would be lost if the rename fails.
         operations_->renameItem(item, from, fskit::FSFileName(oldName), fskit::FSFileName(newName), to, nullptr,
                                 std::move(reply));
@@ -136,7 +166,7 @@ void VolumeCalls::rename(const FSItemPtr& item, const FSItemPtr& from, const std
 FoundItem VolumeCalls::createSymbolicLink(const FSItemPtr& directory, const std::string& name,
                                           const std::string& contents) {
     fskit::FSItemSetAttributesRequest none;
-    auto [item, stored, error] = await<FSItemPtr, std::optional<fskit::FSFileName>, OptionalError>([&](auto reply) {
+    auto [item, stored, error] = ask<FSItemPtr, std::optional<fskit::FSFileName>, OptionalError>([&](auto reply) {
         operations_->createSymbolicLink(fskit::FSFileName(name), directory, none, fskit::FSFileName(contents),
                                         std::move(reply));
     });
@@ -146,32 +176,32 @@ FoundItem VolumeCalls::createSymbolicLink(const FSItemPtr& directory, const std:
 }
 
 void VolumeCalls::createLink(const FSItemPtr& item, const FSItemPtr& directory, const std::string& name) {
-    const auto [stored, error] = await<std::optional<fskit::FSFileName>, OptionalError>(
+    const auto [stored, error] = ask<std::optional<fskit::FSFileName>, OptionalError>(
         [&](auto reply) { operations_->createLink(item, fskit::FSFileName(name), directory, std::move(reply)); });
     check(error);
 }
 
 std::string VolumeCalls::readSymbolicLink(const FSItemPtr& item) {
-    const auto [contents, error] = await<std::optional<fskit::FSFileName>, OptionalError>(
+    const auto [contents, error] = ask<std::optional<fskit::FSFileName>, OptionalError>(
         [&](auto reply) { operations_->readSymbolicLink(item, std::move(reply)); });
     check(error);
     return contents ? contents->data() : std::string();
 }
 
 void VolumeCalls::reclaim(const FSItemPtr& item) {
-    const auto [error] = await<OptionalError>([&](auto reply) { operations_->reclaimItem(item, std::move(reply)); });
+    const auto [error] = ask<OptionalError>([&](auto reply) { operations_->reclaimItem(item, std::move(reply)); });
     check(error);
 }
 
 void VolumeCalls::open(const FSItemPtr& item, FSVolumeOpenModes modes) {
-    const auto [error] = await<OptionalError>([&](auto reply) { openClose_->openItem(item, modes, std::move(reply)); });
+    const auto [error] = ask<OptionalError>([&](auto reply) { openClose_->openItem(item, modes, std::move(reply)); });
     check(error);
 }
 
 void VolumeCalls::close(const FSItemPtr& item, FSVolumeOpenModes keeping) {
     const auto closeOnce = [&] {
         const auto [error] =
-            await<OptionalError>([&](auto reply) { openClose_->closeItem(item, keeping, std::move(reply)); });
+            ask<OptionalError>([&](auto reply) { openClose_->closeItem(item, keeping, std::move(reply)); });
         return error;
     };
     const OptionalError error = closeOnce();
@@ -182,7 +212,7 @@ void VolumeCalls::close(const FSItemPtr& item, FSVolumeOpenModes keeping) {
 
 std::size_t VolumeCalls::read(const FSItemPtr& item, std::int64_t offset, std::span<std::byte> into) {
     fskit::FSMutableFileDataBuffer buffer(into);
-    const auto [count, error] = await<std::size_t, OptionalError>([&](auto reply) {
+    const auto [count, error] = ask<std::size_t, OptionalError>([&](auto reply) {
         readWrite_->read(item, offset, static_cast<std::int64_t>(into.size()), buffer, std::move(reply));
     });
     check(error);
@@ -190,7 +220,7 @@ std::size_t VolumeCalls::read(const FSItemPtr& item, std::int64_t offset, std::s
 }
 
 std::size_t VolumeCalls::write(const FSItemPtr& item, std::int64_t offset, std::span<const std::byte> contents) {
-    const auto [count, error] = await<std::size_t, OptionalError>(
+    const auto [count, error] = ask<std::size_t, OptionalError>(
         [&](auto reply) { readWrite_->write(contents, item, offset, std::move(reply)); });
     check(error);
     return count;
@@ -198,7 +228,7 @@ std::size_t VolumeCalls::write(const FSItemPtr& item, std::int64_t offset, std::
 
 void VolumeCalls::synchronize() {
     const auto [error] =
-        await<OptionalError>([&](auto reply) { operations_->synchronize(fskit::FSSyncFlags::wait, std::move(reply)); });
+        ask<OptionalError>([&](auto reply) { operations_->synchronize(fskit::FSSyncFlags::wait, std::move(reply)); });
     check(error);
 }
 

@@ -9,6 +9,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <tuple>
 
 namespace fusehost {
 
@@ -64,6 +65,12 @@ public:
 private:
     [[noreturn]] void fail(const foundation::NSError& error);
     void check(const std::optional<foundation::NSError>& error);
+    /// For the exception being handled, which no volume should throw.
+    [[noreturn]] void failUnexpectedly();
+    void logOnce(const std::string& fault);
+    /// Starts one operation and waits for the values of its reply. Whatever it throws is a KernelError.
+    template <typename... Args, typename Start>
+    std::tuple<Args...> ask(Start&& start);
     fskit::FSItemAttributes attributesOf(const fskit::FSItemPtr& item);
 
     std::shared_ptr<fskit::FSVolume> volume_;

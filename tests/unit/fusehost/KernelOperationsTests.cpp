@@ -361,6 +361,73 @@ TEST_F(KernelOperations, answerEIOWithOneLineWhenTheVolumeThrowsWhatNoVolumeThro
     EXPECT_EQ(kernel.call(FUSE_STATFS, rootNodeID).error, ENOMEM);
 }
 
+TEST_F(KernelOperations, goOnAndTellWhateverAVolumeThrows) {
+    struct Kind {
+        std::function<void()> thrown;
+        int error;
+    };
+
+    served.putDirectory("/d");
+    for (const char* path : {"/a", "/b", "/read", "/read2"})
+        served.put(path, "content");
+    start();
+    const NodeID node = lookedUp("a");
+    const NodeID readNode = lookedUp("read");
+    for (const Kind& kind : {Kind{[] { throw std::bad_alloc(); }, ENOMEM},
+                             Kind{[] { throw std::runtime_error("a bug"); }, EIO}, Kind{[] { throw 42; }, EIO}}) {
+        const std::uint64_t directory = openedRoot();
+        std::vector<std::uint64_t> files;
+        for (int i = 0; i < 3; ++i)
+            files.push_back(opened(node, O_RDWR).fh);
+        const std::uint64_t reader = opened(readNode, O_RDONLY).fh;
+        fuse_write_in written{};
+        written.fh = files[0];
+        written.size = 1;
+        fuse_flush_in flushed{};
+        flushed.fh = files[0];
+        fuse_fsync_in synchronized{};
+        synchronized.fh = files[0];
+        fuse_setattr_in resized{};
+        resized.valid = FATTR_SIZE;
+        resized.size = 3;
+        const std::string rename = bytesOf(fuse_rename_in{rootNodeID}) + named("a") + named("b");
+        EXPECT_EQ(kernel.call(FUSE_WRITE, node, bytesOf(written) + "x").error, 0);
+        settle();
+        volume->onAny = kind.thrown;
+        EXPECT_EQ(kernel.call(FUSE_LOOKUP, rootNodeID, named("b")).error, kind.error);
+        EXPECT_EQ(kernel.call(FUSE_GETATTR, node, bytesOf(fuse_getattr_in{})).error, kind.error);
+        EXPECT_EQ(kernel.call(FUSE_SETATTR, node, bytesOf(resized)).error, kind.error);
+        EXPECT_EQ(kernel.call(FUSE_MKDIR, rootNodeID, bytesOf(fuse_mkdir_in{0755, 0}) + named("new")).error,
+                  kind.error);
+        EXPECT_EQ(create("new").error, kind.error);
+        EXPECT_EQ(kernel.call(FUSE_UNLINK, rootNodeID, named("b")).error, kind.error);
+        EXPECT_EQ(kernel.call(FUSE_UNLINK, rootNodeID, named("a")).error, kind.error) << "an open file";
+        EXPECT_EQ(kernel.call(FUSE_RMDIR, rootNodeID, named("d")).error, kind.error);
+        EXPECT_EQ(kernel.call(FUSE_RENAME, rootNodeID, rename).error, kind.error);
+        EXPECT_EQ(kernel.call(FUSE_OPEN, readNode, bytesOf(fuse_open_in{})).error, kind.error);
+        EXPECT_EQ(kernel.call(FUSE_READ, readNode, readOf(reader, 0, 4096)).error, kind.error);
+        EXPECT_EQ(kernel.call(FUSE_WRITE, node, bytesOf(written) + "x").error, kind.error);
+        EXPECT_NE(kernel.call(FUSE_FSYNC, node, bytesOf(synchronized)).error, 0) << "an earlier failure, or this one";
+        EXPECT_EQ(kernel.call(FUSE_READDIRPLUS, rootNodeID, readOf(directory, 0, 4096)).error, kind.error);
+        kernel.call(FUSE_FLUSH, node, bytesOf(flushed));
+        for (const std::uint64_t file : files) {
+            fuse_release_in released{};
+            released.fh = file;
+            EXPECT_EQ(kernel.call(FUSE_RELEASE, node, bytesOf(released)).error, 0);
+        }
+        fuse_release_in released{};
+        released.fh = reader;
+        EXPECT_EQ(kernel.call(FUSE_RELEASE, readNode, bytesOf(released)).error, 0);
+        released.fh = directory;
+        EXPECT_EQ(kernel.call(FUSE_RELEASEDIR, rootNodeID, bytesOf(released)).error, 0);
+        settle();
+        volume->onAny = {};
+    }
+    EXPECT_EQ(served.bytes("/a").substr(1), "ontent");
+    EXPECT_EQ(served.bytes("/b"), "content");
+    lookedUp("b");
+}
+
 TEST_F(KernelOperations, goOnWhenForgettingFails) {
     served.put("/a", "x");
     start();
@@ -368,7 +435,7 @@ TEST_F(KernelOperations, goOnWhenForgettingFails) {
     volume->onReclaim = [] { throw std::runtime_error("a bug"); };
     forget(node);
     settle();
-    EXPECT_THAT(log.texts(), ElementsAre("forgetting a node failed: a bug"));
+    EXPECT_THAT(log.texts(), ElementsAre("operations fail with EIO: a bug"));
     EXPECT_EQ(nodesLeft(), 0U);
 }
 
@@ -394,7 +461,7 @@ TEST_F(KernelOperations, replyOnlyOnceWhenTakingBackWhatWasRefusedFails) {
     kernel.waitForRefusals(1);
     settle();
     EXPECT_EQ(kernel.refusals(), 1);
-    EXPECT_THAT(log.texts(), ElementsAre("forgetting a node failed: a bug"));
+    EXPECT_THAT(log.texts(), ElementsAre("operations fail with EIO: a bug"));
 }
 
 } // namespace

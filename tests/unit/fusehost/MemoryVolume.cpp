@@ -114,6 +114,7 @@ void MemoryVolume::deactivate(fskit::FSDeactivateOptions, fskit::ErrorReply repl
 }
 
 void MemoryVolume::synchronize(fskit::FSSyncFlags, fskit::ErrorReply reply) {
+    called();
     fskit::answer(reply, [&] {
         for (const auto& [path, handle] : writing_)
             tree_.flush(handle);
@@ -123,6 +124,7 @@ void MemoryVolume::synchronize(fskit::FSSyncFlags, fskit::ErrorReply reply) {
 
 void MemoryVolume::getAttributes(const fskit::FSItemGetAttributesRequest&, const FSItemPtr& item,
                                  fskit::AttributesReply reply) {
+    called();
     fskit::answer(reply, [&]() -> std::optional<FSItemAttributes> {
         const std::string& path = itemOf(item).path;
         return record(path, path == "/" ? itemOf(item).facts : tree_.getattr(path));
@@ -131,6 +133,7 @@ void MemoryVolume::getAttributes(const fskit::FSItemGetAttributesRequest&, const
 
 void MemoryVolume::setAttributes(fskit::FSItemSetAttributesRequest& request, const FSItemPtr& item,
                                  fskit::AttributesReply reply) {
+    called();
     fskit::answer(reply, [&]() -> std::optional<FSItemAttributes> {
         const Item& known = itemOf(item);
         if (request.isValid(FSItemAttribute::size) && !known.facts.isDirectory)
@@ -168,6 +171,7 @@ std::pair<FSItemPtr, std::optional<fskit::FSFileName>> MemoryVolume::found(const
 }
 
 void MemoryVolume::lookupItem(const fskit::FSFileName& name, const FSItemPtr& directory, fskit::NamedItemReply reply) {
+    called();
     fskit::answer(reply, [&] {
         if (!itemOf(directory).facts.isDirectory)
             throwPosix(posixErrno::ENOTDIR_);
@@ -185,11 +189,13 @@ void MemoryVolume::reclaimItem(const FSItemPtr&, fskit::ErrorReply reply) {
 }
 
 void MemoryVolume::readSymbolicLink(const FSItemPtr&, fskit::NameReply reply) {
+    called();
     reply(std::nullopt, foundation::NSError::posix(posixErrno::EINVAL_));
 }
 
 void MemoryVolume::createItem(const fskit::FSFileName& name, FSItemType type, const FSItemPtr& directory,
                               fskit::FSItemSetAttributesRequest&, fskit::NamedItemReply reply) {
+    called();
     fskit::answer(reply, [&] {
         const std::string path = joined(itemOf(directory).path, name.data());
         if (type == FSItemType::file)
@@ -204,15 +210,18 @@ void MemoryVolume::createItem(const fskit::FSFileName& name, FSItemType type, co
 
 void MemoryVolume::createSymbolicLink(const fskit::FSFileName&, const FSItemPtr&, fskit::FSItemSetAttributesRequest&,
                                       const fskit::FSFileName&, fskit::NamedItemReply reply) {
+    called();
     reply(nullptr, std::nullopt, foundation::NSError::posix(posixErrno::ENOTSUP_));
 }
 
 void MemoryVolume::createLink(const FSItemPtr&, const fskit::FSFileName&, const FSItemPtr&, fskit::NameReply reply) {
+    called();
     reply(std::nullopt, foundation::NSError::posix(posixErrno::ENOTSUP_));
 }
 
 void MemoryVolume::removeItem(const FSItemPtr& item, const fskit::FSFileName&, const FSItemPtr&,
                               fskit::ErrorReply reply) {
+    called();
     fskit::answer(reply, [&] {
         giveBackBoth(itemOf(item).path);
         tree_.unlink(itemOf(item).path);
@@ -222,6 +231,7 @@ void MemoryVolume::removeItem(const FSItemPtr& item, const fskit::FSFileName&, c
 void MemoryVolume::renameItem(const FSItemPtr& item, const FSItemPtr&, const fskit::FSFileName&,
                               const fskit::FSFileName& newName, const FSItemPtr& newDirectory,
                               const FSItemPtr& overItem, fskit::NameReply reply) {
+    called();
     fskit::answer(reply, [&]() -> std::optional<fskit::FSFileName> {
         giveBackBoth(itemOf(item).path);
         if (overItem) {
@@ -236,6 +246,7 @@ void MemoryVolume::renameItem(const FSItemPtr& item, const FSItemPtr&, const fsk
 void MemoryVolume::enumerateDirectory(const FSItemPtr& directory, fskit::FSDirectoryCookie, fskit::FSDirectoryVerifier,
                                       const fskit::FSItemGetAttributesRequest*, fskit::FSDirectoryEntryPacker& packer,
                                       fskit::VerifierReply reply) {
+    called();
     const auto error = fskit::caughtError([&] {
         const std::string& path = itemOf(directory).path;
         std::vector<ServedTree::Entry> entries = tree_.readdir(path);
@@ -268,6 +279,7 @@ void MemoryVolume::giveBackBoth(const std::string& path) {
 }
 
 void MemoryVolume::openItem(const FSItemPtr& item, FSVolumeOpenModes modes, fskit::ErrorReply reply) {
+    called();
     fskit::answer(reply, [&] {
         if (itemOf(item).facts.isDirectory)
             throwPosix(posixErrno::EISDIR_);
@@ -279,6 +291,7 @@ void MemoryVolume::openItem(const FSItemPtr& item, FSVolumeOpenModes modes, fski
 }
 
 void MemoryVolume::closeItem(const FSItemPtr& item, FSVolumeOpenModes modes, fskit::ErrorReply reply) {
+    called();
     fskit::answer(reply, [&] {
         if (!contains(modes, FSVolumeOpenModes::read))
             giveBack(reading_, itemOf(item).path);
@@ -289,6 +302,7 @@ void MemoryVolume::closeItem(const FSItemPtr& item, FSVolumeOpenModes modes, fsk
 
 void MemoryVolume::read(const FSItemPtr& item, std::int64_t offset, std::int64_t,
                         fskit::FSMutableFileDataBuffer& buffer, fskit::CountReply reply) {
+    called();
     if (onRead)
         onRead();
     fskit::answer(reply, [&] {
@@ -299,6 +313,7 @@ void MemoryVolume::read(const FSItemPtr& item, std::int64_t offset, std::int64_t
 
 void MemoryVolume::write(std::span<const std::byte> contents, const FSItemPtr& item, std::int64_t offset,
                          fskit::CountReply reply) {
+    called();
     fskit::answer(reply, [&] {
         tree_.write(handle(writing_, itemOf(item).path, "write,create"), offset, contents);
         return contents.size();

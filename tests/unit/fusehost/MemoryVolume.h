@@ -26,6 +26,7 @@ public:
     std::function<void()> onRead;
     std::function<void()> onReclaim;
     std::function<void()> onStatistics;
+    std::function<void()> onAny; // of all but these, before anything is done
 
     int reclaimed() const { return reclaimed_; }
 
@@ -80,6 +81,11 @@ public:
                fskit::CountReply reply) override;
 
 private:
+    void called() const {
+        if (onAny)
+            onAny();
+    }
+
     struct Item;
     using Handles = std::map<std::string, std::int64_t>; // by path
 
