@@ -71,9 +71,10 @@ void FileTree::removeHidden(Node& node) {
                              foundation::logPublic(error.what())});
     }
     node.hidden = false;
-    if (node.parent != nullptr) {
-        noteChange(*node.parent);
+    if (Node* directory = node.parent) {
+        noteChange(*directory);
         nodes_.detach(node);
+        nodes_.deleteIfUnused(*directory); // it may have been kept for this file alone
     }
     nodes_.deleteIfUnused(node);
 }

@@ -229,6 +229,17 @@ TEST_F(FileTreeHidden, theEndOfTheMountRemovesThem) {
         EXPECT_EQ(errnoOf([&] { tree().read(file, 0, {}); }), EBADF);
 }
 
+TEST_F(FileTreeHidden, withItsLastCloseTheDirectoryGoesTooIfTheKernelHasForgottenThat) {
+    makeDirectory("/d");
+    const FileHandle file = create("/d/a");
+    const NodeID id = node("/d/a");
+    remove("/d/a");
+    forget(node("/d"));
+    EXPECT_EQ(close(file), 0);
+    forget(id);
+    EXPECT_EQ(tree().nodes().size(), 1U);
+}
+
 TEST_F(FileTreeHidden, theEndOfTheMountSurvivesAHelperThatIsDead) {
     create("/a");
     remove("/a");
