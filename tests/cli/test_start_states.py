@@ -7,7 +7,7 @@ from pathlib import Path
 
 import pytest
 
-from conftest import KEMVI, SLOWNESS, children_of, is_alive, name_of, user_only, wait_for
+from conftest import KEMVI, SLOWNESS, children_of, is_alive, name_of, wait_for
 
 CLOSED = {"no input": [0], "no output": [1], "no errors": [2], "only errors": [0, 1], "nothing": [0, 1, 2]}
 
@@ -155,13 +155,3 @@ def test_a_foreground_mount_keeps_ignoring_what_nohup_and_scripts_have_ignored(p
         assert process.poll() is None and place.is_mounted()
         process.terminate()
         assert process.wait(30 * SLOWNESS) == 0
-
-
-@user_only
-def test_a_user_whose_unmount_is_refused_is_told_why_with_sigchld_ignored(place):
-    place.mount()
-    started = Starter(place, ignoring(signal.SIGCHLD))
-    with open(place.point / "a.txt", encoding="utf-8"):
-        assert started.run("unmount", place.point) == 10
-    assert "is in use" in started.output()
-    assert place.run("unmount", place.point).returncode == 0
