@@ -163,7 +163,7 @@ def test_a_helper_that_hangs_is_ended_after_its_host_was_killed(place):
     child = int(place.notes()[0])
     os.kill(host, signal.SIGKILL)
     wait_for(lambda: not is_alive(watch), "the end of the watch")
-    assert not is_alive(helper) and not is_alive(child)
+    wait_for(lambda: not is_alive(helper) and not is_alive(child), "the end of the helper and its child")
     listing.wait(10 * SLOWNESS)
 
 
@@ -179,7 +179,7 @@ def test_a_helper_that_hangs_at_its_start_is_ended_after_its_host_was_killed(pla
     process.kill()
     process.communicate()
     wait_for(lambda: not is_alive(watch), "the end of the watch")
-    assert not is_alive(helper)
+    wait_for(lambda: not is_alive(helper), "the end of the helper")
 
 
 def test_a_helper_that_ends_by_itself_may_finish_after_its_host_was_killed(place):
