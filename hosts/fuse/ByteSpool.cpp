@@ -18,9 +18,7 @@ void checkAll(std::size_t done, std::size_t wanted) {
 } // namespace
 
 void ByteSpool::moveToFile() {
-    file_.reset(std::tmpfile());
-    if (!file_)
-        throw KernelError(errno);
+    file_ = folder_.makeFile();
     errno = 0;
     if (!memory_.empty())
         checkAll(std::fwrite(memory_.data(), 1, memory_.size(), file_.get()), memory_.size());

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "hosts/fuse/TemporaryFolder.h"
+
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <memory>
 #include <span>
 #include <vector>
 
@@ -13,6 +13,9 @@ namespace fusehost {
 /// Not thread-safe. Throws KernelError (ENOSPC, EIO, ENOMEM) when there is no room.
 class ByteSpool {
 public:
+    /// The folder must live longer.
+    explicit ByteSpool(const TemporaryFolder& folder) : folder_(folder) {}
+
     void append(std::span<const std::byte> bytes);
 
     /// Fills `into` with the bytes from `offset` on; they must have been appended.
@@ -22,14 +25,11 @@ public:
     std::uint64_t size() const { return size_; }
 
 private:
-    struct Close {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
-
     void moveToFile();
 
+    const TemporaryFolder& folder_;
     std::vector<std::byte> memory_;
-    std::unique_ptr<std::FILE, Close> file_;
+    TemporaryFile file_;
     std::uint64_t size_ = 0;
 };
 

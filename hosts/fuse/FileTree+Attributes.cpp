@@ -1,11 +1,8 @@
-#include "hosts/fuse/ByteSpool.h"
 #include "hosts/fuse/FileTree.h"
-#include "hosts/fuse/HostLog.h"
 #include "hosts/fuse/KernelErrno.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <vector>
+#include <limits>
 
 namespace fusehost {
 
@@ -19,8 +16,13 @@ constexpr mode_t permissionBits = 0777;
 
 } // namespace
 
+// The kernel asks once more before each change of owner, which mostly comes with other changes.
 struct stat FileTree::getAttributes(NodeID id) {
     Node& node = nodeAt(id);
+    return recent_.isOfAChange && isRecent(node) ? recent_.attributes : askForAttributes(node);
+}
+
+struct stat FileTree::askForAttributes(Node& node) {
     if (!node.item) {
         const FoundItem found = lookUpAgain(node);
         return shown(node, found.attributes);
@@ -30,7 +32,7 @@ struct stat FileTree::getAttributes(NodeID id) {
         if (attributes.type() == node.type)
             return shown(node, attributes);
     } catch (const KernelError& error) {
-        if (error.number() != ENOENT || id == rootNodeID)
+        if (error.number() != ENOENT || node.id == rootNodeID)
             throw;
     }
     dropVanished(node);
@@ -60,7 +62,8 @@ struct stat FileTree::setAttributes(NodeID id, const AttributeChange& change) {
             result = shown(node, attributes);
     }
     if (!result)
-        result = isRecent(node) ? recent_.attributes : getAttributes(id);
+        result = isRecent(node) ? recent_.attributes : askForAttributes(node);
+    recent_.isOfAChange = recent_.node == id;
     return *result;
 }
 
@@ -113,62 +116,7 @@ FSItemAttributes FileTree::resize(Node& node, std::uint64_t size) {
         shrink(node, size);
     else
         grow(node, size);
-    return volume_.getAttributes(node.item);
-}
-
-// The volume can only empty a file, or keep as much of its head as one read of the helper happens to return. So the
-// head is read here, by as many reads as it takes, and written back after the file was emptied.
-void FileTree::shrink(Node& node, std::uint64_t size) {
-    ByteSpool head;
-    std::vector<std::byte> block(static_cast<std::size_t>(std::min<std::uint64_t>(size, requestSize_)));
-    while (head.size() < size) {
-        const auto wanted = std::min<std::uint64_t>(size - head.size(), block.size());
-        const std::span<std::byte> part(block.data(), static_cast<std::size_t>(wanted));
-        const std::size_t count = readWhole(node, static_cast<std::int64_t>(head.size()), part);
-        head.append(part.first(count));
-        if (count < part.size())
-            break;
-    }
-    try {
-        makeEmpty(node);
-        writeHead(node, head);
-    } catch (const KernelError&) {
-        if (!restoreHead(node, head))
-            throw;
-    }
-    if (head.size() < size)
-        grow(node, size);
-    node.size = size;
-}
-
-void FileTree::writeHead(Node& node, ByteSpool& head) {
-    std::vector<std::byte> block(static_cast<std::size_t>(std::min<std::uint64_t>(head.size(), requestSize_)));
-    for (std::uint64_t at = 0; at < head.size(); at += block.size()) {
-        const auto count = std::min<std::uint64_t>(head.size() - at, block.size());
-        const std::span<std::byte> part(block.data(), static_cast<std::size_t>(count));
-        head.copy(at, part);
-        writeWhole(node, static_cast<std::int64_t>(at), part);
-    }
-}
-
-// Emptying the file or writing its head back has failed, and the head may be nowhere but here. Writing it once more
-// does no harm to a file that was not emptied after all.
-bool FileTree::restoreHead(Node& node, ByteSpool& head) {
-    std::uint64_t size = 0;
-    bool written = false;
-    try {
-        writeHead(node, head);
-        written = true;
-    } catch (const KernelError&) {
-    }
-    try {
-        size = volume_.getAttributes(itemOf(node)).size();
-    } catch (const KernelError&) {
-    }
-    if (size < head.size())
-        hostLog().error({"shortening ", foundation::logPrivate(node.name), " failed; what it held from byte ",
-                         foundation::logPublic(std::to_string(size)), " on may be lost"});
-    return written && size == head.size();
+    return volume_.getAttributes(itemOf(node));
 }
 
 void FileTree::grow(Node& node, std::uint64_t size) {

@@ -40,7 +40,7 @@ void FileTree::makeSafe(Node& node) {
 void FileTree::openToSynchronize(Node& node) {
     // Opened for writing, a file that was removed behind the mount would be made anew.
     if (!node.mayHaveWriteHandle)
-        getAttributes(node.id);
+        askForAttributes(node);
     node.mayHaveWriteHandle = true;
     volume_.open(itemOf(node), FSVolumeOpenModes::write);
 }

@@ -259,17 +259,24 @@ void FileTree::closeUnusedReaders() noexcept {
         doNext();
 }
 
-void FileTree::closeForMove(Node& node) {
+void FileTree::closeEverything(Node& node) {
     readAhead_.drop(node.id);
-    if (node.item && node.isOpen()) {
-        node.mayHaveWriteHandle = false;
-        try {
-            volume_.close(node.item, FSVolumeOpenModes::none);
-        } catch (const KernelError& error) {
-            if (node.writers > 0)
-                deferError(node, error);
-        }
+    if (!node.item)
+        return;
+    node.mayHaveWriteHandle = false;
+    try {
+        volume_.close(node.item, FSVolumeOpenModes::none);
+    } catch (const KernelError& error) {
+        if (node.writers > 0)
+            deferError(node, error);
     }
+}
+
+void FileTree::closeForMove(Node& node) {
+    if (node.isOpen())
+        closeEverything(node);
+    else
+        readAhead_.drop(node.id);
     for (Node* child = node.firstChild; child != nullptr; child = child->nextSibling)
         closeForMove(*child);
 }

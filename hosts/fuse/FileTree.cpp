@@ -148,7 +148,7 @@ struct stat FileTree::shown(Node& node, const FSItemAttributes& attributes) {
     struct stat result = attributeMap_.map(attributes);
     if (node.hidden)
         result.st_nlink = 0;
-    recent_ = {node.id, node.changed, std::chrono::steady_clock::now(), result};
+    recent_ = {node.id, node.changed, std::chrono::steady_clock::now(), result, false};
     return result;
 }
 

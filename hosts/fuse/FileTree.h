@@ -152,6 +152,8 @@ private:
         std::chrono::steady_clock::time_point seen;
 
         struct stat attributes {};
+
+        bool isOfAChange = false;
     };
 
     /// A name resolved for a change: its item, and its node if the kernel knows it.
@@ -186,15 +188,31 @@ private:
     void dropVanished(Node& node);
 
     // Attributes and sizes (FileTree+Attributes.cpp)
+    struct stat askForAttributes(Node& node);
     void checkOwner(const fskit::FSItemPtr& item, const AttributeChange& change);
     struct stat changeSize(Node& node, std::uint64_t size);
     fskit::FSItemAttributes makeEmpty(Node& node);
     fskit::FSItemAttributes resize(Node& node, std::uint64_t size);
-    void shrink(Node& node, std::uint64_t size);
-    void writeHead(Node& node, ByteSpool& head);
-    /// True if the file is now the head and nothing else.
-    bool restoreHead(Node& node, ByteSpool& head);
     void grow(Node& node, std::uint64_t size);
+
+    // Shrinking (FileTree+Shrinking.cpp)
+    void shrink(Node& node, std::uint64_t size);
+    void readHead(Node& node, std::uint64_t size, ByteSpool& head);
+    void writeHead(Node& node, ByteSpool& head);
+    /// Makes a file beside the node's that holds the head and is safe with the helper. Null where none is needed, or
+    /// can be made.
+    Node* copyHead(Node& node, ByteSpool& head);
+    std::string copyName(const Node& node);
+    void dropCopy(Node& copy);
+    void replaceByHead(Node& node, ByteSpool& head);
+    /// After `replaceByHead` has failed: has the file hold the head and nothing else, or, where it lost some of it, the
+    /// copy take its place; otherwise throws `failure`. Consumes the copy.
+    void restoreHead(Node& node, ByteSpool& head, Node* copy, const KernelError& failure);
+    std::uint64_t sizeNow(Node& node);
+    /// True if the copy is now the node's file, and no node any more.
+    bool putInPlace(Node& copy, Node& node);
+    /// For whoever needs it: it shows like any other file from now on.
+    void leaveCopy(Node& copy, const Node& node);
 
     // Open files (FileTree+Files.cpp)
     OpenFile& fileAt(FileHandle handle);
@@ -213,6 +231,8 @@ private:
     void closeWhenIdle(Node& node);
     /// The same where nobody is left to be told of a failure, or another one is to be reported: it is logged.
     void closeQuietly(Node& node) noexcept;
+    /// Closes what is open at the node, needed or not. A failure is kept for the file's next flush.
+    void closeEverything(Node& node);
     /// Closes everything that is open at the node and beneath it: the volume's handles are tied to paths. They open
     /// again when next used. A failure is kept for the file's next flush.
     void closeForMove(Node& node);
@@ -261,6 +281,7 @@ private:
     std::uint64_t changes_ = 0; // counts changes made through the mount
     std::optional<Absence> absence_;
     Recent recent_;
+    TemporaryFolder temporaryFolder_;
     std::string hiddenPrefix_; // begins every hidden name of this mount
     std::uint64_t nextHidden_ = 1;
     double attrTimeout_;

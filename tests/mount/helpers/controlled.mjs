@@ -15,6 +15,7 @@ const inner = new Inner(process.env.KEMVI_TEST_INNER);
 const log = fs.openSync(path.join(folder, 'requests.jsonl'), 'a');
 
 const openedAt = new Map(); // handle -> path
+const counts = new Map(); // number of a rule -> requests that it fitted
 
 const rules = () => JSON.parse(fs.readFileSync(path.join(folder, 'rules.json'), 'utf8'));
 const reach = (served) => path.join(root, served);
@@ -62,6 +63,9 @@ const actions = {
   // A file of which every handle is in trouble, the others' are not.
   failOpenedAt: (rule, request, next) =>
     openedAt.get(request.handle) === rule.opened ? failure(request, rule.code, rule.message) : next(request),
+  failCopies: (rule, request, next) =>
+    (request.path ?? openedAt.get(request.handle) ?? '').includes('-head-of-')
+      ? failure(request, rule.code, rule.message) : next(request),
   failNameless: (rule, request) => ({ id: request.id, ok: false, error: { message: rule.message } }),
   // Does the work and reports that it failed, as a helper does that notices a full disk too late.
   async failAfter(rule, request, next) {
@@ -101,6 +105,15 @@ const actions = {
     fs.closeSync(1);
     for (;;) await pause(1000);
   },
+  // The host and the helper die together, before such a request for the `nth` time.
+  killAllAt(rule, request, next) {
+    const count = (counts.get(rule.number) ?? 0) + 1;
+    counts.set(rule.number, count);
+    if (count < rule.nth) return next(request);
+    process.kill(process.ppid, 'SIGKILL');
+    process.kill(inner.child.pid, 'SIGKILL');
+    return process.kill(process.pid, 'SIGKILL');
+  },
   garbage(rule) {
     fs.writeSync(1, `${rule.text ?? 'this is not JSON'}\n`);
     return undefined;
@@ -116,11 +129,15 @@ async function exchanged(line, request) {
   return answer;
 }
 
+async function askInner(request) {
+  return JSON.parse(await exchanged(Buffer.from(JSON.stringify(request)), request));
+}
+
 async function answerTo(line, request) {
   const active = rules().filter((rule) => fits(rule, request) && actions[rule.action]);
   if (active.length === 0) return exchanged(line, request);
   const run = (index, asked) =>
-    index === active.length ? inner.ask(asked) : actions[active[index].action](active[index], asked, (r) => run(index + 1, r));
+    index === active.length ? askInner(asked) : actions[active[index].action](active[index], asked, (r) => run(index + 1, r));
   const answer = await run(0, request);
   return answer === undefined ? undefined : Buffer.from(JSON.stringify(answer));
 }

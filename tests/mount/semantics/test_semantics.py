@@ -600,8 +600,20 @@ def test_shrinking_rewrites(controlled):
     put(controlled.path / "file", b"0123456789")
     controlled.helper.forget()
     os.truncate(controlled.path / "file", 4)
-    assert sum(request["size"] for request in controlled.helper.requests("write")) == 4
+    assert sum(request["size"] for request in controlled.helper.requests("write")) == 2 * 4, "into a copy, and back"
     assert any("truncate" in request["flags"] for request in controlled.helper.requests("open"))
+
+
+@claim("The head survives the death of helper or host in the middle: it is in the file, or beside it as "
+       ".kemvi-hidden-...-head-of-NAME.")
+def test_head_survives(controlled):
+    controlled.checksDescriptors, controlled.expectsExit = False, None
+    put(controlled.backing / "file", b"0123456789")
+    controlled.helper.rule("killAllAt", "write", nth=2)  # the file is empty, the head is to be written back
+    assert failure(os.truncate, controlled.path / "file", 4)
+    controlled.waitForEnd()
+    copy, = controlled.hidden()
+    assert copy.endswith("-head-of-file") and (controlled.backing / copy).read_bytes() == b"0123"
 
 
 @claim("A folder that is removed while it is open or somebody's working folder answers ESTALE.")

@@ -2,6 +2,7 @@
 
 import errno
 import os
+import stat
 
 import pytest
 
@@ -82,6 +83,72 @@ def test_failed_write_of_a_resize_is_told(controlled):
     assert failure(os.truncate, controlled.path / "file", 20_000) == errno.EACCES
     controlled.helper.drop(rule)
     assert (controlled.backing / "file").read_bytes() == DATA
+
+
+HEAD = DATA[:4000]
+
+
+def shrinkUntil(mount, nth):
+    """Shrinks a file, with host and helper killed before the `nth` request. Returns the volume, and whether it came to
+    that."""
+    volume = mount(control=True)
+    volume.checksDescriptors, volume.expectsExit = False, None
+    put(volume.backing / "file")
+    os.stat(volume.path / "file")
+    rule = volume.helper.rule("killAllAt", nth=nth)
+    try:
+        os.truncate(volume.path / "file", len(HEAD))
+    except OSError:
+        volume.waitForEnd()
+        return volume, True
+    volume.helper.drop(rule)
+    volume.expectsExit = 0
+    return volume, False
+
+
+@pytest.mark.limit(120)
+def test_head_is_in_the_file_or_in_a_copy_beside_it_whenever_host_and_helper_are_killed(mount):
+    for nth in range(1, 100, 1 if os.getuid() == 0 else 6):
+        volume, died = shrinkUntil(mount, nth)
+        names = os.listdir(volume.backing)
+        copies = [name for name in names if name.startswith(".kemvi-hidden-") and name.endswith("-head-of-file")]
+        assert sorted(names) == sorted([*copies, "file"]) and len(copies) <= 1
+        contents = [(volume.backing / name).read_bytes() for name in names]
+        assert HEAD in contents or DATA in contents, f"lost at request {nth}"
+        for name in copies:
+            assert stat.S_IMODE(os.stat(volume.backing / name).st_mode) == 0o600 or not contents[names.index(name)]
+        if not died:
+            assert nth > 10 and contents == [HEAD]
+            return
+
+
+def test_shrinking_keeps_mode_and_other_names_of_the_file(volume):
+    path = put(volume.path / "file")
+    os.chmod(volume.backing / "file", 0o640)
+    os.link(volume.backing / "file", volume.backing / "other")
+    os.truncate(path, 100)
+    assert stat.S_IMODE(os.stat(volume.backing / "file").st_mode) == 0o640
+    assert (volume.backing / "other").read_bytes() == DATA[:100]
+    assert sorted(os.listdir(volume.backing)) == ["file", "other"]
+
+
+@pytest.mark.parametrize("op", ["create", "write", "flush"])
+def test_shrinking_works_where_no_copy_can_be_made(controlled, op):
+    """A folder that takes no new files, a full disk."""
+    put(controlled.backing / "file")
+    controlled.helper.rule("failCopies", "open" if op == "create" else op, code="EACCES", message="no room")
+    os.truncate(controlled.path / "file", 100)
+    assert (controlled.backing / "file").read_bytes() == DATA[:100]
+    assert os.listdir(controlled.backing) == ["file"]
+
+
+def test_mount_over_the_temporary_folder_shrinks_a_large_file(mount, workspace):
+    """A long head goes through a temporary file. On the mount itself the host would wait for itself for ever."""
+    volume = mount(environment={"TMPDIR": str(workspace / "mount")})
+    large = os.urandom(20 << 20)
+    put(volume.backing / "file", large)
+    os.truncate(volume.path / "file", 18 << 20)
+    assert (volume.backing / "file").read_bytes() == large[:18 << 20]
 
 
 def test_descriptors_opened_before_a_resize_go_on(volume):

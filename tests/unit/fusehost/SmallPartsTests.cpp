@@ -132,7 +132,8 @@ void expectHolds(fusehost::ByteSpool& spool, const std::vector<std::byte>& all) 
 }
 
 TEST(ByteSpool, givesBackWhatWasAppended) {
-    fusehost::ByteSpool spool;
+    const fusehost::TemporaryFolder folder;
+    fusehost::ByteSpool spool(folder);
     EXPECT_EQ(spool.size(), 0U);
     const auto all = pattern(5000, 0);
     spool.append(std::span(all).first(1));
@@ -142,7 +143,8 @@ TEST(ByteSpool, givesBackWhatWasAppended) {
 }
 
 TEST(ByteSpool, givesBackWhatNoLongerFitsInMemory) {
-    fusehost::ByteSpool spool;
+    const fusehost::TemporaryFolder folder;
+    fusehost::ByteSpool spool(folder);
     const auto all = pattern(18 * 1024 * 1024 + 17, 5);
     const std::size_t block = 7 * 1024 * 1024;
     for (std::size_t at = 0; at < all.size(); at += block)
@@ -151,7 +153,8 @@ TEST(ByteSpool, givesBackWhatNoLongerFitsInMemory) {
 }
 
 TEST(ByteSpool, takesMoreAfterItWasReadFrom) {
-    fusehost::ByteSpool spool;
+    const fusehost::TemporaryFolder folder;
+    fusehost::ByteSpool spool(folder);
     const auto all = pattern(20 * 1024 * 1024, 9);
     const std::size_t half = 17 * 1024 * 1024; // in the file already
     spool.append(std::span(all).first(half));
