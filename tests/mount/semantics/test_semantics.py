@@ -358,6 +358,28 @@ def test_handled_signal_breaks_nothing(controlled):
     assert inChild(make)
 
 
+@claim("A process with changes in a shared map cannot be killed while they wait for a helper that hangs; "
+       "`kemvi unmount --force` frees it.")
+def test_forced_unmount_frees_a_process_with_a_changed_map(controlled):
+    controlled.checksDescriptors, controlled.expectsExit = False, None
+    controlled.expectLog("")
+    put(controlled.path / "file", bytes(mmap.PAGESIZE))
+
+    def change():
+        with open(controlled.path / "file", "r+b") as file, mmap.mmap(file.fileno(), 0) as view:
+            view[0] = 1
+            view.flush()
+    controlled.helper.block("write")
+    worker = Worker(change)
+    controlled.helper.blockedRequest()
+    worker.kill()
+    assert not worker.isGone(0.7)
+    assert controlled.program.run("unmount", "--force", controlled.path, limit=20).returncode == 0
+    assert worker.isGone(5)
+    controlled.waitForEnd(5)
+    eventually(lambda: not controlled.helperPids(), 5)
+
+
 @claim("After the helper has died every operation that needs it fails at once with EIO.")
 def test_dead_helper_is_an_error(controlled):
     controlled.expectLog("helper")
