@@ -80,6 +80,11 @@ MemoryVolume::Item& MemoryVolume::itemOf(const FSItemPtr& item) {
     return dynamic_cast<Item&>(*item);
 }
 
+void MemoryVolume::refuseDirectory(const FSItemPtr& item) {
+    if (itemOf(item).facts.isDirectory)
+        throwPosix(posixErrno::EISDIR_);
+}
+
 fskit::FSStatFSResult MemoryVolume::volumeStatistics() const {
     if (onStatistics)
         onStatistics();
@@ -248,6 +253,8 @@ void MemoryVolume::enumerateDirectory(const FSItemPtr& directory, fskit::FSDirec
                                       fskit::VerifierReply reply) {
     called();
     const auto error = fskit::caughtError([&] {
+        if (!itemOf(directory).facts.isDirectory)
+            throwPosix(posixErrno::ENOTDIR_);
         const std::string& path = itemOf(directory).path;
         std::vector<ServedTree::Entry> entries = tree_.readdir(path);
         entries.insert(entries.begin(), {{".", {true, 0, 0}}, {"..", {true, 0, 0}}});
@@ -281,8 +288,7 @@ void MemoryVolume::giveBackBoth(const std::string& path) {
 void MemoryVolume::openItem(const FSItemPtr& item, FSVolumeOpenModes modes, fskit::ErrorReply reply) {
     called();
     fskit::answer(reply, [&] {
-        if (itemOf(item).facts.isDirectory)
-            throwPosix(posixErrno::EISDIR_);
+        refuseDirectory(item);
         if (contains(modes, FSVolumeOpenModes::read))
             handle(reading_, itemOf(item).path, "read");
         if (contains(modes, FSVolumeOpenModes::write))
@@ -306,6 +312,7 @@ void MemoryVolume::read(const FSItemPtr& item, std::int64_t offset, std::int64_t
     if (onRead)
         onRead();
     fskit::answer(reply, [&] {
+        refuseDirectory(item);
         const std::int64_t opened = handle(reading_, itemOf(item).path, "read");
         return tree_.read(opened, offset, {buffer.mutableBytes(), buffer.length()});
     });
@@ -315,6 +322,7 @@ void MemoryVolume::write(std::span<const std::byte> contents, const FSItemPtr& i
                          fskit::CountReply reply) {
     called();
     fskit::answer(reply, [&] {
+        refuseDirectory(item);
         tree_.write(handle(writing_, itemOf(item).path, "write,create"), offset, contents);
         return contents.size();
     });

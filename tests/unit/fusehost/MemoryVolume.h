@@ -14,7 +14,7 @@ namespace fusehosttests {
 /// A volume over a ServedTree with the limits that a host must live with: items are paths, handles are kept per path
 /// and direction and shared, a resize keeps no more than the size that the item was made with, a create empties, a
 /// removal or rename first gives back what is open at the item's path. It waits for nothing and replies before it
-/// returns.
+/// returns. tests/unit/standin holds it against the volume that users get.
 class MemoryVolume final : public fskit::FSVolume,
                            public fskit::FSVolumeOperations,
                            public fskit::FSVolumeOpenCloseOperations,
@@ -90,6 +90,7 @@ private:
     using Handles = std::map<std::string, std::int64_t>; // by path
 
     static Item& itemOf(const fskit::FSItemPtr& item);
+    static void refuseDirectory(const fskit::FSItemPtr& item);
     std::pair<fskit::FSItemPtr, std::optional<fskit::FSFileName>> found(const std::string& path);
     std::int64_t handle(Handles& handles, const std::string& path, const std::string& flags);
     void giveBack(Handles& handles, const std::string& path);
