@@ -29,6 +29,7 @@ constexpr std::array reasons = {
     KnownReason{"not a directory or a regular file", "it is not a directory; give an empty directory"},
     KnownReason{"mountpoint moved", "the directory was renamed meanwhile; try again"},
     KnownReason{"device not found", "/dev/fuse does not exist; load the kernel module: modprobe fuse"},
+    KnownReason{"/etc/mtab", "fusermount3 cannot read /etc/mtab; as root: ln -sfn ../proc/self/mounts /etc/mtab", true},
     KnownReason{"/dev/fuse", "/dev/fuse cannot be opened; root can let you with: chmod 666 /dev/fuse", true},
     KnownReason{"mount failed: Operation not permitted",
                 "you may not mount: fusermount3 lacks its set-user-id bit (reinstall the package fuse3), or this is a "

@@ -1,5 +1,6 @@
 #include "hosts/fuse/Unmounting.h"
 
+#include "hosts/fuse/MountReason.h"
 #include "hosts/fuse/MountTable.h"
 
 #include <array>
@@ -79,7 +80,8 @@ std::optional<UnmountFailure> unmountBy(const std::string& mountPoint, int flags
     if (outcome.status == 0) {
         return std::nullopt;
     }
-    return UnmountFailure{outcome.messages.find(std::strerror(EBUSY)) != std::string::npos, outcome.messages};
+    return UnmountFailure{outcome.messages.find(std::strerror(EBUSY)) != std::string::npos,
+                          mountReason(outcome.messages)};
 }
 
 } // namespace

@@ -28,6 +28,7 @@ def setup(tmp_path):
     stand_in("sudo", 'exec "$@"')
     stand_in("stat", "echo 666")
     stand_in("modprobe", "exit 0")
+    stand_in("ln", "exit 0")
     run.asked = lambda: (tmp_path / "asked").read_text().split()
     return run
 

@@ -26,6 +26,12 @@ TEST(MountReason, saysWhatIsWrongAndWhatToDo) {
     EXPECT_THAT(mountReason("fusermount3: mount failed: Operation not permitted"), HasSubstr("set-user-id bit"));
 }
 
+TEST(MountReason, tellsAnUnmountWhatIsMissing) {
+    EXPECT_EQ(mountReason("fusermount3: failed to open /etc/mtab: No such file or directory"),
+              "fusermount3 cannot read /etc/mtab; as root: ln -sfn ../proc/self/mounts /etc/mtab (No such file or "
+              "directory)");
+}
+
 TEST(MountReason, keepsTheReasonOfTheSystem) {
     EXPECT_THAT(mountReason("fusermount3: failed to open /dev/fuse: Permission denied"),
                 EndsWith("(Permission denied)"));
