@@ -214,8 +214,20 @@ public:
     /// host the request for attributes right after a lookup or a creation. Safe on any thread.
     virtual std::optional<FSItemAttributes> knownAttributes() const { return std::nullopt; }
 
+    /// The file id of the item's attribute records; `invalid` where the volume does not keep it with the item. Items
+    /// that are not the same may share it. Safe on any thread.
+    virtual FSItemID identifier() const { return FSItemID::invalid; }
+
+    /// Whether one may stand for the other in every request. Safe on any thread.
+    virtual bool isSame(const FSItem& other) const { return this == &other; }
+
+    /// Whether the member of this directory that is reported under that identifier is the one that `member` makes of
+    /// its name. Safe on any thread.
+    virtual bool hasMember(std::string_view /*name*/, FSItemID /*identifier*/) const { return false; }
+
     /// The item of a member of this directory, made from what a listing said of it, where the volume can make one
-    /// without asking anybody. This spares a host the lookup of what it has just been told of. Safe on any thread.
+    /// without asking anybody. This spares a host the lookup of what it has just been told of. To be used where
+    /// `hasMember` says that this is the member. Safe on any thread.
     virtual std::shared_ptr<FSItem> member(std::string_view /*name*/, FSItemType /*type*/,
                                            std::uint64_t /*size*/) const {
         return nullptr;

@@ -18,6 +18,15 @@ std::optional<fskit::FSItemAttributes> KemviItem::knownAttributes() const {
     return attributes(path_, isDirectory_, size_, modifiedAt_);
 }
 
+bool KemviItem::isSame(const fskit::FSItem& other) const {
+    const auto* known = dynamic_cast<const KemviItem*>(&other);
+    return known != nullptr && known->path_ == path_;
+}
+
+bool KemviItem::hasMember(std::string_view name, fskit::FSItemID identifier) const {
+    return identifierFor(joinPath(path_, name)) == identifier;
+}
+
 std::shared_ptr<fskit::FSItem> KemviItem::member(std::string_view name, fskit::FSItemType type,
                                                  std::uint64_t size) const {
     std::string path = joinPath(path_, name);

@@ -27,7 +27,10 @@ public:
     /// Absolute path within the tree, "/" for the root; never normalised.
     const std::string& path() const { return path_; }
 
-    fskit::FSItemID identifier() const { return identifier_; }
+    fskit::FSItemID identifier() const override { return identifier_; }
+
+    /// Whether the paths are equal.
+    bool isSame(const fskit::FSItem& other) const override;
 
     bool isDirectory() const { return isDirectory_; }
 
@@ -38,6 +41,9 @@ public:
 
     /// The full attribute record, made from the item's own facts. Fatal where `attributes` is.
     std::optional<fskit::FSItemAttributes> knownAttributes() const override;
+
+    /// Whether the identifier is that of the path beneath this one.
+    bool hasMember(std::string_view name, fskit::FSItemID identifier) const override;
 
     /// The item of the path beneath this one; without a modification time.
     std::shared_ptr<fskit::FSItem> member(std::string_view name, fskit::FSItemType type,

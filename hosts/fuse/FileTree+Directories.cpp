@@ -71,6 +71,7 @@ std::optional<TreeEntry> FileTree::listedNode(DirectoryHandle handle, const List
         return std::nullopt;
     Node& node = nodes_.childOrNew(directory, entry.name);
     node.type = entry.type;
+    node.hasPlainPath = directory.item && directory.item->hasMember(entry.name, entry.id);
     const TreeEntry handedOut = handOut(node, entry.attributes);
     node.changed = snapshot.changeCount(); // the kernel now knows what was true then
     return handedOut;

@@ -75,7 +75,7 @@ FoundItem FileTree::lookUpAgain(Node& node) {
             dropVanished(node);
             throw KernelError(ESTALE);
         }
-        node.item = found.item;
+        setItem(node, found);
         return found;
     } catch (const KernelError& error) {
         // The kernel asks by number: "stale" makes it look the name up again, which "no such file" does not.
@@ -87,11 +87,18 @@ FoundItem FileTree::lookUpAgain(Node& node) {
 
 // A node that came from a listing, or was moved, has no item. Where the volume makes items of names, none is looked up:
 // the kernel knows the node, so it is as good as one looked up within the timeouts, and what has gone since shows in
-// the operation that needs the item.
+// the operation that needs the item. That is for files known by the path of their folder and name alone. Any other path
+// is the volume's to tell: what lies at the path made of the name may be another file.
 FSItemPtr FileTree::makeItem(Node& node) {
-    if (node.parent == nullptr || node.type == fskit::FSItemType::unknown)
+    if (node.parent == nullptr || !node.hasPlainPath)
         return nullptr;
     return itemOf(*node.parent)->member(node.name, node.type, node.size);
+}
+
+void FileTree::setItem(Node& node, const FoundItem& found) {
+    node.item = found.item;
+    const FSItemPtr& folder = node.parent->item;
+    node.hasPlainPath = folder && folder->hasMember(node.name, found.attributes.fileID());
 }
 
 const FSItemPtr& FileTree::itemOf(Node& node) {
@@ -122,7 +129,7 @@ FileTree::Resolved FileTree::resolve(Node& directory, const std::string& name) {
     return {node, std::move(found.item), isDirectory};
 }
 
-Node& FileTree::adopt(Node& directory, FoundItem& found) {
+Node& FileTree::adopt(Node& directory, const FoundItem& found) {
     if (Node* known = nodes_.child(directory, found.name);
         known != nullptr && known->type != fskit::FSItemType::unknown && known->type != found.attributes.type())
         dropVanished(*known);
@@ -131,7 +138,7 @@ Node& FileTree::adopt(Node& directory, FoundItem& found) {
     // Handles are kept by the item's path. Under another spelling of it they would never be found again.
     if (node.isOpen() && node.item && !isSameItem(*node.item, *found.item))
         closeForMove(node);
-    node.item = std::move(found.item);
+    setItem(node, found);
     return node;
 }
 

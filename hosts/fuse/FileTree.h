@@ -168,15 +168,17 @@ private:
     Node& directoryAt(NodeID id);
     /// The node's item, made or looked up if the node has none. ESTALE if the node has lost its name or its file.
     const fskit::FSItemPtr& itemOf(Node& node);
-    /// The node's item as the volume makes it of its name; null if it does not.
+    /// The node's item as the volume makes it of its name; null if it does not, or if that is not known to be the item.
     fskit::FSItemPtr makeItem(Node& node);
+    /// Gives the node the item that was found by its name.
+    void setItem(Node& node, const FoundItem& found);
     /// Whether two items stand for the same path, and so share the volume's handles.
     static bool isSameItem(const fskit::FSItem& a, const fskit::FSItem& b);
     FoundItem lookUpAgain(Node& node);
     FoundItem findChild(Node& directory, const std::string& name);
     Resolved resolve(Node& directory, const std::string& name);
     /// The node for what a lookup or a creation has found.
-    Node& adopt(Node& directory, FoundItem& found);
+    Node& adopt(Node& directory, const FoundItem& found);
     TreeEntry handOut(Node& node, const fskit::FSItemAttributes& attributes);
     struct stat shown(Node& node, const fskit::FSItemAttributes& attributes);
     bool isRecent(const Node& node) const;

@@ -30,8 +30,9 @@ struct Node {
     Node* nextOfName = nullptr;
     std::uint32_t nameHash = 0;
     fskit::FSItemType type : 8 = fskit::FSItemType::unknown;
-    bool hidden = false;    // removed by name while open; lives on under a name of ours until its last close
-    Node* parent = nullptr; // null for the root and for a node that has lost its name
+    bool hidden = false;       // removed by name while open; lives on under a name of ours until its last close
+    bool hasPlainPath = false; // was last reported by the path of its folder and name: its item follows from them
+    Node* parent = nullptr;    // null for the root and for a node that has lost its name
     std::string name;
     Node* firstChild = nullptr;
     Node* nextSibling = nullptr;

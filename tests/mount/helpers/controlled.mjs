@@ -98,6 +98,12 @@ const actions = {
     answer.result.push(...rule.names.map((name) => listed(request, name)));
     return answer;
   },
+  // Tells other paths than those of folder and name, as a helper does that has links of its own.
+  async reportsPaths(rule, request, next) {
+    const answer = await next(request);
+    for (const told of [answer.result ?? []].flat()) if (rule.paths[told.path]) told.path = rule.paths[told.path];
+    return answer;
+  },
   // Not process.exit, which would wait for the read of standard input that is under way.
   die: () => process.kill(process.pid, 'SIGKILL'),
   // Lives on, but neither answers nor reads any more.

@@ -2,10 +2,11 @@
 
 import errno
 import os
+import subprocess
 
 import pytest
 
-from harness.calls import failure
+from harness.calls import failure, put
 
 NAMES = [
     "plain", "with space", " leading and trailing ", "'single' \"double\" `back`", "back\\slash", "line\nbreak", "tab\there",
@@ -197,3 +198,19 @@ def test_helper_that_ignores_case_renames_between_spellings(controlled):
     os.rename(controlled.path / "name", controlled.path / "NAME")
     assert (controlled.path / "name").read_bytes() == b"content"
     assert os.listdir(controlled.backing) == ["name"]
+
+
+def test_after_a_long_listing_requests_name_the_paths_that_the_helper_reports(mount):
+    volume = mount(control=True, options=["attr_timeout=60", "entry_timeout=60"])
+    for name in ("removed", "moved", "written"):
+        put(volume.backing / name, b"else")
+        put(volume.backing / f"{name}.kept", b"text")
+    volume.helper.rule("reportsPaths", paths={f"/{name}": f"/{name}.kept" for name in ("removed", "moved", "written")})
+    subprocess.run(["ls", "-l", volume.path], check=True, capture_output=True, timeout=50)
+    (volume.path / "removed").unlink()
+    (volume.path / "moved").rename(volume.path / "target")
+    with open(volume.path / "written", "ab") as file:
+        file.write(b"!")
+    left = {name: (volume.backing / name).read_bytes() for name in os.listdir(volume.backing)}
+    assert left == {"removed": b"else", "moved": b"else", "written": b"else", "target": b"text",
+                    "written.kept": b"text!"}

@@ -24,11 +24,6 @@ std::string joined(const std::string& directory, const std::string& name) {
     return directory == "/" ? "/" + name : directory + "/" + name;
 }
 
-fskit::FSItemID identifier(const std::string& path) {
-    return path == "/" ? fskit::FSItemID::rootDirectory
-                       : static_cast<fskit::FSItemID>(std::hash<std::string>()(path) | 4);
-}
-
 // Gives the handle back whatever comes of the work, whose outcome is the answer.
 template <typename Work>
 void withHandle(ServedTree& tree, std::int64_t handle, Work&& work) {
@@ -42,7 +37,16 @@ void withHandle(ServedTree& tree, std::int64_t handle, Work&& work) {
     giveBack();
 }
 
-FSItemAttributes record(const std::string& path, const ServedTree::Facts& facts) {
+} // namespace
+
+fskit::FSItemID MemoryVolume::identifier(const std::string& path) const {
+    if (const auto given = identifiers.find(path); given != identifiers.end())
+        return static_cast<fskit::FSItemID>(given->second);
+    return path == "/" ? fskit::FSItemID::rootDirectory
+                       : static_cast<fskit::FSItemID>(std::hash<std::string>()(path) | 4);
+}
+
+FSItemAttributes MemoryVolume::record(const std::string& path, const ServedTree::Facts& facts) const {
     FSItemAttributes attributes;
     attributes.setType(facts.isDirectory ? FSItemType::directory : FSItemType::file);
     attributes.setMode(facts.isDirectory ? 0040755 : 0100644);
@@ -56,25 +60,33 @@ FSItemAttributes record(const std::string& path, const ServedTree::Facts& facts)
     return attributes;
 }
 
-} // namespace
-
 struct MemoryVolume::Item final : fskit::FSItem {
-    Item(std::string itsPath, ServedTree::Facts itsFacts) : path(std::move(itsPath)), facts(itsFacts) {}
+    Item(const MemoryVolume& itsVolume, std::string itsPath, ServedTree::Facts itsFacts)
+        : volume(itsVolume), path(std::move(itsPath)), facts(itsFacts) {}
 
-    std::optional<FSItemAttributes> knownAttributes() const override { return record(path, facts); }
+    std::optional<FSItemAttributes> knownAttributes() const override { return volume.record(path, facts); }
 
-    std::shared_ptr<fskit::FSItem> member(std::string_view name, FSItemType type, std::uint64_t size) const override {
-        const std::string beneath = (path == "/" ? "/" : path + "/") + std::string(name);
-        return std::make_shared<Item>(beneath, ServedTree::Facts{type == FSItemType::directory, size, 0});
+    fskit::FSItemID identifier() const override { return volume.identifier(path); }
+
+    bool isSame(const FSItem& other) const override { return dynamic_cast<const Item&>(other).path == path; }
+
+    bool hasMember(std::string_view name, fskit::FSItemID identifier) const override {
+        return volume.identifier(joined(path, std::string(name))) == identifier;
     }
 
+    std::shared_ptr<fskit::FSItem> member(std::string_view name, FSItemType type, std::uint64_t size) const override {
+        return std::make_shared<Item>(volume, joined(path, std::string(name)),
+                                      ServedTree::Facts{type == FSItemType::directory, size, 0});
+    }
+
+    const MemoryVolume& volume;
     const std::string path;
     const ServedTree::Facts facts;
 };
 
 MemoryVolume::MemoryVolume(ServedTree& tree)
     : FSVolume(fskit::FSVolumeIdentifier(foundation::UUID::random()), fskit::FSFileName("memory")), tree_(tree),
-      root_(std::make_shared<Item>("/", ServedTree::Facts{true, 0, 0})) {}
+      root_(std::make_shared<Item>(*this, "/", ServedTree::Facts{true, 0, 0})) {}
 
 MemoryVolume::Item& MemoryVolume::itemOf(const FSItemPtr& item) {
     return dynamic_cast<Item&>(*item);
@@ -105,7 +117,7 @@ void MemoryVolume::mount(const fskit::FSTaskOptions&, fskit::ErrorReply reply) {
 void MemoryVolume::unmount(fskit::Reply<> reply) {
     for (Handles* handles : {&reading_, &writing_})
         while (!handles->empty())
-            fskit::caughtError([&] { giveBack(*handles, std::string(handles->begin()->first)); });
+            fskit::caughtError([&] { giveBack(*handles, handles->begin()->first); });
     reply();
 }
 
@@ -121,7 +133,7 @@ void MemoryVolume::deactivate(fskit::FSDeactivateOptions, fskit::ErrorReply repl
 void MemoryVolume::synchronize(fskit::FSSyncFlags, fskit::ErrorReply reply) {
     called();
     fskit::answer(reply, [&] {
-        for (const auto& [path, handle] : writing_)
+        for (const auto& [identifier, handle] : writing_)
             tree_.flush(handle);
         tree_.statfs();
     });
@@ -132,7 +144,9 @@ void MemoryVolume::getAttributes(const fskit::FSItemGetAttributesRequest&, const
     called();
     fskit::answer(reply, [&]() -> std::optional<FSItemAttributes> {
         const std::string& path = itemOf(item).path;
-        return record(path, path == "/" ? itemOf(item).facts : tree_.getattr(path));
+        if (path == "/")
+            return record(path, itemOf(item).facts);
+        return record(tree_.reportedPath(path), tree_.getattr(path));
     });
 }
 
@@ -148,7 +162,7 @@ void MemoryVolume::setAttributes(fskit::FSItemSetAttributesRequest& request, con
         if (request.isValid(FSItemAttribute::modifyTime))
             tree_.utimes(known.path, static_cast<double>(request.modifyTime().tv_sec) +
                                          static_cast<double>(request.modifyTime().tv_nsec) / 1e9);
-        return record(known.path, tree_.getattr(known.path));
+        return record(tree_.reportedPath(known.path), tree_.getattr(known.path));
     });
 }
 
@@ -172,7 +186,7 @@ void MemoryVolume::resize(const Item& item, std::uint64_t size) {
 
 std::pair<FSItemPtr, std::optional<fskit::FSFileName>> MemoryVolume::found(const std::string& path) {
     const ServedTree::Facts facts = tree_.getattr(path);
-    return {std::make_shared<Item>(path, facts), fskit::FSFileName(tree_.storedName(path))};
+    return {std::make_shared<Item>(*this, tree_.reportedPath(path), facts), fskit::FSFileName(tree_.storedName(path))};
 }
 
 void MemoryVolume::lookupItem(const fskit::FSFileName& name, const FSItemPtr& directory, fskit::NamedItemReply reply) {
@@ -260,7 +274,7 @@ void MemoryVolume::enumerateDirectory(const FSItemPtr& directory, fskit::FSDirec
         entries.insert(entries.begin(), {{".", {true, 0, 0}}, {"..", {true, 0, 0}}});
         fskit::FSDirectoryCookie next = 0;
         for (const auto& [name, facts] : entries) {
-            const std::string entryPath = joined(path, name);
+            const std::string entryPath = tree_.reportedPath(joined(path, name));
             const FSItemAttributes attributes = record(entryPath, facts);
             if (!packer.packEntry(fskit::FSFileName(name), attributes.type(), identifier(entryPath), ++next,
                                   &attributes))
@@ -271,18 +285,18 @@ void MemoryVolume::enumerateDirectory(const FSItemPtr& directory, fskit::FSDirec
 }
 
 std::int64_t MemoryVolume::handle(Handles& handles, const std::string& path, const std::string& flags) {
-    const auto known = handles.find(path);
-    return known != handles.end() ? known->second : handles[path] = tree_.open(path, flags);
+    const auto known = handles.find(identifier(path));
+    return known != handles.end() ? known->second : handles[identifier(path)] = tree_.open(path, flags);
 }
 
-void MemoryVolume::giveBack(Handles& handles, const std::string& path) {
-    if (const auto removed = handles.extract(path); !removed.empty())
+void MemoryVolume::giveBack(Handles& handles, fskit::FSItemID identifier) {
+    if (const auto removed = handles.extract(identifier); !removed.empty())
         tree_.release(removed.mapped());
 }
 
 void MemoryVolume::giveBackBoth(const std::string& path) {
-    giveBack(reading_, path);
-    giveBack(writing_, path);
+    giveBack(reading_, identifier(path));
+    giveBack(writing_, identifier(path));
 }
 
 void MemoryVolume::openItem(const FSItemPtr& item, FSVolumeOpenModes modes, fskit::ErrorReply reply) {
@@ -300,9 +314,9 @@ void MemoryVolume::closeItem(const FSItemPtr& item, FSVolumeOpenModes modes, fsk
     called();
     fskit::answer(reply, [&] {
         if (!contains(modes, FSVolumeOpenModes::read))
-            giveBack(reading_, itemOf(item).path);
+            giveBack(reading_, identifier(itemOf(item).path));
         if (!contains(modes, FSVolumeOpenModes::write))
-            giveBack(writing_, itemOf(item).path);
+            giveBack(writing_, identifier(itemOf(item).path));
     });
 }
 

@@ -11,10 +11,10 @@
 
 namespace fusehosttests {
 
-/// A volume over a ServedTree with the limits that a host must live with: items are paths, handles are kept per path
-/// and direction and shared, a resize keeps no more than the size that the item was made with, a create empties, a
-/// removal or rename first gives back what is open at the item's path. It waits for nothing and replies before it
-/// returns. tests/unit/standin holds it against the volume that users get.
+/// A volume over a ServedTree with the limits that a host must live with: items are paths, handles are kept per
+/// identifier and direction and shared, a resize keeps no more than the size that the item was made with, a create
+/// empties, a removal or rename first gives back what is open at the item's path. It waits for nothing and replies
+/// before it returns. tests/unit/standin holds it against the volume that users get.
 class MemoryVolume final : public fskit::FSVolume,
                            public fskit::FSVolumeOperations,
                            public fskit::FSVolumeOpenCloseOperations,
@@ -27,6 +27,8 @@ public:
     std::function<void()> onReclaim;
     std::function<void()> onStatistics;
     std::function<void()> onAny; // of all but these, before anything is done
+
+    std::map<std::string, std::uint64_t> identifiers; // of these paths; of others, a hash
 
     int reclaimed() const { return reclaimed_; }
 
@@ -87,13 +89,15 @@ private:
     }
 
     struct Item;
-    using Handles = std::map<std::string, std::int64_t>; // by path
+    using Handles = std::map<fskit::FSItemID, std::int64_t>;
 
     static Item& itemOf(const fskit::FSItemPtr& item);
     static void refuseDirectory(const fskit::FSItemPtr& item);
     std::pair<fskit::FSItemPtr, std::optional<fskit::FSFileName>> found(const std::string& path);
+    fskit::FSItemID identifier(const std::string& path) const;
+    fskit::FSItemAttributes record(const std::string& path, const ServedTree::Facts& facts) const;
     std::int64_t handle(Handles& handles, const std::string& path, const std::string& flags);
-    void giveBack(Handles& handles, const std::string& path);
+    void giveBack(Handles& handles, fskit::FSItemID identifier);
     void giveBackBoth(const std::string& path);
     void resize(const Item& item, std::uint64_t size);
 

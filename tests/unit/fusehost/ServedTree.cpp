@@ -101,6 +101,11 @@ std::string ServedTree::storedName(const std::string& path) {
     return path == "/" ? path : locate(path).second;
 }
 
+std::string ServedTree::reportedPath(const std::string& path) const {
+    const auto odd = oddPaths.find(path);
+    return odd == oddPaths.end() ? path : odd->second;
+}
+
 std::vector<ServedTree::Entry> ServedTree::readdir(const std::string& path) {
     begin("readdir " + path);
     const Guard guard(lock_);

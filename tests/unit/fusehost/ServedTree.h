@@ -39,6 +39,7 @@ public:
     bool foldsCase = false;              // names that differ in case alone are one name, kept as first given
     std::size_t mostPerRead = std::numeric_limits<std::size_t>::max(); // longer reads are answered short
     std::map<std::string, std::string> oddNames;                       // path -> name under which it is reported
+    std::map<std::string, std::string> oddPaths;                       // path -> path under which it is reported
     /// Called before a request is carried out, outside of the lock; throws to refuse it, or waits.
     std::function<void(const std::string& request)> before;
 
@@ -48,6 +49,8 @@ public:
     Facts getattr(const std::string& path);
     /// The name of a path as it is stored.
     std::string storedName(const std::string& path);
+    /// The path as it is reported.
+    std::string reportedPath(const std::string& path) const;
     std::vector<Entry> readdir(const std::string& path);
     /// `flags` are words separated by commas: read, write, create, truncate.
     std::int64_t open(const std::string& path, const std::string& flags);

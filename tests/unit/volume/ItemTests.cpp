@@ -271,4 +271,21 @@ TEST(Item, makesTheItemOfAMemberWithoutAskingAnyone) {
     EXPECT_FALSE(item.modifiedAt());
 }
 
+TEST(Item, knowsAMemberByTheIdentifierOfItsPath) {
+    const KemviItem root("/", fskit::FSItemID::rootDirectory, true, 0, std::nullopt);
+    const KemviItem folder("/a", KemviItem::identifierFor("/a"), true, 0, std::nullopt);
+    EXPECT_TRUE(root.hasMember("a", KemviItem::identifierFor("/a")));
+    EXPECT_TRUE(folder.hasMember("b", KemviItem::identifierFor("/a/b")));
+    EXPECT_FALSE(folder.hasMember("b", KemviItem::identifierFor("/b")));
+    EXPECT_FALSE(folder.hasMember("b", KemviItem::identifierFor("/a//b")));
+}
+
+TEST(Item, isTheSameAsAnyOtherOfItsPathWhateverTheIdentifier) {
+    const fskit::FSItemID one{7};
+    const KemviItem item("/a", one, false, 0, std::nullopt);
+    EXPECT_TRUE(item.isSame(KemviItem("/a", fskit::FSItemID{8}, true, 5, foundation::Date{1})));
+    EXPECT_FALSE(item.isSame(KemviItem("/b", one, false, 0, std::nullopt)));
+    EXPECT_FALSE(item.isSame(fskit::FSItem()));
+}
+
 } // namespace
