@@ -110,6 +110,7 @@ TreeEntry FileTree::makeDirectory(NodeID directoryID, const std::string& name, m
 }
 
 TreeEntry FileTree::makeSymbolicLink(NodeID directoryID, const std::string& name, const std::string& contents) {
+    closeUnusedReaders();
     Node& directory = directoryAt(directoryID);
     checkName(name);
     absence_.reset();

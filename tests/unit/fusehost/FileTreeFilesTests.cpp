@@ -1,5 +1,6 @@
 #include "FileTreeTest.h"
 
+#include <functional>
 #include <stdexcept>
 #include <thread>
 
@@ -267,6 +268,48 @@ TEST_F(FileTreeFiles, aHandleThatWaitsIsGivenBackBeforeAnotherFileTakesTheName) 
     const FileHandle file = open("/a", O_RDONLY);
     EXPECT_EQ(read(file), "new");
     close(file);
+}
+
+TEST_F(FileTreeFiles, aHandleThatWaitsIsNotTakenForThatOfAnOpenFileThatTakesTheName) {
+    served.put("/a", "old");
+    served.put("/b", "new");
+    const FileHandle file = open("/b", O_RDONLY);
+    tree().release(tree().open(node("/a"), O_RDONLY));
+    rename("/b", "/a");
+    EXPECT_EQ(read(file), "new");
+    close(file);
+}
+
+TEST_F(FileTreeFiles, handlesThatWaitAreGivenBackBeforeAnyChangeOfNamesOrAttributes) {
+    served.put("/read", "old");
+    served.put("/file", "x");
+    served.putDirectory("/folder");
+    served.put("/source", "x");
+    const NodeID reading = node("/read");
+    const NodeID file = node("/file");
+    fusehost::AttributeChange shorter;
+    shorter.size = 0;
+    const std::vector<std::pair<const char*, std::function<void()>>> changes{
+        {"create", [&] { close(create("/created")); }},
+        {"makeNode", [&] { makeNode("/made"); }},
+        {"makeDirectory", [&] { makeDirectory("/directory"); }},
+        {"makeSymbolicLink", [&] { tree().makeSymbolicLink(rootNodeID, "link", "to"); }},
+        {"makeLink", [&] { tree().makeLink(file, rootNodeID, "link"); }},
+        {"setAttributes", [&] { tree().setAttributes(file, shorter); }},
+        {"removeFile", [&] { tree().removeFile(rootNodeID, "file"); }},
+        {"removeDirectory", [&] { tree().removeDirectory(rootNodeID, "folder"); }},
+        {"rename", [&] { tree().rename(rootNodeID, "source", rootNodeID, "target", 0); }},
+    };
+    for (const auto& [name, change] : changes) {
+        tree().release(tree().open(reading, O_RDONLY));
+        ASSERT_TRUE(tree().isPending());
+        served.takeRequests();
+        errnoOf(change);
+        const std::vector<std::string> requests = served.takeRequests();
+        ASSERT_FALSE(requests.empty()) << name;
+        EXPECT_EQ(requests.front(), "release /read") << name;
+        idle();
+    }
 }
 
 TEST_F(FileTreeFiles, fewHandlesWaitToBeGivenBack) {
