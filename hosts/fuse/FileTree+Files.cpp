@@ -44,7 +44,7 @@ FileHandle FileTree::open(NodeID id, int flags) {
     if (node.isDirectory())
         throw KernelError(EISDIR);
     // The handle of an earlier opener must not be taken for one of the file that has the name now.
-    if (std::any_of(unused_.begin(), unused_.end(), [&](const auto& item) { return isSameItem(*item, *itemOf(node)); }))
+    if (std::any_of(unused_.begin(), unused_.end(), [&](const auto& item) { return item->isSame(*itemOf(node)); }))
         closeUnusedReaders();
     // A handle that others hold may belong to a file that was replaced behind the mount: every opener gets the file
     // that now has the name.
@@ -251,12 +251,26 @@ void FileTree::doNext() noexcept {
         return;
     const fskit::FSItemPtr item = std::move(unused_.front());
     unused_.pop_front();
+    closeUnusedReader(item);
+}
+
+void FileTree::closeUnusedReader(const fskit::FSItemPtr& item) noexcept {
     quietly("closing a file that was read", [&] { volume_.close(item, FSVolumeOpenModes::none); });
 }
 
 void FileTree::closeUnusedReaders() noexcept {
     while (!unused_.empty())
         doNext();
+}
+
+// Two names whose paths have the same hash can be open side by side, and anyone can find such names. The volume would
+// write to the one through the handle of the other. So they take turns: slow, and right.
+void FileTree::giveWay(const fskit::FSItemPtr& item) {
+    std::erase_if(unused_, [&](const fskit::FSItemPtr& unused) { return unused->isSame(*item); });
+    for (const auto& [handle, file] : files_)
+        if (Node* node = nodes_.find(file.node); node != nullptr && node->item && node->item->isSame(*item))
+            closeEverything(*node);
+    closeUnusedReader(item); // where it is not closed yet: nobody is left to be told of a failure
 }
 
 void FileTree::closeEverything(Node& node) {

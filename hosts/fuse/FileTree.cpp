@@ -10,17 +10,17 @@ namespace fusehost {
 using fskit::FSItemAttributes;
 using fskit::FSItemPtr;
 
-bool FileTree::isSameItem(const fskit::FSItem& a, const fskit::FSItem& b) {
-    const auto known = a.knownAttributes();
-    const auto other = b.knownAttributes();
-    return known && other && known->fileID() == other->fileID();
-}
-
 FileTree::FileTree(VolumeCalls& volume, const MountOptions& options)
     : volume_(volume), attributeMap_(options), readAhead_(volume),
       hiddenPrefix_(".kemvi-hidden-" + foundation::UUID::random().uuidString().substr(0, 8) + "-"),
       attrTimeout_(options.attrTimeout), trustsAbsence_(options.entryTimeout > 0 && options.negativeTimeout <= 0),
-      requestSize_(options.requestSize), quiet_(options.quiet), writeback_(options.writeback) {}
+      requestSize_(options.requestSize), quiet_(options.quiet), writeback_(options.writeback) {
+    volume_.onGiveWay = [this](const FSItemPtr& item) { giveWay(item); };
+}
+
+FileTree::~FileTree() {
+    volume_.onGiveWay = {};
+}
 
 void FileTree::begin() {
     nodes_.root().item = volume_.activate();
@@ -136,7 +136,7 @@ Node& FileTree::adopt(Node& directory, const FoundItem& found) {
     Node& node = nodes_.childOrNew(directory, found.name);
     node.type = found.attributes.type();
     // Handles are kept by the item's path. Under another spelling of it they would never be found again.
-    if (node.isOpen() && node.item && !isSameItem(*node.item, *found.item))
+    if (node.isOpen() && node.item && !node.item->isSame(*found.item))
         closeForMove(node);
     setItem(node, found);
     return node;

@@ -50,6 +50,9 @@ struct AttributeChange {
 class FileTree final : public IdleWork {
 public:
     FileTree(VolumeCalls& volume, const MountOptions& options);
+    ~FileTree() override;
+    FileTree(const FileTree&) = delete;
+    FileTree& operator=(const FileTree&) = delete;
 
     /// Read handles that nobody uses any more are given back when there is nothing else to do.
     bool isPending() const override { return !unused_.empty(); }
@@ -172,8 +175,6 @@ private:
     fskit::FSItemPtr makeItem(Node& node);
     /// Gives the node the item that was found by its name.
     void setItem(Node& node, const FoundItem& found);
-    /// Whether two items stand for the same path, and so share the volume's handles.
-    static bool isSameItem(const fskit::FSItem& a, const fskit::FSItem& b);
     FoundItem lookUpAgain(Node& node);
     FoundItem findChild(Node& directory, const std::string& name);
     Resolved resolve(Node& directory, const std::string& name);
@@ -228,6 +229,9 @@ private:
     fskit::FSVolumeOpenModes modesFor(int flags) const;
     /// Gives the read handles back that wait for an idle moment: all of them, before names or files change.
     void closeUnusedReaders() noexcept;
+    void closeUnusedReader(const fskit::FSItemPtr& item) noexcept;
+    /// Closes what is open for the item, because another one with its identifier is to be opened.
+    void giveWay(const fskit::FSItemPtr& item);
     /// Closes in the volume what no opener of the node needs.
     void closeUnused(Node& node);
     void closeWhenIdle(Node& node);

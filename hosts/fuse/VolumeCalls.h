@@ -2,8 +2,10 @@
 
 #include "fskit/FSUnaryFileSystem.h"
 #include "fskit/FSVolume.h"
+#include "hosts/fuse/OpenItems.h"
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -22,10 +24,18 @@ struct FoundItem {
 
 /// The operations of one volume as plain calls: each waits for the volume's reply and returns its value, or throws
 /// KernelError. Safe on any thread, as the volume's operations are.
+///
+/// Of items that share an identifier, one at a time is open in the volume: an operation that would open another, or
+/// close it unasked, has the first give way.
 class VolumeCalls {
 public:
     /// Throws MountError if the volume lacks an operation family that a host needs.
     explicit VolumeCalls(std::shared_ptr<fskit::FSVolume> volume);
+
+    /// Called with an open item that is to give way to another one: whoever uses it ends what is under way and closes
+    /// it. Not called for operations on items that are open already. To be set while no operation is under way; empty,
+    /// the item is just closed.
+    std::function<void(const fskit::FSItemPtr& item)> onGiveWay;
 
     /// Mounts and activates. Returns the root item.
     fskit::FSItemPtr activate();
@@ -50,12 +60,16 @@ public:
     void reclaim(const fskit::FSItemPtr& item);
 
     void open(const fskit::FSItemPtr& item, fskit::FSVolumeOpenModes modes);
-    /// Closes every mode but `keeping`, all of them also when one fails. Throws the first failure.
+    /// Closes every mode but `keeping`, all of them also when one fails. Throws the first failure. Nothing to do for an
+    /// item that has given way.
     void close(const fskit::FSItemPtr& item, fskit::FSVolumeOpenModes keeping);
     /// Bytes read, at most the size of `into`; 0 at the end of the file.
     std::size_t read(const fskit::FSItemPtr& item, std::int64_t offset, std::span<std::byte> into);
     std::size_t write(const fskit::FSItemPtr& item, std::int64_t offset, std::span<const std::byte> contents);
     void synchronize();
+
+    /// Items that were opened, read or written and not closed since.
+    std::size_t openItems() const { return openItems_.size(); }
 
     fskit::FSStatFSResult statistics() const { return operations_->volumeStatistics(); }
 
@@ -72,12 +86,18 @@ private:
     template <typename... Args, typename Start>
     std::tuple<Args...> ask(Start&& start);
     fskit::FSItemAttributes attributesOf(const fskit::FSItemPtr& item);
+    /// Before the volume opens something for the item.
+    void beforeOpening(const fskit::FSItemPtr& item);
+    /// Before the volume closes by itself what is open under the item's identifier.
+    void beforeClosing(const fskit::FSItem& item);
+    void haveGiveWay(const fskit::FSItemPtr& item);
 
     std::shared_ptr<fskit::FSVolume> volume_;
     fskit::FSVolumeOperations* operations_;
     fskit::FSVolumeOpenCloseOperations* openClose_;
     fskit::FSVolumeReadWriteOperations* readWrite_;
     std::size_t maximumNameLength_;
+    OpenItems openItems_;
     std::mutex lock_;       // guards lastFault_
     std::string lastFault_; // the last fault logged, so that a dead helper costs one line and not one per request
 };

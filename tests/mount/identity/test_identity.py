@@ -9,6 +9,8 @@ from harness.worker import inChild
 
 FNV_OF_A = 564752086074186029
 FNV_OF_A_B = 3908606180096663756
+# Three names in the root whose paths have the same hash, and so the same number. Found by lattice reduction.
+SAME_NUMBER = ["O6l625JS9VX7l0Y5DQaPvc", "KLuZ09x2XP9p5qtjGQd1qb", "Mp7ZuzE1J6S57kO5EVb0Vl"]
 
 
 def openRw(path):
@@ -295,3 +297,27 @@ def test_many_names_have_distinct_inode_numbers(volume):
         (volume.path / f"file{index}").touch()
     numbers = {os.stat(volume.path / f"file{index}").st_ino for index in range(300)}
     assert len(numbers) == 300
+
+
+def test_open_files_of_one_inode_number_are_not_mixed_up(volume):
+    paths = [put(volume.path / name, b"%d........." % index) for index, name in enumerate(SAME_NUMBER)]
+    if not volume.isPlain:
+        assert len({os.stat(path).st_ino for path in paths}) == 1
+    descriptors = [openRw(path) for path in paths]
+    for step in range(1, 5):
+        for index, descriptor in enumerate(descriptors):
+            assert os.pwrite(descriptor, b"%d" % index, step) == 1
+    for index, descriptor in enumerate(descriptors):
+        os.posix_fadvise(descriptor, 0, 0, os.POSIX_FADV_DONTNEED)
+        assert os.pread(descriptor, 20, 0) == b"%d" % index * 5 + b"....."
+    os.unlink(paths[0])
+    os.rename(paths[1], volume.path / "renamed")
+    for index, descriptor in enumerate(descriptors):
+        os.pwrite(descriptor, b"%d" % index, 5)
+        os.fsync(descriptor)
+        os.posix_fadvise(descriptor, 0, 0, os.POSIX_FADV_DONTNEED)
+        assert os.pread(descriptor, 20, 0) == b"%d" % index * 6 + b"...."
+    for descriptor in descriptors:
+        os.close(descriptor)
+    assert (volume.backing / "renamed").read_bytes() == b"111111...."
+    assert (volume.backing / SAME_NUMBER[2]).read_bytes() == b"222222...."
