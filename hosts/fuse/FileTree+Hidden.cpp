@@ -34,19 +34,43 @@ void FileTree::moveTo(Node& node, Node& directory, const std::string& name) {
 }
 
 void FileTree::hide(Node& node) {
-    moveTo(node, *node.parent, hiddenName());
+    const std::string name = hiddenName();
+    try {
+        moveTo(node, *node.parent, name);
+    } catch (const KernelError& error) {
+        if (error.isLogged() || !node.hasName() || !isTaken(*node.parent, name))
+            throw;
+        // Nobody else makes such a name: the helper has done it, and failed afterwards.
+        noteChange(*node.parent);
+        noteChange(node);
+        nodes_.move(node, *node.parent, name);
+    }
     node.hidden = true;
 }
 
+bool FileTree::isTaken(Node& directory, const std::string& name) {
+    try {
+        volume_.lookup(itemOf(directory), name);
+        return true;
+    } catch (const KernelError& error) {
+        if (error.number() == ENOENT)
+            return false;
+        throw;
+    }
+}
+
 void FileTree::showAgain(Node& node, const std::string& name) {
-    node.hidden = false; // whatever comes of it: nobody removed this file, so its last close must not
     const std::string hiddenAs = node.name;
     try {
+        // A rename that failed may have been done all the same; what has the name then must not be replaced.
+        if (isTaken(*node.parent, name))
+            throw KernelError(EEXIST);
         moveTo(node, *node.parent, name);
     } catch (const KernelError& error) {
         hostLog().error({"a file that was to be replaced, and was not, is now called ", foundation::logPublic(hiddenAs),
                          ": ", foundation::logPublic(error.what())});
     }
+    node.hidden = false; // whatever came of it: nobody removed this file, so its last close must not
 }
 
 void FileTree::moveHiddenOut(Node& directory) {

@@ -225,23 +225,34 @@ void FileTree::checkReplaceable(bool movesDirectory, Node& to, const std::string
     refuseIfNotEmpty(nodes_.child(to, newName), replaced->item);
 }
 
+namespace {
+
+/// Whether a helper that cannot replace may have said so by this. Not every one has a word for it.
+bool mayRefuseToReplace(int error) {
+    return error == EEXIST || error == EIO || error == EPERM || error == ENOTEMPTY || error == EINVAL;
+}
+
+} // namespace
+
 // A helper that replaces atomically is let do so. For one that refuses, what is to be replaced gets a hidden name first
 // and is removed only when the new one has its place, so that nothing is lost whichever step fails.
 void FileTree::renameOver(const FSItemPtr& item, Node& from, const std::string& name, Node& to,
                           const std::string& newName, bool movesDirectory) {
     const FSItemPtr fromItem = itemOf(from);
     const FSItemPtr toItem = itemOf(to);
+    KernelError refusal(EEXIST);
     try {
         volume_.rename(item, fromItem, name, toItem, newName);
         return;
     } catch (const KernelError& error) {
-        if (error.number() != EEXIST)
+        if (!mayRefuseToReplace(error.number()))
             throw;
+        refusal = error;
     }
-    FoundItem replaced = findChild(to, newName);
+    const FoundItem replaced = toBeReplaced(to, newName, refusal);
     // Where case does not count, the name that is taken may be the one that is to change.
     if (&to == &from && replaced.name == name)
-        throw KernelError(EEXIST);
+        throw refusal;
     const bool replacesDirectory = replaced.attributes.type() == FSItemType::directory;
     if (replacesDirectory != movesDirectory)
         throw KernelError(replacesDirectory ? EISDIR : ENOTDIR);
@@ -251,13 +262,22 @@ void FileTree::renameOver(const FSItemPtr& item, Node& from, const std::string& 
     try {
         hide(target);
         volume_.rename(item, fromItem, name, toItem, newName);
-    } catch (const KernelError&) {
+    } catch (const KernelError& error) {
         if (target.hidden)
             showAgain(target, newName);
         nodes_.deleteIfUnused(target);
-        throw;
+        // Where the helper failed after it had renamed, the second time finds nothing: the first error says more.
+        throw error.number() == ENOENT ? refusal : error;
     }
     removeHidden(target);
+}
+
+FoundItem FileTree::toBeReplaced(Node& directory, const std::string& name, const KernelError& refusal) {
+    try {
+        return findChild(directory, name);
+    } catch (const KernelError&) {
+        throw refusal; // no file is in the way, so it was about something else
+    }
 }
 
 } // namespace fusehost

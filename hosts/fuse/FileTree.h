@@ -220,6 +220,7 @@ private:
     // Open files (FileTree+Files.cpp)
     OpenFile& fileAt(FileHandle handle);
     FileHandle addOpenFile(Node& node, int flags);
+    void openHandles(Node& node, fskit::FSVolumeOpenModes modes);
     Node& writtenAt(FileHandle handle);
     /// The part of `contents` from `start` on that goes in one request.
     std::span<const std::byte> pieceAt(std::span<const std::byte> contents, std::size_t start) const;
@@ -266,10 +267,16 @@ private:
     void renameOver(const fskit::FSItemPtr& item, Node& from, const std::string& name, Node& to,
                     const std::string& newName, bool movesDirectory);
 
+    /// What has the name that a rename was refused for; throws the refusal if nothing has.
+    FoundItem toBeReplaced(Node& directory, const std::string& name, const KernelError& refusal);
+
     // Hidden files (FileTree+Hidden.cpp)
     bool isHidden(const Node& directory, const std::string& name);
     void hide(Node& node);
-    /// Undoes `hide`. If that fails the file keeps the name that `hide` gave it, in plain sight; a log line tells.
+    /// Whether the helper knows the name now. Throws if it does not tell.
+    bool isTaken(Node& directory, const std::string& name);
+    /// Undoes `hide`. If that fails, or the name is taken again, the file keeps the name that `hide` gave it, in plain
+    /// sight; a log line tells.
     void showAgain(Node& node, const std::string& name);
     void moveHiddenOut(Node& directory);
     void removeHidden(Node& node);

@@ -82,7 +82,7 @@ const actions = {
   // A rename never replaces: a helper over a store that lacks the call.
   renameRefusesExisting: (rule, request, next) =>
     fs.existsSync(reach(request.newPath))
-      ? failure(request, 'EEXIST', 'there is something of that name') : next(request),
+      ? failure(request, rule.code ?? 'EEXIST', 'there is something of that name') : next(request),
   // A store that knows no upper case: it finds every name, and tells the one that it keeps.
   ignoresCase(rule, request, next) {
     const folded = { ...request };

@@ -58,8 +58,9 @@ def test_atomic_helper_is_let_replace_by_itself(controlled):
     assert (controlled.backing / "b").read_bytes() == b"is a"
 
 
-def test_replaced_item_is_set_aside_only_after_the_helper_refused_to_replace(controlled):
-    controlled.helper.rule("renameRefusesExisting", "rename")
+@pytest.mark.parametrize("code", ["EEXIST", "EIO", "EPERM", "ENOTEMPTY", "EINVAL", "ENOTSUP"])
+def test_replaced_item_is_set_aside_only_after_the_helper_refused_to_replace(controlled, code):
+    controlled.helper.rule("renameRefusesExisting", "rename", code=code)
     put(controlled.path / "a", b"is a")
     put(controlled.path / "b", b"is b")
     controlled.helper.forget()
@@ -101,8 +102,20 @@ def test_folder_with_entries_is_not_replaced_by_a_helper_that_refuses_to_replace
     assert (controlled.backing / "b" / "file").exists() and (controlled.backing / "a" / "file").exists()
 
 
-@pytest.mark.parametrize("code", ["EACCES", "EIO", "EPERM", "ENOSPC"])
-def test_other_errors_are_not_tried_again(controlled, code):
+@pytest.mark.parametrize("code", ["EIO", "EPERM", "ENOSPC"])
+def test_both_files_stay_when_every_rename_fails(controlled, code):
+    put(controlled.path / "a", b"is a")
+    put(controlled.path / "b", b"is b")
+    controlled.helper.fail("rename", code)
+    with pytest.raises(OSError):
+        os.rename(controlled.path / "a", controlled.path / "b")
+    assert controlled.helper.count("unlink") == 0
+    assert sorted(os.listdir(controlled.backing)) == ["a", "b"]
+    assert (controlled.path / "a").read_bytes() == b"is a" and (controlled.path / "b").read_bytes() == b"is b"
+
+
+@pytest.mark.parametrize("code", ["EACCES", "EROFS"])
+def test_errors_that_are_no_refusal_to_replace_are_not_tried_again(controlled, code):
     put(controlled.path / "a")
     put(controlled.path / "b")
     controlled.helper.fail("rename", code)

@@ -122,24 +122,54 @@ TEST_F(FileTreeRename, ontoAnExistingFileReplacesItInOneRequest) {
     EXPECT_EQ(errnoOf([&] { tree().getAttributes(target); }), ESTALE);
 }
 
+/// What helpers that cannot replace have been seen to say.
+constexpr std::int32_t refusals[] = {posixErrno::EEXIST_, posixErrno::EIO_, posixErrno::EPERM_, posixErrno::ENOTEMPTY_,
+                                     posixErrno::EINVAL_};
+
 TEST_F(FileTreeRename, withAHelperThatRefusesIsDoneOnceTheReplacedFileIsSetAside) {
     served.renameReplaces = false;
+    for (const std::int32_t refusal : refusals) {
+        served.renameRefusal = refusal;
+        served.put("/a", "new");
+        served.put("/b", "old");
+        const NodeID source = node("/a");
+        const NodeID target = node("/b");
+        served.takeRequests();
+        tree().rename(rootNodeID, "a", rootNodeID, "b", 0);
+        const std::vector<std::string> requests = served.takeRequests();
+        ASSERT_EQ(requests.size(), 5U);
+        EXPECT_EQ(requests[1], "getattr /b");
+        EXPECT_THAT(requests[2], StartsWith("rename /b /.kemvi-hidden-"));
+        EXPECT_EQ(requests[3], "rename /a /b");
+        EXPECT_THAT(requests[4], StartsWith("unlink /.kemvi-hidden-"));
+        EXPECT_THAT(served.names("/"), ElementsAre("b"));
+        EXPECT_EQ(served.bytes("/b"), "new");
+        EXPECT_EQ(node("/b"), source);
+        EXPECT_EQ(errnoOf([&] { tree().getAttributes(target); }), ESTALE);
+    }
+}
+
+TEST_F(FileTreeRename, thatFailsWithNothingInTheWayIsNotTriedAgain) {
+    served.put("/a", "new");
+    node("/a");
+    for (const std::int32_t refusal : refusals) {
+        served.before = refuseAlways("rename", refusal);
+        served.takeRequests();
+        EXPECT_NE(errnoOf([&] { tree().rename(rootNodeID, "a", rootNodeID, "b", 0); }), 0);
+        EXPECT_THAT(served.takeRequests(), ElementsAre("rename /a /b", "getattr /b"));
+        EXPECT_EQ(served.bytes("/a"), "new");
+    }
+}
+
+TEST_F(FileTreeRename, thatIsForbiddenIsNotTriedAgain) {
     served.put("/a", "new");
     served.put("/b", "old");
-    const NodeID source = node("/a");
-    const NodeID target = node("/b");
+    node("/a");
+    node("/b");
+    served.before = refuseAlways("rename", posixErrno::EACCES_);
     served.takeRequests();
-    tree().rename(rootNodeID, "a", rootNodeID, "b", 0);
-    const std::vector<std::string> requests = served.takeRequests();
-    ASSERT_EQ(requests.size(), 5U);
-    EXPECT_EQ(requests[1], "getattr /b");
-    EXPECT_THAT(requests[2], StartsWith("rename /b /.kemvi-hidden-"));
-    EXPECT_EQ(requests[3], "rename /a /b");
-    EXPECT_THAT(requests[4], StartsWith("unlink /.kemvi-hidden-"));
-    EXPECT_THAT(served.names("/"), ElementsAre("b"));
-    EXPECT_EQ(served.bytes("/b"), "new");
-    EXPECT_EQ(node("/b"), source);
-    EXPECT_EQ(errnoOf([&] { tree().getAttributes(target); }), ESTALE);
+    EXPECT_EQ(errnoOf([&] { tree().rename(rootNodeID, "a", rootNodeID, "b", 0); }), EACCES);
+    EXPECT_THAT(served.takeRequests(), ElementsAre("rename /a /b"));
 }
 
 TEST_F(FileTreeRename, ontoAFileThatTheKernelDoesNotKnowWithAHelperThatRefuses) {
@@ -165,18 +195,64 @@ TEST_F(FileTreeRename, keepsBothFilesWhichStepEverFailsWithAHelperThatRefuses) {
     served.put("/b", "old");
     const NodeID source = node("/a");
     const NodeID target = node("/b");
-    for (const int step : {2, 3}) { // the first is the one that the helper refuses by itself
-        served.before = refuse("rename", {step}, posixErrno::EACCES_);
-        EXPECT_EQ(errnoOf([&] { tree().rename(rootNodeID, "a", rootNodeID, "b", 0); }), EACCES);
-        EXPECT_THAT(served.names("/"), ElementsAre("a", "b"));
-        EXPECT_EQ(served.bytes("/a"), "new");
-        EXPECT_EQ(served.bytes("/b"), "old");
-        EXPECT_EQ(tree().getAttributes(source).st_size, 3);
-        EXPECT_EQ(tree().getAttributes(target).st_size, 3);
-        EXPECT_EQ(node("/a"), source);
-        EXPECT_EQ(node("/b"), target);
+    for (const std::int32_t refusal : refusals) {
+        served.renameRefusal = refusal;
+        for (const int step : {2, 3}) { // the first is the one that the helper refuses by itself
+            served.before = refuse("rename", {step}, posixErrno::EACCES_);
+            EXPECT_EQ(errnoOf([&] { tree().rename(rootNodeID, "a", rootNodeID, "b", 0); }), EACCES);
+            EXPECT_THAT(served.names("/"), ElementsAre("a", "b"));
+            EXPECT_EQ(served.bytes("/a"), "new");
+            EXPECT_EQ(served.bytes("/b"), "old");
+            EXPECT_EQ(tree().getAttributes(source).st_size, 3);
+            EXPECT_EQ(tree().getAttributes(target).st_size, 3);
+            EXPECT_EQ(node("/a"), source);
+            EXPECT_EQ(node("/b"), target);
+        }
     }
     EXPECT_THAT(log.texts(), IsEmpty());
+}
+
+/// Fails once, after the work is done, a request that begins so.
+std::function<void(const std::string&)> failOnceDone(std::string request) {
+    return refuseOnce(std::move(request), posixErrno::EIO_);
+}
+
+TEST_F(FileTreeRename, thatTheHelperFailsAfterTheWorkLosesNothing) {
+    served.put("/a", "new");
+    served.put("/b", "old");
+    served.after = failOnceDone("rename /a");
+    EXPECT_EQ(errnoOf([&] { rename("/a", "/b"); }), EIO);
+    EXPECT_THAT(served.names("/"), ElementsAre("b"));
+    EXPECT_EQ(served.bytes("/b"), "new");
+    EXPECT_EQ(read(open("/b", O_RDONLY)), "new");
+}
+
+TEST_F(FileTreeRename, thatTheHelperFailsAfterTheWorkDoesNotPutAnOpenTargetOverTheNewFile) {
+    served.put("/a", "new");
+    const FileHandle target = create("/b");
+    write(target, 0, "old");
+    served.after = failOnceDone("rename /a");
+    EXPECT_EQ(errnoOf([&] { rename("/a", "/b"); }), EIO);
+    EXPECT_EQ(served.bytes("/b"), "new");
+    EXPECT_EQ(read(target), "old");
+    close(target);
+    const std::vector<std::string> names = served.names("/");
+    ASSERT_EQ(names.size(), 2U);
+    EXPECT_EQ(served.bytes("/" + names[0]), "old");
+    EXPECT_THAT(log.texts(), ElementsAre(HasSubstr(names[0])));
+    remove("/" + names[0]);
+}
+
+TEST_F(FileTreeRename, replacesAnOpenFileThoughSettingItAsideFailsAfterTheWork) {
+    served.put("/a", "new");
+    const FileHandle target = create("/b");
+    write(target, 0, "old");
+    served.after = failOnceDone("rename /b");
+    rename("/a", "/b");
+    EXPECT_EQ(served.bytes("/b"), "new");
+    EXPECT_EQ(read(target), "old");
+    EXPECT_EQ(close(target), 0);
+    EXPECT_THAT(served.names("/"), ElementsAre("b"));
 }
 
 TEST_F(FileTreeRename, keepsAFileThatCannotBePutBackInSightAndNamesItInTheLog) {

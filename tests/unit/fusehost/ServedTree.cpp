@@ -30,7 +30,7 @@ std::string range(std::int64_t offset, std::size_t count) {
 
 } // namespace
 
-ServedTree::ServedTree() : root_(std::make_shared<File>()) {
+ServedTree::ServedTree() : renameRefusal(posixErrno::EEXIST_), root_(std::make_shared<File>()) {
     root_->isDirectory = true;
 }
 
@@ -217,7 +217,7 @@ void ServedTree::unlink(const std::string& path) {
 
 void ServedTree::checkReplaceable(const File& source, const File& target) const {
     if (!renameReplaces)
-        foundation::throwPosix(posixErrno::EEXIST_);
+        foundation::throwPosix(renameRefusal);
     if (renameReplacesAnything)
         return;
     if (target.isDirectory && !source.isDirectory)
@@ -229,7 +229,14 @@ void ServedTree::checkReplaceable(const File& source, const File& target) const 
 }
 
 void ServedTree::rename(const std::string& oldPath, const std::string& newPath) {
-    begin("rename " + oldPath + " " + newPath);
+    const std::string request = "rename " + oldPath + " " + newPath;
+    begin(request);
+    moveReplacing(oldPath, newPath);
+    if (after)
+        after(request);
+}
+
+void ServedTree::moveReplacing(const std::string& oldPath, const std::string& newPath) {
     const Guard guard(lock_);
     const auto source = existing(oldPath);
     const auto target = find(newPath);

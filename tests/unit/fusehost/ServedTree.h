@@ -32,7 +32,8 @@ public:
     };
 
     // How this helper behaves; to be set while no request is under way.
-    bool renameReplaces = true;          // a rename onto a name that is taken replaces it, else it fails with EEXIST
+    bool renameReplaces = true;          // a rename onto a name that is taken replaces it, else it fails
+    std::int32_t renameRefusal;          // with this error, EEXIST unless set; a macOS number
     bool renameReplacesAnything = false; // it replaces full directories, and directories and files by one another
     bool unlinkIsRecursive = false;      // unlink removes a directory with all that is in it
     bool listsNamesAlone = false;        // a listing tells neither sizes nor times
@@ -42,6 +43,8 @@ public:
     std::map<std::string, std::string> oddPaths;                       // path -> path under which it is reported
     /// Called before a request is carried out, outside of the lock; throws to refuse it, or waits.
     std::function<void(const std::string& request)> before;
+    /// The same after a rename was carried out; throws to fail nevertheless.
+    std::function<void(const std::string& request)> after;
 
     ServedTree();
 
@@ -102,6 +105,7 @@ private:
 
     void begin(const std::string& request);
     std::string pathOf(std::int64_t handle) const;
+    void moveReplacing(const std::string& oldPath, const std::string& newPath);
     Handle& handleAt(std::int64_t handle);
     static Facts factsOf(const File& file);
 
