@@ -53,24 +53,43 @@ FileHandle FileTree::open(NodeID id, int flags) {
     if ((flags & O_TRUNC) != 0)
         changeSize(node, 0);
     const FSVolumeOpenModes modes = modesFor(flags);
-    node.mayHaveWriteHandle = node.mayHaveWriteHandle || contains(modes, FSVolumeOpenModes::write);
     try {
-        volume_.open(itemOf(node), modes);
+        openHandles(node, modes);
     } catch (const KernelError& error) {
-        closeQuietly(node);
-        if (error.number() == ENOENT)
-            throw KernelError(ESTALE);
-        throw;
+        if (error.number() != ENOENT)
+            throw;
+        // Replaced meanwhile, or gone: then ESTALE has the kernel look the name up itself. If the name is there and
+        // still nothing can be opened, that is the answer.
+        closeForMove(node);
+        lookUpAgain(node);
+        openHandles(node, modes);
     }
     return addOpenFile(node, flags);
+}
+
+void FileTree::openHandles(Node& node, FSVolumeOpenModes modes) {
+    const fskit::FSItemPtr item = itemOf(node);
+    node.mayHaveWriteHandle = node.mayHaveWriteHandle || contains(modes, FSVolumeOpenModes::write);
+    try {
+        volume_.open(item, modes);
+    } catch (const KernelError&) {
+        closeQuietly(node);
+        throw;
+    }
 }
 
 std::size_t FileTree::read(FileHandle handle, std::int64_t offset, std::span<std::byte> into) {
     OpenFile& file = fileAt(handle);
     Node& node = nodeAt(file.node);
     std::size_t total = readAhead_.take(node.id, offset, into, attrTimeout_);
-    if (total == 0 || (total < into.size() && static_cast<std::uint64_t>(offset) + total < node.size))
-        total += readWhole(node, offset + static_cast<std::int64_t>(total), into.subspan(total));
+    if (total == 0 || (total < into.size() && static_cast<std::uint64_t>(offset) + total < node.size)) {
+        try {
+            total += readWhole(node, offset + static_cast<std::int64_t>(total), into.subspan(total));
+        } catch (const KernelError& error) {
+            // The handle had to be opened anew and the file is gone: what was there when it was opened is not.
+            throw error.number() == ENOENT ? KernelError(ESTALE) : error;
+        }
+    }
     readOn(file, node, offset, total);
     return total;
 }

@@ -161,9 +161,11 @@ def test_rename_replaces_in_one_step(mount, helper):
 def test_failed_rename_leaves_both(controlled):
     put(controlled.path / "a", b"is a")
     put(controlled.path / "b", b"is b")
-    controlled.helper.fail("rename", "EACCES")
-    assert failure(os.rename, controlled.path / "a", controlled.path / "b") == errno.EACCES
-    assert (controlled.path / "a").read_bytes() == b"is a" and (controlled.path / "b").read_bytes() == b"is b"
+    for code in (errno.EACCES, errno.EIO):
+        rule = controlled.helper.fail("rename", errno.errorcode[code])
+        assert failure(os.rename, controlled.path / "a", controlled.path / "b") == code
+        controlled.helper.drop(rule)
+        assert (controlled.path / "a").read_bytes() == b"is a" and (controlled.path / "b").read_bytes() == b"is b"
 
 
 @claim("A folder with entries is neither removed nor replaced.")
@@ -580,6 +582,15 @@ def test_error_codes(controlled):
         controlled.helper.drop(rule)
 
 
+@claim("A file that the helper tells of but does not find when it is opened fails with ENOENT.")
+def test_file_that_is_told_and_not_opened(controlled):
+    put(controlled.path / "file")
+    controlled.helper.fail("open", "ENOENT")
+    controlled.helper.forget()
+    assert failure(os.open, controlled.path / "file", os.O_RDONLY) == errno.ENOENT
+    assert controlled.helper.count("open") == 2
+
+
 @claim("A name that is not UTF-8 fails with EINVAL.")
 def test_names_that_are_not_utf8(mount):
     assert failure(os.mkdir, os.fsencode(mount().path) + b"/caf\xe9") == errno.EINVAL
@@ -636,6 +647,21 @@ def test_head_survives(controlled):
     controlled.waitForEnd()
     copy, = controlled.hidden()
     assert copy.endswith("-head-of-file") and (controlled.backing / copy).read_bytes() == b"0123"
+
+
+@claim("A file that is removed behind the mount while it is open reads as before until that is noticed, and then answers ESTALE.")
+def test_file_removed_behind_the_mount_is_stale(mount):
+    late, soon = mount(options=["attr_timeout=60"]), mount(options=AT_ONCE)
+    for volume, removed in ((late, False), (soon, True)):
+        put(volume.backing / "file")
+        descriptor = os.open(volume.path / "file", os.O_RDONLY)
+        os.unlink(volume.backing / "file")
+        if removed:
+            assert failure(os.fstat, descriptor) == errno.ESTALE
+            assert failure(os.pread, descriptor, 20, 0) == errno.ESTALE
+        else:
+            assert os.pread(descriptor, 7, 0) == b"content"
+        os.close(descriptor)
 
 
 @claim("A folder that is removed while it is open or somebody's working folder answers ESTALE.")

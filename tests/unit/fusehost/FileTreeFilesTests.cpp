@@ -93,6 +93,33 @@ TEST_F(FileTreeFiles, anOpenOfAVanishedFileIsESTALE) {
     EXPECT_EQ(errnoOf([&] { tree().open(file, O_RDONLY); }), ESTALE);
 }
 
+TEST_F(FileTreeFiles, anOpenThatMeetsAFileJustReplacedIsTriedAgain) {
+    served.put("/a", "abc");
+    const NodeID file = node("/a");
+    served.before = refuseOnce("open read /a", posixErrno::ENOENT_);
+    served.takeRequests();
+    const FileHandle opened = tree().open(file, O_RDONLY);
+    EXPECT_THAT(served.takeRequests(), ElementsAre("open read /a", "getattr /a", "open read /a"));
+    EXPECT_EQ(read(opened), "abc");
+    tree().release(opened);
+}
+
+TEST_F(FileTreeFiles, anOpenIsENOENTWhereTheHelperOpensNothingThoughTheNameIsThere) {
+    served.put("/a", "abc");
+    served.before = refuseAlways("open read /a", posixErrno::ENOENT_);
+    EXPECT_EQ(errnoOf([&] { open("/a", O_RDONLY); }), ENOENT);
+    EXPECT_EQ(errnoOf([&] { create("/a", O_RDONLY); }), ENOENT);
+    EXPECT_EQ(served.openHandles(), 0U);
+}
+
+TEST_F(FileTreeFiles, aReadThatHasToOpenAFileThatIsGoneIsESTALE) {
+    served.put("/a", "abc");
+    const FileHandle file = open("/a", O_RDONLY);
+    rename("/a", "/b"); // which gives the handle back
+    served.erase("/b");
+    EXPECT_EQ(errnoOf([&] { read(file); }), ESTALE);
+}
+
 TEST_F(FileTreeFiles, aFailedOpenLeavesNothingOpen) {
     served.put("/a", "");
     served.before = refuseOnce("open write", posixErrno::EACCES_);

@@ -77,6 +77,18 @@ TEST_F(FileTreeIdentifiers, whatIsReadAheadOfOneFileIsNotReadFromTheOther) {
     }
 }
 
+TEST_F(FileTreeIdentifiers, fsyncReachesAFileThatHasGivenWay) {
+    const FileHandle a = open("/a", O_RDWR);
+    const FileHandle b = open("/b", O_RDWR);
+    write(a, 0, "A");
+    write(b, 0, "B");
+    served.takeRequests();
+    tree().synchronize(a);
+    EXPECT_THAT(served.takeRequests(), testing::Contains("flush /a"));
+    tree().synchronize(b);
+    EXPECT_THAT(served.takeRequests(), testing::Contains("flush /b"));
+}
+
 TEST_F(FileTreeIdentifiers, theErrorOfGivingAHandleBackIsToldToTheFileThatItBelongsTo) {
     const FileHandle a = open("/a", O_WRONLY);
     write(a, 0, "A");
