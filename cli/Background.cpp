@@ -46,7 +46,7 @@ void replaceByNull(int descriptor, int flags) {
         Progress progress;
         progress.mounted = [] { ::prctl(PR_SET_PDEATHSIG, 0); }; // a setting of the thread, not of the process
         progress.ready = [&] {
-            relay.switchToLog();
+            relay.switchToLogAlone();
             const char ready = static_cast<char>(ExitCode::success);
             [[maybe_unused]] const auto written = ::write(status, &ready, 1);
             ::close(status);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cli/ExitCode.h"
+#include "foundation/ControlCharacters.h"
 
 #include <stdexcept>
 #include <string>
@@ -24,9 +25,10 @@ private:
 /// in a file name) are shown escaped, so that a message always is one line and does nothing to a terminal.
 void printMessage(std::string_view text);
 
-/// `text` with every control character written as \n, \t, \xNN or \uNNNN, also those that turn the direction of writing
-/// or break lines, and with every byte that is not UTF-8 written as \xNN.
-std::string escapedControls(std::string_view text);
+/// From here on messages are lines of the log: standard error leads nowhere any more, or back into the log.
+void sendMessagesToLog(bool toLog);
+
+using foundation::escapedControls;
 
 /// The text of an errno value.
 std::string errnoText(int number);

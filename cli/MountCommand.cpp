@@ -5,8 +5,12 @@
 #include "cli/MountPoint.h"
 #include "cli/MountSession.h"
 #include "cli/MountSource.h"
+#include "cli/Paths.h"
 #include "cli/Signals.h"
+#include "cli/StderrRelay.h"
+#include "foundation/Error.h"
 #include "foundation/Log.h"
+#include "foundation/PosixErrno.h"
 
 #include <memory>
 #include <string_view>
@@ -27,6 +31,8 @@ constexpr const char* optionList = R"(Mount options:
   request_size=BYTES     most bytes of one read or write request (64k)
   writeback              let the kernel gather small writes
   fsname=TEXT            the device shown in the mount table (default: SOURCE)
+  log_file=FILE, log_level=LEVEL, show_private
+                         as --log-file, --log-level and --show-private
   nosuid, nodev, noexec, noatime, sync, dirsync
                          as mount(8) has them)";
 
@@ -42,23 +48,73 @@ fusehost::MountOptions parseOptions(const std::vector<std::string>& lists) {
     return options;
 }
 
+using foundation::LogLevel;
 using foundation::Log::setLevel;
+
+/// The command's own options are `-o` options as well, for fstab; those of the command count.
+void addLogOptions(fusehost::MountOptions& options, const MountRequest& request) {
+    options.showPrivate = options.showPrivate || request.showPrivate;
+    if (!request.logFile.empty()) {
+        options.logFile = request.logFile;
+    }
+    if (!request.logLevel.empty()) {
+        options.logLevel = fusehost::logLevelNamed(request.logLevel);
+        if (!options.logLevel) {
+            throw CommandError(ExitCode::usage, "--log-level " + request.logLevel,
+                               "expected debug, info, warning or error");
+        }
+    }
+    if (options.logFile) {
+        options.logFile = absolutePath(*options.logFile);
+    }
+}
+
+/// A line about the mount would be a request to the mount.
+void checkLogFile(const std::optional<std::string>& logFile, const std::string& mountPoint) {
+    if (logFile && isWithin(realParentPath(*logFile).value_or(*logFile), mountPoint)) {
+        throw CommandError(ExitCode::usage, *logFile, "a log cannot lie on the mount that it is about");
+    }
+}
+
+std::shared_ptr<foundation::LogSink> fileSink(const MountPlan& plan) {
+    try {
+        return foundation::makeFileLogSink(*plan.options.logFile, plan.mountPoint);
+    } catch (const foundation::NSErrorException& error) {
+        throw CommandError(ExitCode::usage, *plan.options.logFile,
+                           "cannot be written: " +
+                               errnoText(foundation::platformErrno(static_cast<std::int32_t>(error.nsError().code))));
+    }
+}
 
 /// What fails before the mount is ready is told in one message of the command's own; the log would tell it twice.
 ExitCode runInForeground(const MountPlan& plan, bool verbose) {
+    StderrRelay relay;
+    foundation::Log::setSink(plan.options.logFile
+                                 ? fileSink(plan)
+                                 : foundation::makeDescriptorLogSink(relay.duplicateOfTerminal(), plan.mountPoint));
+    const LogLevel level = plan.options.logLevel.value_or(verbose ? LogLevel::info : LogLevel::warning);
+    setLevel(verbose || plan.options.logFile ? level : LogLevel::fault);
     Progress progress;
-    if (!verbose) {
-        setLevel(foundation::LogLevel::fault);
-        progress.mounted = [] { setLevel(foundation::LogLevel::error); };
-    }
+    progress.mounted = [&] {
+        setLevel(level);
+        relay.switchToLog();
+    };
     return runMountSession(plan, progress);
 }
 
-ExitCode runWithSystemLog(const MountPlan& plan) {
-    return runInBackground([&](const Progress& progress) {
-        foundation::Log::setSink(foundation::makeSystemLogSink("kemvi"));
+ExitCode runInTheBackground(const MountPlan& plan) {
+    const ExitCode code = runInBackground([&](const Progress& progress) {
+        foundation::Log::setSink(plan.options.logFile ? fileSink(plan)
+                                                      : foundation::makeSystemLogSink("kemvi", plan.mountPoint));
+        setLevel(plan.options.logLevel.value_or(LogLevel::info));
         return runMountSession(plan, progress);
     });
+    if (code == ExitCode::success && !plan.options.logFile && !foundation::hasSystemLog()) {
+        printMessage(plan.mountPoint +
+                     ": is mounted; this machine has no system log, so what there is to tell from here "
+                     "on is lost: --log-file FILE keeps it");
+    }
+    return code;
 }
 
 } // namespace
@@ -72,11 +128,13 @@ ExitCode mount(const MountRequest& request) {
     if (request.checkOnly) {
         return ExitCode::success;
     }
+    addLogOptions(options, request);
+    checkLogFile(options.logFile, mountPoint);
     blockStopSignals();
     tellSourceToHelpers(source);
     const MountPlan plan{source.path, mountPoint, source.config.helperPath, std::move(options)};
-    foundation::Log::showPrivateValues(request.showPrivate);
-    return request.foreground ? runInForeground(plan, request.verbose) : runWithSystemLog(plan);
+    foundation::Log::showPrivateValues(plan.options.showPrivate);
+    return request.foreground ? runInForeground(plan, request.verbose) : runInTheBackground(plan);
 }
 
 void addMountCommand(CLI::App& app, ExitCode& result) {
@@ -91,6 +149,10 @@ void addMountCommand(CLI::App& app, ExitCode& result) {
         ->take_all();
     command->add_flag("-v,--verbose", request->verbose, "With -f: log every step of the mount's life");
     command->add_flag("--show-private", request->showPrivate, "Write private values (paths) out in the log");
+    command->add_option("--log-file", request->logFile, "Log to this file instead of the terminal or the system's log")
+        ->type_name("FILE");
+    command->add_option("--log-level", request->logLevel, "The least that is logged: debug, info, warning or error")
+        ->type_name("LEVEL");
     command->footer(optionList);
     command->callback([request, &result] { result = mount(*request); });
 }

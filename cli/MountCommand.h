@@ -17,6 +17,8 @@ struct MountRequest {
     bool checkOnly = false; // everything but the mount itself
     bool verbose = false;
     bool showPrivate = false;
+    std::string logFile;  // empty: none
+    std::string logLevel; // empty: the usual one
 };
 
 /// Adds `kemvi mount` to the command line; `result` receives what it ended with.

@@ -62,9 +62,12 @@ StderrRelay::StderrRelay() {
 }
 
 StderrRelay::~StderrRelay() {
-    const auto command = Command::finish;
-    writeAll(commandWrite_, {reinterpret_cast<const char*>(&command), 1});
+    send(Command::finish);
     thread_.join();
+    if (terminal_ >= 0) {
+        ::dup2(terminal_, STDERR_FILENO);
+        sendMessagesToLog(false);
+    }
     for (const int descriptor : {terminal_, readEnd_, commandRead_, commandWrite_}) {
         if (descriptor >= 0) {
             ::close(descriptor);
@@ -72,10 +75,24 @@ StderrRelay::~StderrRelay() {
     }
 }
 
-void StderrRelay::switchToLog() {
-    const auto command = Command::switchToLog;
+void StderrRelay::send(Command command) {
     writeAll(commandWrite_, {reinterpret_cast<const char*>(&command), 1});
+}
+
+void StderrRelay::switchToLog() {
+    send(Command::switchToLog);
     switched_.get_future().wait();
+    sendMessagesToLog(true);
+}
+
+void StderrRelay::switchToLogAlone() {
+    send(Command::switchToLogAlone);
+    switched_.get_future().wait();
+    sendMessagesToLog(true);
+}
+
+int StderrRelay::duplicateOfTerminal() const {
+    return ::fcntl(terminal_, F_DUPFD_CLOEXEC, 3);
 }
 
 void StderrRelay::run() {
@@ -101,8 +118,11 @@ void StderrRelay::obey(Command command) {
         finished_ = true;
         return;
     }
-    ::close(terminal_);
-    terminal_ = -1;
+    if (command == Command::switchToLogAlone) {
+        ::close(terminal_);
+        terminal_ = -1;
+    }
+    toLog_ = true;
     switched_.set_value();
 }
 
@@ -119,7 +139,7 @@ bool StderrRelay::forwardAvailable() {
 }
 
 void StderrRelay::forward(std::string_view bytes) {
-    if (terminal_ >= 0) {
+    if (!toLog_) {
         writeAll(terminal_, bytes);
         return;
     }
@@ -130,12 +150,12 @@ void StderrRelay::forward(std::string_view bytes) {
 void StderrRelay::logLines(bool includingUnfinished) {
     std::size_t start = 0;
     for (auto end = unfinished_.find('\n'); end != std::string::npos; end = unfinished_.find('\n', start)) {
-        helperLog().info({foundation::logPublic(std::string_view(unfinished_).substr(start, end - start))});
+        helperLog().warning({foundation::logPublic(std::string_view(unfinished_).substr(start, end - start))});
         start = end + 1;
     }
     unfinished_.erase(0, start);
     if (unfinished_.size() > longestLogLine || (includingUnfinished && !unfinished_.empty())) {
-        helperLog().info({foundation::logPublic(unfinished_)});
+        helperLog().warning({foundation::logPublic(unfinished_)});
         unfinished_.clear();
     }
 }

@@ -6,24 +6,34 @@
 
 namespace cli {
 
-/// Stands between what this process and its helper write to standard error and where that goes: to the terminal while
-/// the mount is being made, to the system's log from then on. So neither process holds on to the terminal, or to the
-/// pipe of a script that waits for the command's output to end.
+/// Stands between what this process and its helper write to standard error and where that goes: as it is to the
+/// terminal while the mount is being made, from then on to the log, where each line is marked as the helper's. So in
+/// the background neither process holds on to the terminal, or to the pipe of a script that waits for the command's
+/// output to end.
 class StderrRelay {
 public:
     /// Puts a pipe in the place of descriptor 2 and starts the thread that reads it. Throws CommandError.
     StderrRelay();
-    /// Passes on what has been written so far and ends the thread. What is written later is lost.
+    /// Passes on what has been written so far and ends the thread. Standard error is again what it was, or, once that
+    /// was let go, leads nowhere.
     ~StderrRelay();
     StderrRelay(const StderrRelay&) = delete;
     StderrRelay& operator=(const StderrRelay&) = delete;
 
-    /// Passes everything written so far to the terminal, lets go of it, and sends what follows to the log. Returns when
-    /// that is done.
+    /// Passes everything written so far to the terminal and sends what follows, messages of this process too, to the
+    /// log. Returns when that is done.
     void switchToLog();
 
+    /// The same, and lets go of the terminal.
+    void switchToLogAlone();
+
+    /// A descriptor of the original standard error, for whoever takes it over.
+    int duplicateOfTerminal() const;
+
 private:
-    enum class Command : char { switchToLog, finish };
+    enum class Command : char { switchToLog, switchToLogAlone, finish };
+
+    void send(Command command);
 
     void run();
     /// Reads what is there. False at the end of the stream.
@@ -32,7 +42,8 @@ private:
     void logLines(bool includingUnfinished);
     void obey(Command command);
 
-    int terminal_ = -1; // the original standard error; -1 once let go
+    int terminal_ = -1;  // the original standard error; -1 once let go
+    bool toLog_ = false; // the relay thread's own
     int readEnd_ = -1;
     int commandRead_ = -1;
     int commandWrite_ = -1;

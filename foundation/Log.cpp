@@ -1,5 +1,7 @@
 #include "foundation/Log.h"
 
+#include "foundation/ControlCharacters.h"
+
 #include <atomic>
 #include <cstdlib>
 #include <mutex>
@@ -61,10 +63,14 @@ void Log::setLevel(LogLevel level) {
     settings().level = level;
 }
 
+bool Log::isWritten(LogLevel level) {
+    return level >= settings().level.load(std::memory_order_relaxed);
+}
+
 void Logger::log(LogLevel level, const std::vector<LogPiece>& pieces) const {
-    Settings& current = settings();
-    if (level < current.level.load(std::memory_order_relaxed))
+    if (!Log::isWritten(level))
         return;
+    Settings& current = settings();
     std::string line;
     for (const LogPiece& piece : pieces) {
         const bool hidden = piece.privacy == LogPiece::Privacy::privateValue && !current.showPrivate;
@@ -73,7 +79,7 @@ void Logger::log(LogLevel level, const std::vector<LogPiece>& pieces) const {
     std::lock_guard guard(current.lock);
     if (!current.sink)
         current.sink = defaultSink();
-    current.sink->write(level, subsystem_, category_, line);
+    current.sink->write(level, subsystem_, category_, escapedControls(line));
 }
 
 void fatalError(std::string_view reason) {

@@ -7,7 +7,7 @@
 
 namespace foundation {
 
-enum class LogLevel { debug, info, error, fault };
+enum class LogLevel { debug, info, warning, error, fault };
 
 /// The extension's bundle identifier, under which every line of the system is logged.
 inline constexpr const char* bundleIdentifier = "com.kemvi.fs.extension";
@@ -42,12 +42,24 @@ void setSink(std::shared_ptr<LogSink> sink);
 void showPrivateValues(bool show);
 /// The least level that is written; info at start.
 void setLevel(LogLevel level);
+/// Whether lines of this level are written: spares the making of those that are not.
+bool isWritten(LogLevel level);
 } // namespace Log
 
-/// A sink that writes one line per entry to a file descriptor it does not own: "category: line", errors marked.
+// Each sink writes "category: line", with "subject: " before it where a subject is given: what the lines are about,
+// such as the path of a mount. Those that go to people or files have the time in front.
+
+/// Standard error.
 std::shared_ptr<LogSink> makeStderrLogSink();
+/// A descriptor, which the sink takes over.
+std::shared_ptr<LogSink> makeDescriptorLogSink(int descriptor, std::string subject);
+/// A file, to whose end lines are written; made if it does not exist (mode 0640). One that was moved away or removed is
+/// made anew for the next line, so that a rotation needs nobody to tell. Throws NSErrorException with the POSIX error.
+std::shared_ptr<LogSink> makeFileLogSink(std::string path, std::string subject);
 /// The system's log: os_log on macOS; syslog (which the journal collects) on Linux, under the given identity.
-std::shared_ptr<LogSink> makeSystemLogSink(const std::string& identity);
+std::shared_ptr<LogSink> makeSystemLogSink(const std::string& identity, std::string subject = {});
+/// Whether there is a system's log that takes lines.
+bool hasSystemLog();
 
 /// Writes lines under one subsystem and category. Immutable, cheap to copy, safe on any thread.
 class Logger {
@@ -55,11 +67,14 @@ public:
     Logger(std::string subsystem, std::string category)
         : subsystem_(std::move(subsystem)), category_(std::move(category)) {}
 
+    /// One line, whatever is in the pieces: control characters are written escaped.
     void log(LogLevel level, const std::vector<LogPiece>& pieces) const;
 
     void debug(const std::vector<LogPiece>& pieces) const { log(LogLevel::debug, pieces); }
 
     void info(const std::vector<LogPiece>& pieces) const { log(LogLevel::info, pieces); }
+
+    void warning(const std::vector<LogPiece>& pieces) const { log(LogLevel::warning, pieces); }
 
     void error(const std::vector<LogPiece>& pieces) const { log(LogLevel::error, pieces); }
 

@@ -92,6 +92,19 @@ std::uint32_t requestBytes(std::string_view name, std::string_view value) {
     return bytes;
 }
 
+std::string file(std::string_view name, std::string_view value) {
+    if (value.empty())
+        fail(name, "the path of a file");
+    return std::string(value);
+}
+
+foundation::LogLevel logLevel(std::string_view name, std::string_view value) {
+    const auto level = logLevelNamed(value);
+    if (!level)
+        fail(name, "debug, info, warning or error");
+    return *level;
+}
+
 using WithValue = std::function<void(MountOptions&, std::string_view name, std::string_view value)>;
 
 const std::map<std::string_view, WithValue>& optionsWithValue() {
@@ -106,6 +119,8 @@ const std::map<std::string_view, WithValue>& optionsWithValue() {
         {"gid", [](MountOptions& o, auto name, auto value) { o.gid = group(name, value); }},
         {"request_size", [](MountOptions& o, auto name, auto value) { o.requestSize = requestBytes(name, value); }},
         {"fsname", [](MountOptions& o, auto, auto value) { o.fsname = std::string(value); }},
+        {"log_file", [](MountOptions& o, auto name, auto value) { o.logFile = file(name, value); }},
+        {"log_level", [](MountOptions& o, auto name, auto value) { o.logLevel = logLevel(name, value); }},
     };
     return table;
 }
@@ -118,6 +133,7 @@ const std::map<std::string_view, void (*)(MountOptions&)>& flags() {
         {"quiet", [](MountOptions& o) { o.quiet = true; }},
         {"writeback", [](MountOptions& o) { o.writeback = true; }},
         {"nonempty", [](MountOptions& o) { o.nonEmpty = true; }},
+        {"show_private", [](MountOptions& o) { o.showPrivate = true; }},
         {"default_permissions", [](MountOptions&) {}}, // always on
     };
     return table;
@@ -185,6 +201,18 @@ void addOne(MountOptions& options, std::string_view option) {
 }
 
 } // namespace
+
+std::optional<foundation::LogLevel> logLevelNamed(std::string_view name) {
+    using foundation::LogLevel;
+    const std::pair<std::string_view, LogLevel> levels[] = {{"debug", LogLevel::debug},
+                                                            {"info", LogLevel::info},
+                                                            {"warning", LogLevel::warning},
+                                                            {"error", LogLevel::error}};
+    for (const auto& [known, level] : levels)
+        if (name == known)
+            return level;
+    return std::nullopt;
+}
 
 void MountOptions::add(std::string_view commaSeparated) {
     while (!commaSeparated.empty()) {

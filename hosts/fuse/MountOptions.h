@@ -1,5 +1,7 @@
 #pragma once
 
+#include "foundation/Log.h"
+
 #include <cstdint>
 #include <optional>
 #include <stdexcept>
@@ -8,6 +10,9 @@
 #include <vector>
 
 namespace fusehost {
+
+/// "debug", "info", "warning" or "error"; nothing for any other name.
+std::optional<foundation::LogLevel> logLevelNamed(std::string_view name);
 
 /// An option that is not known, lacks its value or has one out of range. The text names the option and what was
 /// expected.
@@ -31,7 +36,10 @@ struct MountOptions {
     std::optional<std::uint32_t> directoryMask; // the same for directories
     std::optional<std::uint32_t> uid;
     std::optional<std::uint32_t> gid;
-    std::optional<std::string> fsname;      // the device shown in the mount table; the source directory otherwise
+    std::optional<std::string> fsname;            // the device shown in the mount table; the source directory otherwise
+    std::optional<std::string> logFile;           // where the log goes; the embedding program's choice otherwise
+    std::optional<foundation::LogLevel> logLevel; // the least level that is logged
+    bool showPrivate = false;                     // private values are written out in the log
     std::vector<std::string> kernelOptions; // nosuid, nodev, noexec, noatime, ...: handed to the mount as they are
 
     /// Adds one `-o` argument: options separated by commas; later ones win. Options that only mount(8) and systemd

@@ -18,7 +18,8 @@ def call(place, *arguments, name="mount.kemvi"):
 
 @pytest.mark.parametrize("name", ["mount.kemvi", "mount.fuse.kemvi"])
 def test_it_mounts_as_mount_asks(place, name):
-    result = call(place, place.source, place.point, "-o", "rw,noatime,x-systemd.automount,_netdev", name=name)
+    result = call(place, place.source, place.point, "-o", f"rw,noatime,x-systemd.automount,_netdev,log_file={place.folder}/log",
+                  name=name)
     assert (result.returncode, result.stderr) == (0, "")
     assert os.listdir(place.point) == ["a.txt"]
     assert place.run("unmount", place.point).returncode == 0

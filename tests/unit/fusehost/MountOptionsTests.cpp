@@ -48,6 +48,18 @@ TEST(MountOptions, takesEachFlag) {
     EXPECT_TRUE(parsed("nonempty").nonEmpty);
 }
 
+TEST(MountOptions, sayWhereAndHowMuchIsLogged) {
+    const MountOptions none;
+    EXPECT_FALSE(none.logFile || none.logLevel || none.showPrivate);
+    const MountOptions options = parsed("log_file=/var/log/a=b,log_level=warning,show_private");
+    EXPECT_EQ(options.logFile, "/var/log/a=b");
+    EXPECT_EQ(options.logLevel, foundation::LogLevel::warning);
+    EXPECT_TRUE(options.showPrivate);
+    EXPECT_EQ(problem("log_level=loud"), "option \"log_level\": expected debug, info, warning or error");
+    EXPECT_EQ(problem("log_file="), "option \"log_file\": expected the path of a file");
+    EXPECT_EQ(problem("log_file"), "option \"log_file\": expected a value, as in log_file=...");
+}
+
 TEST(MountOptions, laterOnesWin) {
     EXPECT_FALSE(parsed("ro,rw").readOnly);
     EXPECT_TRUE(parsed("rw,ro").readOnly);
