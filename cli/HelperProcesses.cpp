@@ -14,6 +14,7 @@ namespace {
 
 constexpr int graceAfterEndOfInput = 300;  // milliseconds
 constexpr int graceAfterTermination = 700; // milliseconds
+constexpr int graceAfterEndOfOutput = 500; // milliseconds; a process that ends closes its output a little earlier
 
 } // namespace
 
@@ -61,6 +62,30 @@ std::optional<std::string> HelperProcesses::howEnded() const {
         return "was killed by signal " + std::to_string(info.si_status) + " (" + ::strsignal(info.si_status) + ")";
     }
     return std::nullopt;
+}
+
+std::optional<int> HelperProcesses::exitStatus() const {
+    const auto helpers = pids();
+    siginfo_t info{};
+    if (helpers.empty() || !ProcessHandle(helpers.front()).waitGone(graceAfterEndOfOutput) ||
+        ::waitid(P_PID, static_cast<id_t>(helpers.front()), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+        info.si_code != CLD_EXITED) {
+        return std::nullopt;
+    }
+    return info.si_status;
+}
+
+std::string HelperProcesses::afterEndOfOutput() const {
+    const auto helpers = pids();
+    if (helpers.empty()) {
+        return {};
+    }
+    const std::string helper = "the helper (pid " + std::to_string(helpers.front()) + ") ";
+    if (!ProcessHandle(helpers.front()).waitGone(graceAfterEndOfOutput)) {
+        return helper + "has closed its output but still runs";
+    }
+    const auto end = howEnded();
+    return end ? helper + *end : helper + "has ended";
 }
 
 } // namespace cli

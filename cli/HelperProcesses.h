@@ -31,6 +31,14 @@ public:
     /// yet waited for.
     std::optional<std::string> howEnded() const;
 
+    /// The helper's exit status, if it has exited; a helper that is about to is given a moment. Nothing if a signal
+    /// ended it.
+    std::optional<int> exitStatus() const;
+
+    /// The state of the helper after its output has ended, as a clause: how it ended, for which it is given a moment,
+    /// or that it still runs. Empty if nothing is known of it.
+    std::string afterEndOfOutput() const;
+
 private:
     mutable std::mutex mutex_;
     std::optional<std::vector<pid_t>> remembered_;

@@ -8,8 +8,11 @@
 #include "cli/StopControl.h"
 #include "extension/KemviUnaryFileSystem.h"
 #include "foundation/Error.h"
+#include "foundation/PosixErrno.h"
+#include "helper/HelperClient.h"
 #include "hosts/fuse/FuseHost.h"
 
+#include <cerrno>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -71,18 +74,49 @@ private:
     std::shared_ptr<State> state_;
 };
 
+/// Why the helper could not be started at all.
+std::string launchProblem(const foundation::NSError& error) {
+    std::string problem = "the helper could not be started: ";
+    if (!error.isPosix()) {
+        return error.description(); // a sentence of its own
+    }
+    const int number = foundation::platformErrno(static_cast<std::int32_t>(error.code));
+    problem += errnoText(number);
+    switch (number) {
+    case EMFILE: return problem + "; this process may open no more (ulimit -n)";
+    case E2BIG: return problem + "; its environment, or one variable of it, is larger than the system allows";
+    case EAGAIN: return problem + "; this user may have no more processes (ulimit -u)";
+    default: return problem;
+    }
+}
+
+/// How the helper ended before it had answered anything.
+std::string earlyEnd(const HelperProcesses& helpers) {
+    constexpr int cannotExecute = 126; // env(1)
+    constexpr int notFound = 127;
+    const auto status = helpers.exitStatus();
+    if (status == notFound || status == cannotExecute) {
+        return "node could not be run (exit status " + std::to_string(*status) + ")";
+    }
+    const auto end = helpers.howEnded();
+    return end ? "the helper ended before it answered the first request (it " + *end + ")"
+               : "the helper closed its output before it answered the first request";
+}
+
 /// What a failed start means, in words for the user.
 std::string startProblem(const foundation::NSError& error, const HelperProcesses& helpers) {
     const std::string text = error.description();
-    if (error.isPosix() && error.localizedDescription) {
+    if (!error.origin) { // it is of no request
+        return launchProblem(error);
+    }
+    if (error.origin->state == kemvi::helperGoneState) {
+        return earlyEnd(helpers);
+    }
+    if (error.isPosix()) {
         return "the helper answered the first request with an error: " + text;
     }
     if (error.domain == foundation::NSCocoaErrorDomain) {
         return "the helper's first answer is not a line of the protocol: " + text;
-    }
-    if (text == "helper closed stdout") {
-        const auto end = helpers.howEnded();
-        return "the helper ended before it answered the first request" + (end ? " (it " + *end + ")" : std::string());
     }
     return "the helper did not answer the first request as it must: " + text;
 }
@@ -91,7 +125,8 @@ class MountSession {
 public:
     MountSession(const MountPlan& plan)
         : plan_(plan), lock_(std::in_place, plan.mountPoint), record_(plan.mountPoint), watch_(plan.mountPoint),
-          host_(std::make_shared<kemvi::KemviUnaryFileSystem>(), plan.source, plan.mountPoint, plan.options),
+          host_(std::make_shared<kemvi::KemviUnaryFileSystem>(), plan.source, plan.mountPoint, plan.options,
+                [this](const foundation::ErrorOrigin& origin) { return explained(origin); }),
           stop_(host_, helpers_, plan.mountPoint) {}
 
     ExitCode run(const Progress& progress) {
@@ -114,6 +149,11 @@ public:
 private:
     [[noreturn]] void throwInterrupted() const {
         throw CommandError(ExitCode::interrupted, plan_.mountPoint, "interrupted before the mount was ready");
+    }
+
+    /// What is known here of a state in which all operations fail.
+    std::string explained(const foundation::ErrorOrigin& origin) const {
+        return origin.state == kemvi::helperGoneState ? helpers_.afterEndOfOutput() : std::string();
     }
 
     void load() {

@@ -24,6 +24,8 @@ NSError currentError() {
         NSError value = error.nsError();
         if (value.debugText.empty())
             value.debugText = error.description();
+        if (error.origin())
+            value.origin = error.origin();
         return value;
     } catch (const std::bad_alloc&) {
         return NSError::posix(posixErrno::ENOMEM_);

@@ -3,7 +3,9 @@
 #include "foundation/NSError.h"
 
 #include <exception>
+#include <memory>
 #include <string>
+#include <utility>
 
 namespace foundation {
 
@@ -20,7 +22,13 @@ public:
 
     const char* what() const noexcept override;
 
+    /// Where it arose; set by those whom the error passes on its way up, who know more than whoever threw it.
+    const std::shared_ptr<const ErrorOrigin>& origin() const { return origin_; }
+
+    void setOrigin(ErrorOrigin origin) { origin_ = std::make_shared<const ErrorOrigin>(std::move(origin)); }
+
 private:
+    std::shared_ptr<const ErrorOrigin> origin_;
     mutable std::string what_;
 };
 
@@ -40,6 +48,21 @@ private:
 /// The error value for the exception being handled; call it from a catch block only. An exception that is not an
 /// `Error` becomes ENOMEM (std::bad_alloc) or EIO with the exception's text as debug text.
 NSError currentError();
+
+/// Runs `work`. An error that passes and knows where it arose, but not of which path, is told `subject`.
+template <typename Work>
+auto tellingSubject(const std::string& subject, Work&& work) {
+    try {
+        return std::forward<Work>(work)();
+    } catch (Error& error) {
+        if (error.origin() && error.origin()->subject.empty()) {
+            ErrorOrigin origin = *error.origin();
+            origin.subject = subject;
+            error.setOrigin(std::move(origin));
+        }
+        throw;
+    }
+}
 
 /// Throws a POSIX-domain error with no user info. `darwinErrno` is a constant of foundation/PosixErrno.h.
 [[noreturn]] void throwPosix(std::int32_t darwinErrno);

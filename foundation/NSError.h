@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -9,6 +10,15 @@ namespace foundation {
 
 inline constexpr std::string_view NSPOSIXErrorDomain = "NSPOSIXErrorDomain";
 inline constexpr std::string_view NSCocoaErrorDomain = "NSCocoaErrorDomain";
+
+/// Where an error arose, for whoever logs it.
+struct ErrorOrigin {
+    std::string operation; // what was asked for, such as "write"
+    std::string subject;   // the path that it was asked of; private; may be empty
+    std::string request;   // the request's number
+    std::string code;      // the error's own name as it was reported, such as "ENOSPC"; may be empty
+    std::string state;     // not empty: the error lasts, and others that name the same state say nothing new
+};
 
 /// An error as a value, the form in which every error leaves the core. Codes of the POSIX domain are macOS errno
 /// numbers on every platform. Immutable by convention; may be copied and passed on any thread.
@@ -20,6 +30,8 @@ struct NSError {
     /// What the error says of itself in a log. Never user info: it does not take part in comparison and a host must
     /// not hand it on as a description.
     std::string debugText;
+    /// Null where nothing is known. Takes no part in comparison either.
+    std::shared_ptr<const ErrorOrigin> origin = nullptr;
 
     /// A POSIX-domain error with no user info.
     static NSError posix(std::int32_t darwinErrno);

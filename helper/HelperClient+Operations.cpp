@@ -2,6 +2,7 @@
 #include "helper/AdapterError.h"
 #include "helper/HelperClient.h"
 #include "helper/ListingReader.h"
+#include "helper/RequestOrigin.h"
 #include "helper/StatReader.h"
 
 namespace kemvi {
@@ -44,33 +45,40 @@ std::optional<double> handleIn(JSONElement& result) {
 } // namespace
 
 std::optional<JSONValue> HelperClient::ping() {
-    return exchange(request("ping")).result;
+    HelperRequest made = request("ping");
+    return exchange(made).result;
 }
 
 KemviStatFS HelperClient::statfs() {
-    return KemviStatFS(exchange(request("statfs")).result);
+    HelperRequest made = request("statfs");
+    const std::optional<JSONValue> result = exchange(made).result;
+    return tellingRequest(made, [&] { return KemviStatFS(result); });
 }
 
 std::vector<KemviDirEntry> HelperClient::readdir(const std::string& path) {
     ListingReader listing;
-    exchange(pathRequest("readdir", path), [&](JSONElement& result) { listing.read(result); });
-    return std::move(listing).entries();
+    HelperRequest made = pathRequest("readdir", path);
+    exchange(made, [&](JSONElement& result) { listing.read(result); });
+    return tellingRequest(made, [&] { return std::move(listing).entries(); });
 }
 
 KemviFileStat HelperClient::getattr(const std::string& path) {
     StatReader stat;
-    exchange(pathRequest("getattr", path), [&](JSONElement& result) { stat.read(result); });
-    return std::move(stat).stat();
+    HelperRequest made = pathRequest("getattr", path);
+    exchange(made, [&](JSONElement& result) { stat.read(result); });
+    return tellingRequest(made, [&] { return std::move(stat).stat(); });
 }
 
 std::int64_t HelperClient::open(const std::string& path, const std::vector<std::string>& flags) {
     HelperRequest made = pathRequest("open", path);
     made.flags = flags;
     std::optional<double> handle;
-    exchange(std::move(made), [&](JSONElement& result) { handle = handleIn(result); });
-    if (!handle)
-        throw AdapterError::protocolError("open result missing handle");
-    return integerFromNumber(*handle);
+    exchange(made, [&](JSONElement& result) { handle = handleIn(result); });
+    return tellingRequest(made, [&] {
+        if (!handle)
+            throw AdapterError::protocolError("open result missing handle");
+        return integerFromNumber(*handle);
+    });
 }
 
 std::vector<std::byte> HelperClient::read(std::int64_t handle, std::int64_t offset, std::int64_t length) {
@@ -100,7 +108,7 @@ void HelperClient::write(std::int64_t handle, std::int64_t offset, std::span<con
     made.handle = handle;
     made.offset = offset;
     made.dataBase64 = text->view();
-    exchange(std::move(made));
+    exchange(made);
 }
 
 // Operations that answer nothing beyond success.
@@ -108,11 +116,12 @@ void HelperClient::write(std::int64_t handle, std::int64_t offset, std::span<con
 void HelperClient::handleOperation(const char* op, std::int64_t handle) {
     HelperRequest made = request(op);
     made.handle = handle;
-    exchange(std::move(made));
+    exchange(made);
 }
 
 void HelperClient::pathOperation(const char* op, const std::string& path) {
-    exchange(pathRequest(op, path));
+    HelperRequest made = pathRequest(op, path);
+    exchange(made);
 }
 
 void HelperClient::flush(std::int64_t handle) {
@@ -135,19 +144,19 @@ void HelperClient::rename(const std::string& oldPath, const std::string& newPath
     HelperRequest made = request("rename");
     made.oldPath = oldPath;
     made.newPath = newPath;
-    exchange(std::move(made));
+    exchange(made);
 }
 
 void HelperClient::chmod(const std::string& path, std::int64_t mode) {
     HelperRequest made = pathRequest("chmod", path);
     made.mode = mode;
-    exchange(std::move(made));
+    exchange(made);
 }
 
 void HelperClient::utimes(const std::string& path, foundation::Date mtime) {
     HelperRequest made = pathRequest("utimes", path);
     made.mtime = kemviFs().string(mtime);
-    exchange(std::move(made));
+    exchange(made);
 }
 
 } // namespace kemvi

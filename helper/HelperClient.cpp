@@ -2,6 +2,7 @@
 
 #include "foundation/Log.h"
 #include "helper/AdapterError.h"
+#include "helper/RequestOrigin.h"
 
 #include <array>
 #include <limits>
@@ -9,13 +10,22 @@
 namespace kemvi {
 namespace {
 
-void refuseUnlessAccepted(const HelperResponse& response, const std::string& id) {
-    if (response.id != id)
-        throw AdapterError::protocolError("response id " + response.id + " did not match request id " + id);
-    if (!response.ok && response.error)
-        throw foundation::NSErrorException(response.error->posixError());
-    if (!response.ok)
-        throw AdapterError::protocolError("unknown helper error");
+template <typename Failure>
+[[noreturn]] void throwWith(foundation::ErrorOrigin origin, Failure error) {
+    error.setOrigin(std::move(origin));
+    throw error;
+}
+
+foundation::ErrorOrigin inState(std::string state) {
+    foundation::ErrorOrigin origin;
+    origin.state = std::move(state);
+    return origin;
+}
+
+foundation::ErrorOrigin withCode(std::string code) {
+    foundation::ErrorOrigin origin;
+    origin.code = std::move(code);
+    return origin;
 }
 
 } // namespace
@@ -60,8 +70,27 @@ std::string HelperClient::takeID() {
 HelperClient::LineData HelperClient::readLineData() {
     std::shared_ptr<foundation::ByteBuffer> line = buffers_->take();
     if (!output_.fileHandleForReading().readLine(*line))
-        throw AdapterError::protocolError("helper closed stdout");
+        throwWith(inState(helperGoneState), AdapterError::protocolError("helper closed stdout"));
     return line;
+}
+
+void HelperClient::refuseUnlessAccepted(const HelperResponse& response, const std::string& id) {
+    if (response.id != id)
+        throwWith(inState(outOfStepState(id)),
+                  AdapterError::protocolError("response id " + response.id + " did not match request id " + id));
+    if (!response.ok && response.error)
+        throwWith(withCode(response.error->code.value_or("")),
+                  foundation::NSErrorException(response.error->posixError()));
+    if (!response.ok)
+        throw AdapterError::protocolError("unknown helper error");
+}
+
+// Once answers are out of step with requests they stay so. Threads that get here at once may count one state as two.
+std::string HelperClient::outOfStepState(const std::string& id) {
+    const std::int64_t number = std::stoll(id);
+    if (lastOutOfStep_.exchange(number) != number - 1)
+        outOfStepSince_ = number;
+    return "answers are out of step since request " + std::to_string(outOfStepSince_);
 }
 
 // Needs requestLock_.
@@ -75,12 +104,14 @@ HelperClient::LineData HelperClient::answerTo(HelperRequest& request) {
     return readLineData();
 }
 
-HelperResponse HelperClient::exchange(HelperRequest request, const HelperResponse::ResultHandler& onResult) {
-    std::lock_guard guard(requestLock_);
-    const LineData line = answerTo(request);
-    HelperResponse response = HelperResponse::decode(line, decoder_, onResult);
-    refuseUnlessAccepted(response, request.id);
-    return response;
+HelperResponse HelperClient::exchange(HelperRequest& request, const HelperResponse::ResultHandler& onResult) {
+    return tellingRequest(request, [&] {
+        std::lock_guard guard(requestLock_);
+        const LineData line = answerTo(request);
+        HelperResponse response = HelperResponse::decode(line, decoder_, onResult);
+        refuseUnlessAccepted(response, request.id);
+        return response;
+    });
 }
 
 void HelperClient::readPayload(std::int64_t handle, std::int64_t offset, std::int64_t length,
@@ -90,22 +121,24 @@ void HelperClient::readPayload(std::int64_t handle, std::int64_t offset, std::in
     request.handle = handle;
     request.offset = offset;
     request.length = length;
-    std::unique_lock guard(requestLock_);
-    const LineData line = answerTo(request);
-    {
-        const HelperResponse response = HelperResponse::decodeTrustingBase64(line, decoder_);
-        const bool isWanted = response.id == request.id && response.ok && response.dataBase64;
-        // Decoded without the lock: the helper can work on the next request meanwhile.
-        guard.unlock();
-        if (isWanted && decode(response.dataBase64->text))
-            return;
-    }
-    // Whatever is wrong, reading the whole line tells what comes first.
-    foundation::JSONReader reader;
-    const HelperResponse response = HelperResponse::decode(line, reader);
-    refuseUnlessAccepted(response, request.id);
-    if (!response.dataBase64 || !decode(response.dataBase64->text))
-        throw AdapterError::protocolError("read response missing dataBase64");
+    tellingRequest(request, [&] {
+        std::unique_lock guard(requestLock_);
+        const LineData line = answerTo(request);
+        {
+            const HelperResponse response = HelperResponse::decodeTrustingBase64(line, decoder_);
+            const bool isWanted = response.id == request.id && response.ok && response.dataBase64;
+            // Decoded without the lock: the helper can work on the next request meanwhile.
+            guard.unlock();
+            if (isWanted && decode(response.dataBase64->text))
+                return;
+        }
+        // Whatever is wrong, reading the whole line tells what comes first.
+        foundation::JSONReader reader;
+        const HelperResponse response = HelperResponse::decode(line, reader);
+        refuseUnlessAccepted(response, request.id);
+        if (!response.dataBase64 || !decode(response.dataBase64->text))
+            throw AdapterError::protocolError("read response missing dataBase64");
+    });
 }
 
 } // namespace kemvi

@@ -9,6 +9,7 @@
 #include "helper/HelperRequest.h"
 #include "helper/HelperResponse.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -22,6 +23,9 @@
 
 namespace kemvi {
 
+/// ErrorOrigin::state of every error after the helper has closed its output.
+inline constexpr const char* helperGoneState = "the helper's output has ended";
+
 /// Owns the helper process and is the only code that talks to it. Each operation is one exchange: one request line
 /// written, one answer line read, strictly one exchange at a time.
 ///
@@ -32,7 +36,8 @@ namespace kemvi {
 /// All operations throw: AdapterError::protocolError for an answer that breaks the protocol ("helper closed stdout"
 /// once the helper is gone), NSErrorException with the POSIX error for a failure that the helper reports,
 /// foundation::DecodingError for a line that is not a response, foundation::EncodingError for a path that is not UTF-8.
-/// After any error the client remains usable.
+/// After any error the client remains usable. Every error of an exchange says of which request it is (its origin); one
+/// of a handle leaves the path to whoever knows it.
 ///
 /// The process must ignore SIGPIPE: writing to a helper that has exited fails silently and shows as "helper closed
 /// stdout".
@@ -90,10 +95,12 @@ private:
     /// Decodes base64; false if it is not valid.
     using Base64Decoder = std::function<bool(std::string_view)>;
 
-    HelperResponse exchange(HelperRequest request, const HelperResponse::ResultHandler& onResult = {});
+    HelperResponse exchange(HelperRequest& request, const HelperResponse::ResultHandler& onResult = {});
     LineData answerTo(HelperRequest& request);
     std::string takeID();
     LineData readLineData();
+    void refuseUnlessAccepted(const HelperResponse& response, const std::string& id);
+    std::string outOfStepState(const std::string& id);
     void readPayload(std::int64_t handle, std::int64_t offset, std::int64_t length, const Base64Decoder& decode);
     void handleOperation(const char* op, std::int64_t handle);
     void pathOperation(const char* op, const std::string& path);
@@ -106,8 +113,10 @@ private:
     std::int64_t nextID_ = 1;
     HelperRequestEncoder encoder_;
     foundation::JSONReader decoder_;
-    std::shared_ptr<BufferPool> buffers_; // line and payload memory; has a lock of its own, taken last
-    std::mutex requestLock_;              // held for the whole of one exchange; guards nextID_, encoder_, decoder_
+    std::shared_ptr<BufferPool> buffers_;         // line and payload memory; has a lock of its own, taken last
+    std::atomic<std::int64_t> lastOutOfStep_{-1}; // the last request that another one's answer was read for
+    std::atomic<std::int64_t> outOfStepSince_{0}; // the first of those in a row; for the log alone
+    std::mutex requestLock_; // held for the whole of one exchange; guards nextID_, encoder_, decoder_
 };
 
 } // namespace kemvi

@@ -12,6 +12,7 @@
 namespace kemvi {
 namespace {
 
+using foundation::tellingSubject;
 using fskit::FSVolumeOpenModes;
 
 std::uint64_t key(const KemviItem& item) {
@@ -74,7 +75,7 @@ void KemviVolume::releaseHandle(HandleTable& table, const KemviItem& item) {
     const auto removed = table.extract(key(item));
     guard.unlock();
     if (!removed.empty())
-        requireClient().release(removed.mapped().handle);
+        tellingSubject(removed.mapped().path, [&] { requireClient().release(removed.mapped().handle); });
 }
 
 void KemviVolume::releaseHandles(const KemviItem& item) {
@@ -83,15 +84,15 @@ void KemviVolume::releaseHandles(const KemviItem& item) {
 }
 
 void KemviVolume::flushAllWriteHandles() {
-    std::vector<std::int64_t> handles;
+    std::vector<OpenHandle> handles;
     {
         std::lock_guard guard(handlesLock_);
         handles.reserve(writeHandles_.size());
         for (const auto& [identifier, open] : writeHandles_)
-            handles.push_back(open.handle);
+            handles.push_back(open);
     }
-    for (const std::int64_t handle : handles)
-        requireClient().flush(handle);
+    for (const OpenHandle& open : handles)
+        tellingSubject(open.path, [&] { requireClient().flush(open.handle); });
 }
 
 void KemviVolume::releaseAllHandles() {
@@ -140,7 +141,8 @@ void KemviVolume::read(const fskit::FSItemPtr& item, std::int64_t offset, std::i
         const std::int64_t handle = openReadHandle(file);
         const std::span<std::byte> into(buffer.mutableBytes(), buffer.length());
         const auto wanted = std::min(length, static_cast<std::int64_t>(into.size()));
-        const std::size_t returned = requireClient().read(handle, offset, wanted, into);
+        const std::size_t returned =
+            tellingSubject(file.path(), [&] { return requireClient().read(handle, offset, wanted, into); });
         return std::min(into.size(), returned); // what came beyond the buffer was dropped
     });
 }
@@ -150,7 +152,7 @@ void KemviVolume::write(std::span<const std::byte> contents, const fskit::FSItem
     fskit::answer(reply, [&] {
         const KemviItem& file = checkedFile(item, offset);
         const std::int64_t handle = openWriteHandle(file);
-        requireClient().write(handle, offset, contents);
+        tellingSubject(file.path(), [&] { requireClient().write(handle, offset, contents); });
         return contents.size(); // the helper reports no count: what it accepts is written
     });
 }

@@ -64,7 +64,7 @@ void KemviVolume::setAttributes(fskit::FSItemSetAttributesRequest& newAttributes
         const KemviItem& known = checkedItem(item, foundation::posixErrno::EINVAL_);
         HelperClient& client = requireClient();
         if (newAttributes.isValid(FSItemAttribute::size) && !known.isDirectory()) {
-            resizeFile(known, signedSize(newAttributes.size()));
+            foundation::tellingSubject(known.path(), [&] { resizeFile(known, signedSize(newAttributes.size())); });
             markConsumed(newAttributes, FSItemAttribute::size);
         }
         if (newAttributes.isValid(FSItemAttribute::mode)) {
@@ -109,7 +109,8 @@ void KemviVolume::createItem(const fskit::FSFileName& name, fskit::FSItemType ty
         const std::string path = joinPath(parent.path(), checkedNewName(name));
         if (type == fskit::FSItemType::file) {
             HelperClient& client = requireClient();
-            client.release(client.open(path, createAndTruncate()));
+            const std::int64_t made = client.open(path, createAndTruncate());
+            foundation::tellingSubject(path, [&] { client.release(made); });
         } else if (type == fskit::FSItemType::directory) {
             requireClient().mkdir(path);
         } else {

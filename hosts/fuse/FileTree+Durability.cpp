@@ -66,6 +66,7 @@ void FileTree::closeOtherWriters(const Node& node) {
         try {
             volume_.close(other->item, FSVolumeOpenModes::read);
         } catch (const KernelError& error) {
+            error.tell(); // the program that is told later gets the number alone
             deferError(*other, error);
         }
     }

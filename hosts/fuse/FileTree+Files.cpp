@@ -1,5 +1,4 @@
 #include "hosts/fuse/FileTree.h"
-#include "hosts/fuse/HostLog.h"
 #include "hosts/fuse/KernelErrno.h"
 #include "hosts/fuse/Quietly.h"
 
@@ -248,9 +247,7 @@ void FileTree::closeQuietly(Node& node) noexcept {
         } catch (const KernelError& error) {
             if (closesWriter)
                 deferError(node, error);
-            if (!error.isLogged())
-                hostLog().error(
-                    {"closing ", foundation::logPrivate(node.name), ": ", foundation::logPublic(error.what())});
+            throw;
         }
     });
 }
@@ -300,6 +297,7 @@ void FileTree::closeEverything(Node& node) {
     try {
         volume_.close(node.item, FSVolumeOpenModes::none);
     } catch (const KernelError& error) {
+        error.tell(); // the program that is told later gets the number alone
         if (node.writers > 0)
             deferError(node, error);
     }

@@ -38,7 +38,7 @@ void FileTree::hide(Node& node) {
     try {
         moveTo(node, *node.parent, name);
     } catch (const KernelError& error) {
-        if (error.isLogged() || !node.hasName() || !isTaken(*node.parent, name))
+        if (error.isFault() || !node.hasName() || !isTaken(*node.parent, name))
             throw;
         // Nobody else makes such a name: the helper has done it, and failed afterwards.
         noteChange(*node.parent);

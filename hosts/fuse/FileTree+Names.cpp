@@ -47,7 +47,8 @@ void FileTree::applyCreationMode(const FoundItem& made, mode_t mode) {
     request.setMode((mode | (usual & 0700)) & 0777);
     try {
         volume_.setAttributes(made.item, request);
-    } catch (const KernelError&) {
+    } catch (const KernelError& error) {
+        error.tell();
     }
 }
 

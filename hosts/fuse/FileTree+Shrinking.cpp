@@ -98,9 +98,9 @@ void FileTree::dropCopy(Node& copy) {
     try {
         volume_.remove(itemOf(copy), itemOf(directory), copy.name);
     } catch (const KernelError& error) {
-        if (!error.isLogged())
-            hostLog().error({"a copy that is needed no more stays in the served tree, named ",
-                             foundation::logPrivate(copy.name), ": ", foundation::logPublic(error.what())});
+        error.tell();
+        hostLog().error({"a copy that is needed no more stays in the served tree, named ",
+                         foundation::logPrivate(copy.name), ": ", foundation::logPublic(error.what())});
     }
     noteChange(directory);
     nodes_.detach(copy);

@@ -187,8 +187,8 @@ void FileTree::forget(NodeID node, std::uint64_t lookups) {
         return;
     try {
         volume_.reclaim(item);
-    } catch (const KernelError&) {
-        // The kernel waits for no answer, and the item is gone either way.
+    } catch (const KernelError& error) {
+        error.tell(); // the kernel waits for no answer, and the item is gone either way
     }
 }
 

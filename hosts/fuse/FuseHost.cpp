@@ -5,7 +5,6 @@
 #include "hosts/fuse/Callers.h"
 #include "hosts/fuse/EventDescriptor.h"
 #include "hosts/fuse/FileTree.h"
-#include "hosts/fuse/HostLog.h"
 #include "hosts/fuse/KernelErrno.h"
 #include "hosts/fuse/KernelOperations.h"
 #include "hosts/fuse/KernelSession.h"
@@ -25,9 +24,9 @@ using OptionalError = std::optional<foundation::NSError>;
 class FuseHost::Implementation {
 public:
     Implementation(std::shared_ptr<fskit::FSUnaryFileSystem> fileSystem, std::string source, std::string mountPoint,
-                   MountOptions options)
+                   MountOptions options, StateExplanation explain)
         : fileSystem_(std::move(fileSystem)), source_(std::move(source)), mountPoint_(std::move(mountPoint)),
-          options_(std::move(options)) {}
+          options_(std::move(options)), explain_(std::move(explain)) {}
 
     ~Implementation() { session_.reset(); }
 
@@ -55,6 +54,7 @@ private:
     std::string source_;
     std::string mountPoint_;
     MountOptions options_;
+    StateExplanation explain_;
     EventDescriptor stop_;
     std::shared_ptr<fskit::FSResource> resource_;
     std::unique_ptr<VolumeCalls> volume_;
@@ -96,7 +96,7 @@ void FuseHost::Implementation::load() {
         [&](auto reply) { fileSystem_->loadResource(resource_, fskit::FSTaskOptions(), std::move(reply)); });
     if (error)
         throw foundation::NSErrorException(*error);
-    volume_ = std::make_unique<VolumeCalls>(std::move(volume));
+    volume_ = std::make_unique<VolumeCalls>(std::move(volume), explain_);
     tree_ = std::make_unique<FileTree>(*volume_, options_);
     tree_->begin();
 }
@@ -158,9 +158,9 @@ void FuseHost::Implementation::shutdown() {
 }
 
 FuseHost::FuseHost(std::shared_ptr<fskit::FSUnaryFileSystem> fileSystem, std::string source, std::string mountPoint,
-                   MountOptions options)
+                   MountOptions options, StateExplanation explain)
     : implementation_(std::make_unique<Implementation>(std::move(fileSystem), std::move(source), std::move(mountPoint),
-                                                       std::move(options))) {}
+                                                       std::move(options), std::move(explain))) {}
 
 FuseHost::~FuseHost() = default;
 

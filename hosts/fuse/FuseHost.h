@@ -1,6 +1,7 @@
 #pragma once
 
 #include "fskit/FSUnaryFileSystem.h"
+#include "hosts/fuse/FailureLog.h"
 #include "hosts/fuse/MountOptions.h"
 
 #include <functional>
@@ -21,8 +22,9 @@ public:
 /// load, mount, serve, shutdown. Only `requestStop` and `refuseRequests` may be called from elsewhere.
 class FuseHost {
 public:
+    /// `explain` is asked, on any thread, when the volume falls into a state in which operations fail.
     FuseHost(std::shared_ptr<fskit::FSUnaryFileSystem> fileSystem, std::string source, std::string mountPoint,
-             MountOptions options);
+             MountOptions options, StateExplanation explain = {});
     /// Unmounts if still mounted. Does not shut the volume down.
     ~FuseHost();
     FuseHost(const FuseHost&) = delete;

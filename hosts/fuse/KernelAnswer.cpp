@@ -11,6 +11,7 @@ int errnoOfFailure() noexcept {
     try {
         throw;
     } catch (const KernelError& failure) {
+        failure.tell();
         return failure.number();
     } catch (const std::bad_alloc&) {
         return ENOMEM;

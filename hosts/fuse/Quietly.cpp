@@ -13,7 +13,9 @@ void describeFailure(const char* task) {
     try {
         throw;
     } catch (const KernelError& failure) {
-        if (!failure.isLogged())
+        if (failure.hasCause())
+            failure.tell();
+        else
             hostLog().error({task, failed, foundation::logPublic(failure.what())});
     } catch (const std::exception& failure) {
         hostLog().error({task, failed, foundation::logPublic(failure.what())});

@@ -1,9 +1,7 @@
 #include "hosts/fuse/VolumeCalls.h"
 
-#include "foundation/Log.h"
 #include "hosts/fuse/Await.h"
 #include "hosts/fuse/FuseHost.h"
-#include "hosts/fuse/HostLog.h"
 #include "hosts/fuse/KernelErrno.h"
 
 #include <cerrno>
@@ -28,33 +26,20 @@ std::string storedName(const std::optional<fskit::FSFileName>& stored, const std
 
 } // namespace
 
-VolumeCalls::VolumeCalls(std::shared_ptr<fskit::FSVolume> volume)
+VolumeCalls::VolumeCalls(std::shared_ptr<fskit::FSVolume> volume, StateExplanation explain)
     : volume_(std::move(volume)), operations_(dynamic_cast<fskit::FSVolumeOperations*>(volume_.get())),
       openClose_(dynamic_cast<fskit::FSVolumeOpenCloseOperations*>(volume_.get())),
-      readWrite_(dynamic_cast<fskit::FSVolumeReadWriteOperations*>(volume_.get())) {
+      readWrite_(dynamic_cast<fskit::FSVolumeReadWriteOperations*>(volume_.get())),
+      failures_(std::make_shared<FailureLog>(std::move(explain))) {
     if (operations_ == nullptr || openClose_ == nullptr || readWrite_ == nullptr)
         throw MountError("the volume does not offer the operations that a mount needs");
     const std::int64_t limit = operations_->maximumNameLength();
     maximumNameLength_ = limit < 0 ? NAME_MAX : static_cast<std::size_t>(limit);
 }
 
-void VolumeCalls::fail(const NSError& error) {
-    if (error.isPosix())
-        throw KernelError(kernelErrno(error));
-    logOnce(error.description());
-    throw KernelError::logged(kernelErrno(error));
-}
-
-void VolumeCalls::logOnce(const std::string& fault) {
-    const std::lock_guard guard(lock_);
-    if (fault == lastFault_)
-        return;
-    lastFault_ = fault;
-    hostLog().error({"operations fail with EIO: ", foundation::logPublic(fault)});
-}
-
 // As a KernelError, so that whoever asked undoes what it has done before, as for any other failure.
 void VolumeCalls::failUnexpectedly() {
+    std::string text = "an exception of an unknown kind";
     try {
         throw;
     } catch (const KernelError&) {
@@ -62,11 +47,10 @@ void VolumeCalls::failUnexpectedly() {
     } catch (const std::bad_alloc&) {
         throw KernelError(ENOMEM);
     } catch (const std::exception& failure) {
-        logOnce(failure.what());
+        text = failure.what();
     } catch (...) {
-        logOnce("an exception of an unknown kind");
     }
-    throw KernelError::logged(EIO);
+    throw KernelError(NSError{"unexpected", 0, std::nullopt, std::move(text)}, failures_);
 }
 
 template <typename... Args, typename Start>
@@ -80,7 +64,7 @@ std::tuple<Args...> VolumeCalls::ask(Start&& start) {
 
 void VolumeCalls::check(const OptionalError& error) {
     if (error)
-        fail(*error);
+        throw KernelError(*error, failures_);
 }
 
 FSItemPtr VolumeCalls::activate() {

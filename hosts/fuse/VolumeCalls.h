@@ -2,12 +2,12 @@
 
 #include "fskit/FSUnaryFileSystem.h"
 #include "fskit/FSVolume.h"
+#include "hosts/fuse/FailureLog.h"
 #include "hosts/fuse/OpenItems.h"
 
 #include <cstddef>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -23,14 +23,14 @@ struct FoundItem {
 };
 
 /// The operations of one volume as plain calls: each waits for the volume's reply and returns its value, or throws
-/// KernelError. Safe on any thread, as the volume's operations are.
+/// KernelError, which knows what is to be logged of it. Safe on any thread, as the volume's operations are.
 ///
 /// Of items that share an identifier, one at a time is open in the volume: an operation that would open another, or
 /// close it unasked, has the first give way.
 class VolumeCalls {
 public:
     /// Throws MountError if the volume lacks an operation family that a host needs.
-    explicit VolumeCalls(std::shared_ptr<fskit::FSVolume> volume);
+    explicit VolumeCalls(std::shared_ptr<fskit::FSVolume> volume, StateExplanation explain = {});
 
     /// Called with an open item that is to give way to another one: whoever uses it ends what is under way and closes
     /// it. Not called for operations on items that are open already. To be set while no operation is under way; empty,
@@ -77,11 +77,9 @@ public:
     std::size_t maximumNameLength() const { return maximumNameLength_; }
 
 private:
-    [[noreturn]] void fail(const foundation::NSError& error);
     void check(const std::optional<foundation::NSError>& error);
     /// For the exception being handled, which no volume should throw.
     [[noreturn]] void failUnexpectedly();
-    void logOnce(const std::string& fault);
     /// Starts one operation and waits for the values of its reply. Whatever it throws is a KernelError.
     template <typename... Args, typename Start>
     std::tuple<Args...> ask(Start&& start);
@@ -98,8 +96,7 @@ private:
     fskit::FSVolumeReadWriteOperations* readWrite_;
     std::size_t maximumNameLength_;
     OpenItems openItems_;
-    std::mutex lock_;       // guards lastFault_
-    std::string lastFault_; // the last fault logged, so that a dead helper costs one line and not one per request
+    const std::shared_ptr<FailureLog> failures_;
 };
 
 } // namespace fusehost

@@ -30,7 +30,7 @@ def test_it_stands_in_the_mount_table_with_type_and_source(place):
 
 
 def test_output_of_the_command_can_be_captured(place):
-    output = subprocess.run(["sh", "-c", 'out=$("$0" mount source point 2>&1); echo "<$out>"', KEMVI], check=True,
+    output = subprocess.run(["sh", "-c", 'out=$("$0" mount source point --log-file log 2>&1); echo "<$out>"', KEMVI], check=True,
                             cwd=place.folder, env=place.environment(), capture_output=True, text=True, timeout=30)
     assert output.stdout == "<>\n"
     assert place.run("unmount", place.point).returncode == 0
@@ -39,7 +39,7 @@ def test_output_of_the_command_can_be_captured(place):
 def test_no_descriptor_of_the_caller_is_kept(place):
     reading, writing = os.pipe()
     pipe = os.readlink(f"/proc/self/fd/{writing}")
-    process = place.start("mount", place.source, place.point, pass_fds=[writing], stderr=writing, stdout=writing)
+    process = place.start("mount", place.source, place.point, "--log-file", place.folder / "log", pass_fds=[writing], stderr=writing, stdout=writing)
     os.close(writing)
     assert process.wait() == 0
     assert os.read(reading, 1) == b"", "the pipe has no writer any more"

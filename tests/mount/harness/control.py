@@ -20,6 +20,7 @@ class HelperControl:
         self._rules = {}
         self._next = 1
         self._lock = threading.Lock()
+        self.said = set()  # the texts of the errors that it was made to answer with, which the log repeats
         self._write()
 
     def _write(self):
@@ -32,6 +33,8 @@ class HelperControl:
         with self._lock:
             number = self._next
             self._next += 1
+            if "message" in more:
+                self.said.add(more["message"])
             self._rules[number] = {"number": number, "action": action, "op": op, "path": path, **more}
             self._write()
             return number

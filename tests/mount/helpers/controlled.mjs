@@ -120,6 +120,11 @@ const actions = {
     process.kill(inner.child.pid, 'SIGKILL');
     return process.kill(process.pid, 'SIGKILL');
   },
+  // One line too many: from here on every answer is that of the request before.
+  extraLine(rule, request, next) {
+    fs.writeSync(1, `${JSON.stringify({ id: '0', ok: true })}\n`);
+    return next(request);
+  },
   garbage(rule) {
     fs.writeSync(1, `${rule.text ?? 'this is not JSON'}\n`);
     return undefined;

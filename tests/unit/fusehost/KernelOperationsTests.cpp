@@ -435,7 +435,7 @@ TEST_F(KernelOperations, goOnWhenForgettingFails) {
     volume->onReclaim = [] { throw std::runtime_error("a bug"); };
     forget(node);
     settle();
-    EXPECT_THAT(log.texts(), ElementsAre("operations fail with EIO: a bug"));
+    EXPECT_THAT(log.texts(), ElementsAre("an operation failed: a bug (programs see \"Input/output error\")"));
     EXPECT_EQ(nodesLeft(), 0U);
 }
 
@@ -461,7 +461,7 @@ TEST_F(KernelOperations, replyOnlyOnceWhenTakingBackWhatWasRefusedFails) {
     kernel.waitForRefusals(1);
     settle();
     EXPECT_EQ(kernel.refusals(), 1);
-    EXPECT_THAT(log.texts(), ElementsAre("operations fail with EIO: a bug"));
+    EXPECT_THAT(log.texts(), ElementsAre("an operation failed: a bug (programs see \"Input/output error\")"));
 }
 
 } // namespace

@@ -113,6 +113,46 @@ TEST_F(Exchange, throwsThePosixErrorOfAFailure) {
     EXPECT_EQ(pingPosixError(), foundation::NSError::posix(2, "no such file"));
 }
 
+// What an error of this call says of where it arose.
+template <typename Call>
+std::string originOf(Call&& call) {
+    try {
+        call();
+        return "<no error>";
+    } catch (const foundation::Error& error) {
+        const foundation::ErrorOrigin origin = error.origin() ? *error.origin() : foundation::ErrorOrigin();
+        return origin.request + "|" + origin.operation + "|" + origin.subject + "|" + origin.code + "|" + origin.state;
+    }
+}
+
+TEST_F(Exchange, tellsOfAnErrorWhichRequestItIsOf) {
+    sayLine(R"({"id":"1","ok":false,"error":{"message":"full","code":"ENOSPC"}})");
+    EXPECT_EQ(originOf([&] { client.mkdir("/a"); }), "1|mkdir|/a|ENOSPC|");
+    sayLine("garbage");
+    EXPECT_EQ(originOf([&] { client.getattr("/b"); }), "2|getattr|/b||");
+    sayLine(R"({"id":"3","ok":true,"result":7})");
+    EXPECT_EQ(originOf([&] { client.getattr("/b"); }), "3|getattr|/b||");
+    sayLine(R"({"id":"4","ok":true})");
+    EXPECT_EQ(originOf([&] { client.read(1, 0, 10); }), "4|read|||");
+    sayLine(R"({"id":"5","ok":false,"error":{"message":"m"}})");
+    EXPECT_EQ(originOf([&] { client.rename("/a", "/b"); }), "5|rename|/a||");
+}
+
+TEST_F(Exchange, tellsLastingErrorsFromOthers) {
+    for (int id = 0; id < 3; ++id)
+        sayLine(R"({"id":")" + std::to_string(id) + R"(","ok":true})");
+    for (int id = 1; id <= 3; ++id)
+        EXPECT_EQ(originOf([&] { client.flush(1); }),
+                  std::to_string(id) + "|flush|||answers are out of step since request 1");
+    sayLine(R"({"id":"4","ok":true})");
+    client.flush(1);
+    sayLine(R"({"id":"0","ok":true,"dataBase64":""})");
+    EXPECT_EQ(originOf([&] { client.read(1, 0, 1); }), "5|read|||answers are out of step since request 5");
+    hangUp();
+    for (int id = 6; id <= 7; ++id)
+        EXPECT_EQ(originOf([&] { client.flush(1); }), std::to_string(id) + "|flush|||" + std::string(helperGoneState));
+}
+
 TEST_F(Exchange, reportsAFailureWithoutARecordAsUnknown) {
     sayLine(R"({"id":"1","ok":false})");
     EXPECT_EQ(pingProtocolError(), "unknown helper error");
