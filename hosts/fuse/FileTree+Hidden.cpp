@@ -4,6 +4,7 @@
 #include "hosts/fuse/Quietly.h"
 
 #include <cerrno>
+#include <cstring>
 #include <vector>
 
 namespace fusehost {
@@ -103,10 +104,23 @@ void FileTree::removeHidden(Node& node) {
     nodes_.deleteIfUnused(node);
 }
 
+// Whoever has these files open finds the mount gone, and nobody else will ask.
+void FileTree::tellUntoldErrors() {
+    for (auto& [handle, file] : files_) {
+        Node* node = nodes_.find(file.node);
+        if (node == nullptr || node->hidden || node->deferredError == 0)
+            continue;
+        hostLog().error({"not all that was written to ", foundation::logPrivate(node->name),
+                         " has reached the helper: ", foundation::logPublic(std::strerror(node->deferredError))});
+        node->deferredError = 0; // once per file, however often it is open
+    }
+}
+
 void FileTree::end() noexcept {
     closeUnusedReaders();
     for (auto& [handle, file] : files_)
         readAhead_.drop(file.node);
+    quietly("telling what was lost", [&] { tellUntoldErrors(); });
     for (auto& [handle, file] : files_)
         if (Node* node = nodes_.find(file.node); node != nullptr && node->hidden)
             quietly("removing a file that was kept since it was open", [&] { removeHidden(*node); });

@@ -280,6 +280,8 @@ private:
     void showAgain(Node& node, const std::string& name);
     void moveHiddenOut(Node& directory);
     void removeHidden(Node& node);
+    /// Logs errors of writing that no program was told yet.
+    void tellUntoldErrors();
     void moveTo(Node& node, Node& directory, const std::string& name);
     std::string hiddenName();
 

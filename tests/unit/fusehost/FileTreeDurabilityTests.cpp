@@ -225,6 +225,16 @@ TEST_F(FileTreeDurability, theErrorOfPagesIsToldToWhoeverClosesTheFileNext) {
     EXPECT_EQ(close(mapper), 0);
 }
 
+TEST_F(FileTreeDurability, anErrorOfPagesThatNobodyWasToldIsLoggedAtTheEndOnce) {
+    const FileHandle mapper = create("/a", O_RDWR);
+    open("/a", O_RDWR);
+    served.before = refuseOnce("write", posixErrno::ENOSPC_);
+    EXPECT_EQ(writePages(mapper, 0, "abc"), ENOSPC);
+    end();
+    EXPECT_THAT(log.texts(), ElementsAre(testing::AllOf(testing::HasSubstr("<private>"),
+                                                        testing::HasSubstr("No space left on device"))));
+}
+
 TEST_F(FileTreeDurability, theErrorOfPagesIsToldToAReadersFsync) {
     const FileHandle mapper = create("/a");
     served.before = refuseOnce("write", posixErrno::ENOSPC_);
