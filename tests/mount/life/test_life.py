@@ -398,7 +398,7 @@ def test_unmount_of_what_is_not_mounted_is_refused(place, program):
 
 @pytest.mark.parametrize("option,word", [("nonsense", "nonsense"), ("fmask=9", "fmask"), ("fmask=1777", "fmask"),
                                          ("entry_timeout=soon", "entry_timeout"), ("attr_timeout=-1", "attr_timeout"),
-                                         ("uid=root", "uid"), ("ro=1", "ro"), ("dmask", "dmask"),
+                                         ("uid=no-such-user", "uid"), ("ro=1", "ro"), ("dmask", "dmask"),
                                          ("request_size=5000", "request_size")])
 def test_bad_option_is_refused_by_name(place, program, option, word):
     oneLine(refused(place, program, 2, word, arguments=("-o", option)))
