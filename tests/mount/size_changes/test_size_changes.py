@@ -208,6 +208,7 @@ def test_negative_size_is_invalid(volume):
 
 
 def test_size_too_large_for_the_served_tree_is_an_error_and_keeps_the_file(volume):
+    volume.expectLog("failed: E")
     put(volume.path / "file")
     assert failure(os.truncate, volume.path / "file", (1 << 63) - 1) in (errno.EFBIG, errno.EINVAL, errno.EIO, errno.ENOSPC)
     assert (volume.backing / "file").read_bytes() == DATA
