@@ -147,8 +147,9 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 ChildProcess::~ChildProcess() {
     if (pid_ == 0 || exited_)
         return;
-    abandonedChildren().add(pid_);
+    // Those of before only: how this one ended may still be asked, by whoever finds out why it was abandoned.
     abandonedChildren().collectExited();
+    abandonedChildren().add(pid_);
 }
 
 void ChildProcess::launch(const Options& options) {

@@ -216,4 +216,21 @@ TEST(ChildProcess, keepsRunningWhenItsObjectGoesAwayAndIsCollectedLater) {
     EXPECT_EQ(errno, ECHILD);
 }
 
+TEST(ChildProcess, howItEndedCanStillBeAskedWhenItsObjectHasGone) {
+    siginfo_t information{};
+    pid_t pid = 0;
+    {
+        ChildProcess process;
+        ChildProcess::Options options;
+        options.executable = "/bin/sh";
+        options.arguments = {"-c", "exit 3"};
+        process.launch(options);
+        pid = process.processIdentifier();
+        ASSERT_EQ(::waitid(P_PID, static_cast<id_t>(pid), &information, WEXITED | WNOWAIT), 0);
+    }
+    ASSERT_EQ(::waitid(P_PID, static_cast<id_t>(pid), &information, WEXITED | WNOWAIT | WNOHANG), 0);
+    EXPECT_EQ(information.si_pid, pid);
+    EXPECT_EQ(information.si_status, 3);
+}
+
 } // namespace
