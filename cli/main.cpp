@@ -45,7 +45,7 @@ void checkCommand(const CLI::App& app, const std::vector<std::string>& words) {
     const auto meant = cli::likelyMeant(word, known);
     throw cli::CommandError(cli::ExitCode::usage, word,
                             "there is no such command; " +
-                                (meant ? "did you mean kemvi " + *meant + "? " : std::string()) + "See kemvi --help");
+                                (meant ? "did you mean kemvi " + *meant + "?" : std::string("see kemvi --help")));
 }
 
 int runCommandLine(int argc, char** argv) {
