@@ -7,8 +7,8 @@
 namespace cli {
 
 /// A small process that ends a helper, with all of its process group, should the process that uses it die without doing
-/// so (killed, crashed): a helper that hangs would not notice, and run for ever. One that has something to finish gets a
-/// second before it is terminated, and another before it is killed. Not thread-safe.
+/// so (killed, crashed): a helper that hangs would not notice, and run for ever. One that has something to finish gets
+/// a second before it is terminated, and another before it is killed. Not thread-safe.
 class HelperWatch {
 public:
     /// The name by which the process is known.

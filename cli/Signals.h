@@ -4,8 +4,8 @@
 
 namespace cli {
 
-/// The signals that ask a mount to end: SIGINT, SIGTERM and SIGHUP, less those that are ignored. SIGINT is where a script
-/// runs the command in the background, SIGHUP where nohup(1) does.
+/// The signals that ask a mount to end: SIGINT, SIGTERM and SIGHUP, less those that are ignored. SIGINT is where a
+/// script runs the command in the background, SIGHUP where nohup(1) does.
 sigset_t stopSignals();
 
 /// Has all three heard, also those that the caller had ignored: for a process that no terminal reaches any more, where
