@@ -4,9 +4,12 @@
 #include "cli/HostRecord.h"
 #include "cli/Paths.h"
 #include "cli/ProcessTable.h"
+#include "foundation/Error.h"
+#include "foundation/FileContents.h"
 #include "hosts/fuse/MountTable.h"
 #include "hosts/fuse/Unmounting.h"
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <iterator>
@@ -137,6 +140,41 @@ std::optional<std::string> otherPlaceOf(const fusehost::MountEntry& mount) {
     return std::nullopt;
 }
 
+bool seesMounted(pid_t process, unsigned deviceMinor) {
+    try {
+        const auto table =
+            fusehost::parseMountInfo(foundation::contentsOfFile("/proc/" + std::to_string(process) + "/mountinfo"));
+        return std::any_of(table.begin(), table.end(), [&](const fusehost::MountEntry& entry) {
+            return entry.isOurs() && entry.deviceMinor == deviceMinor;
+        });
+    } catch (const foundation::Error&) {
+        return false; // it has ended, or is not ours to look into
+    }
+}
+
+/// A process with a mount table of its own, as in a container, in which the file system is mounted still.
+std::optional<pid_t> processThatSees(const fusehost::MountEntry& mount) {
+    const auto processes = allProcesses();
+    const auto found = std::find_if(processes.begin(), processes.end(),
+                                    [&](pid_t process) { return seesMounted(process, mount.deviceMinor); });
+    return found == processes.end() ? std::nullopt : std::optional(*found);
+}
+
+/// The process that serves has not ended, though the mount is gone from here: says what it waits for, and waits too
+/// where it is the helper alone.
+void waitForHost(const fusehost::MountEntry& mount, const ProcessHandle& host) {
+    const std::string pid = std::to_string(host.pid());
+    if (const auto elsewhere = processThatSees(mount)) {
+        printMessage(mount.mountPoint + ": unmounted here; the volume is still mounted for process " +
+                     std::to_string(*elsewhere) + " (" + processName(*elsewhere) +
+                     "), as in a container, and served until that ends; to end it now: kill " + pid);
+        return;
+    }
+    printMessage(mount.mountPoint + ": unmounted; process " + pid +
+                 " still waits for its helper to end; to end both: kill " + pid);
+    host.waitGone(-1);
+}
+
 void unmountOrderly(const fusehost::MountEntry& mount, const Processes& processes) {
     const bool unseen = isServedUnseen(mount, processes);
     if (const auto failure = fusehost::unmount(mount.mountPoint)) {
@@ -151,10 +189,7 @@ void unmountOrderly(const fusehost::MountEntry& mount, const Processes& processe
     }
     for (const auto& host : processes.hosts) {
         if (!host.waitGone(quietWait)) {
-            const std::string pid = std::to_string(host.pid());
-            printMessage(mount.mountPoint + ": unmounted; process " + pid +
-                         " still waits for its helper to end; to end both: kill " + pid);
-            host.waitGone(-1);
+            waitForHost(mount, host);
         }
     }
 }

@@ -101,6 +101,21 @@ def test_a_mount_of_a_mount_ends_without_its_host(place):
     assert place.run("unmount", place.point).returncode == 0
 
 
+@root_only
+def test_a_mount_that_another_mount_table_still_has_is_told_and_not_waited_for(place):
+    """As of a container that was started meanwhile: the volume lives on for it."""
+    place.mount()
+    container = subprocess.Popen(["unshare", "--mount", "--propagation", "private", "sh", "-c", "echo ready; read end"],
+                                 stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+    assert container.stdout.readline() == "ready\n"
+    host = place.host()
+    result = place.run("unmount", place.point)
+    assert result.returncode == 0 and f"for process {container.pid} " in result.stderr, result.stderr
+    assert mounts_under(place.folder) == [] and is_alive(host)
+    container.communicate("")
+    wait_for(lambda: not is_alive(host), "the end of the host")
+
+
 # Who is not taken for a host
 
 # Holds what a host holds, under the name of one. Arguments: the device number, the mount point, the user to be when the
