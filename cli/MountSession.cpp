@@ -11,6 +11,7 @@
 #include "foundation/PosixErrno.h"
 #include "helper/HelperClient.h"
 #include "hosts/fuse/FuseHost.h"
+#include "hosts/fuse/Quietly.h"
 
 #include <cerrno>
 #include <memory>
@@ -45,7 +46,7 @@ public:
             }
             const std::lock_guard lock(state->mutex);
             if (state->ready) {
-                state->ready();
+                fusehost::quietly("saying that it is mounted", [&] { state->ready(); });
                 state->ready = nullptr;
                 state->announced = true;
             }

@@ -2,6 +2,7 @@
 
 #include "cli/CommandError.h"
 #include "foundation/Log.h"
+#include "hosts/fuse/Quietly.h"
 
 #include <array>
 #include <cerrno>
@@ -101,21 +102,23 @@ void StderrRelay::run() {
         if (::poll(sources.data(), sources.size(), -1) < 0) {
             continue;
         }
-        if (sources[0].revents != 0 && !forwardAvailable()) {
-            sources[0].fd = -1;
-        }
-        Command command{};
-        if (sources[1].revents != 0 && ::read(commandRead_, &command, 1) == 1) {
-            obey(command);
-        }
+        fusehost::quietly("passing on what the helper says", [&] {
+            if (sources[0].revents != 0 && !forwardAvailable()) {
+                sources[0].fd = -1;
+            }
+            Command command{};
+            if (sources[1].revents != 0 && ::read(commandRead_, &command, 1) == 1) {
+                obey(command);
+            }
+        });
     }
 }
 
 void StderrRelay::obey(Command command) {
+    finished_ = command == Command::finish; // whatever becomes of the last words
     forwardAvailable();
-    if (command == Command::finish) {
+    if (finished_) {
         logLines(true);
-        finished_ = true;
         return;
     }
     if (command == Command::switchToLogAlone) {

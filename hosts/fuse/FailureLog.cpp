@@ -2,6 +2,7 @@
 
 #include "hosts/fuse/BackgroundThread.h"
 #include "hosts/fuse/HostLog.h"
+#include "hosts/fuse/Quietly.h"
 
 #include <algorithm>
 #include <array>
@@ -117,7 +118,7 @@ void FailureLog::note(const NSError& error, int number) noexcept {
             noteState(error);
         else
             noteKind(error, number);
-    } catch (const std::exception&) {
+    } catch (...) {
         // The operation has its answer; what cannot be told is lost.
     }
 }
@@ -178,7 +179,7 @@ void FailureLog::noteKind(const NSError& error, int number) {
 void FailureLog::startTelling() {
     try {
         if (!teller_.joinable())
-            teller_ = startBackgroundThread([this] { tellCounted(); });
+            teller_ = startBackgroundThread([this] { quietly("counting failures", [&] { tellCounted(); }); });
     } catch (const std::system_error&) {
         return; // no thread to be had: told at the end
     }
