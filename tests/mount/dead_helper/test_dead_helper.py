@@ -1,5 +1,6 @@
 """A helper that ends or talks nonsense: every operation fails at once, it is said once, and unmounting works."""
 
+import contextlib
 import errno
 import os
 import re
@@ -36,7 +37,8 @@ def victim(controlled):
 def killHelper(volume, number=signal.SIGKILL):
     pids = volume.helperPids()
     for pid in pids:
-        os.kill(pid, number)
+        with contextlib.suppress(ProcessLookupError):  # one that is just ending is as good
+            os.kill(pid, number)
     eventually(lambda: not any(system.isAlive(pid) for pid in pids), 10, "the end of the helper")
 
 
