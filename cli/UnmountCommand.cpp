@@ -133,30 +133,35 @@ bool isServedUnseen(const fusehost::MountEntry& mount, const Processes& processe
 /// Where the file system of a mount that was taken away is mounted still (a bind mount, or what it was made from).
 std::optional<std::string> otherPlaceOf(const fusehost::MountEntry& mount) {
     for (const auto& entry : fusehost::readMountTable()) {
-        if (entry.isOurs() && entry.deviceMinor == mount.deviceMinor && entry.mountPoint != mount.mountPoint) {
+        if (entry.isOurs() && entry.deviceMinor == mount.deviceMinor && entry.source == mount.source &&
+            entry.mountPoint != mount.mountPoint) {
             return entry.mountPoint;
         }
     }
     return std::nullopt;
 }
 
-bool seesMounted(pid_t process, unsigned deviceMinor) {
+bool seesMounted(pid_t process, const fusehost::MountEntry& mount) {
     try {
         const auto table =
             fusehost::parseMountInfo(foundation::contentsOfFile("/proc/" + std::to_string(process) + "/mountinfo"));
         return std::any_of(table.begin(), table.end(), [&](const fusehost::MountEntry& entry) {
-            return entry.isOurs() && entry.deviceMinor == deviceMinor;
+            return entry.isOurs() && entry.deviceMinor == mount.deviceMinor && entry.source == mount.source;
         });
     } catch (const foundation::Error&) {
         return false; // it has ended, or is not ours to look into
     }
 }
 
-/// A process with a mount table of its own, as in a container, in which the file system is mounted still.
+/// A process with a mount table of its own, as in a container, in which the file system is mounted still. The number of
+/// one that is gone may have been given to a new mount, which then is in our own table.
 std::optional<pid_t> processThatSees(const fusehost::MountEntry& mount) {
+    if (otherPlaceOf(mount)) {
+        return std::nullopt;
+    }
     const auto processes = allProcesses();
-    const auto found = std::find_if(processes.begin(), processes.end(),
-                                    [&](pid_t process) { return seesMounted(process, mount.deviceMinor); });
+    const auto found =
+        std::find_if(processes.begin(), processes.end(), [&](pid_t process) { return seesMounted(process, mount); });
     return found == processes.end() ? std::nullopt : std::optional(*found);
 }
 
