@@ -9,7 +9,17 @@ namespace {
 using testing::HasSubstr;
 using testing::StartsWith;
 
-class FileTreeRename : public FileTreeTest {};
+class FileTreeRename : public FileTreeTest {
+protected:
+    /// What was replaced is left under a hidden name, beside the new file, and the log tells which.
+    void expectOldFileUnderTheNameInTheLog() {
+        const std::vector<std::string> names = served.names("/");
+        ASSERT_EQ(names.size(), 2U);
+        EXPECT_EQ(served.bytes("/" + names[0]), "old");
+        EXPECT_THAT(log.texts(), ElementsAre(HasSubstr(names[0])));
+        remove("/" + names[0]);
+    }
+};
 
 TEST_F(FileTreeRename, keepsTheNode) {
     served.put("/a", "x");
@@ -236,11 +246,7 @@ TEST_F(FileTreeRename, thatTheHelperFailsAfterTheWorkDoesNotPutAnOpenTargetOverT
     EXPECT_EQ(served.bytes("/b"), "new");
     EXPECT_EQ(read(target), "old");
     close(target);
-    const std::vector<std::string> names = served.names("/");
-    ASSERT_EQ(names.size(), 2U);
-    EXPECT_EQ(served.bytes("/" + names[0]), "old");
-    EXPECT_THAT(log.texts(), ElementsAre(HasSubstr(names[0])));
-    remove("/" + names[0]);
+    expectOldFileUnderTheNameInTheLog();
 }
 
 TEST_F(FileTreeRename, replacesAnOpenFileThoughSettingItAsideFailsAfterTheWork) {
@@ -279,11 +285,7 @@ TEST_F(FileTreeRename, isDoneThoughTheReplacedFileCannotBeRemovedAndTheLogNamesI
     served.before = refuse("unlink", {1}, posixErrno::EACCES_);
     rename("/a", "/b");
     EXPECT_EQ(served.bytes("/b"), "new");
-    const std::vector<std::string> names = served.names("/");
-    ASSERT_EQ(names.size(), 2U);
-    EXPECT_EQ(served.bytes("/" + names[0]), "old");
-    EXPECT_THAT(log.texts(), ElementsAre(HasSubstr(names[0])));
-    remove("/" + names[0]);
+    expectOldFileUnderTheNameInTheLog();
 }
 
 TEST_F(FileTreeRename, toTheSameNameInOtherCaseLosesNothingWithAHelperThatRefuses) {
