@@ -21,9 +21,8 @@ namespace {
 /// Ties the serving process to the command while it is not ready: should the command be killed, it stops too.
 void dieWithParent(pid_t parent) {
     ::prctl(PR_SET_PDEATHSIG, SIGTERM);
-    if (::getppid() != parent) {
+    if (::getppid() != parent)
         ::_exit(static_cast<int>(ExitCode::interrupted));
-    }
 }
 
 void replaceByNull(int descriptor, int flags) {
@@ -61,9 +60,8 @@ ExitCode exitCodeOf(pid_t child) {
     int status = 0;
     while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
-    if (WIFEXITED(status)) {
+    if (WIFEXITED(status))
         return static_cast<ExitCode>(WEXITSTATUS(status));
-    }
     throw CommandError(ExitCode::failure, "mount",
                        "the serving process was killed by signal " + std::to_string(WTERMSIG(status)) +
                            " before the mount was ready");
@@ -74,13 +72,11 @@ ExitCode awaitReadiness(pid_t child, int status) {
     const int signals = ::signalfd(-1, &stopSet, SFD_CLOEXEC);
     std::array<pollfd, 2> sources{pollfd{status, POLLIN, 0}, pollfd{signals, POLLIN, 0}};
     for (;;) {
-        if (::poll(sources.data(), sources.size(), -1) < 0) {
+        if (::poll(sources.data(), sources.size(), -1) < 0)
             continue;
-        }
         signalfd_siginfo received{};
-        if (sources[1].revents != 0 && ::read(signals, &received, sizeof received) == sizeof received) {
+        if (sources[1].revents != 0 && ::read(signals, &received, sizeof received) == sizeof received)
             ::kill(child, SIGTERM);
-        }
         if (sources[0].revents != 0) {
             char ready = 0;
             return ::read(status, &ready, 1) == 1 ? ExitCode::success : exitCodeOf(child);
@@ -94,14 +90,12 @@ ExitCode runInBackground(const std::function<ExitCode(const Progress&)>& serve) 
     // A descriptor inherited from the caller (the pipe of a script, say) must not live as long as the mount.
     ::close_range(STDERR_FILENO + 1, ~0U, 0);
     std::array<int, 2> status{};
-    if (::pipe2(status.data(), O_CLOEXEC) != 0) {
+    if (::pipe2(status.data(), O_CLOEXEC) != 0)
         throw CommandError(ExitCode::failure, "mount", "no pipe to the background: " + errnoText(errno));
-    }
     const pid_t parent = ::getpid();
     const pid_t child = ::fork();
-    if (child < 0) {
+    if (child < 0)
         throw CommandError(ExitCode::failure, "mount", "cannot go to the background: " + errnoText(errno));
-    }
     if (child == 0) {
         ::close(status[0]);
         serveInChild(serve, parent, status[1]);

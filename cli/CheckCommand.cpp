@@ -42,14 +42,12 @@ ExitCode examine(const Request& request, check::Report& report) {
         }
         const auto limit = std::chrono::milliseconds(static_cast<long>(request.opTimeout * 1000));
         check::Conversation talk(source.config, limit, report);
-        if (!talk.start()) {
+        if (!talk.start())
             return ExitCode::helperFailed;
-        }
         checkRequests(talk);
         checkReading(talk, checkTree(talk));
-        if (!request.writeDirectory.empty()) {
+        if (!request.writeDirectory.empty())
             checkWriting(talk, request.writeDirectory);
-        }
         talk.end();
     } catch (const check::Interrupted&) {
         report.interrupt();
@@ -73,9 +71,8 @@ std::string plainPath(const std::string& given) {
 }
 
 ExitCode run(Request request) {
-    if (!request.writeDirectory.empty()) {
+    if (!request.writeDirectory.empty())
         request.writeDirectory = plainPath(request.writeDirectory);
-    }
     blockStopSignals();
     check::Report report;
     const ExitCode code = examine(request, report);

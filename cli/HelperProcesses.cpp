@@ -33,32 +33,27 @@ void HelperProcesses::kill() const {
     const auto children = childrenOf(::getpid()).helpers;
     for (const pid_t pid : pids()) {
         // One that is no child any more was waited for, and its number may be another's by now.
-        if (std::find(children.begin(), children.end(), pid) != children.end()) {
+        if (std::find(children.begin(), children.end(), pid) != children.end())
             ProcessHandle(pid).signalGroup(SIGKILL);
-        }
     }
 }
 
 HelperProcesses::~HelperProcesses() {
     std::vector<ProcessHandle> helpers;
-    for (const pid_t pid : childrenOf(::getpid()).helpers) {
+    for (const pid_t pid : childrenOf(::getpid()).helpers)
         helpers.emplace_back(pid);
-    }
     endProcesses(helpers, graceAfterEndOfInput, graceAfterTermination);
-    for (const auto& helper : helpers) {
+    for (const auto& helper : helpers)
         ::waitpid(helper.pid(), nullptr, 0);
-    }
 }
 
 std::optional<std::string> HelperProcesses::howEnded() const {
     for (const pid_t pid : pids()) {
         siginfo_t info{};
-        if (::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid != pid) {
+        if (::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid != pid)
             continue;
-        }
-        if (info.si_code == CLD_EXITED) {
+        if (info.si_code == CLD_EXITED)
             return "exited with status " + std::to_string(info.si_status);
-        }
         return "was killed by signal " + std::to_string(info.si_status) + " (" + ::strsignal(info.si_status) + ")";
     }
     return std::nullopt;
@@ -69,21 +64,18 @@ std::optional<int> HelperProcesses::exitStatus() const {
     siginfo_t info{};
     if (helpers.empty() || !ProcessHandle(helpers.front()).waitGone(graceAfterEndOfOutput) ||
         ::waitid(P_PID, static_cast<id_t>(helpers.front()), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
-        info.si_code != CLD_EXITED) {
+        info.si_code != CLD_EXITED)
         return std::nullopt;
-    }
     return info.si_status;
 }
 
 std::string HelperProcesses::afterEndOfOutput() const {
     const auto helpers = pids();
-    if (helpers.empty()) {
+    if (helpers.empty())
         return {};
-    }
     const std::string helper = "the helper (pid " + std::to_string(helpers.front()) + ") ";
-    if (!ProcessHandle(helpers.front()).waitGone(graceAfterEndOfOutput)) {
+    if (!ProcessHandle(helpers.front()).waitGone(graceAfterEndOfOutput))
         return helper + "has closed its output but still runs";
-    }
     const auto end = howEnded();
     return end ? helper + *end : helper + "has ended";
 }

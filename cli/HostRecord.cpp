@@ -36,14 +36,12 @@ std::string numberField(std::optional<unsigned> deviceMinor) {
 std::optional<uid_t> onlyUserOf(pid_t pid) {
     std::ifstream status("/proc/" + std::to_string(pid) + "/status");
     for (std::string line; std::getline(status, line);) {
-        if (!line.starts_with("Uid:")) {
+        if (!line.starts_with("Uid:"))
             continue;
-        }
         std::istringstream numbers(line.substr(4));
         std::array<uid_t, 4> users{};
-        for (uid_t& user : users) {
+        for (uid_t& user : users)
             numbers >> user;
-        }
         const bool alike = users[0] == users[1] && users[0] == users[2] && users[0] == users[3];
         return numbers && alike ? std::optional(users[0]) : std::nullopt;
     }
@@ -60,9 +58,8 @@ std::string recordOf(pid_t pid, uid_t user) {
         struct stat about {};
 
         if (filesystem::read_symlink(entry->path(), ignored) == recordLink &&
-            ::stat(entry->path().c_str(), &about) == 0 && S_ISREG(about.st_mode) && about.st_uid == user) {
+            ::stat(entry->path().c_str(), &about) == 0 && S_ISREG(about.st_mode) && about.st_uid == user)
             return entry->path().string();
-        }
     }
     return {};
 }
@@ -73,9 +70,8 @@ bool readRecord(const std::string& path, ServingProcess& into) {
     std::string text(numberLength + PATH_MAX, '\0');
     file.read(text.data(), static_cast<std::streamsize>(text.size()));
     text.resize(static_cast<std::size_t>(file.gcount()));
-    if (text.size() <= numberLength) {
+    if (text.size() <= numberLength)
         return false;
-    }
     unsigned number = 0;
     const auto result = std::from_chars(text.data(), text.data() + numberLength, number);
     into.deviceMinor = result.ec == std::errc() ? std::optional(number) : std::nullopt;
@@ -88,9 +84,8 @@ std::optional<ServingProcess> servingProcess(pid_t pid) {
     const auto user = onlyUserOf(pid);
     const auto record = user ? recordOf(pid, *user) : std::string();
     // Looked at last: while the process held by the handle lives, the number was its own all along.
-    if (record.empty() || !readRecord(record, found) || found.process.gone()) {
+    if (record.empty() || !readRecord(record, found) || found.process.gone())
         return std::nullopt;
-    }
     found.owner = *user;
     return found;
 }
@@ -99,9 +94,8 @@ std::optional<ServingProcess> servingProcess(pid_t pid) {
 
 HostRecord::HostRecord(const std::string& mountPoint) : descriptor_(::memfd_create(recordName, MFD_CLOEXEC)) {
     const std::string text = numberField(std::nullopt) + mountPoint;
-    if (descriptor_ < 0 || ::pwrite(descriptor_, text.data(), text.size(), 0) < 0) {
+    if (descriptor_ < 0 || ::pwrite(descriptor_, text.data(), text.size(), 0) < 0)
         throw CommandError(ExitCode::failure, mountPoint, "cannot be noted as mounted: " + errnoText(errno));
-    }
 }
 
 HostRecord::~HostRecord() {
@@ -117,12 +111,10 @@ std::vector<ServingProcess> servingProcesses() {
     std::vector<ServingProcess> found;
     for (const pid_t pid : allProcesses()) {
         // The name alone proves nothing; it spares a look at the descriptors of every process there is.
-        if (pid == ::getpid() || !processName(pid).starts_with("kemvi-")) {
+        if (pid == ::getpid() || !processName(pid).starts_with("kemvi-"))
             continue;
-        }
-        if (auto serving = servingProcess(pid)) {
+        if (auto serving = servingProcess(pid))
             found.push_back(std::move(*serving));
-        }
     }
     return found;
 }

@@ -40,15 +40,13 @@ constexpr const char* defaultHelper = "local";
 std::string helperPath(const std::string& named) {
     std::error_code error;
     std::string path = absolutePath(named);
-    if (filesystem::is_regular_file(path, error)) {
+    if (filesystem::is_regular_file(path, error))
         return path;
-    }
     if (named.find('/') == std::string::npos) {
         if (const auto folder = shippedHelpers()) {
             const auto shipped = *folder / (named + ".mjs");
-            if (filesystem::is_regular_file(shipped, error)) {
+            if (filesystem::is_regular_file(shipped, error))
                 return shipped.string();
-            }
             if (error == std::errc::permission_denied) {
                 throw CommandError(ExitCode::helperUnavailable, folder->string(),
                                    "you may not read this folder, where the helpers are that ship with Kemvi; install "
@@ -64,9 +62,8 @@ std::string helperPath(const std::string& named) {
 /// Where the helper may keep what it wants to keep. Made by the helper when it first needs it.
 std::string defaultHome() {
     const char* data = std::getenv("XDG_DATA_HOME");
-    if (data != nullptr && filesystem::path(data).is_absolute()) {
+    if (data != nullptr && filesystem::path(data).is_absolute())
         return (filesystem::path(data) / "kemvi").string();
-    }
     const char* home = std::getenv("HOME");
     const bool usable = home != nullptr && filesystem::path(home).is_absolute();
     return usable ? (filesystem::path(home) / ".local/share/kemvi").string() : "/var/lib/kemvi";
@@ -84,9 +81,8 @@ std::array<Entry, 4> configuration(const Request& request, const std::string& so
 std::string jsonText(const std::array<Entry, 4>& entries) {
     std::string text = "{\n";
     for (const auto& [key, value] : entries) {
-        if (!foundation::isValidUtf8(value)) {
+        if (!foundation::isValidUtf8(value))
             throw CommandError(ExitCode::usage, value, "is not UTF-8, so it cannot stand in a mount configuration");
-        }
         text += "  " + jsonString(key) + ": " + jsonString(value) + (key == entries.back().first ? "\n" : ",\n");
     }
     return text + "}\n";
@@ -102,9 +98,8 @@ std::string jsonText(const std::array<Entry, 4>& entries) {
 void writeFile(const std::string& path, const std::string& text, bool replace) {
     std::string temporary = path + ".XXXXXX";
     const int file = ::mkostemp(temporary.data(), O_CLOEXEC);
-    if (file < 0) {
+    if (file < 0)
         refuseWriting(path);
-    }
     ::fchmod(file, 0644);
     const bool written = ::write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
     const bool closed = ::close(file) == 0;
@@ -112,9 +107,8 @@ void writeFile(const std::string& path, const std::string& text, bool replace) {
         written && closed &&
         (replace ? ::rename(temporary.c_str(), path.c_str()) : ::link(temporary.c_str(), path.c_str())) == 0;
     const int error = errno;
-    if (!placed || !replace) {
+    if (!placed || !replace)
         ::unlink(temporary.c_str());
-    }
     if (!placed) {
         errno = error;
         refuseWriting(path);
@@ -123,24 +117,20 @@ void writeFile(const std::string& path, const std::string& text, bool replace) {
 
 ExitCode run(const Request& request) {
     std::error_code error;
-    if (filesystem::exists(request.source, error) && !filesystem::is_directory(request.source, error)) {
+    if (filesystem::exists(request.source, error) && !filesystem::is_directory(request.source, error))
         throw CommandError(ExitCode::configuration, request.source, "is not a directory; give the source directory");
-    }
     const auto entries = configuration(request, absolutePath(request.source));
     const std::string text = jsonText(entries);
     filesystem::create_directories(request.source, error);
-    if (error) {
+    if (error)
         throw CommandError(ExitCode::configuration, request.source, "cannot be created: " + error.message());
-    }
     const std::string path = configurationPath(absolutePath(request.source));
     writeFile(path, text, request.force);
     std::printf("Wrote %s:\n", escapedControls(path).c_str());
-    for (const auto& [key, value] : entries) {
+    for (const auto& [key, value] : entries)
         std::printf("  %-10s  %s\n", key, escapedControls(value).c_str());
-    }
-    if (request.repoRoot.empty()) {
+    if (request.repoRoot.empty())
         std::printf("The source directory itself is served; --repo-root DIR names another.\n");
-    }
     const auto& [served, helper] = std::pair(entries[2].second, entries[3].second);
     if (isWithin(realPath(helper).value_or(helper), realPath(served).value_or(served))) {
         std::printf(

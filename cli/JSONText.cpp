@@ -35,11 +35,10 @@ std::string jsonString(std::string_view text) {
     std::string json = "\"";
     while (!text.empty()) {
         const std::size_t length = foundation::utf8CharacterLength(text);
-        if (length == 1) {
+        if (length == 1)
             appendAscii(json, text.front());
-        } else {
+        else
             json += length == 0 ? replacement : text.substr(0, length);
-        }
         text.remove_prefix(length == 0 ? 1 : length);
     }
     return json + "\"";

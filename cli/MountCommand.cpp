@@ -54,9 +54,8 @@ using foundation::Log::setLevel;
 /// The command's own options are `-o` options as well, for fstab; those of the command count.
 void addLogOptions(fusehost::MountOptions& options, const MountRequest& request) {
     options.showPrivate = options.showPrivate || request.showPrivate;
-    if (!request.logFile.empty()) {
+    if (!request.logFile.empty())
         options.logFile = request.logFile;
-    }
     if (!request.logLevel.empty()) {
         options.logLevel = fusehost::logLevelNamed(request.logLevel);
         if (!options.logLevel) {
@@ -64,16 +63,14 @@ void addLogOptions(fusehost::MountOptions& options, const MountRequest& request)
                                "expected debug, info, warning or error");
         }
     }
-    if (options.logFile) {
+    if (options.logFile)
         options.logFile = absolutePath(*options.logFile);
-    }
 }
 
 /// A line about the mount would be a request to the mount.
 void checkLogFile(const std::optional<std::string>& logFile, const std::string& mountPoint) {
-    if (logFile && isWithin(realParentPath(*logFile).value_or(*logFile), mountPoint)) {
+    if (logFile && isWithin(realParentPath(*logFile).value_or(*logFile), mountPoint))
         throw CommandError(ExitCode::usage, *logFile, "a log cannot lie on the mount that it is about");
-    }
 }
 
 std::shared_ptr<foundation::LogSink> fileSink(const MountPlan& plan) {
@@ -125,9 +122,8 @@ ExitCode mount(const MountRequest& request) {
     const std::string mountPoint = checkedMountPoint(request.mountPoint, source, options.nonEmpty);
     checkHelperAvailable(source);
     checkFuseAvailable(options.allowOther);
-    if (request.checkOnly) {
+    if (request.checkOnly)
         return ExitCode::success;
-    }
     addLogOptions(options, request);
     checkLogFile(options.logFile, mountPoint);
     blockStopSignals();

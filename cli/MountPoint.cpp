@@ -25,9 +25,8 @@ namespace {
 
 void refuseMounted(const std::string& mountPoint) {
     const auto mount = fusehost::findMount(fusehost::readMountTable(), mountPoint);
-    if (!mount) {
+    if (!mount)
         return;
-    }
     if (mount->type.starts_with("fuse") && fusehost::isStale(mountPoint)) {
         refuse(mountPoint, "a stale mount is left here (its process is gone: Transport endpoint is not connected); "
                            "clear it with: " +
@@ -44,38 +43,30 @@ void refuseMounted(const std::string& mountPoint) {
 /// process hangs would hang too.
 std::string resolvedMountPoint(const std::string& mountPoint) {
     const auto unresolved = realParentPath(mountPoint);
-    if (unresolved) {
+    if (unresolved)
         refuseMounted(*unresolved);
-    }
     const auto resolved = realPath(mountPoint);
-    if (!resolved && errno == ENOENT) {
+    if (!resolved && errno == ENOENT)
         refuse(mountPoint, "does not exist; make an empty directory first: mkdir -p " + mountPoint);
-    }
-    if (!resolved) {
+    if (!resolved)
         refuse(mountPoint, "cannot be used as mount point: " + errnoText(errno));
-    }
     refuseMounted(*resolved);
     return *resolved;
 }
 
 void checkDirectory(const std::string& mountPoint, bool allowNonEmpty) {
     std::error_code error;
-    if (!filesystem::is_directory(mountPoint, error)) {
+    if (!filesystem::is_directory(mountPoint, error))
         refuse(mountPoint, "is not a directory; give an empty directory");
-    }
-    if (::geteuid() != 0 && ::access(mountPoint.c_str(), W_OK) != 0) {
+    if (::geteuid() != 0 && ::access(mountPoint.c_str(), W_OK) != 0)
         refuse(mountPoint, "you may not write to this directory, so you may not mount on it");
-    }
     const bool empty = filesystem::is_empty(mountPoint, error);
-    if (error || !empty) {
+    if (error || !empty)
         refuseMounted(mountPoint); // by somebody who came between; what was listed is that mount
-    }
-    if (error) {
+    if (error)
         refuse(mountPoint, "cannot be listed: " + error.message());
-    }
-    if (!empty && !allowNonEmpty) {
+    if (!empty && !allowNonEmpty)
         refuse(mountPoint, "is not empty; give an empty directory, or hide what is in it with -o nonempty");
-    }
 }
 
 /// A helper that touches the mount it serves waits for itself. That happens where the mount lies inside the served
@@ -105,20 +96,17 @@ bool userMayAllowOther() {
     for (std::string line; std::getline(file, line);) {
         line.erase(0, line.find_first_not_of(" \t"));
         line.erase(line.find_last_not_of(" \t\r") + 1);
-        if (line == "user_allow_other") {
+        if (line == "user_allow_other")
             return true;
-        }
     }
     return false;
 }
 
 [[noreturn]] void refuseBeingMounted(const std::string& mountPoint) {
     std::string by;
-    for (const auto& serving : servingProcesses()) {
-        if (serving.mountPoint == mountPoint && !serving.deviceMinor) {
+    for (const auto& serving : servingProcesses())
+        if (serving.mountPoint == mountPoint && !serving.deviceMinor)
             by = " by process " + std::to_string(serving.process.pid());
-        }
-    }
     refuse(mountPoint, "is being mounted" + by + " at this moment; wait until it is, or choose another directory");
 }
 
@@ -127,9 +115,8 @@ bool userMayAllowOther() {
 MountPointLock::MountPointLock(const std::string& mountPoint)
     : directory_(::open(mountPoint.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)) {
     try {
-        if (directory_ < 0) {
+        if (directory_ < 0)
             refuse(mountPoint, "cannot be opened: " + errnoText(errno));
-        }
         // Some network file systems lock no directories; there, as with any other program, mounts may meet.
         if (::flock(directory_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
             refuseMounted(mountPoint);
@@ -164,9 +151,8 @@ void checkFuseAvailable(bool allowOther) {
                                                        "; root can let you with: chmod 666 /dev/fuse");
     }
     ::close(device);
-    if (::geteuid() == 0) {
+    if (::geteuid() == 0)
         return;
-    }
     if (!findInPath("fusermount3")) {
         unavailable("fusermount3",
                     "is not in PATH, and an ordinary user cannot mount without it; install the package fuse3");

@@ -41,9 +41,8 @@ public:
         // Detached: should the mount break before it has answered, the question is never answered either.
         std::thread([state = state_, mountPoint] {
             struct statfs figures {};
-            if (::statfs(mountPoint.c_str(), &figures) != 0 || figures.f_type != fuseMagic) {
+            if (::statfs(mountPoint.c_str(), &figures) != 0 || figures.f_type != fuseMagic)
                 return;
-            }
             const std::lock_guard lock(state->mutex);
             if (state->ready) {
                 fusehost::quietly("saying that it is mounted", [&] { state->ready(); });
@@ -78,9 +77,8 @@ private:
 /// Why the helper could not be started at all.
 std::string launchProblem(const foundation::NSError& error) {
     std::string problem = "the helper could not be started: ";
-    if (!error.isPosix()) {
+    if (!error.isPosix())
         return error.description(); // a sentence of its own
-    }
     const int number = foundation::platformErrno(static_cast<std::int32_t>(error.code));
     problem += errnoText(number);
     switch (number) {
@@ -96,9 +94,8 @@ std::string earlyEnd(const HelperProcesses& helpers) {
     constexpr int cannotExecute = 126; // env(1)
     constexpr int notFound = 127;
     const auto status = helpers.exitStatus();
-    if (status == notFound || status == cannotExecute) {
+    if (status == notFound || status == cannotExecute)
         return "node could not be run (exit status " + std::to_string(*status) + ")";
-    }
     const auto end = helpers.howEnded();
     return end ? "the helper ended before it answered the first request (it " + *end + ")"
                : "the helper closed its output before it answered the first request";
@@ -107,18 +104,14 @@ std::string earlyEnd(const HelperProcesses& helpers) {
 /// What a failed start means, in words for the user.
 std::string startProblem(const foundation::NSError& error, const HelperProcesses& helpers) {
     const std::string text = error.description();
-    if (!error.origin) { // it is of no request
+    if (!error.origin) // it is of no request
         return launchProblem(error);
-    }
-    if (error.origin->state == kemvi::helperGoneState) {
+    if (error.origin->state == kemvi::helperGoneState)
         return earlyEnd(helpers);
-    }
-    if (error.isPosix()) {
+    if (error.isPosix())
         return "the helper answered the first request with an error: " + text;
-    }
-    if (error.domain == foundation::NSCocoaErrorDomain) {
+    if (error.domain == foundation::NSCocoaErrorDomain)
         return "the helper's first answer is not a line of the protocol: " + text;
-    }
     return "the helper did not answer the first request as it must: " + text;
 }
 
@@ -135,15 +128,12 @@ public:
         load();
         const bool served = mountAndServe(progress);
         end();
-        if (stop_.gaveUp()) {
+        if (stop_.gaveUp())
             return ExitCode::gaveUpWaiting;
-        }
-        if (interrupted_ || stop_.interrupted()) {
+        if (interrupted_ || stop_.interrupted())
             throwInterrupted();
-        }
-        if (!served) {
+        if (!served)
             throw CommandError(ExitCode::mountFailed, plan_.mountPoint, "the connection to the kernel broke");
-        }
         return stop_.lostChanges() ? ExitCode::failure : ExitCode::success;
     }
 
@@ -162,9 +152,8 @@ private:
             host_.load();
         } catch (const foundation::Error& error) {
             const std::string problem = startProblem(error.nsError(), helpers_);
-            if (stop_.interrupted()) {
+            if (stop_.interrupted())
                 throwInterrupted();
-            }
             throw CommandError(ExitCode::helperFailed, plan_.helperPath,
                                problem + "; see what it said, or run: kemvi check " + plan_.source);
         }
@@ -189,9 +178,8 @@ private:
         progress.mounted();
         stop_.enter(StopControl::Phase::serving);
         const auto writing = [&] { stop_.enter(StopControl::Phase::writing); };
-        if (!progress.ready) {
+        if (!progress.ready)
             return host_.serve(writing);
-        }
         Announcer announcer(plan_.mountPoint, progress.ready);
         const bool served = host_.serve(writing);
         interrupted_ = !announcer.cancel();
@@ -221,9 +209,8 @@ private:
 /// Whatever folder the command was called in must not stay busy for as long as the mount lives. Staying there is no
 /// reason to refuse the mount.
 void leaveFolder(const MountPlan& plan) {
-    if (::chdir("/") == 0) {
+    if (::chdir("/") == 0)
         return;
-    }
     [[maybe_unused]] const int failed = ::chdir(plan.source.c_str());
 }
 

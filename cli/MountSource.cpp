@@ -32,9 +32,8 @@ std::string readConfiguration(const std::string& path, const std::string& source
                            error && error.value() != ENOENT ? "cannot be read: " + error.message()
                                                             : "does not exist; write one with: kemvi init " + source);
     }
-    if (!filesystem::is_regular_file(path, error)) {
+    if (!filesystem::is_regular_file(path, error))
         throw CommandError(ExitCode::configuration, path, "is not a file; expected the JSON mount configuration");
-    }
     try {
         return foundation::contentsOfFile(path);
     } catch (const foundation::Error& failure) {
@@ -46,12 +45,10 @@ std::string readConfiguration(const std::string& path, const std::string& source
 
 MountSource readMountSource(const std::string& source) {
     const auto path = realPath(source);
-    if (!path) {
+    if (!path)
         throw CommandError(ExitCode::configuration, source, "cannot be used as source directory: " + errnoText(errno));
-    }
-    if (!filesystem::is_directory(*path)) {
+    if (!filesystem::is_directory(*path))
         throw CommandError(ExitCode::configuration, source, "is not a directory; expected the source directory");
-    }
     const std::string configuration = configurationPath(*path);
     try {
         return {*path, kemvi::KemviMountConfig::decode(readConfiguration(configuration, source))};
@@ -74,9 +71,8 @@ void checkHelperAvailable(const MountSource& source) {
     }
     std::error_code error;
     // As node itself does, a script may be named without its extension.
-    if (!filesystem::exists(helper, error) && !filesystem::exists(helper + ".js", error)) {
+    if (!filesystem::exists(helper, error) && !filesystem::exists(helper + ".js", error))
         throw CommandError(ExitCode::helperUnavailable, helper, "the helper script does not exist; correct " + key);
-    }
     if (filesystem::exists(helper, error) && ::access(helper.c_str(), R_OK) != 0) {
         throw CommandError(ExitCode::helperUnavailable, helper,
                            "the helper script cannot be read: " + errnoText(errno));

@@ -67,9 +67,8 @@ Message receive(int channel) {
     } while (count < 0 && errno == EINTR);
     Message received{std::string(text.data(), count > 0 ? static_cast<std::size_t>(count) : 0)};
     const cmsghdr* header = count > 0 ? CMSG_FIRSTHDR(&message) : nullptr;
-    if (header != nullptr && header->cmsg_type == SCM_RIGHTS) {
+    if (header != nullptr && header->cmsg_type == SCM_RIGHTS)
         std::memcpy(&received.descriptor, CMSG_DATA(header), sizeof received.descriptor);
-    }
     return received;
 }
 
@@ -95,11 +94,10 @@ public:
     void run() {
         for (int wait = firstLook;; wait = std::min(2 * wait, longestBetweenLooks)) {
             pollfd channel{STDIN_FILENO, POLLIN, 0};
-            if (::poll(&channel, 1, guarded_ ? -1 : wait) == 0) {
+            if (::poll(&channel, 1, guarded_ ? -1 : wait) == 0)
                 look();
-            } else if (!obey(receive(STDIN_FILENO))) {
+            else if (!obey(receive(STDIN_FILENO)))
                 break;
-            }
         }
         clearUp();
     }
@@ -125,15 +123,13 @@ private:
     void look() {
         auto found = handlesOfChildren(childrenOf(host_).helpers, host_);
         // Looked at last: while the host lives, its number is its own.
-        if (::getppid() == host_) {
+        if (::getppid() == host_)
             helpers_ = std::move(found);
-        }
     }
 
     void clearUp() {
-        if (mounted_) {
+        if (mounted_)
             fusehost::unmountStaleDevice(*mounted_, mountPoint_);
-        }
         if (!endProcesses(helpers_, helperAlone, helperAfterTermination)) {
             foundation::Log::setSink(foundation::makeSystemLogSink("kemvi"));
             foundation::Logger("kemvi", "Watch")
@@ -154,9 +150,8 @@ private:
 
 MountWatch::MountWatch(const std::string& mountPoint) {
     std::array<int, 2> ends{};
-    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) {
+    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0)
         throw CommandError(ExitCode::failure, mountPoint, "cannot be watched over: " + errnoText(errno));
-    }
     channel_ = ends[0];
     try {
         process_.launch({"/proc/self/exe", {argument, mountPoint}, watchEnvironment(), ends[1], STDERR_FILENO});
@@ -175,9 +170,8 @@ MountWatch::~MountWatch() {
 }
 
 void MountWatch::guard(const std::vector<ProcessHandle>& helpers) {
-    for (const auto& helper : helpers) {
+    for (const auto& helper : helpers)
         send(std::string(helperWord) + std::to_string(helper.pid()), helper.descriptor());
-    }
     send(guardedWord);
 }
 

@@ -11,9 +11,8 @@ namespace filesystem = std::filesystem;
 
 std::string absolutePath(const std::string& path) {
     std::string absolute = filesystem::absolute(path).lexically_normal().string();
-    while (absolute.size() > 1 && absolute.back() == '/') {
+    while (absolute.size() > 1 && absolute.back() == '/')
         absolute.pop_back();
-    }
     return absolute;
 }
 
@@ -25,16 +24,13 @@ std::optional<std::string> realPath(const std::string& path) {
 std::optional<std::string> realParentPath(const std::string& path) {
     // ".." is left to realpath, which follows links as the kernel does; only as the last component it is taken as text.
     filesystem::path absolute = filesystem::absolute(path);
-    while (absolute.has_relative_path() && (absolute.filename().empty() || absolute.filename() == ".")) {
+    while (absolute.has_relative_path() && (absolute.filename().empty() || absolute.filename() == "."))
         absolute = absolute.parent_path();
-    }
-    if (absolute.filename() == "..") {
+    if (absolute.filename() == "..")
         absolute = absolutePath(path);
-    }
     const auto parent = realPath(absolute.parent_path().string());
-    if (!parent) {
+    if (!parent)
         return std::nullopt;
-    }
     return (filesystem::path(*parent) / absolute.filename()).string();
 }
 
@@ -51,12 +47,10 @@ std::optional<std::string> findInPath(const std::string& program) {
         const auto folder = rest.substr(0, end);
         const std::string candidate = (folder.empty() ? "." : std::string(folder)) + "/" + program;
         std::error_code ignored;
-        if (filesystem::is_regular_file(candidate, ignored) && ::access(candidate.c_str(), X_OK) == 0) {
+        if (filesystem::is_regular_file(candidate, ignored) && ::access(candidate.c_str(), X_OK) == 0)
             return candidate;
-        }
-        if (end == std::string_view::npos) {
+        if (end == std::string_view::npos)
             return std::nullopt;
-        }
         rest.remove_prefix(end + 1);
     }
 }
@@ -64,15 +58,12 @@ std::optional<std::string> findInPath(const std::string& program) {
 std::optional<filesystem::path> shippedHelpers() {
     std::error_code error;
     const auto program = filesystem::read_symlink("/proc/self/exe", error);
-    if (error) {
+    if (error)
         return std::nullopt;
-    }
     const auto prefix = program.parent_path().parent_path();
-    for (const auto& folder : {prefix / KEMVI_INSTALLED_HELPERS, filesystem::path(KEMVI_SOURCE_HELPERS)}) {
-        if (filesystem::is_directory(folder, error) || error == std::errc::permission_denied) {
+    for (const auto& folder : {prefix / KEMVI_INSTALLED_HELPERS, filesystem::path(KEMVI_SOURCE_HELPERS)})
+        if (filesystem::is_directory(folder, error) || error == std::errc::permission_denied)
             return folder.lexically_normal();
-        }
-    }
     return std::nullopt;
 }
 

@@ -13,28 +13,23 @@ namespace cli {
 namespace {
 
 void openStandardDescriptor(int descriptor) {
-    if (::fcntl(descriptor, F_GETFD) >= 0 || errno != EBADF) {
+    if (::fcntl(descriptor, F_GETFD) >= 0 || errno != EBADF)
         return;
-    }
     // The kernel gives the lowest free number, and those below are open.
     int opened = ::open("/dev/null", descriptor == STDIN_FILENO ? O_RDONLY : O_WRONLY);
-    if (opened < 0) {
+    if (opened < 0)
         opened = ::open("/", O_PATH | O_DIRECTORY); // reading and writing fail there as on a closed one
-    }
-    if (opened != descriptor) {
+    if (opened != descriptor)
         ::_exit(static_cast<int>(ExitCode::failure));
-    }
 }
 
 } // namespace
 
 void settleInheritedState() {
-    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
         openStandardDescriptor(descriptor);
-    }
-    for (const int number : {SIGCHLD, SIGTERM}) {
+    for (const int number : {SIGCHLD, SIGTERM})
         std::signal(number, SIG_DFL);
-    }
     sigset_t none;
     sigemptyset(&none);
     ::sigprocmask(SIG_SETMASK, &none, nullptr);

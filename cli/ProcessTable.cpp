@@ -43,9 +43,8 @@ std::string contents(const std::string& path) {
 pid_t parentOf(pid_t pid) {
     const std::string stat = contents(procPath(pid, "stat"));
     const auto nameEnd = stat.rfind(')');
-    if (nameEnd == std::string::npos || nameEnd + 4 >= stat.size()) {
+    if (nameEnd == std::string::npos || nameEnd + 4 >= stat.size())
         return 0;
-    }
     pid_t parent = 0;
     std::from_chars(stat.data() + nameEnd + 4, stat.data() + stat.size(), parent);
     return parent;
@@ -69,11 +68,9 @@ std::string linkTarget(const std::string& path) {
 bool hasOpenFileWithin(pid_t pid, const std::string& directory) {
     std::error_code error;
     for (filesystem::directory_iterator entry(procPath(pid, "fd"), error), end; !error && entry != end;
-         entry.increment(error)) {
-        if (isWithin(linkTarget(entry->path().string()), directory)) {
+         entry.increment(error))
+        if (isWithin(linkTarget(entry->path().string()), directory))
             return true;
-        }
-    }
     return false;
 }
 
@@ -81,9 +78,8 @@ bool hasMappingWithin(pid_t pid, const std::string& directory) {
     std::ifstream maps(procPath(pid, "maps"));
     for (std::string line; std::getline(maps, line);) {
         const auto path = line.find('/');
-        if (path != std::string::npos && isWithin(std::string_view(line).substr(path), directory)) {
+        if (path != std::string::npos && isWithin(std::string_view(line).substr(path), directory))
             return true;
-        }
     }
     return false;
 }
@@ -110,15 +106,13 @@ ProcessHandle& ProcessHandle::operator=(ProcessHandle&& other) noexcept {
 }
 
 ProcessHandle::~ProcessHandle() {
-    if (descriptor_ >= 0) {
+    if (descriptor_ >= 0)
         ::close(descriptor_);
-    }
 }
 
 bool ProcessHandle::waitGone(int milliseconds) const {
-    if (descriptor_ < 0) {
+    if (descriptor_ < 0)
         return true;
-    }
     pollfd ended{descriptor_, POLLIN, 0};
     int ready = 0;
     do {
@@ -128,20 +122,17 @@ bool ProcessHandle::waitGone(int milliseconds) const {
 }
 
 void ProcessHandle::signal(int number) const {
-    if (descriptor_ >= 0) {
+    if (descriptor_ >= 0)
         ::syscall(SYS_pidfd_send_signal, descriptor_, number, nullptr, 0);
-    }
 }
 
 void ProcessHandle::signalGroup(int number) const {
     constexpr unsigned toProcessGroup = 1U << 2; // PIDFD_SIGNAL_PROCESS_GROUP, since Linux 6.9
-    if (descriptor_ < 0 || ::syscall(SYS_pidfd_send_signal, descriptor_, number, nullptr, toProcessGroup) == 0) {
+    if (descriptor_ < 0 || ::syscall(SYS_pidfd_send_signal, descriptor_, number, nullptr, toProcessGroup) == 0)
         return;
-    }
     // The number of a group stays taken while its leader lives, so this cannot hit another group.
-    if (errno == EINVAL && !gone() && ::getpgid(pid_) == pid_) {
+    if (errno == EINVAL && !gone() && ::getpgid(pid_) == pid_)
         ::kill(-pid_, number);
-    }
     signal(number);
 }
 
@@ -155,16 +146,13 @@ bool allGone(const std::vector<ProcessHandle>& processes, int milliseconds) {
 }
 
 bool endProcesses(const std::vector<ProcessHandle>& processes, int alone, int afterTermination) {
-    if (allGone(processes, alone)) {
+    if (allGone(processes, alone))
         return true;
-    }
     for (const int number : {SIGTERM, SIGKILL}) {
-        for (const auto& process : processes) {
+        for (const auto& process : processes)
             process.signalGroup(number);
-        }
-        if (number == SIGTERM && allGone(processes, afterTermination)) {
+        if (number == SIGTERM && allGone(processes, afterTermination))
             break;
-        }
     }
     return false;
 }
@@ -176,18 +164,16 @@ std::vector<pid_t> allProcesses() {
         const std::string name = entry->path().filename().string();
         pid_t pid = 0;
         const auto result = std::from_chars(name.data(), name.data() + name.size(), pid);
-        if (result.ec == std::errc() && result.ptr == name.data() + name.size()) {
+        if (result.ec == std::errc() && result.ptr == name.data() + name.size())
             processes.push_back(pid);
-        }
     }
     return processes;
 }
 
 std::string processName(pid_t pid) {
     std::string name = contents(procPath(pid, "comm"));
-    if (!name.empty() && name.back() == '\n') {
+    if (!name.empty() && name.back() == '\n')
         name.pop_back();
-    }
     return name;
 }
 
@@ -206,9 +192,8 @@ std::vector<ProcessHandle> handlesOfChildren(const std::vector<pid_t>& pids, pid
     std::vector<ProcessHandle> handles;
     for (const pid_t pid : pids) {
         ProcessHandle handle(pid);
-        if (parentOf(pid) == parent && !handle.gone()) {
+        if (parentOf(pid) == parent && !handle.gone())
             handles.push_back(std::move(handle));
-        }
     }
     return handles;
 }
@@ -216,12 +201,10 @@ std::vector<ProcessHandle> handlesOfChildren(const std::vector<pid_t>& pids, pid
 std::vector<ProcessName> usersOfMount(const std::string& mountPoint, pid_t except, std::size_t limit) {
     std::vector<ProcessName> users;
     for (const pid_t pid : allProcesses()) {
-        if (users.size() == limit) {
+        if (users.size() == limit)
             break;
-        }
-        if (pid != except && pid != ::getpid() && usesMount(pid, mountPoint)) {
+        if (pid != except && pid != ::getpid() && usesMount(pid, mountPoint))
             users.push_back({pid, processName(pid)});
-        }
     }
     return users;
 }

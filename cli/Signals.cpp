@@ -20,11 +20,9 @@ bool isIgnored(int number) {
 sigset_t stopSignals() {
     sigset_t set;
     sigemptyset(&set);
-    for (const int number : allStopSignals) {
-        if (!isIgnored(number)) {
+    for (const int number : allStopSignals)
+        if (!isIgnored(number))
             sigaddset(&set, number);
-        }
-    }
     return set;
 }
 
@@ -32,13 +30,11 @@ void heedAllStopSignals() {
     // Never unblocked with the default in force, which would end the process.
     sigset_t set;
     sigemptyset(&set);
-    for (const int number : allStopSignals) {
+    for (const int number : allStopSignals)
         sigaddset(&set, number);
-    }
     ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
-    for (const int number : allStopSignals) {
+    for (const int number : allStopSignals)
         std::signal(number, SIG_DFL);
-    }
 }
 
 void blockStopSignals() {

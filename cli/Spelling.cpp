@@ -20,9 +20,8 @@ std::size_t slips(std::string_view one, std::string_view other) {
             const std::size_t wrong = one[i - 1] == other[j - 1] ? 0 : 1;
             auto& least = table[i][j];
             least = std::min({table[i - 1][j] + 1, table[i][j - 1] + 1, table[i - 1][j - 1] + wrong});
-            if (i > 1 && j > 1 && one[i - 1] == other[j - 2] && one[i - 2] == other[j - 1]) {
+            if (i > 1 && j > 1 && one[i - 1] == other[j - 2] && one[i - 2] == other[j - 1])
                 least = std::min(least, table[i - 2][j - 2] + 1);
-            }
         }
     }
     return table[one.size()][other.size()];
@@ -34,9 +33,8 @@ std::optional<std::string> likelyMeant(std::string_view word, const std::vector<
     std::optional<std::string> nearest;
     std::size_t fewest = longestWord;
     for (const std::string& candidate : known) {
-        if (word.size() > longestWord) {
+        if (word.size() > longestWord)
             break;
-        }
         const std::size_t count = slips(word, candidate);
         if (count < fewest && count <= std::max<std::size_t>(1, candidate.size() / 3)) {
             fewest = count;

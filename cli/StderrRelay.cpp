@@ -28,21 +28,18 @@ struct PipeEnds {
 
 PipeEnds makePipe() {
     std::array<int, 2> ends{};
-    if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0)
         throw CommandError(ExitCode::failure, "standard error", "cannot be relayed: " + errnoText(errno));
-    }
     return {ends[0], ends[1]};
 }
 
 void writeAll(int descriptor, std::string_view bytes) {
     while (!bytes.empty()) {
         const auto written = ::write(descriptor, bytes.data(), bytes.size());
-        if (written < 0 && errno == EINTR) {
+        if (written < 0 && errno == EINTR)
             continue;
-        }
-        if (written <= 0) {
+        if (written <= 0)
             return;
-        }
         bytes.remove_prefix(static_cast<std::size_t>(written));
     }
 }
@@ -69,11 +66,9 @@ StderrRelay::~StderrRelay() {
         ::dup2(terminal_, STDERR_FILENO);
         sendMessagesToLog(false);
     }
-    for (const int descriptor : {terminal_, readEnd_, commandRead_, commandWrite_}) {
-        if (descriptor >= 0) {
+    for (const int descriptor : {terminal_, readEnd_, commandRead_, commandWrite_})
+        if (descriptor >= 0)
             ::close(descriptor);
-        }
-    }
 }
 
 void StderrRelay::send(Command command) {
@@ -99,17 +94,14 @@ int StderrRelay::duplicateOfTerminal() const {
 void StderrRelay::run() {
     std::array<pollfd, 2> sources{pollfd{readEnd_, POLLIN, 0}, pollfd{commandRead_, POLLIN, 0}};
     while (!finished_) {
-        if (::poll(sources.data(), sources.size(), -1) < 0) {
+        if (::poll(sources.data(), sources.size(), -1) < 0)
             continue;
-        }
         fusehost::quietly("passing on what the helper says", [&] {
-            if (sources[0].revents != 0 && !forwardAvailable()) {
+            if (sources[0].revents != 0 && !forwardAvailable())
                 sources[0].fd = -1;
-            }
             Command command{};
-            if (sources[1].revents != 0 && ::read(commandRead_, &command, 1) == 1) {
+            if (sources[1].revents != 0 && ::read(commandRead_, &command, 1) == 1)
                 obey(command);
-            }
         });
     }
 }
@@ -133,11 +125,10 @@ bool StderrRelay::forwardAvailable() {
     std::array<char, 16384> bytes{};
     for (;;) {
         const auto count = ::read(readEnd_, bytes.data(), bytes.size());
-        if (count > 0) {
+        if (count > 0)
             forward({bytes.data(), static_cast<std::size_t>(count)});
-        } else if (count == 0 || errno != EINTR) {
+        else if (count == 0 || errno != EINTR)
             return count < 0;
-        }
     }
 }
 

@@ -33,9 +33,8 @@ StopControl::StopControl(fusehost::FuseHost& host, const HelperProcesses& helper
     const sigset_t stops = stopSignals();
     signals_ = ::signalfd(-1, &stops, SFD_CLOEXEC);
     phaseChanged_ = ::eventfd(0, EFD_CLOEXEC);
-    if (signals_ < 0 || phaseChanged_ < 0) {
+    if (signals_ < 0 || phaseChanged_ < 0)
         throw CommandError(ExitCode::failure, mountPoint, "cannot wait for signals: " + errnoText(errno));
-    }
     deadline_ = Clock::now() + slowStart;
     thread_ = std::thread([this] { run(); });
 }
@@ -53,9 +52,8 @@ void StopControl::enter(Phase phase) {
 }
 
 void StopControl::run() {
-    while (phase_ != Phase::ended) {
+    while (phase_ != Phase::ended)
         fusehost::quietly("saying what the end waits for", [&] { wait(); });
-    }
 }
 
 void StopControl::wait() {
@@ -66,16 +64,13 @@ void StopControl::wait() {
     }
     std::array<pollfd, 2> sources{pollfd{phaseChanged_, POLLIN, 0}, pollfd{signals_, POLLIN, 0}};
     const int ready = ::poll(sources.data(), sources.size(), timeout);
-    if (eventfd_t changes = 0; ready > 0 && sources[0].revents != 0 && ::eventfd_read(phaseChanged_, &changes) == 0) {
+    if (eventfd_t changes = 0; ready > 0 && sources[0].revents != 0 && ::eventfd_read(phaseChanged_, &changes) == 0)
         onPhase();
-    }
-    if (phase_ == Phase::ended) {
+    if (phase_ == Phase::ended)
         return;
-    }
     if (signalfd_siginfo received{};
-        ready > 0 && sources[1].revents != 0 && ::read(signals_, &received, sizeof received) == sizeof received) {
+        ready > 0 && sources[1].revents != 0 && ::read(signals_, &received, sizeof received) == sizeof received)
         onSignal();
-    }
     if (deadline_ && Clock::now() >= *deadline_) {
         deadline_.reset();
         onDeadline();
@@ -102,9 +97,8 @@ void StopControl::onSignal() {
     } else if (!stopRequested_ && !named_) {
         stopRequested_ = true;
         host_.requestStop();
-        if (!deadline_) {
+        if (!deadline_)
             deadline_ = Clock::now() + slowEnd;
-        }
     } else if (!gaveUp_) {
         gaveUp_ = true;
         host_.refuseRequests();

@@ -71,9 +71,8 @@ struct Processes {
 };
 
 bool isBehind(const ServingProcess& serving, const Target& target) {
-    if (!target.mount) {
+    if (!target.mount)
         return serving.mountPoint == target.path;
-    }
     return serving.deviceMinor == target.mount->deviceMinor && serving.owner == target.mount->owner;
 }
 
@@ -84,16 +83,14 @@ void moveTo(std::vector<ProcessHandle>& all, std::vector<ProcessHandle> more) {
 Processes processesBehind(const Target& target) {
     Processes processes;
     for (auto& serving : servingProcesses()) {
-        if (!isBehind(serving, target)) {
+        if (!isBehind(serving, target))
             continue;
-        }
         const pid_t host = serving.process.pid();
         const Children children = childrenOf(host);
         auto helpers = handlesOfChildren(children.helpers, host);
         auto watchers = handlesOfChildren(children.watchers, host);
-        if (serving.process.gone()) {
+        if (serving.process.gone())
             continue; // those are another process's children, if there are any
-        }
         processes.hosts.push_back(std::move(serving.process));
         moveTo(processes.helpers, std::move(helpers));
         moveTo(processes.watchers, std::move(watchers));
@@ -105,9 +102,8 @@ std::string userList(const fusehost::MountEntry& mount, const Processes& process
     std::string list;
     const auto users =
         usersOfMount(mount.mountPoint, processes.hosts.empty() ? 0 : processes.hosts[0].pid(), namedUsers + 1);
-    for (std::size_t i = 0; i < users.size() && i < namedUsers; ++i) {
+    for (std::size_t i = 0; i < users.size() && i < namedUsers; ++i)
         list += (i == 0 ? " by " : ", ") + std::to_string(users[i].pid) + " (" + users[i].name + ")";
-    }
     return list + (users.size() > namedUsers ? " and others" : "");
 }
 
@@ -132,12 +128,10 @@ bool isServedUnseen(const fusehost::MountEntry& mount, const Processes& processe
 
 /// Where the file system of a mount that was taken away is mounted still (a bind mount, or what it was made from).
 std::optional<std::string> otherPlaceOf(const fusehost::MountEntry& mount) {
-    for (const auto& entry : fusehost::readMountTable()) {
+    for (const auto& entry : fusehost::readMountTable())
         if (entry.isOurs() && entry.deviceMinor == mount.deviceMinor && entry.source == mount.source &&
-            entry.mountPoint != mount.mountPoint) {
+            entry.mountPoint != mount.mountPoint)
             return entry.mountPoint;
-        }
-    }
     return std::nullopt;
 }
 
@@ -156,9 +150,8 @@ bool seesMounted(pid_t process, const fusehost::MountEntry& mount) {
 /// A process with a mount table of its own, as in a container, in which the file system is mounted still. The number of
 /// one that is gone may have been given to a new mount, which then is in our own table.
 std::optional<pid_t> processThatSees(const fusehost::MountEntry& mount) {
-    if (otherPlaceOf(mount)) {
+    if (otherPlaceOf(mount))
         return std::nullopt;
-    }
     const auto processes = allProcesses();
     const auto found =
         std::find_if(processes.begin(), processes.end(), [&](pid_t process) { return seesMounted(process, mount); });
@@ -182,36 +175,30 @@ void waitForHost(const fusehost::MountEntry& mount, const ProcessHandle& host) {
 
 void unmountOrderly(const fusehost::MountEntry& mount, const Processes& processes) {
     const bool unseen = isServedUnseen(mount, processes);
-    if (const auto failure = fusehost::unmount(mount.mountPoint)) {
+    if (const auto failure = fusehost::unmount(mount.mountPoint))
         refuse(mount, *failure, processes);
-    }
-    if (unseen) {
+    if (unseen)
         printMessage(mount.mountPoint + ": " + hostUnseen);
-    }
     if (const auto elsewhere = otherPlaceOf(mount)) {
         printMessage(mount.mountPoint + ": unmounted; the volume is still mounted at " + *elsewhere);
         return;
     }
-    for (const auto& host : processes.hosts) {
-        if (!host.waitGone(quietWait)) {
+    for (const auto& host : processes.hosts)
+        if (!host.waitGone(quietWait))
             waitForHost(mount, host);
-        }
-    }
 }
 
 /// Ends the processes of a mount: asked to end in order, told not to wait for the helper, killed.
 void endByForce(const std::string& mountPoint, const Processes& processes) {
     const auto signalHosts = [&](int number) {
-        for (const auto& host : processes.hosts) {
+        for (const auto& host : processes.hosts)
             host.signal(number);
-        }
     };
     signalHosts(SIGTERM);
     if (!allGone(processes.hosts, orderlyEnd)) {
         signalHosts(SIGTERM);
-        if (!allGone(processes.hosts, endAfterSecondSignal)) {
+        if (!allGone(processes.hosts, endAfterSecondSignal))
             signalHosts(SIGKILL);
-        }
     }
     for (const auto& helper : processes.helpers) {
         if (!helper.gone()) {
@@ -220,27 +207,23 @@ void endByForce(const std::string& mountPoint, const Processes& processes) {
             helper.signalGroup(SIGKILL);
         }
     }
-    if (!allGone(processes.hosts, endAfterKilling) || !allGone(processes.helpers, endAfterKilling)) {
+    if (!allGone(processes.hosts, endAfterKilling) || !allGone(processes.helpers, endAfterKilling))
         throw CommandError(ExitCode::failure, mountPoint, "unmounted, but its processes could not be ended");
-    }
 }
 
 void unmountByForce(const fusehost::MountEntry& mount, const Processes& processes) {
     const bool unseen = isServedUnseen(mount, processes);
-    if (const auto failure = fusehost::unmountLazily(mount.mountPoint)) {
+    if (const auto failure = fusehost::unmountLazily(mount.mountPoint))
         refuse(mount, *failure, processes);
-    }
-    if (unseen) {
+    if (unseen)
         throw CommandError(ExitCode::failure, mount.mountPoint, hostUnseen);
-    }
     endByForce(mount.mountPoint, processes);
 }
 
 /// Where nothing is mounted: processes may be left of a mount whose end hangs, or of one that does not get ready.
 void endLeftovers(const std::string& path, const Processes& processes, bool force) {
-    if (processes.hosts.empty()) {
+    if (processes.hosts.empty())
         throw CommandError(ExitCode::notMounted, path, "nothing is mounted here");
-    }
     if (!force) {
         throw CommandError(ExitCode::notMounted, path,
                            "nothing is mounted here, but process " + std::to_string(processes.hosts[0].pid()) +
@@ -252,13 +235,12 @@ void endLeftovers(const std::string& path, const Processes& processes, bool forc
 ExitCode run(const Request& request) {
     const Target target = findTarget(request.mountPoint);
     const Processes processes = processesBehind(target);
-    if (!target.mount) {
+    if (!target.mount)
         endLeftovers(target.path, processes, request.force);
-    } else if (request.force) {
+    else if (request.force)
         unmountByForce(*target.mount, processes);
-    } else {
+    else
         unmountOrderly(*target.mount, processes);
-    }
     allGone(processes.watchers, watcherEnd);
     return ExitCode::success;
 }

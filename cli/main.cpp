@@ -39,9 +39,8 @@ std::vector<std::string> commandNames(const CLI::App& app) {
 void checkCommand(const CLI::App& app, const std::vector<std::string>& words) {
     const std::string& word = words.front();
     const auto known = commandNames(app);
-    if (word.starts_with('-') || std::find(known.begin(), known.end(), word) != known.end()) {
+    if (word.starts_with('-') || std::find(known.begin(), known.end(), word) != known.end())
         return;
-    }
     const auto meant = cli::likelyMeant(word, known);
     throw cli::CommandError(cli::ExitCode::usage, word,
                             "there is no such command; " +
@@ -81,15 +80,12 @@ int runCommandLine(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     cli::settleInheritedState();
-    if (cli::isCalledByMount(argv[0])) {
+    if (cli::isCalledByMount(argv[0]))
         return cli::runAsMountHelper(argc, argv);
-    }
-    if (cli::isCalledToWatchHelper(argc, argv)) {
+    if (cli::isCalledToWatchHelper(argc, argv))
         return cli::runHelperWatch(argv[2]);
-    }
-    if (cli::isCalledToWatch(argc, argv)) {
+    if (cli::isCalledToWatch(argc, argv))
         return cli::runMountWatch(argv[2]);
-    }
     int status = 0;
     const auto failed = cli::reportingErrors([&] {
         status = runCommandLine(argc, argv);

@@ -16,9 +16,8 @@ std::string escaped(const char* form, unsigned number) {
 
 std::string shownByte(char c) {
     const auto byte = static_cast<unsigned char>(c);
-    if (c == '\n' || c == '\t') {
+    if (c == '\n' || c == '\t')
         return c == '\n' ? "\\n" : "\\t";
-    }
     return byte < 0x20 || byte >= 0x7f ? escaped("\\x%02x", byte) : std::string(1, c);
 }
 

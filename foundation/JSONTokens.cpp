@@ -67,14 +67,13 @@ std::optional<char32_t> hexQuad(std::string_view text, std::size_t at) {
     if (text.size() - at < 4)
         return std::nullopt;
     char32_t value = 0;
-    for (const char c : text.substr(at, 4)) {
+    for (const char c : text.substr(at, 4))
         if (isDigit(c))
             value = value * 16 + static_cast<char32_t>(c - '0');
         else if ((c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'))
             value = value * 16 + static_cast<char32_t>((c | 0x20) - 'a' + 10);
         else
             return std::nullopt;
-    }
     return value;
 }
 

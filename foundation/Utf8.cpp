@@ -9,11 +9,9 @@ bool isValidUtf8(std::string_view text) {
 }
 
 std::size_t utf8CharacterLength(std::string_view text) {
-    for (std::size_t length = 1; length <= 4 && length <= text.size(); ++length) {
-        if (isValidUtf8(text.substr(0, length))) {
+    for (std::size_t length = 1; length <= 4 && length <= text.size(); ++length)
+        if (isValidUtf8(text.substr(0, length)))
             return length;
-        }
-    }
     return 0;
 }
 

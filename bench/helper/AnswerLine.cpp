@@ -25,14 +25,13 @@ AnswerLine& AnswerLine::raw(std::string_view text) {
 AnswerLine& AnswerLine::quoted(std::string_view text) {
     static constexpr std::string_view hex = "0123456789abcdef";
     raw("\"");
-    for (const char c : text) {
+    for (const char c : text)
         if (c == '"' || c == '\\')
             raw("\\").raw({&c, 1});
         else if (static_cast<unsigned char>(c) < 0x20)
             raw("\\u00").raw(hex.substr(static_cast<unsigned char>(c) >> 4, 1)).raw(hex.substr(c & 15, 1));
         else
             raw({&c, 1});
-    }
     return raw("\"");
 }
 

@@ -34,12 +34,10 @@ std::string base64(const std::string& bytes) {
     for (size_t i = 0; i < bytes.size(); i += 3) {
         size_t rest = std::min<size_t>(3, bytes.size() - i);
         unsigned group = 0;
-        for (size_t k = 0; k < 3; k++) {
+        for (size_t k = 0; k < 3; k++)
             group = group << 8 | (k < rest ? static_cast<unsigned char>(bytes[i + k]) : 0u);
-        }
-        for (size_t k = 0; k < 4; k++) {
+        for (size_t k = 0; k < 4; k++)
             text += k <= rest ? characters[group >> (18 - 6 * k) & 63] : '=';
-        }
     }
     return text;
 }
@@ -47,9 +45,8 @@ std::string base64(const std::string& bytes) {
 std::string withEscapedSlashes(const std::string& text) {
     std::string escaped;
     for (char character : text) {
-        if (character == '/') {
+        if (character == '/')
             escaped += '\\';
-        }
         escaped += character;
     }
     return escaped;
@@ -60,12 +57,10 @@ public:
     explicit Helper(const std::string& script) : name(script.substr(script.rfind('/') + 1)) {
         int toHelper[2];
         int fromHelper[2];
-        if (pipe(toHelper) != 0 || pipe(fromHelper) != 0) {
+        if (pipe(toHelper) != 0 || pipe(fromHelper) != 0)
             throw std::runtime_error("pipe failed");
-        }
-        for (int descriptor : {toHelper[1], fromHelper[0]}) {
+        for (int descriptor : {toHelper[1], fromHelper[0]})
             fcntl(descriptor, F_SETFD, FD_CLOEXEC);
-        }
 #ifdef F_SETPIPE_SZ
         fcntl(toHelper[1], F_SETPIPE_SZ, 1 << 20);
         fcntl(fromHelper[0], F_SETPIPE_SZ, 1 << 20);
@@ -79,9 +74,8 @@ public:
         std::string program = "node";
         std::string argument = script;
         char* arguments[] = {program.data(), argument.data(), nullptr};
-        if (posix_spawnp(&pid_, "node", &actions, nullptr, arguments, environ) != 0) {
+        if (posix_spawnp(&pid_, "node", &actions, nullptr, arguments, environ) != 0)
             throw std::runtime_error("node cannot be started");
-        }
         posix_spawn_file_actions_destroy(&actions);
         close(toHelper[0]);
         close(fromHelper[1]);
@@ -94,23 +88,20 @@ public:
         line_ = "{\"id\":\"" + std::to_string(++lastId_) + "\"," + fields + "}\n";
         for (size_t done = 0; done < line_.size();) {
             ssize_t count = write(requests_, line_.data() + done, line_.size() - done);
-            if (count <= 0) {
+            if (count <= 0)
                 throw std::runtime_error(name + ": cannot write to the helper");
-            }
             done += static_cast<size_t>(count);
         }
         size_t have = 0;
         do {
             ssize_t count = ::read(answers_, buffer_.data() + have, buffer_.size() - have);
-            if (count <= 0) {
+            if (count <= 0)
                 throw std::runtime_error(name + ": the helper closed its output");
-            }
             have += static_cast<size_t>(count);
         } while (buffer_[have - 1] != '\n');
         answer_.assign(buffer_.data(), std::min<size_t>(have, 300));
-        if (answer_.find("\"ok\":true") == std::string::npos && have < 300) {
+        if (answer_.find("\"ok\":true") == std::string::npos && have < 300)
             throw std::runtime_error(name + ": " + answer_);
-        }
         return answer_;
     }
 
@@ -118,9 +109,8 @@ public:
         const std::string& answer =
             exchange(std::string("\"op\":\"open\",\"path\":\"\\/") + fileName + "\",\"flags\":[" + flags + "]");
         size_t at = answer.find("\"handle\":");
-        if (at == std::string::npos) {
+        if (at == std::string::npos)
             throw std::runtime_error(name + ": no handle in " + answer);
-        }
         return std::strtol(answer.c_str() + at + 9, nullptr, 10);
     }
 
@@ -158,9 +148,8 @@ double median(std::vector<double> values) {
 std::vector<Operation> prepare(std::vector<Helper>& helpers) {
     std::mt19937 random(1);
     std::string block;
-    for (size_t i = 0; i < blockSize; i++) {
+    for (size_t i = 0; i < blockSize; i++)
         block += static_cast<char>(random());
-    }
     std::string text = withEscapedSlashes(base64(block));
     std::vector<Operation> operations = {
         {"ping", 400, {}, {}}, {"getattr", 400, {}, {}}, {"read 64K", 100, {}, {}}, {"write 64K", 100, {}, {}}};
@@ -174,22 +163,19 @@ std::vector<Operation> prepare(std::vector<Helper>& helpers) {
         operations[2].fields.push_back(R"("op":"read","handle":)" + reading + R"(,"offset":0,"length":65536)");
         operations[3].fields.push_back(write);
     }
-    for (Operation& operation : operations) {
+    for (Operation& operation : operations)
         operation.times.resize(helpers.size());
-    }
     return operations;
 }
 
 void measure(Operation& operation, std::vector<Helper>& helpers, bool keep) {
     for (size_t which = 0; which < helpers.size(); which++) {
         auto start = Clock::now();
-        for (int i = 0; i < operation.batch; i++) {
+        for (int i = 0; i < operation.batch; i++)
             helpers[which].exchange(operation.fields[which]);
-        }
         std::chrono::duration<double, std::micro> time = Clock::now() - start;
-        if (keep) {
+        if (keep)
             operation.times[which].push_back(time.count() / operation.batch);
-        }
     }
 }
 
@@ -198,9 +184,8 @@ void print(const Operation& operation, const std::vector<Helper>& helpers) {
     std::printf("%s\n", operation.name.c_str());
     for (size_t which = 0; which < helpers.size(); which++) {
         std::vector<double> ratios;
-        for (size_t round = 0; round < operation.times[which].size(); round++) {
+        for (size_t round = 0; round < operation.times[which].size(); round++)
             ratios.push_back(operation.times[which][round] / operation.times[base][round]);
-        }
         std::printf("    %-14s %8.2f us  %5.2fx\n", helpers[which].name.c_str(), median(operation.times[which]),
                     median(ratios));
     }
@@ -210,19 +195,16 @@ void print(const Operation& operation, const std::vector<Helper>& helpers) {
 void run(const char* folder, int rounds, const std::vector<std::string>& scripts) {
     setenv("KEMVI_REPO_ROOT", folder, 1);
     std::vector<Helper> helpers;
-    for (const std::string& script : scripts) {
+    for (const std::string& script : scripts)
         helpers.emplace_back(script);
-    }
     std::vector<Operation> operations = prepare(helpers);
     for (Operation& operation : operations) {
-        for (int round = -10; round < rounds; round++) { // the first rounds let the engine compile what is hot
+        for (int round = -10; round < rounds; round++) // the first rounds let the engine compile what is hot
             measure(operation, helpers, round >= 0);
-        }
         print(operation, helpers);
     }
-    for (Helper& helper : helpers) {
+    for (Helper& helper : helpers)
         helper.end();
-    }
     std::remove((std::string(folder) + "/" + fileName).c_str());
 }
 

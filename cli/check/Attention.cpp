@@ -30,9 +30,8 @@ sigset_t signalsToTake() {
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
         struct sigaction action {};
 
-        if (::sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) {
+        if (::sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN)
             ::sigdelset(&set, number);
-        }
     }
     return set;
 }
@@ -42,9 +41,8 @@ sigset_t signalsToTake() {
 Attention::Attention() : tellAt_(started_ + quietTime) {
     const sigset_t set = signalsToTake();
     signals_ = ::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
-    if (signals_ < 0) {
+    if (signals_ < 0)
         throw CommandError(ExitCode::failure, "check", "cannot wait for signals: " + errnoText(errno));
-    }
 }
 
 Attention::~Attention() {
@@ -53,46 +51,39 @@ Attention::~Attention() {
 
 void Attention::beginCleaning() {
     cleaning_ = true;
-    if (interrupted()) {
+    if (interrupted())
         cleaningEnd_ = Clock::now() + longestCleaning;
-    }
 }
 
 void Attention::beginExchange() {
     ++exchanges_;
-    if (interrupted() && cleaning_) {
+    if (interrupted() && cleaning_)
         waitsEnd_ = gaveUp() ? Clock::now() : std::min(cleaningEnd_, Clock::now() + answerWhileCleaning);
-    }
 }
 
 bool Attention::untilReady(int descriptor, short events, Clock::time_point deadline) {
     for (;;) {
         const auto now = Clock::now();
         tellProgress(now);
-        if (now >= waitsEnd_) {
+        if (now >= waitsEnd_)
             return false; // also where there is something: it may be without end
-        }
         const auto wake = std::min({deadline, waitsEnd_, tellAt_});
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(wake - now).count();
         std::array<pollfd, 2> sources{pollfd{descriptor, events, 0}, pollfd{signals_, POLLIN, 0}};
         const int ready = ::poll(sources.data(), sources.size(), static_cast<int>(std::max<std::int64_t>(0, left)));
-        if (ready > 0 && sources[1].revents != 0) {
+        if (ready > 0 && sources[1].revents != 0)
             takeSignals();
-        }
-        if (ready > 0 && sources[0].revents != 0) {
+        if (ready > 0 && sources[0].revents != 0)
             return true;
-        }
-        if (Clock::now() >= deadline) {
+        if (Clock::now() >= deadline)
             return false;
-        }
     }
 }
 
 void Attention::takeSignals() {
     signalfd_siginfo received{};
-    while (::read(signals_, &received, sizeof received) == sizeof received) {
+    while (::read(signals_, &received, sizeof received) == sizeof received)
         onSignal();
-    }
 }
 
 void Attention::onSignal() {
@@ -108,9 +99,8 @@ void Attention::onSignal() {
 }
 
 void Attention::tellProgress(Clock::time_point now) {
-    if (now < tellAt_) {
+    if (now < tellAt_)
         return;
-    }
     const auto elapsed = std::chrono::duration_cast<std::chrono::seconds>(now - started_);
     printMessage("check: " + std::to_string(elapsed.count()) + " s, " + std::to_string(exchanges_) +
                  " requests; now: " + doing_);

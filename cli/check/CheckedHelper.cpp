@@ -23,9 +23,8 @@ CheckedHelper::CheckedHelper(const kemvi::KemviMountConfig& config, Duration lim
     : config_(config), limit_(limit), attention_(attention) {}
 
 CheckedHelper::~CheckedHelper() {
-    if (handle_) {
+    if (handle_)
         end(lost_ ? Duration(0) : graceAfterEndOfInput);
-    }
 }
 
 void CheckedHelper::start() {
@@ -40,9 +39,8 @@ void CheckedHelper::start() {
     words_.start();
     input_.fileHandleForReading().close();
     output_.fileHandleForWriting().close();
-    for (auto* handle : {&input_.fileHandleForWriting(), &output_.fileHandleForReading()}) {
+    for (auto* handle : {&input_.fileHandleForWriting(), &output_.fileHandleForReading()})
         ::fcntl(handle->fileDescriptor(), F_SETFL, ::fcntl(handle->fileDescriptor(), F_GETFL) | O_NONBLOCK);
-    }
 }
 
 Exchange CheckedHelper::exchange(std::string line) {
@@ -55,9 +53,8 @@ Exchange CheckedHelper::exchange(std::string line) {
     if (!lost_ && writeLine(exchange.request + "\n", deadline)) {
         while ((end = held_.find('\n', scanned)) == std::string::npos) {
             scanned = held_.size();
-            if (scanned > longestLine || Clock::now() >= deadline || !fill(deadline)) {
+            if (scanned > longestLine || Clock::now() >= deadline || !fill(deadline))
                 break;
-            }
         }
     }
     exchange.took = Clock::now() - begin;
@@ -80,9 +77,8 @@ bool CheckedHelper::writeLine(std::string_view line, Clock::time_point deadline)
         if (written > 0) {
             line.remove_prefix(static_cast<std::size_t>(written));
         } else if (errno == EAGAIN) {
-            if (!attention_.untilReady(descriptor, POLLOUT, deadline)) {
+            if (!attention_.untilReady(descriptor, POLLOUT, deadline))
                 return false;
-            }
         } else if (errno != EINTR) {
             ended_ = true;
             return false;
@@ -93,9 +89,8 @@ bool CheckedHelper::writeLine(std::string_view line, Clock::time_point deadline)
 
 bool CheckedHelper::fill(Clock::time_point deadline) {
     const int descriptor = output_.fileHandleForReading().fileDescriptor();
-    if (ended_ || !attention_.untilReady(descriptor, POLLIN, deadline)) {
+    if (ended_ || !attention_.untilReady(descriptor, POLLIN, deadline))
         return false;
-    }
     std::array<char, 65536> bytes{};
     const auto count = ::read(descriptor, bytes.data(), bytes.size());
     if (count > 0) {
@@ -109,12 +104,10 @@ bool CheckedHelper::fill(Clock::time_point deadline) {
 std::optional<std::string> CheckedHelper::nextLine(Duration wait) {
     const auto deadline = Clock::now() + wait;
     auto end = held_.find('\n');
-    while (end == std::string::npos && Clock::now() < deadline && fill(deadline)) {
+    while (end == std::string::npos && Clock::now() < deadline && fill(deadline))
         end = held_.find('\n');
-    }
-    if (end == std::string::npos) {
+    if (end == std::string::npos)
         return std::nullopt;
-    }
     std::string line = held_.substr(0, end);
     held_.erase(0, end + 1);
     return line;
@@ -131,9 +124,8 @@ bool CheckedHelper::end(Duration limit) {
     input_.fileHandleForWriting().close();
     const bool gone = attention_.untilReady(handle_->descriptor(), POLLIN, Clock::now() + limit);
     lost_ = true;
-    if (!gone) {
+    if (!gone)
         handle_->signalGroup(SIGKILL);
-    }
     process_.waitUntilExit();
     handle_.reset();
     watch_.reset();

@@ -36,11 +36,9 @@ std::string unfinished(const std::string& line) {
 bool isPosixCode(const std::string& code) {
     static const auto codes = [] {
         std::set<std::string, std::less<>> names{"EWOULDBLOCK", "ENOTSUP", "EDEADLOCK"}; // second names of others
-        for (int number = 1; number < 256; ++number) {
-            if (const char* name = ::strerrorname_np(number)) {
+        for (int number = 1; number < 256; ++number)
+            if (const char* name = ::strerrorname_np(number))
                 names.insert(name);
-            }
-        }
         return names;
     }();
     return codes.contains(code);
@@ -58,9 +56,8 @@ const kemvi::JSONValue* Answer::result() const {
 
 Conversation::Conversation(const kemvi::KemviMountConfig& config, CheckedHelper::Duration limit, Report& report)
     : config_(config), limit_(limit), report_(report) {
-    for (const char* check : {starts, inTime, isResponse, echoesID, onlyAnswers, errorsSpeak}) {
+    for (const char* check : {starts, inTime, isResponse, echoesID, onlyAnswers, errorsSpeak})
         report_.begin(check);
-    }
 }
 
 bool Conversation::start() {
@@ -72,22 +69,19 @@ bool Conversation::start() {
         helper_.reset();
         return false;
     }
-    for (const char* check : {starts, inTime, isResponse, echoesID, onlyAnswers, errorsSpeak}) {
+    for (const char* check : {starts, inTime, isResponse, echoesID, onlyAnswers, errorsSpeak})
         report_.done(check);
-    }
     kemvi::HelperRequest ping;
     ping.op = "ping";
     const Answer answer = ask(ping);
-    if (!answer.ok()) {
+    if (!answer.ok())
         find(starts, Severity::error, answer, "the ping was not answered with success", "nothing can be mounted");
-    }
     return answer.ok();
 }
 
 bool Conversation::available() {
-    if (helper_ && !helper_->lost()) {
+    if (helper_ && !helper_->lost())
         return true;
-    }
     return !attention_.gaveUp() && restarts_++ < mostRestarts && start();
 }
 
@@ -97,9 +91,8 @@ void Conversation::beginCleaning() {
 }
 
 void Conversation::throwIfInterrupted() const {
-    if (attention_.mustStop()) {
+    if (attention_.mustStop())
         throw Interrupted();
-    }
 }
 
 Answer Conversation::ask(kemvi::HelperRequest request) {
@@ -113,13 +106,11 @@ Answer Conversation::ask(kemvi::HelperRequest request) {
 }
 
 Answer Conversation::askLine(const std::function<std::string(const std::string& id)>& line) {
-    if (!helper_ || helper_->lost()) {
+    if (!helper_ || helper_->lost())
         return {};
-    }
     const std::string unasked = helper_->unaskedOutput(0ms);
-    if (!unasked.empty()) {
+    if (!unasked.empty())
         report_.add(onlyAnswers, {Severity::error, "wrote without being asked: " + unasked, everythingFails, {}, {}});
-    }
     const std::string id = helper_->nextID();
     Exchange exchange = helper_->exchange(line(id));
     throwIfInterrupted();
@@ -132,9 +123,8 @@ Answer Conversation::judge(Exchange exchange, const std::string& id) {
         reportLost(answer);
         return answer;
     }
-    if (!decode(answer)) {
+    if (!decode(answer))
         skipStrayLines(answer, id);
-    }
     if (!answer.response) {
         find(isResponse, Severity::error, answer, decodingProblem_, everythingFails);
         return answer;
@@ -143,9 +133,8 @@ Answer Conversation::judge(Exchange exchange, const std::string& id) {
         find(echoesID, Severity::error, answer, "the id is \"" + answer.response->id + "\", not \"" + id + "\"",
              everythingFails);
     }
-    if (!answer.response->ok) {
+    if (!answer.response->ok)
         judgeError(answer);
-    }
     return answer;
 }
 
@@ -168,9 +157,8 @@ void Conversation::judgeError(const Answer& answer) {
 }
 
 void Conversation::reportLost(const Answer& answer) {
-    if (attention_.interrupted()) {
+    if (attention_.interrupted())
         return; // it had less time than it may take
-    }
     const bool late = answer.exchange.outcome == Exchange::Outcome::timedOut;
     find(inTime, Severity::error, answer,
          late ? "no answer within " + std::to_string(limit_.count()) + " ms" + unfinished(answer.exchange.answer)
@@ -223,9 +211,8 @@ void Conversation::end() {
         return;
     }
     const std::string unasked = helper_->unaskedOutput(strayWait);
-    if (!unasked.empty()) {
+    if (!unasked.empty())
         report_.add(onlyAnswers, {Severity::error, "wrote without being asked: " + unasked, everythingFails, {}, {}});
-    }
     const bool ended = helper_->end(endLimit);
     throwIfInterrupted();
     report_.done(ends);

@@ -29,26 +29,23 @@ void HelperWords::run() {
                                   pollfd{stop_.fileHandleForReading().fileDescriptor(), POLLIN, 0}};
     bool more = true;
     while (more) {
-        if (::poll(sources.data(), sources.size(), -1) < 0) {
+        if (::poll(sources.data(), sources.size(), -1) < 0)
             continue;
-        }
         // Something that the helper has started may hold its standard error for ever.
         more = take() && sources[1].revents == 0;
     }
-    if (length_ > 0) {
+    if (length_ > 0)
         tell();
-    }
 }
 
 bool HelperWords::take() {
     std::array<char, 65536> bytes{};
     for (;;) {
         const auto count = ::read(words_.fileHandleForReading().fileDescriptor(), bytes.data(), bytes.size());
-        if (count > 0) {
+        if (count > 0)
             add({bytes.data(), static_cast<std::size_t>(count)});
-        } else if (count == 0 || errno != EINTR) {
+        else if (count == 0 || errno != EINTR)
             return count < 0;
-        }
     }
 }
 
@@ -58,9 +55,8 @@ void HelperWords::add(std::string_view bytes) {
         const auto piece = bytes.substr(0, end);
         line_ += piece.substr(0, longestShown + 1 - std::min(line_.size(), longestShown + 1));
         length_ += piece.size();
-        if (end == std::string_view::npos) {
+        if (end == std::string_view::npos)
             return;
-        }
         tell();
         bytes.remove_prefix(end + 1);
     }

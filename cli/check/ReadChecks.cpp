@@ -26,9 +26,8 @@ public:
 
     void run() {
         const auto handle = open();
-        if (!handle) {
+        if (!handle)
             return;
-        }
         const auto other = open();
         if (other && *other == *handle) {
             talk_.report().add(distinct, {Severity::error,
@@ -78,9 +77,8 @@ private:
             std::min(mostBytes, static_cast<std::size_t>(std::max<std::int64_t>(0, file_.size)) + surplus);
         const auto whole = readOn(talk_, handle, 0, piece, limit);
         const auto again = readOn(talk_, handle, 0, piece, limit);
-        if (!whole || !again || *whole != *again) {
+        if (!whole || !again || *whole != *again)
             return; // it changes while it is read: nothing can be compared
-        }
         checkSize(*whole);
         checkEnd(handle, static_cast<std::int64_t>(whole->size()));
         checkOffsets(handle, *whole);
@@ -149,17 +147,15 @@ void checkReading(Conversation& talk, const std::vector<SampleFile>& files) {
     constexpr std::array checks{opening, distinct, data, amount, wholeSize, pastTheEnd, offsets, released};
     for (const char* check : checks) {
         talk.report().begin(check);
-        if (files.empty()) {
+        if (files.empty())
             talk.report().skip(check, "no file to read was found");
-        }
     }
     for (const SampleFile& file : files) {
         if (talk.available()) {
             talk.begin("reading " + file.path);
             ReadExamination(talk, file).run();
-            for (const char* check : checks) {
+            for (const char* check : checks)
                 talk.report().done(check);
-            }
         }
     }
 }

@@ -12,9 +12,8 @@ std::size_t Check::count(Severity severity) const {
 Check& Report::find(const std::string& name) {
     const auto found =
         std::find_if(checks_.begin(), checks_.end(), [&](const Check& check) { return check.name == name; });
-    if (found != checks_.end()) {
+    if (found != checks_.end())
         return *found;
-    }
     checks_.push_back({name, {}, {}, false});
     return checks_.back();
 }
@@ -32,11 +31,10 @@ void Report::add(const std::string& check, Finding finding) {
     const auto alike = std::find_if(findings.begin(), findings.end(), [&](const Finding& known) {
         return known.consequence == finding.consequence && known.severity == finding.severity;
     });
-    if (alike != findings.end()) {
+    if (alike != findings.end())
         ++alike->more;
-    } else {
+    else
         findings.push_back(std::move(finding));
-    }
 }
 
 void Report::skip(const std::string& check, std::string reason) {
@@ -50,9 +48,8 @@ bool Report::failed(const std::string& check) const {
 
 std::size_t Report::count(Severity severity) const {
     std::size_t count = 0;
-    for (const Check& check : checks_) {
+    for (const Check& check : checks_)
         count += check.count(severity);
-    }
     return count;
 }
 

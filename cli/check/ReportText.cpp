@@ -7,12 +7,10 @@ namespace cli::check {
 namespace {
 
 std::string status(const Check& check) {
-    if (check.failed()) {
+    if (check.failed())
         return "FAIL";
-    }
-    if (!check.findings.empty()) {
+    if (!check.findings.empty())
         return "warn";
-    }
     return check.skipped || !check.examined ? "skip" : "ok";
 }
 
@@ -24,17 +22,15 @@ std::string whyNot(const Check& check) {
 std::string details(const Finding& finding, const std::string& indent) {
     std::string text;
     const auto line = [&](const char* label, const std::string& value) {
-        if (!value.empty()) {
+        if (!value.empty())
             text += indent + label + shownLine(value) + "\n";
-        }
     };
     line("request: ", finding.request);
     line("answer:  ", finding.answer);
     line("wrong:   ", finding.problem);
     line("so:      ", finding.consequence);
-    if (finding.more > 0) {
+    if (finding.more > 0)
         text += indent + "and " + std::to_string(finding.more) + " more like it\n";
-    }
     return text;
 }
 
@@ -58,9 +54,8 @@ std::string plainText(const Report& report) {
     for (const Check& check : report.checks()) {
         text += status(check) + std::string(6 - status(check).size(), ' ') + check.name;
         text += whyNot(check).empty() ? "\n" : " (" + whyNot(check) + ")\n";
-        for (const Finding& finding : check.findings) {
+        for (const Finding& finding : check.findings)
             text += details(finding, "        ");
-        }
     }
     return text + summary(report) + "\n";
 }
@@ -86,9 +81,8 @@ std::string jsonText(const Report& report) {
     for (const Check& check : report.checks()) {
         text += &check == &report.checks().front() ? "" : ",";
         text += "{\"name\":" + jsonString(check.name) + ",\"status\":" + jsonString(status(check)) + ",\"findings\":[";
-        for (const Finding& finding : check.findings) {
+        for (const Finding& finding : check.findings)
             text += (&finding == &check.findings.front() ? "" : ",") + findingJSON(finding);
-        }
         text += "]}";
     }
     return text + "]}\n";

@@ -48,9 +48,8 @@ void checkKeyOrder(Conversation& talk) {
 
 void checkLongLines(Conversation& talk) {
     for (const std::size_t size : {std::size_t{1} << 20, std::size_t{16} << 20}) {
-        if (!talk.available()) {
+        if (!talk.available())
             return;
-        }
         const Answer answer = talk.ask(pathRequest("getattr", "/" + std::string(size, 'x')));
         if (!answer.exchange.answered()) {
             talk.find(longLines, Severity::error, answer,
@@ -68,9 +67,8 @@ void checkRequests(Conversation& talk) {
     constexpr std::array checks{std::pair{missingNames, &checkMissingName},
                                 std::pair{unknownOperations, &checkUnknownOperation},
                                 std::pair{keyOrder, &checkKeyOrder}, std::pair{longLines, &checkLongLines}};
-    for (const auto& [name, check] : checks) {
+    for (const auto& [name, check] : checks)
         talk.report().begin(name);
-    }
     for (const auto& [name, check] : checks) {
         if (talk.available()) {
             talk.begin(name);

@@ -34,10 +34,8 @@ std::optional<kemvi::KemviFileStat> statIn(const kemvi::JSONValue& value) {
     const auto* object = value.asObject();
     const auto* size = object != nullptr ? object->find("size") : nullptr;
     // A number outside the range of the record would stop the process.
-    if (object == nullptr ||
-        (size != nullptr && size->asNumber() != nullptr && !(std::abs(*size->asNumber()) < 9e18))) {
+    if (object == nullptr || (size != nullptr && size->asNumber() != nullptr && !(std::abs(*size->asNumber()) < 9e18)))
         return std::nullopt;
-    }
     return kemvi::KemviFileStat(value);
 }
 
@@ -53,22 +51,19 @@ bool isPossibleName(const std::string& name) {
 std::optional<std::int64_t> handleIn(const Answer& answer) {
     const auto* object = answer.result() != nullptr ? answer.result()->asObject() : nullptr;
     const auto* handle = object != nullptr ? object->find("handle") : nullptr;
-    if (handle == nullptr || handle->asNumber() == nullptr || std::abs(*handle->asNumber()) > 9e15) {
+    if (handle == nullptr || handle->asNumber() == nullptr || std::abs(*handle->asNumber()) > 9e15)
         return std::nullopt;
-    }
     return static_cast<std::int64_t>(*handle->asNumber());
 }
 
 std::optional<std::string> bytesIn(const Answer& answer) {
-    if (!answer.ok() || !answer.response->dataBase64) {
+    if (!answer.ok() || !answer.response->dataBase64)
         return std::nullopt;
-    }
     const std::string_view text = answer.response->dataBase64->text;
     std::string bytes(foundation::base64::decodedLength(text).value_or(0), '\0');
     const auto count = foundation::base64::decode(text, std::as_writable_bytes(std::span(bytes)));
-    if (!count) {
+    if (!count)
         return std::nullopt;
-    }
     bytes.resize(*count);
     return bytes;
 }
@@ -85,12 +80,10 @@ std::optional<std::string> readOn(Conversation& talk, std::int64_t handle, std::
     std::string all;
     while (all.size() < limit) {
         const auto bytes = bytesIn(askRead(talk, handle, offset + static_cast<std::int64_t>(all.size()), piece));
-        if (!bytes) {
+        if (!bytes)
             return std::nullopt;
-        }
-        if (bytes->empty()) {
+        if (bytes->empty())
             break;
-        }
         all += *bytes;
     }
     return all;

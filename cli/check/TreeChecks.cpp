@@ -35,9 +35,8 @@ constexpr std::size_t measuredFrom = 1000; // entries; shorter listings say noth
 class TreeExamination {
 public:
     explicit TreeExamination(Conversation& talk) : talk_(talk) {
-        for (const char* check : {listings, statfs, paths, names, duplicates, types, times, sizes, agreement, speed}) {
+        for (const char* check : {listings, statfs, paths, names, duplicates, types, times, sizes, agreement, speed})
             talk.report().begin(check);
-        }
     }
 
     std::vector<SampleFile> run();
@@ -79,9 +78,8 @@ bool isSize(double number) {
 
 std::vector<SampleFile> TreeExamination::run() {
     checkStatfs();
-    if (!talk_.available()) {
+    if (!talk_.available())
         return {};
-    }
     checkRoot();
     for (std::size_t seen = 0; seen < mostFolders && !folders_.empty() && talk_.available(); ++seen) {
         const std::string folder = folders_.front();
@@ -96,9 +94,8 @@ void TreeExamination::checkStatfs() {
     kemvi::HelperRequest request;
     request.op = "statfs";
     const Answer answer = talk_.ask(request);
-    if (!answer.response) {
+    if (!answer.response)
         return;
-    }
     talk_.report().done(statfs);
     if (answer.result() == nullptr || answer.result()->asObject() == nullptr) {
         error(statfs, answer, "the result is no object", "sync and the end of a mount report an input/output error");
@@ -106,35 +103,31 @@ void TreeExamination::checkStatfs() {
     }
     for (const char* key : {"files", "directories", "bytes"}) {
         const auto* value = member(*answer.result(), key);
-        if (value == nullptr || value->asNumber() == nullptr) {
+        if (value == nullptr || value->asNumber() == nullptr)
             talk_.find(statfs, Severity::warning, answer, std::string(key) + " is no number", "it counts as 0");
-        } else if (!(std::abs(*value->asNumber()) < 9e18)) {
+        else if (!(std::abs(*value->asNumber()) < 9e18))
             error(statfs, answer, std::string(key) + " does not fit 64 bits", "the mount is stopped");
-        }
     }
 }
 
 void TreeExamination::checkRoot() {
     const Answer answer = talk_.ask(pathRequest("getattr", "/"));
     const auto* directory = answer.result() != nullptr ? member(*answer.result(), "isDirectory") : nullptr;
-    if (answer.code() == "ENOENT") {
+    if (answer.code() == "ENOENT")
         error(listings, answer, noRoot, nothingServed);
-    } else if (answer.response && !answer.ok()) {
+    else if (answer.response && !answer.ok())
         error(listings, answer, "the root \"/\" gives no attributes", "nothing on the mount can be reached");
-    } else if (answer.response && (directory == nullptr || directory->asBool() == nullptr || !*directory->asBool())) {
+    else if (answer.response && (directory == nullptr || directory->asBool() == nullptr || !*directory->asBool()))
         error(listings, answer, "\"/\" is no folder", "tools that ask for the root see no folder");
-    }
 }
 
 void TreeExamination::checkFolder(const std::string& path) {
     talk_.begin("the folder " + path);
     const Answer answer = talk_.ask(pathRequest("readdir", path));
-    if (!answer.response) {
+    if (!answer.response)
         return;
-    }
-    for (const char* check : {listings, paths, names, duplicates, types, times, sizes, agreement, speed}) {
+    for (const char* check : {listings, paths, names, duplicates, types, times, sizes, agreement, speed})
         talk_.report().done(check);
-    }
     const auto* entries = answer.result() != nullptr ? answer.result()->asArray() : nullptr;
     if (entries == nullptr) {
         reportUnlisted(path, answer);
@@ -160,12 +153,10 @@ void TreeExamination::checkFolder(const std::string& path) {
 
 void TreeExamination::reportUnlisted(const std::string& path, const Answer& answer) {
     const auto slash = path.rfind('/');
-    if (path == "/" && answer.code() == "ENOENT") {
+    if (path == "/" && answer.code() == "ENOENT")
         return error(listings, answer, noRoot, nothingServed);
-    }
-    if (answer.code() == "ENOENT" && !listedAgain(slash == 0 ? "/" : path.substr(0, slash), path)) {
+    if (answer.code() == "ENOENT" && !listedAgain(slash == 0 ? "/" : path.substr(0, slash), path))
         return; // removed meanwhile
-    }
     error(listings, answer,
           "\"" + path + "\": " + (answer.ok() ? "the result is no array" : "a folder that was listed cannot be listed"),
           "programs cannot look into the folder; those that walk the tree (find, cp -r, rsync) report an error");
@@ -178,23 +169,20 @@ void TreeExamination::checkEntry(const std::string& folder, const Value& entry, 
     }
     checkMembers(entry, answer);
     const auto decoded = statIn(entry);
-    if (!decoded || !checkName(decoded->name, answer)) {
+    if (!decoded || !checkName(decoded->name, answer))
         return;
-    }
     const kemvi::KemviFileStat& stat = *decoded;
     if (stat.path != childPath(folder, stat.name)) {
         error(paths, answer, "\"" + stat.path + "\" stands in the folder \"" + folder + "\" as \"" + stat.name + "\"",
               "a file's identity is computed from its path: this one shows under two numbers, or as another file");
         return;
     }
-    if (stat.isDirectory) {
+    if (stat.isDirectory)
         folders_.push_back(stat.path);
-    } else if (samples_.size() < mostSamples) {
+    else if (samples_.size() < mostSamples)
         samples_.push_back({stat.path, stat.size});
-    }
-    if (compared_++ < mostCompared && talk_.available()) {
+    if (compared_++ < mostCompared && talk_.available())
         compare(folder, stat);
-    }
 }
 
 void TreeExamination::checkMembers(const Value& stat, const Answer& answer) {
@@ -202,29 +190,25 @@ void TreeExamination::checkMembers(const Value& stat, const Answer& answer) {
     for (const char* key : {"path", "name"}) {
         const auto* value = member(stat, key);
         const bool derived = value == nullptr && std::string_view(key) == "name"; // taken from the path then
-        if (!derived && (value == nullptr || value->asString() == nullptr)) {
+        if (!derived && (value == nullptr || value->asString() == nullptr))
             error(types, answer, std::string(key) + " is no string", "the entry has no usable name");
-        }
     }
-    if (directory == nullptr || directory->asBool() == nullptr) {
+    if (directory == nullptr || directory->asBool() == nullptr)
         error(types, answer, "isDirectory is not true or false", "a folder shows as a file and cannot be entered");
-    }
-    if (const auto* size = member(stat, "size")) {
+    if (const auto* size = member(stat, "size"))
         checkSize(*size, answer);
-    } else if (directory == nullptr || directory->asBool() == nullptr || !*directory->asBool()) {
+    else if (directory == nullptr || directory->asBool() == nullptr || !*directory->asBool())
         error(types, answer, "size is missing", "the file shows as empty, and programs read nothing of it");
-    }
     checkTime(member(stat, "modifiedAt"), answer);
 }
 
 void TreeExamination::checkSize(const Value& size, const Answer& answer) {
-    if (size.asNumber() == nullptr) {
+    if (size.asNumber() == nullptr)
         error(types, answer, "size is no number", "the file shows as empty, and programs read nothing of it");
-    } else if (!(std::abs(*size.asNumber()) < 9e18)) {
+    else if (!(std::abs(*size.asNumber()) < 9e18))
         error(sizes, answer, "size does not fit 64 bits", "the mount is stopped");
-    } else if (!isSize(*size.asNumber())) {
+    else if (!isSize(*size.asNumber()))
         error(sizes, answer, "the size is " + size.description(), "the file shows with another size, cut off or empty");
-    }
 }
 
 void TreeExamination::checkTime(const Value* time, const Answer& answer) {
@@ -244,9 +228,8 @@ void TreeExamination::checkTime(const Value* time, const Answer& answer) {
 
 /// True for a name that can be followed.
 bool TreeExamination::checkName(const std::string& name, const Answer& answer) {
-    if (isPossibleName(name) && name.size() <= longestName) {
+    if (isPossibleName(name) && name.size() <= longestName)
         return true;
-    }
     error(names, answer,
           "\"" + name.substr(0, longestName) + "\" is empty, \".\", \"..\", too long, or has a slash or NUL",
           "the entry is left out of the listing");
@@ -259,17 +242,14 @@ void TreeExamination::compare(const std::string& folder, const kemvi::KemviFileS
     auto current = listed;
     for (int attempt = 0; attempt < 3; ++attempt) {
         const Answer answer = talk_.ask(pathRequest("getattr", listed.path));
-        if (!answer.response) {
+        if (!answer.response)
             return;
-        }
         const auto problem = difference(current, answer);
-        if (!problem) {
+        if (!problem)
             return;
-        }
         const auto again = listedAgain(folder, listed.path);
-        if (!again) {
+        if (!again)
             return; // removed meanwhile
-        }
         if (*again == current) {
             error(agreement, answer, *problem,
                   "what ls shows changes from call to call, and reads stop at a wrong place");
@@ -281,37 +261,31 @@ void TreeExamination::compare(const std::string& folder, const kemvi::KemviFileS
 
 std::optional<std::string> TreeExamination::difference(const kemvi::KemviFileStat& listed, const Answer& answer) const {
     const auto found = statIn(answer);
-    if (!found) {
+    if (!found)
         return "getattr gives no attributes for the listed \"" + listed.path + "\"";
-    }
     const kemvi::KemviFileStat& stat = *found;
     if (stat.path != listed.path || stat.name != listed.name) {
         return "getattr calls \"" + listed.path + "\" by the path \"" + stat.path + "\" and the name \"" + stat.name +
                "\"";
     }
-    if (stat.isDirectory != listed.isDirectory) {
+    if (stat.isDirectory != listed.isDirectory)
         return "\"" + listed.path + "\" is a folder here and a file there";
-    }
     if (!stat.isDirectory && stat.size != listed.size) {
         return "\"" + listed.path + "\" has " + std::to_string(listed.size) + " bytes in the listing and " +
                std::to_string(stat.size) + " by getattr";
     }
-    if (stat.modifiedAt != listed.modifiedAt) {
+    if (stat.modifiedAt != listed.modifiedAt)
         return "\"" + listed.path + "\" has another time in the listing than by getattr";
-    }
     return std::nullopt;
 }
 
 std::optional<kemvi::KemviFileStat> TreeExamination::listedAgain(const std::string& folder, const std::string& path) {
     const Answer answer = talk_.ask(pathRequest("readdir", folder));
-    if (answer.result() == nullptr || answer.result()->asArray() == nullptr) {
+    if (answer.result() == nullptr || answer.result()->asArray() == nullptr)
         return std::nullopt;
-    }
-    for (const Value& entry : *answer.result()->asArray()) {
-        if (auto stat = statIn(entry); stat && stat->path == path) {
+    for (const Value& entry : *answer.result()->asArray())
+        if (auto stat = statIn(entry); stat && stat->path == path)
             return stat;
-        }
-    }
     return std::nullopt;
 }
 
@@ -322,9 +296,8 @@ void checkFolder(Conversation& talk, const std::string& path) {
 }
 
 std::vector<SampleFile> checkTree(Conversation& talk) {
-    if (!talk.available()) {
+    if (!talk.available())
         return {};
-    }
     return TreeExamination(talk).run();
 }
 

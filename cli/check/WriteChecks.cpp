@@ -53,9 +53,8 @@ private:
 
     /// Notes an error under the check unless the answer is a success. True if it is.
     bool succeeds(const char* check, const Answer& answer, const char* consequence) {
-        if (answer.response && !answer.ok()) {
+        if (answer.response && !answer.ok())
             talk_.find(check, Severity::error, answer, "it was refused", consequence);
-        }
         return answer.ok();
     }
 
@@ -97,9 +96,8 @@ const std::vector<std::string> createFlags{"write", "create", "truncate"};
 const std::vector<std::string> keepFlags{"write", "create"};
 
 void WriteExamination::run() {
-    if (!makeScratch()) {
+    if (!makeScratch())
         return;
-    }
     using Examination = WriteExamination;
     const std::array<std::pair<const char*, void (Examination::*)()>, 9> examinations{{
         {folders, &Examination::checkFolders},
@@ -140,13 +138,11 @@ bool WriteExamination::makeFolder(const char* check, const std::string& name) {
 
 bool WriteExamination::makeScratch() {
     talk_.report().done(folders);
-    if (!claim(folders, scratch_.path(), Scratch::Kind::folder)) {
+    if (!claim(folders, scratch_.path(), Scratch::Kind::folder))
         return false;
-    }
     const Answer answer = talk_.ask(pathRequest("mkdir", scratch_.path()));
-    if (answer.code() == "EEXIST") {
+    if (answer.code() == "EEXIST")
         scratch_.forget(scratch_.path());
-    }
     return succeeds(folders, answer, "no folder can be made") && listsOnlyWhatIsThere();
 }
 
@@ -170,9 +166,8 @@ bool WriteExamination::listsOnlyWhatIsThere() {
 
 bool WriteExamination::write(const char* check, const std::string& name, const Flags& flags, std::int64_t offset,
                              std::string_view bytes) {
-    if (!claim(check, path(name), Scratch::Kind::file)) {
+    if (!claim(check, path(name), Scratch::Kind::file))
         return false;
-    }
     const auto handle = handleIn(talk_.ask(openRequest(path(name), flags)));
     if (!handle) {
         error(check, "\"" + name + "\" could not be opened for writing", "no file can be written");
@@ -193,9 +188,8 @@ bool WriteExamination::write(const char* check, const std::string& name, const F
 
 std::optional<std::string> WriteExamination::contents(const std::string& name) {
     const auto handle = handleIn(talk_.ask(openRequest(path(name), {"read"})));
-    if (!handle) {
+    if (!handle)
         return std::nullopt;
-    }
     auto bytes = readOn(talk_, *handle, 0, 1 << 20, std::size_t{32} << 20);
     talk_.ask(handleRequest("release", *handle));
     return bytes;
@@ -232,9 +226,8 @@ void WriteExamination::checkWriting() {
 }
 
 void WriteExamination::checkCreating() {
-    if (!write(creating, "kept", createFlags, 0, "precious")) {
+    if (!write(creating, "kept", createFlags, 0, "precious"))
         return;
-    }
     write(creating, "kept", keepFlags, 0, "");
     expect(creating, "kept", "precious", "opening a file for writing destroys it");
     write(creating, "kept", createFlags, 0, "");
@@ -243,9 +236,8 @@ void WriteExamination::checkCreating() {
 
 void WriteExamination::checkRenaming() {
     constexpr const char* consequence = "editors that save by renaming lose the file";
-    if (!write(renaming, "from", createFlags, 0, "new") || !write(renaming, "to", createFlags, 0, "the old one")) {
+    if (!write(renaming, "from", createFlags, 0, "new") || !write(renaming, "to", createFlags, 0, "the old one"))
         return;
-    }
     const Answer answer = talk_.ask(renameRequest(path("from"), path("to")));
     if (answer.code() == "EEXIST") {
         talk_.find(renaming, Severity::warning, answer, "rename over a file is refused",
@@ -254,38 +246,31 @@ void WriteExamination::checkRenaming() {
     }
     if (succeeds(renaming, answer, consequence)) {
         expect(renaming, "to", "new", consequence);
-        if (exists("from")) {
+        if (exists("from"))
             error(renaming, "the old name is still there", "moved files show twice");
-        }
     }
 }
 
 void WriteExamination::checkRemoving() {
     talk_.report().done(fullFolders);
-    if (!makeFolder(fullFolders, "full") || !write(fullFolders, "full/file", createFlags, 0, "precious")) {
+    if (!makeFolder(fullFolders, "full") || !write(fullFolders, "full/file", createFlags, 0, "precious"))
         return;
-    }
     const Answer answer = talk_.ask(pathRequest("unlink", path("full")));
     if (answer.ok() || !exists("full/file")) {
         talk_.find(fullFolders, Severity::error, answer, "the folder is gone with what was in it",
                    "removing a folder destroys what was just put into it");
         return;
     }
-    if (answer.response && answer.code() != "ENOTEMPTY") {
+    if (answer.response && answer.code() != "ENOTEMPTY")
         talk_.find(fullFolders, Severity::warning, answer, "the code is not ENOTEMPTY", "the message misleads");
-    }
-    for (const char* name : {"full/file", "full"}) {
-        if (succeeds(removing, talk_.ask(pathRequest("unlink", path(name))), "nothing can be removed") &&
-            exists(name)) {
+    for (const char* name : {"full/file", "full"})
+        if (succeeds(removing, talk_.ask(pathRequest("unlink", path(name))), "nothing can be removed") && exists(name))
             error(removing, std::string("\"") + name + "\" is still there", "removed files come back");
-        }
-    }
 }
 
 void WriteExamination::checkAttributes() {
-    if (!write(modes, "attributes", createFlags, 0, "x")) {
+    if (!write(modes, "attributes", createFlags, 0, "x"))
         return;
-    }
     auto chmod = pathRequest("chmod", path("attributes"));
     chmod.mode = 0600;
     succeeds(modes, talk_.ask(chmod), "cp -p, tar and rsync report errors");
@@ -303,23 +288,18 @@ void WriteExamination::checkAttributes() {
 }
 
 void WriteExamination::checkNames() {
-    if (!makeFolder(oddNames, "names")) {
+    if (!makeFolder(oddNames, "names"))
         return;
-    }
     std::set<std::string> wanted{"two words", "\"quoted\"", "back\\slash", "line\nbreak", "gr\xc3\xbc\xc3\x9f", "-x"};
-    for (const std::string& name : wanted) {
-        if (!write(oddNames, "names/" + name, createFlags, 0, "x")) {
+    for (const std::string& name : wanted)
+        if (!write(oddNames, "names/" + name, createFlags, 0, "x"))
             return;
-        }
-    }
     const Answer answer = talk_.ask(pathRequest("readdir", path("names")));
     std::set<std::string> found;
     if (answer.result() != nullptr && answer.result()->asArray() != nullptr) {
-        for (const auto& entry : *answer.result()->asArray()) {
-            if (const auto stat = statIn(entry)) {
+        for (const auto& entry : *answer.result()->asArray())
+            if (const auto stat = statIn(entry))
                 found.insert(stat->name);
-            }
-        }
     }
     if (found != wanted) {
         talk_.find(oddNames, Severity::error, answer, "the names listed are not those that were made",
@@ -330,26 +310,22 @@ void WriteExamination::checkNames() {
 void WriteExamination::checkLongWrites() {
     for (const std::size_t size : writeSizes) {
         std::string bytes(size, '\0');
-        for (std::size_t i = 0; i < size; ++i) {
+        for (std::size_t i = 0; i < size; ++i)
             bytes[i] = static_cast<char>(i * 131 >> 3);
-        }
-        if (!talk_.available() || !write(longWrites, "long", createFlags, 0, bytes)) {
+        if (!talk_.available() || !write(longWrites, "long", createFlags, 0, bytes))
             return;
-        }
         expect(longWrites, "long", bytes, "large files arrive damaged");
     }
 }
 
 void WriteExamination::checkManyEntries() {
-    if (!makeFolder(manyEntries, "many")) {
+    if (!makeFolder(manyEntries, "many"))
         return;
-    }
     for (int i = 0; i < manyFiles && talk_.available(); ++i) {
         talk_.begin("making 10,000 files, " + std::to_string(manyFiles - i) + " to go");
         const std::string file = path("many/" + std::to_string(i));
-        if (!claim(manyEntries, file, Scratch::Kind::file)) {
+        if (!claim(manyEntries, file, Scratch::Kind::file))
             return;
-        }
         const auto handle = handleIn(talk_.ask(openRequest(file, createFlags)));
         if (!handle) {
             error(manyEntries, "file " + std::to_string(i) + " could not be made", "large folders cannot be filled");
@@ -374,9 +350,8 @@ constexpr std::array allChecks{folders,      writing, creating, renaming,   full
 
 /// Why nothing may be written; nothing if the served tree is what it seems as far as was seen.
 std::optional<std::string> reasonNotToWrite(Conversation& talk, const std::string& directory) {
-    if (!talk.available()) {
+    if (!talk.available())
         return "there was no helper to ask";
-    }
     const Answer answer = talk.ask(pathRequest("getattr", directory));
     const auto stat = statIn(answer);
     if (!stat || !stat->isDirectory) {
@@ -386,11 +361,9 @@ std::optional<std::string> reasonNotToWrite(Conversation& talk, const std::strin
         return directory + " is no folder of the served tree";
     }
     checkFolder(talk, directory);
-    for (const char* check : name::neededToWrite) {
-        if (talk.report().failed(check)) {
+    for (const char* check : name::neededToWrite)
+        if (talk.report().failed(check))
             return std::string("nothing is written unless ") + check;
-        }
-    }
     return std::nullopt;
 }
 
@@ -409,13 +382,11 @@ void cleanUp(Conversation& talk, Scratch& scratch) {
 } // namespace
 
 void checkWriting(Conversation& talk, const std::string& directory) {
-    for (const char* check : allChecks) {
+    for (const char* check : allChecks)
         talk.report().begin(check);
-    }
     if (const auto reason = reasonNotToWrite(talk, directory)) {
-        for (const char* check : allChecks) {
+        for (const char* check : allChecks)
             talk.report().skip(check, *reason);
-        }
         return;
     }
     Scratch scratch(talk, childPath(directory, "kemvi-check-" + foundation::UUID::random().uuidString()));
@@ -428,9 +399,8 @@ void checkWriting(Conversation& talk, const std::string& directory) {
         failure = std::current_exception();
     }
     cleanUp(talk, scratch);
-    if (failure) {
+    if (failure)
         std::rethrow_exception(failure);
-    }
 }
 
 } // namespace cli::check

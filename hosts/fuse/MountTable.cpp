@@ -49,20 +49,17 @@ std::optional<unsigned> decimal(std::string_view text) {
     unsigned value = 0;
     const auto end = text.data() + text.size();
     const auto result = std::from_chars(text.data(), end, value);
-    if (result.ec != std::errc() || result.ptr != end) {
+    if (result.ec != std::errc() || result.ptr != end)
         return std::nullopt;
-    }
     return value;
 }
 
 /// What FUSE lists as the user who mounted, among the options of a file system.
 std::optional<unsigned> ownerAmong(std::string_view options) {
     constexpr std::string_view key = "user_id=";
-    for (const auto option : splitAt(options, ',')) {
-        if (option.starts_with(key)) {
+    for (const auto option : splitAt(options, ','))
+        if (option.starts_with(key))
             return decimal(option.substr(key.size()));
-        }
-    }
     return std::nullopt;
 }
 
@@ -70,18 +67,15 @@ std::optional<unsigned> ownerAmong(std::string_view options) {
 std::optional<MountEntry> parseLine(std::string_view line) {
     const auto fields = splitAt(line, ' ');
     const auto dash = std::find(fields.begin(), fields.end(), "-");
-    if (dash - fields.begin() < 6 || fields.end() - dash < 3) {
+    if (dash - fields.begin() < 6 || fields.end() - dash < 3)
         return std::nullopt;
-    }
     const auto device = splitAt(fields[2], ':');
-    if (device.size() != 2) {
+    if (device.size() != 2)
         return std::nullopt;
-    }
     const auto major = decimal(device[0]);
     const auto minor = decimal(device[1]);
-    if (!major || !minor) {
+    if (!major || !minor)
         return std::nullopt;
-    }
     return MountEntry{*major,
                       *minor,
                       withoutOctalEscapes(fields[4]),
@@ -94,11 +88,9 @@ std::optional<MountEntry> parseLine(std::string_view line) {
 
 std::vector<MountEntry> parseMountInfo(std::string_view text) {
     std::vector<MountEntry> table;
-    for (const auto line : splitAt(text, '\n')) {
-        if (auto entry = parseLine(line)) {
+    for (const auto line : splitAt(text, '\n'))
+        if (auto entry = parseLine(line))
             table.push_back(std::move(*entry));
-        }
-    }
     return table;
 }
 
@@ -128,9 +120,8 @@ bool isStale(const std::string& mountPoint) {
         struct statfs ignored {}; // what the kernel has in no cache
         answer->set_value(::statfs(mountPoint.c_str(), &ignored) == 0 ? 0 : errno);
     }).detach();
-    if (result.wait_for(staleProbeLimit) != std::future_status::ready) {
+    if (result.wait_for(staleProbeLimit) != std::future_status::ready)
         return false;
-    }
     const int error = result.get();
     return error == ENOTCONN || error == ECONNABORTED; // ended before, or while it was asked
 }
@@ -138,15 +129,12 @@ bool isStale(const std::string& mountPoint) {
 std::optional<std::string> reachablePath(const std::vector<MountEntry>& table, unsigned deviceMinor,
                                          const std::string& expected) {
     std::vector<std::string> paths;
-    for (const auto& entry : table) {
-        if (entry.isOurs() && entry.deviceMajor == 0 && entry.deviceMinor == deviceMinor) {
+    for (const auto& entry : table)
+        if (entry.isOurs() && entry.deviceMajor == 0 && entry.deviceMinor == deviceMinor)
             paths.push_back(entry.mountPoint);
-        }
-    }
     const bool asExpected = std::find(paths.begin(), paths.end(), expected) != paths.end();
-    if (!asExpected && paths.size() != 1) {
+    if (!asExpected && paths.size() != 1)
         return std::nullopt;
-    }
     const auto& path = asExpected ? expected : paths.front();
     return leadsToDevice(path, deviceMinor) ? std::optional(path) : std::nullopt;
 }

@@ -30,9 +30,8 @@ struct Outcome {
 /// Runs fusermount3 and gathers what it says, in English whatever the user's language.
 Outcome runFusermount(const char* how, const std::string& mountPoint) {
     std::array<int, 2> ends{};
-    if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0)
         return {-1, errnoText(errno)};
-    }
     posix_spawn_file_actions_t actions;
     ::posix_spawn_file_actions_init(&actions);
     ::posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
@@ -54,32 +53,26 @@ Outcome runFusermount(const char* how, const std::string& mountPoint) {
         outcome.messages = error == ENOENT ? "fusermount3 is not in PATH; install the package fuse3" : errnoText(error);
     } else {
         std::array<char, 512> bytes{};
-        for (ssize_t count = 0; (count = ::read(ends[0], bytes.data(), bytes.size())) > 0;) {
+        for (ssize_t count = 0; (count = ::read(ends[0], bytes.data(), bytes.size())) > 0;)
             outcome.messages.append(bytes.data(), static_cast<std::size_t>(count));
-        }
         int status = 0;
-        if (::waitpid(pid, &status, 0) == pid && WIFEXITED(status)) {
+        if (::waitpid(pid, &status, 0) == pid && WIFEXITED(status))
             outcome.status = WEXITSTATUS(status);
-        }
     }
     ::close(ends[0]);
-    while (!outcome.messages.empty() && outcome.messages.back() == '\n') {
+    while (!outcome.messages.empty() && outcome.messages.back() == '\n')
         outcome.messages.pop_back();
-    }
     return outcome;
 }
 
 std::optional<UnmountFailure> unmountBy(const std::string& mountPoint, int flags, const char* fusermountOption) {
-    if (::umount2(mountPoint.c_str(), flags | UMOUNT_NOFOLLOW) == 0) {
+    if (::umount2(mountPoint.c_str(), flags | UMOUNT_NOFOLLOW) == 0)
         return std::nullopt;
-    }
-    if (errno != EPERM) {
+    if (errno != EPERM)
         return UnmountFailure{errno == EBUSY, errnoText(errno)};
-    }
     const Outcome outcome = runFusermount(fusermountOption, mountPoint);
-    if (outcome.status == 0) {
+    if (outcome.status == 0)
         return std::nullopt;
-    }
     return UnmountFailure{outcome.messages.find(std::strerror(EBUSY)) != std::string::npos,
                           mountReason(outcome.messages)};
 }
@@ -96,9 +89,8 @@ std::optional<UnmountFailure> unmountLazily(const std::string& mountPoint) {
 
 void unmountStaleDevice(unsigned deviceMinor, const std::string& expected) {
     const auto path = reachablePath(readMountTable(), deviceMinor, expected);
-    if (path && isStale(*path)) {
+    if (path && isStale(*path))
         unmountLazily(*path);
-    }
 }
 
 } // namespace fusehost
