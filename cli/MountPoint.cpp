@@ -3,7 +3,7 @@
 #include "cli/CommandError.h"
 #include "cli/HostRecord.h"
 #include "cli/Paths.h"
-#include "hosts/fuse/MountTable.h"
+#include "hosts/fuse/mounting/MountTable.h"
 
 #include <cerrno>
 #include <fcntl.h>

@@ -11,7 +11,8 @@
 #include "foundation/PosixErrno.h"
 #include "helper/HelperClient.h"
 #include "hosts/fuse/FuseHost.h"
-#include "hosts/fuse/Quietly.h"
+#include "hosts/fuse/calls/Quietly.h"
+#include "hosts/fuse/mounting/MountError.h"
 
 #include <cerrno>
 #include <memory>

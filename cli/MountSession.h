@@ -2,7 +2,7 @@
 
 #include "cli/Background.h"
 #include "cli/ExitCode.h"
-#include "hosts/fuse/MountOptions.h"
+#include "hosts/fuse/mounting/MountOptions.h"
 
 #include <string>
 

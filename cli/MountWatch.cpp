@@ -3,7 +3,7 @@
 #include "cli/CommandError.h"
 #include "cli/Signals.h"
 #include "foundation/Log.h"
-#include "hosts/fuse/Unmounting.h"
+#include "hosts/fuse/mounting/Unmounting.h"
 
 #include <algorithm>
 #include <array>

@@ -2,7 +2,7 @@
 
 #include "cli/CommandError.h"
 #include "foundation/Log.h"
-#include "hosts/fuse/Quietly.h"
+#include "hosts/fuse/calls/Quietly.h"
 
 #include <array>
 #include <cerrno>

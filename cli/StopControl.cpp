@@ -2,7 +2,7 @@
 
 #include "cli/CommandError.h"
 #include "cli/Signals.h"
-#include "hosts/fuse/Quietly.h"
+#include "hosts/fuse/calls/Quietly.h"
 
 #include <algorithm>
 #include <array>

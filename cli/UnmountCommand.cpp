@@ -6,8 +6,8 @@
 #include "cli/ProcessTable.h"
 #include "foundation/Error.h"
 #include "foundation/FileContents.h"
-#include "hosts/fuse/MountTable.h"
-#include "hosts/fuse/Unmounting.h"
+#include "hosts/fuse/mounting/MountTable.h"
+#include "hosts/fuse/mounting/Unmounting.h"
 
 #include <algorithm>
 #include <csignal>

@@ -1,5 +1,5 @@
 // The table of nodes: time per operation and memory per node, for directories of 1,000 names each.
-#include "hosts/fuse/NodeTable.h"
+#include "hosts/fuse/tree/NodeTable.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,17 +1,17 @@
 #include "hosts/fuse/FuseHost.h"
 
 #include "foundation/Error.h"
-#include "hosts/fuse/Await.h"
-#include "hosts/fuse/Callers.h"
-#include "hosts/fuse/EventDescriptor.h"
-#include "hosts/fuse/FileTree.h"
-#include "hosts/fuse/KernelErrno.h"
-#include "hosts/fuse/KernelOperations.h"
-#include "hosts/fuse/KernelSession.h"
-#include "hosts/fuse/PageWriter.h"
-#include "hosts/fuse/Quietly.h"
-#include "hosts/fuse/SessionLoop.h"
-#include "hosts/fuse/VolumeCalls.h"
+#include "hosts/fuse/calls/Await.h"
+#include "hosts/fuse/kernel/Callers.h"
+#include "hosts/fuse/support/EventDescriptor.h"
+#include "hosts/fuse/tree/FileTree.h"
+
+#include "hosts/fuse/calls/Quietly.h"
+#include "hosts/fuse/calls/VolumeCalls.h"
+#include "hosts/fuse/kernel/KernelOperations.h"
+#include "hosts/fuse/kernel/KernelSession.h"
+#include "hosts/fuse/kernel/PageWriter.h"
+#include "hosts/fuse/kernel/SessionLoop.h"
 
 #include <mutex>
 #include <poll.h>

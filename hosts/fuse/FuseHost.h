@@ -1,22 +1,15 @@
 #pragma once
 
 #include "fskit/FSUnaryFileSystem.h"
-#include "hosts/fuse/FailureLog.h"
-#include "hosts/fuse/MountOptions.h"
+#include "hosts/fuse/calls/FailureLog.h"
+#include "hosts/fuse/mounting/MountOptions.h"
 
 #include <functional>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 
 namespace fusehost {
-
-/// The mount itself failed. The text says why and what to do.
-class MountError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
 
 /// Puts one volume of an fskit file system before the Linux kernel. Used in this order by one thread:
 /// load, mount, serve, shutdown. Only `requestStop` and `refuseRequests` may be called from elsewhere.

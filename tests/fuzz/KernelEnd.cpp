@@ -2,7 +2,7 @@
 
 #include "Fuzz.h"
 
-#include "hosts/fuse/LibFuse.h"
+#include "hosts/fuse/kernel/LibFuse.h"
 #include "unit/fusehost/PlayedKernel.h"
 
 #include <cerrno>

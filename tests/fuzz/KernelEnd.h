@@ -1,8 +1,8 @@
 #pragma once
 
-#include "hosts/fuse/KernelOperations.h"
-#include "hosts/fuse/KernelSession.h"
-#include "hosts/fuse/VolumeCalls.h"
+#include "hosts/fuse/calls/VolumeCalls.h"
+#include "hosts/fuse/kernel/KernelOperations.h"
+#include "hosts/fuse/kernel/KernelSession.h"
 #include "unit/fusehost/MemoryVolume.h"
 #include "unit/fusehost/ServedTree.h"
 

@@ -1,4 +1,4 @@
-#include "hosts/fuse/Callers.h"
+#include "hosts/fuse/kernel/Callers.h"
 
 #include <csignal>
 #include <cstdio>

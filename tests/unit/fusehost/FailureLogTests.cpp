@@ -1,6 +1,6 @@
 #include "foundation/Log.h"
 #include "foundation/PosixErrno.h"
-#include "hosts/fuse/FailureLog.h"
+#include "hosts/fuse/calls/FailureLog.h"
 #include "support/RecordingLog.h"
 
 #include <cerrno>

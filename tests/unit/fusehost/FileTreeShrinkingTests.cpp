@@ -1,6 +1,6 @@
 #include "FileTreeTest.h"
 
-#include "hosts/fuse/TemporaryFolder.h"
+#include "hosts/fuse/tree/TemporaryFolder.h"
 
 #include <algorithm>
 #include <cstdlib>

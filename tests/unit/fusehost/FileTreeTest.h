@@ -5,8 +5,8 @@
 
 #include "foundation/Error.h"
 #include "foundation/PosixErrno.h"
-#include "hosts/fuse/FileTree.h"
-#include "hosts/fuse/KernelErrno.h"
+#include "hosts/fuse/calls/KernelError.h"
+#include "hosts/fuse/tree/FileTree.h"
 #include "support/RecordingLog.h"
 
 #include <cerrno>

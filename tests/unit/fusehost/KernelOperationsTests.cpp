@@ -1,6 +1,6 @@
 #include "SessionTest.h"
 
-#include "hosts/fuse/LibFuse.h"
+#include "hosts/fuse/kernel/LibFuse.h"
 
 #include <chrono>
 #include <linux/fuse.h>

@@ -1,4 +1,4 @@
-#include "hosts/fuse/MountOptions.h"
+#include "hosts/fuse/mounting/MountOptions.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

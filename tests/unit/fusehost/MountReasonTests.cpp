@@ -1,4 +1,4 @@
-#include "hosts/fuse/MountReason.h"
+#include "hosts/fuse/mounting/MountReason.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-#include "hosts/fuse/MountTable.h"
+#include "hosts/fuse/mounting/MountTable.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-#include "hosts/fuse/NodeTable.h"
+#include "hosts/fuse/tree/NodeTable.h"
 
 #include <gtest/gtest.h>
 

@@ -3,11 +3,11 @@
 #include "FileTreeTest.h"
 #include "PlayedKernel.h"
 
-#include "hosts/fuse/Callers.h"
-#include "hosts/fuse/EventDescriptor.h"
-#include "hosts/fuse/KernelOperations.h"
-#include "hosts/fuse/KernelSession.h"
-#include "hosts/fuse/SessionLoop.h"
+#include "hosts/fuse/kernel/Callers.h"
+#include "hosts/fuse/kernel/KernelOperations.h"
+#include "hosts/fuse/kernel/KernelSession.h"
+#include "hosts/fuse/kernel/SessionLoop.h"
+#include "hosts/fuse/support/EventDescriptor.h"
 
 #include <condition_variable>
 #include <map>

@@ -1,8 +1,9 @@
 #include "foundation/PosixErrno.h"
-#include "hosts/fuse/AttributeMap.h"
-#include "hosts/fuse/ByteSpool.h"
-#include "hosts/fuse/KernelErrno.h"
-#include "hosts/fuse/KernelRequest.h"
+#include "hosts/fuse/calls/KernelErrno.h"
+#include "hosts/fuse/calls/KernelError.h"
+#include "hosts/fuse/kernel/KernelRequest.h"
+#include "hosts/fuse/tree/AttributeMap.h"
+#include "hosts/fuse/tree/ByteSpool.h"
 
 #include <cerrno>
 #include <cstdlib>

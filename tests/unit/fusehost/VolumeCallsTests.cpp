@@ -1,9 +1,9 @@
 #include "FileTreeTest.h"
 
 #include "foundation/Error.h"
-#include "hosts/fuse/DirectorySnapshot.h"
-#include "hosts/fuse/FuseHost.h"
-#include "hosts/fuse/KernelAnswer.h"
+#include "hosts/fuse/kernel/KernelAnswer.h"
+#include "hosts/fuse/mounting/MountError.h"
+#include "hosts/fuse/tree/DirectorySnapshot.h"
 
 namespace fusehosttests {
 namespace {

@@ -1,0 +1,102 @@
+#pragma once
+
+#include "fskit/FSUnaryFileSystem.h"
+#include "fskit/FSVolume.h"
+#include "hosts/fuse/calls/FailureLog.h"
+#include "hosts/fuse/calls/OpenItems.h"
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <tuple>
+
+namespace fusehost {
+
+/// An item with the attributes that belong to it and its name as the volume stores it.
+struct FoundItem {
+    fskit::FSItemPtr item;
+    std::string name;
+    fskit::FSItemAttributes attributes;
+};
+
+/// The operations of one volume as plain calls: each waits for the volume's reply and returns its value, or throws
+/// KernelError, which knows what is to be logged of it. Safe on any thread, as the volume's operations are.
+///
+/// Of items that share an identifier, one at a time is open in the volume: an operation that would open another, or
+/// close it unasked, has the first give way.
+class VolumeCalls {
+public:
+    /// Throws MountError if the volume lacks an operation family that a host needs.
+    explicit VolumeCalls(std::shared_ptr<fskit::FSVolume> volume, StateExplanation explain = {});
+
+    /// Called with an open item that is to give way to another one: whoever uses it ends what is under way and closes
+    /// it. Not called for operations on items that are open already. To be set while no operation is under way; empty,
+    /// the item is just closed.
+    std::function<void(const fskit::FSItemPtr& item)> onGiveWay;
+
+    /// Mounts and activates. Returns the root item.
+    fskit::FSItemPtr activate();
+    /// Unmounts and deactivates; blocks until the volume has let go of everything.
+    void end();
+
+    /// ENOENT if there is no such name.
+    FoundItem lookup(const fskit::FSItemPtr& directory, const std::string& name);
+    fskit::FSItemAttributes getAttributes(const fskit::FSItemPtr& item);
+    /// The attributes after the change.
+    fskit::FSItemAttributes setAttributes(const fskit::FSItemPtr& item, fskit::FSItemSetAttributesRequest& request);
+    void enumerate(const fskit::FSItemPtr& directory, fskit::FSDirectoryEntryPacker& packer);
+
+    FoundItem create(const fskit::FSItemPtr& directory, const std::string& name, fskit::FSItemType type);
+    void remove(const fskit::FSItemPtr& item, const fskit::FSItemPtr& directory, const std::string& name);
+    void rename(const fskit::FSItemPtr& item, const fskit::FSItemPtr& from, const std::string& oldName,
+                const fskit::FSItemPtr& to, const std::string& newName);
+    FoundItem createSymbolicLink(const fskit::FSItemPtr& directory, const std::string& name,
+                                 const std::string& contents);
+    void createLink(const fskit::FSItemPtr& item, const fskit::FSItemPtr& directory, const std::string& name);
+    std::string readSymbolicLink(const fskit::FSItemPtr& item);
+    void reclaim(const fskit::FSItemPtr& item);
+
+    void open(const fskit::FSItemPtr& item, fskit::FSVolumeOpenModes modes);
+    /// Closes every mode but `keeping`, all of them also when one fails. Throws the first failure. Nothing to do for an
+    /// item that has given way.
+    void close(const fskit::FSItemPtr& item, fskit::FSVolumeOpenModes keeping);
+    /// Bytes read, at most the size of `into`; 0 at the end of the file.
+    std::size_t read(const fskit::FSItemPtr& item, std::int64_t offset, std::span<std::byte> into);
+    std::size_t write(const fskit::FSItemPtr& item, std::int64_t offset, std::span<const std::byte> contents);
+    void synchronize();
+
+    /// Items that were opened, read or written and not closed since.
+    std::size_t openItems() const { return openItems_.size(); }
+
+    fskit::FSStatFSResult statistics() const { return operations_->volumeStatistics(); }
+
+    /// Bytes; the volume's limit for one name.
+    std::size_t maximumNameLength() const { return maximumNameLength_; }
+
+private:
+    void check(const std::optional<foundation::NSError>& error);
+    /// For the exception being handled, which no volume should throw.
+    [[noreturn]] void failUnexpectedly();
+    /// Starts one operation and waits for the values of its reply. Whatever it throws is a KernelError.
+    template <typename... Args, typename Start>
+    std::tuple<Args...> ask(Start&& start);
+    fskit::FSItemAttributes attributesOf(const fskit::FSItemPtr& item);
+    /// Before the volume opens something for the item.
+    void beforeOpening(const fskit::FSItemPtr& item);
+    /// Before the volume closes by itself what is open under the item's identifier.
+    void beforeClosing(const fskit::FSItem& item);
+    void haveGiveWay(const fskit::FSItemPtr& item);
+
+    std::shared_ptr<fskit::FSVolume> volume_;
+    fskit::FSVolumeOperations* operations_;
+    fskit::FSVolumeOpenCloseOperations* openClose_;
+    fskit::FSVolumeReadWriteOperations* readWrite_;
+    std::size_t maximumNameLength_;
+    OpenItems openItems_;
+    const std::shared_ptr<FailureLog> failures_;
+};
+
+} // namespace fusehost

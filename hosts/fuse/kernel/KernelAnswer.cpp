@@ -1,0 +1,24 @@
+#include "hosts/fuse/kernel/KernelAnswer.h"
+
+#include "hosts/fuse/calls/KernelError.h"
+
+#include <cerrno>
+#include <new>
+
+namespace fusehost {
+
+int errnoOfFailure() noexcept {
+    try {
+        throw;
+    } catch (const KernelError& failure) {
+        failure.tell();
+        return failure.number();
+    } catch (const std::bad_alloc&) {
+        return ENOMEM;
+    } catch (...) {
+        logFailure("an operation that is answered with EIO");
+        return EIO;
+    }
+}
+
+} // namespace fusehost

@@ -1,0 +1,25 @@
+#pragma once
+
+#include "hosts/fuse/calls/Quietly.h"
+#include "hosts/fuse/kernel/LibFuse.h"
+
+#include <utility>
+
+namespace fusehost {
+
+/// The errno value for the exception being handled; called in a catch block. A fault that the value alone would hide
+/// gets a log line.
+int errnoOfFailure() noexcept;
+
+/// Runs one operation, which replies as the last thing that can fail; a failure before that becomes the reply here. A
+/// request has exactly one reply: what is left to do after it belongs into `quietly`.
+template <typename Operation>
+void answer(fuse_req_t request, Operation&& operation) noexcept {
+    try {
+        std::forward<Operation>(operation)();
+    } catch (...) {
+        fuse_reply_err(request, errnoOfFailure());
+    }
+}
+
+} // namespace fusehost

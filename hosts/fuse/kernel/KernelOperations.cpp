@@ -1,0 +1,434 @@
+#include "hosts/fuse/kernel/KernelOperations.h"
+
+#include "hosts/fuse/calls/KernelError.h"
+#include "hosts/fuse/kernel/KernelAnswer.h"
+#include "hosts/fuse/kernel/LibFuse.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace fusehost {
+namespace {
+
+KernelContext& contextOf(fuse_req_t request) {
+    return *static_cast<KernelContext*>(fuse_req_userdata(request));
+}
+
+FileTree& treeOf(fuse_req_t request) {
+    return contextOf(request).tree;
+}
+
+fuse_entry_param entryParam(const KernelContext& context, const TreeEntry& entry) {
+    fuse_entry_param param{};
+    param.ino = entry.node;
+    param.attr = entry.attributes;
+    param.attr_timeout = context.options.attrTimeout;
+    param.entry_timeout = context.options.entryTimeout;
+    return param;
+}
+
+void forget(FileTree& tree, NodeID node, std::uint64_t lookups) noexcept {
+    quietly("forgetting a node", [&] { tree.forget(node, lookups); });
+}
+
+void release(FileTree& tree, FileHandle file) noexcept {
+    quietly("closing a file whose opener is gone", [&] { tree.release(file); });
+}
+
+/// The nodes handed out with a reply: taken back unless the kernel got it.
+class HandedOut {
+public:
+    explicit HandedOut(FileTree& tree) : tree_(tree) {}
+
+    ~HandedOut() {
+        for (const NodeID node : nodes_)
+            forget(tree_, node, 1);
+    }
+
+    HandedOut(const HandedOut&) = delete;
+    HandedOut& operator=(const HandedOut&) = delete;
+
+    /// To be called before a node is handed out: adding it then cannot fail.
+    void makeRoom() {
+        if (nodes_.size() == nodes_.capacity())
+            nodes_.reserve(2 * nodes_.size() + 16);
+    }
+
+    void add(NodeID node) { nodes_.push_back(node); }
+
+    void keep() { nodes_.clear(); }
+
+private:
+    FileTree& tree_;
+    std::vector<NodeID> nodes_;
+};
+
+void replyEntry(fuse_req_t request, const TreeEntry& entry) {
+    KernelContext& context = contextOf(request);
+    const fuse_entry_param param = entryParam(context, entry);
+    if (fuse_reply_entry(request, &param) != 0)
+        forget(context.tree, entry.node, 1);
+}
+
+void replyAttributes(fuse_req_t request, const struct stat& attributes) {
+    fuse_reply_attr(request, &attributes, contextOf(request).options.attrTimeout);
+}
+
+void setOpenFlags(fuse_file_info& file) {
+    // Pages stay cached across opens: the kernel drops them itself when it sees another size or modification time.
+    file.keep_cache = 1;
+    // Closing a descriptor that never wrote needs no flush.
+    file.noflush = (file.flags & O_ACCMODE) == O_RDONLY;
+}
+
+constexpr unsigned writesPerOperation = 4;
+constexpr unsigned largestWrite = 1024 * 1024; // what kernels accept
+
+void opInit(void* userdata, fuse_conn_info* connection) {
+    const KernelContext& context = *static_cast<KernelContext*>(userdata);
+    const auto want = [&](unsigned capability, bool wanted) {
+        if (wanted)
+            connection->want |= connection->capable & capability;
+        else
+            connection->want &= ~capability;
+    };
+    want(FUSE_CAP_WRITEBACK_CACHE, context.options.writeback);
+    want(FUSE_CAP_READDIRPLUS | FUSE_CAP_READDIRPLUS_AUTO, true);
+    want(FUSE_CAP_AUTO_INVAL_DATA | FUSE_CAP_ATOMIC_O_TRUNC, true);
+    // Taking the bits that let a program run as its owner from a file that is changed is the helper's affair; it cannot
+    // be promised for every helper. They are never shown, so the kernel has none to take away either.
+    want(FUSE_CAP_HANDLE_KILLPRIV, false);
+    // Splicing does not pay where every byte is encoded anyway.
+    want(FUSE_CAP_SPLICE_READ | FUSE_CAP_SPLICE_WRITE | FUSE_CAP_SPLICE_MOVE, false);
+    connection->max_read = context.options.requestSize;
+    // One hand-over from the kernel for several requests to the helper: each costs two changes of process.
+    connection->max_write = std::min(context.options.requestSize * writesPerOperation, largestWrite);
+    connection->time_gran = 1000000; // helpers know milliseconds
+}
+
+void opLookup(fuse_req_t request, fuse_ino_t parent, const char* name) {
+    KernelContext& context = contextOf(request);
+    answer(request, [&] {
+        try {
+            replyEntry(request, context.tree.lookup(parent, name));
+        } catch (const KernelError& error) {
+            if (error.number() != ENOENT || context.options.negativeTimeout <= 0)
+                throw;
+            fuse_entry_param absent{};
+            absent.entry_timeout = context.options.negativeTimeout;
+            fuse_reply_entry(request, &absent);
+        }
+    });
+}
+
+void opForget(fuse_req_t request, fuse_ino_t node, std::uint64_t lookups) {
+    forget(treeOf(request), node, lookups);
+    fuse_reply_none(request);
+}
+
+void opForgetMulti(fuse_req_t request, std::size_t count, fuse_forget_data* forgets) {
+    for (std::size_t i = 0; i < count; ++i)
+        forget(treeOf(request), forgets[i].ino, forgets[i].nlookup);
+    fuse_reply_none(request);
+}
+
+void opGetattr(fuse_req_t request, fuse_ino_t node, fuse_file_info*) {
+    answer(request, [&] { replyAttributes(request, treeOf(request).getAttributes(node)); });
+}
+
+timespec currentTime() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return now;
+}
+
+void opSetattr(fuse_req_t request, fuse_ino_t node, struct stat* attributes, int valid, fuse_file_info*) {
+    AttributeChange change;
+    if ((valid & FUSE_SET_ATTR_SIZE) != 0)
+        change.size = static_cast<std::uint64_t>(attributes->st_size);
+    if ((valid & FUSE_SET_ATTR_MODE) != 0)
+        change.mode = attributes->st_mode & 0777;
+    if ((valid & FUSE_SET_ATTR_UID) != 0)
+        change.uid = attributes->st_uid;
+    if ((valid & FUSE_SET_ATTR_GID) != 0)
+        change.gid = attributes->st_gid;
+    if ((valid & FUSE_SET_ATTR_MTIME_NOW) != 0)
+        change.modifyTime = currentTime();
+    else if ((valid & FUSE_SET_ATTR_MTIME) != 0)
+        change.modifyTime = attributes->st_mtim;
+    answer(request, [&] { replyAttributes(request, treeOf(request).setAttributes(node, change)); });
+}
+
+void opReadlink(fuse_req_t request, fuse_ino_t node) {
+    answer(request, [&] { fuse_reply_readlink(request, treeOf(request).readSymbolicLink(node).c_str()); });
+}
+
+void opMknod(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mode, dev_t) {
+    answer(request, [&] { replyEntry(request, treeOf(request).makeNode(parent, name, mode)); });
+}
+
+void opMkdir(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mode) {
+    answer(request, [&] { replyEntry(request, treeOf(request).makeDirectory(parent, name, mode)); });
+}
+
+void opSymlink(fuse_req_t request, const char* contents, fuse_ino_t parent, const char* name) {
+    answer(request, [&] { replyEntry(request, treeOf(request).makeSymbolicLink(parent, name, contents)); });
+}
+
+void opLink(fuse_req_t request, fuse_ino_t node, fuse_ino_t parent, const char* name) {
+    answer(request, [&] { replyEntry(request, treeOf(request).makeLink(node, parent, name)); });
+}
+
+void opUnlink(fuse_req_t request, fuse_ino_t parent, const char* name) {
+    answer(request, [&] {
+        treeOf(request).removeFile(parent, name);
+        fuse_reply_err(request, 0);
+    });
+}
+
+void opRmdir(fuse_req_t request, fuse_ino_t parent, const char* name) {
+    answer(request, [&] {
+        treeOf(request).removeDirectory(parent, name);
+        fuse_reply_err(request, 0);
+    });
+}
+
+void opRename(fuse_req_t request, fuse_ino_t parent, const char* name, fuse_ino_t newParent, const char* newName,
+              unsigned flags) {
+    answer(request, [&] {
+        treeOf(request).rename(parent, name, newParent, newName, flags);
+        fuse_reply_err(request, 0);
+    });
+}
+
+void opCreate(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mode, fuse_file_info* file) {
+    KernelContext& context = contextOf(request);
+    answer(request, [&] {
+        const auto [entry, handle] = context.tree.create(parent, name, file->flags, mode);
+        file->fh = handle;
+        setOpenFlags(*file);
+        const fuse_entry_param param = entryParam(context, entry);
+        if (fuse_reply_create(request, &param, file) != 0) {
+            release(context.tree, handle);
+            forget(context.tree, entry.node, 1);
+        }
+    });
+}
+
+void opOpen(fuse_req_t request, fuse_ino_t node, fuse_file_info* file) {
+    answer(request, [&] {
+        FileTree& tree = treeOf(request);
+        file->fh = tree.open(node, file->flags);
+        setOpenFlags(*file);
+        const FileHandle handle = file->fh;
+        if (fuse_reply_open(request, file) != 0)
+            release(tree, handle);
+    });
+}
+
+void opRead(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offset, fuse_file_info* file) {
+    KernelContext& context = contextOf(request);
+    answer(request, [&] {
+        if (context.buffer.size() < size)
+            context.buffer.resize(size);
+        const std::size_t count = context.tree.read(file->fh, offset, std::span(context.buffer).first(size));
+        fuse_reply_buf(request, reinterpret_cast<const char*>(context.buffer.data()), count);
+    });
+}
+
+void opWrite(fuse_req_t request, fuse_ino_t, const char* bytes, std::size_t size, off_t offset, fuse_file_info* file) {
+    answer(request, [&] {
+        const std::span<const std::byte> contents(reinterpret_cast<const std::byte*>(bytes), size);
+        FileTree& tree = treeOf(request);
+        if (file->writepage) {
+            // Of a short count the kernel would tell nobody.
+            tree.writePages(file->fh, offset, contents);
+            fuse_reply_write(request, size);
+        } else {
+            fuse_reply_write(request, tree.write(file->fh, offset, contents));
+        }
+    });
+}
+
+void opFlush(fuse_req_t request, fuse_ino_t, fuse_file_info* file) {
+    answer(request, [&] {
+        treeOf(request).flush(file->fh);
+        fuse_reply_err(request, 0);
+    });
+}
+
+void opFsync(fuse_req_t request, fuse_ino_t, int, fuse_file_info* file) {
+    answer(request, [&] {
+        treeOf(request).synchronize(file->fh);
+        fuse_reply_err(request, 0);
+    });
+}
+
+void opRelease(fuse_req_t request, fuse_ino_t, fuse_file_info* file) {
+    answer(request, [&] {
+        treeOf(request).release(file->fh);
+        fuse_reply_err(request, 0);
+    });
+}
+
+void opOpendir(fuse_req_t request, fuse_ino_t node, fuse_file_info* file) {
+    answer(request, [&] {
+        FileTree& tree = treeOf(request);
+        const DirectoryHandle handle = tree.openDirectory(node);
+        file->fh = handle;
+        if (fuse_reply_open(request, file) != 0)
+            quietly("closing a directory whose opener is gone", [&] { tree.releaseDirectory(handle); });
+    });
+}
+
+void opReleasedir(fuse_req_t request, fuse_ino_t, fuse_file_info* file) {
+    answer(request, [&] {
+        treeOf(request).releaseDirectory(file->fh);
+        fuse_reply_err(request, 0);
+    });
+}
+
+// There is nothing to write out for a directory: every change of names is carried out when it is asked for.
+void opFsyncdir(fuse_req_t request, fuse_ino_t, int, fuse_file_info*) {
+    fuse_reply_err(request, 0);
+}
+
+char* listingBuffer(KernelContext& context, std::size_t size) {
+    if (context.buffer.size() < size)
+        context.buffer.resize(size);
+    return reinterpret_cast<char*>(context.buffer.data());
+}
+
+struct stat listedStat(const ListedEntry& entry) {
+    struct stat shown {};
+
+    shown.st_ino = static_cast<ino_t>(entry.id);
+    shown.st_mode = typeBits(entry.type);
+    return shown;
+}
+
+void opReaddir(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offset, fuse_file_info* file) {
+    KernelContext& context = contextOf(request);
+    answer(request, [&] {
+        if (offset == 0)
+            context.tree.startListing(file->fh);
+        char* const buffer = listingBuffer(context, size);
+        std::size_t used = 0;
+        const std::size_t count = context.tree.listedCount(file->fh);
+        for (auto index = static_cast<std::size_t>(offset); index < count; ++index) {
+            const ListedEntry* entry = context.tree.listedEntry(file->fh, index);
+            if (entry == nullptr)
+                continue;
+            const struct stat shown = listedStat(*entry);
+            const std::size_t needed = fuse_add_direntry(request, buffer + used, size - used, entry->name.c_str(),
+                                                         &shown, static_cast<off_t>(index + 1));
+            if (needed > size - used)
+                break;
+            used += needed;
+        }
+        fuse_reply_buf(request, buffer, used);
+    });
+}
+
+fuse_entry_param listedParam(KernelContext& context, DirectoryHandle directory, const ListedEntry& entry) {
+    const std::optional<TreeEntry> node = context.tree.listedNode(directory, entry);
+    fuse_entry_param param{};
+    if (node) {
+        param = entryParam(context, *node);
+        param.attr_timeout = context.tree.remainingTrust(directory, context.options.attrTimeout);
+        param.entry_timeout = context.tree.remainingTrust(directory, context.options.entryTimeout);
+    } else {
+        param.attr = listedStat(entry); // a name alone; the kernel looks it up when it needs more
+    }
+    return param;
+}
+
+void opReaddirplus(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offset, fuse_file_info* file) {
+    KernelContext& context = contextOf(request);
+    answer(request, [&] {
+        if (offset == 0)
+            context.tree.startListing(file->fh);
+        char* const buffer = listingBuffer(context, size);
+        HandedOut handedOut(context.tree);
+        std::size_t used = 0;
+        const std::size_t count = context.tree.listedCount(file->fh);
+        for (auto index = static_cast<std::size_t>(offset); index < count; ++index) {
+            const ListedEntry* entry = context.tree.listedEntry(file->fh, index);
+            if (entry == nullptr)
+                continue;
+            // Asked for its size first: a node must not be handed out in an entry that then does not fit.
+            const std::size_t needed = fuse_add_direntry_plus(request, nullptr, 0, entry->name.c_str(), nullptr, 0);
+            if (needed > size - used)
+                break;
+            handedOut.makeRoom();
+            const fuse_entry_param param = listedParam(context, file->fh, *entry);
+            fuse_add_direntry_plus(request, buffer + used, size - used, entry->name.c_str(), &param,
+                                   static_cast<off_t>(index + 1));
+            if (param.ino != 0)
+                handedOut.add(param.ino);
+            used += needed;
+        }
+        if (fuse_reply_buf(request, buffer, used) == 0)
+            handedOut.keep();
+    });
+}
+
+void opStatfs(fuse_req_t request, fuse_ino_t) {
+    answer(request, [&] {
+        const FileTree& tree = treeOf(request);
+        const fskit::FSStatFSResult figures = tree.statistics();
+        struct statvfs shown {};
+        shown.f_bsize = static_cast<unsigned long>(figures.ioSize);
+        shown.f_frsize = static_cast<unsigned long>(figures.blockSize);
+        shown.f_blocks = figures.totalBlocks;
+        shown.f_bfree = figures.freeBlocks;
+        shown.f_bavail = figures.availableBlocks;
+        shown.f_files = figures.totalFiles;
+        shown.f_ffree = figures.freeFiles;
+        shown.f_favail = figures.freeFiles;
+        shown.f_namemax = tree.maximumNameLength();
+        fuse_reply_statfs(request, &shown);
+    });
+}
+
+fuse_lowlevel_ops makeOperations() {
+    fuse_lowlevel_ops operations{};
+    operations.init = opInit;
+    operations.lookup = opLookup;
+    operations.forget = opForget;
+    operations.forget_multi = opForgetMulti;
+    operations.getattr = opGetattr;
+    operations.setattr = opSetattr;
+    operations.readlink = opReadlink;
+    operations.mknod = opMknod;
+    operations.mkdir = opMkdir;
+    operations.symlink = opSymlink;
+    operations.link = opLink;
+    operations.unlink = opUnlink;
+    operations.rmdir = opRmdir;
+    operations.rename = opRename;
+    operations.create = opCreate;
+    operations.open = opOpen;
+    operations.read = opRead;
+    operations.write = opWrite;
+    operations.flush = opFlush;
+    operations.fsync = opFsync;
+    operations.release = opRelease;
+    operations.opendir = opOpendir;
+    operations.readdir = opReaddir;
+    operations.readdirplus = opReaddirplus;
+    operations.releasedir = opReleasedir;
+    operations.fsyncdir = opFsyncdir;
+    operations.statfs = opStatfs;
+    return operations;
+}
+
+} // namespace
+
+const fuse_lowlevel_ops& kernelOperations() {
+    static const fuse_lowlevel_ops operations = makeOperations();
+    return operations;
+}
+
+} // namespace fusehost
