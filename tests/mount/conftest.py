@@ -10,7 +10,7 @@ from pathlib import Path
 import pytest
 
 from harness import system
-from harness.volume import PlainVolume, Program, Volume, clearWorkspace
+from harness.volume import PlainVolume, Program, Volume, clear_workspace
 
 DEFAULT_LIMIT = 60
 
@@ -25,15 +25,15 @@ def pytest_addoption(parser):
 
 def pytest_configure(config):
     config.addinivalue_line("markers", "limit(seconds): how long the test may take")
-    config.addinivalue_line("markers", "rootOnly: needs root")
-    config.addinivalue_line("markers", "userOnly: is about an ordinary user")
+    config.addinivalue_line("markers", "root_only: needs root")
+    config.addinivalue_line("markers", "user_only: is about an ordinary user")
 
 
 def pytest_collection_modifyitems(items):
     for item in items:
-        if item.get_closest_marker("rootOnly") and os.getuid() != 0:
+        if item.get_closest_marker("root_only") and os.getuid() != 0:
             item.add_marker(pytest.mark.skip(reason="needs root"))
-        if item.get_closest_marker("userOnly") and os.getuid() == 0:
+        if item.get_closest_marker("user_only") and os.getuid() == 0:
             item.add_marker(pytest.mark.skip(reason="is about an ordinary user"))
 
 
@@ -54,7 +54,7 @@ def binary():
 
 
 @pytest.fixture(scope="session")
-def localHelper():
+def local_helper():
     found = os.environ.get("KEMVI_HELPER")
     if not found:
         pytest.exit("KEMVI_HELPER does not name the helper script", 2)
@@ -68,7 +68,7 @@ def limit(request):
 
 
 @pytest.fixture(autouse=True)
-def timeLimit(limit):
+def time_limit(limit):
     """Ends a test that hangs. Runs before every other fixture, so it covers their set-up too."""
     def late(_number, _frame):
         raise AssertionError(f"the test took longer than {limit} s")
@@ -82,31 +82,31 @@ def timeLimit(limit):
 
 
 @pytest.fixture
-def workspace(timeLimit):
+def workspace(time_limit):
     """A private folder; what is left of mounts and processes in it when the test has ended fails the test."""
     folder = Path(tempfile.mkdtemp(prefix="kemvi-mount-"))
     yield folder
-    left = system.mountPoints(folder)
-    left += [f"{pid}: {system.commandOf(pid)}" for pid in system.processes(folder)]
+    left = system.mount_points(folder)
+    left += [f"{pid}: {system.command_of(pid)}" for pid in system.processes(folder)]
     if left:
         # A process that ends with the mount may take a moment more than the unmount did.
         try:
             from harness.deadline import eventually
-            eventually(lambda: not system.mountPoints(folder) and not system.processes(folder), 5)
+            eventually(lambda: not system.mount_points(folder) and not system.processes(folder), 5)
             left = []
         except AssertionError:
             pass
-    clearWorkspace(folder)
+    clear_workspace(folder)
     assert not left, f"left behind: {left}"
 
 
 @pytest.fixture
-def program(workspace, binary, localHelper):
+def program(workspace, binary, local_helper):
     """The command itself, for tests of its life."""
-    return Program(binary, localHelper, workspace)
+    return Program(binary, local_helper, workspace)
 
 
-def closeLeaked(workspace):
+def close_leaked(workspace):
     """A test that failed may have left descriptors open; they are not to make its unmount fail too."""
     for descriptor, target in system.descriptors(os.getpid()).items():
         if target.startswith(str(workspace) + "/"):
@@ -122,16 +122,16 @@ def mount(request, workspace, limit):
     if request.config.getoption("--plain"):
         pytest.skip("needs a mount")
     made = []
-    binary, localHelper = request.getfixturevalue("binary"), request.getfixturevalue("localHelper")
+    binary, local_helper = request.getfixturevalue("binary"), request.getfixturevalue("local_helper")
 
     def make(**more):
         more.setdefault("name", str(len(made) or ""))
-        volume = Volume(workspace, binary, localHelper, **more)
+        volume = Volume(workspace, binary, local_helper, **more)
         made.append(volume)
         return volume.open(limit)
 
     yield make
-    closeLeaked(workspace)
+    close_leaked(workspace)
     faults = []
     for volume in reversed(made):
         try:

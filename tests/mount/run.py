@@ -44,18 +44,18 @@ def parse():
     return arguments
 
 
-def checkMachine(asUser):
+def check_machine(as_user):
     if not os.path.exists("/dev/fuse"):
         skip("this machine has no /dev/fuse")
     if not shutil.which("node"):
         skip("node is not installed")
-    if asUser and not shutil.which("fusermount3"):
+    if as_user and not shutil.which("fusermount3"):
         skip("fusermount3 is not installed, an ordinary user cannot mount")
     if subprocess.run([sys.executable, "-c", "import pytest"], check=False, capture_output=True).returncode != 0:
         skip("pytest is not installed for " + sys.executable)
 
 
-def ownedCopy(arguments, user):
+def owned_copy(arguments, user):
     """A folder of the user's with everything that the tests need: the command and its helpers as if installed there, so
     that they are found also where the user may not look into the tree."""
     home = Path(tempfile.mkdtemp(prefix="kemvi-user-"))
@@ -73,7 +73,7 @@ def ownedCopy(arguments, user):
     return home
 
 
-def reportsTo(folder):
+def reports_to(folder):
     """The environment in which every sanitizer writes its reports into a folder."""
     told = {"KEMVI_SANITIZER_LOGS": str(folder)}
     for sanitizer in ("ASAN", "TSAN", "UBSAN"):
@@ -86,7 +86,7 @@ def reportsTo(folder):
 def pytest(binary, sdk, tests, folders, reports, plugins, prefix=()):
     environment = dict(os.environ, KEMVI_BIN=str(binary), KEMVI_HELPER=str(Path(sdk) / "helpers" / "local.mjs"),
                        KEMVI_SDK=str(sdk), PYTHONDONTWRITEBYTECODE="1", PYTHONPATH=str(plugins), LC_ALL="C.UTF-8",
-                       **reportsTo(reports))
+                       **reports_to(reports))
     for name in ("GIT_DIR", "GIT_WORK_TREE", "GIT_INDEX_FILE"):
         environment.pop(name, None)
     command = [*prefix, sys.executable, "-m", "pytest", "-p", "no:cacheprovider", "-p", WATCH, "-q", "-ra",
@@ -94,7 +94,7 @@ def pytest(binary, sdk, tests, folders, reports, plugins, prefix=()):
     return subprocess.run(command, cwd=tests, env=environment, stdin=subprocess.DEVNULL, check=False).returncode
 
 
-def withReports(run, parent=None, owner=None):
+def with_reports(run, parent=None, owner=None):
     """Calls `run` with the folder for reports; what it returns, or 1 where a report came after the last test."""
     named = os.environ.get("KEMVI_SANITIZER_LOGS")
     folder = Path(named) if named else Path(tempfile.mkdtemp(prefix="kemvi-reports-", dir=parent))
@@ -126,7 +126,7 @@ exec "$@"
 """
 
 
-def withOpenDevice(home):
+def with_open_device(home):
     """What to put before a command so that an ordinary user may open /dev/fuse in it."""
     device = os.stat("/dev/fuse")
     if stat.S_IMODE(device.st_mode) & 0o006 == 0o006:
@@ -137,21 +137,21 @@ def withOpenDevice(home):
             str(os.major(device.st_rdev)), str(os.minor(device.st_rdev))]
 
 
-def runAsUser(arguments):
+def run_as_user(arguments):
     user = pwd.getpwnam("nobody")
-    home = ownedCopy(arguments, user)
+    home = owned_copy(arguments, user)
     os.environ["TMPDIR"] = os.environ["HOME"] = str(home)
     os.environ["KEMVI_SEMANTICS"] = str(home / "semantics.md")
-    prefix = withOpenDevice(home)
+    prefix = with_open_device(home)
     prefix += ["setpriv", f"--reuid={user.pw_uid}", f"--regid={user.pw_gid}", "--clear-groups"]
     command, kit = home / "bin" / "kemvi", home / "share" / "kemvi"
     try:
-        return withReports(lambda reports: pytest(command, kit, home / "mount", arguments.folders, reports, home, prefix),
-                           home, user)
+        return with_reports(lambda reports: pytest(command, kit, home / "mount", arguments.folders, reports, home, prefix),
+                            home, user)
     finally:
         sys.path.insert(0, str(HERE))
         from harness import system  # pylint: disable=import-outside-toplevel
-        for left in system.clearAway(home):
+        for left in system.clear_away(home):
             print("cleared away:", left)
         shutil.rmtree(home, ignore_errors=True)
 
@@ -161,13 +161,13 @@ def main():
     for number in (signal.SIGINT, signal.SIGHUP):
         signal.signal(number, signal.SIG_DFL)
     arguments = parse()
-    checkMachine(arguments.user)
+    check_machine(arguments.user)
     if arguments.user and os.getuid() == 0:
-        return runAsUser(arguments)
+        return run_as_user(arguments)
     if not arguments.user and os.getuid() != 0:
         skip("needs root; the mount.user entry of this name runs as the ordinary user that you are")
-    return withReports(lambda reports: pytest(arguments.binary, arguments.sdk, arguments.tests, arguments.folders,
-                                              reports, HERE))
+    return with_reports(lambda reports: pytest(arguments.binary, arguments.sdk, arguments.tests, arguments.folders,
+                                               reports, HERE))
 
 
 if __name__ == "__main__":

@@ -14,7 +14,7 @@ def reports():
 
 
 @pytest.fixture(autouse=True)
-def sanitizerReports():
+def sanitizer_reports():
     before = reports()
     yield
     fresh = sorted(reports() - before)

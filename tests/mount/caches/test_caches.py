@@ -199,7 +199,7 @@ def test_tree_walk_with_attributes_costs_one_request_for_each_folder(mount):
     assert volume.helper.count("getattr") <= 20, volume.helper.short("getattr")[:30]
 
 
-def residentKiB(pid):
+def resident_kib(pid):
     with open(f"/proc/{pid}/status", encoding="ascii") as status:
         return next(int(line.split()[1]) for line in status if line.startswith("VmRSS"))
 
@@ -209,14 +209,14 @@ def test_files_that_came_and_went_leave_nothing_in_the_host(mount):
         pytest.skip("sanitizers keep freed memory")
     volume = mount()
 
-    def comeAndGo(count):
+    def come_and_go(count):
         for index in range(count):
             path = volume.path / f"{index}-{'x' * 200}"
             path.write_bytes(b"content")
             assert not (volume.path / f"absent{index}").exists()
             path.unlink()
-    comeAndGo(300)
-    before = residentKiB(volume.host.pid)
-    comeAndGo(1_500)
-    grown = residentKiB(volume.host.pid) - before
+    come_and_go(300)
+    before = resident_kib(volume.host.pid)
+    come_and_go(1_500)
+    grown = resident_kib(volume.host.pid) - before
     assert grown < 500, f"{grown} KiB for 1,500 files"

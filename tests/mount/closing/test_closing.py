@@ -9,7 +9,7 @@ import pytest
 
 from harness.calls import failure, put
 from harness.deadline import eventually
-from harness.worker import Worker, inChild
+from harness.worker import Worker, in_child
 
 
 @pytest.fixture
@@ -22,7 +22,7 @@ def file(controlled):
 
 @pytest.mark.parametrize("code", ["EIO", "EACCES", "ENOSPC", "EPERM"])
 def test_error_of_giving_back_a_written_file_is_the_error_of_close(controlled, file, code):
-    controlled.checksDescriptors = False
+    controlled.checks_descriptors = False
     descriptor = os.open(file, os.O_WRONLY)
     os.write(descriptor, b"C")
     rule = controlled.helper.rule("failAfter", "release", code=code, message="too late")
@@ -32,7 +32,7 @@ def test_error_of_giving_back_a_written_file_is_the_error_of_close(controlled, f
 
 
 def test_error_of_close_reaches_programs(controlled, file):
-    controlled.checksDescriptors = False
+    controlled.checks_descriptors = False
     rule = controlled.helper.rule("failAfter", "release", code="EIO", message="too late")
     done = subprocess.run(["cp", "/proc/version", file], capture_output=True, text=True, check=False, timeout=20)
     controlled.helper.drop(rule)
@@ -87,7 +87,7 @@ def test_only_the_mode_nobody_has_open_is_given_back(controlled, file):
     assert os.pread(reader, 20, 0) == b"Content"
     assert controlled.helper.count("open") == 0, "the file was still open for reading"
     os.close(reader)
-    eventually(lambda: not controlled.helperFiles(), 10)
+    eventually(lambda: not controlled.helper_files(), 10)
 
 
 def test_each_opener_gets_the_file_that_has_the_name_now(mount):
@@ -125,7 +125,7 @@ def test_child_that_inherits_and_exits_disturbs_nothing(volume):
     descriptor = os.open(volume.path / "file", os.O_RDWR | os.O_CREAT)
     for turn in range(4):
         os.write(descriptor, b"%d" % turn)
-        assert inChild(lambda: os.write(descriptor, b"c")) == 1
+        assert in_child(lambda: os.write(descriptor, b"c")) == 1
     assert os.pread(descriptor, 20, 0) == b"0c1c2c3c"
     os.close(descriptor)
     assert (volume.backing / "file").read_bytes() == b"0c1c2c3c"
@@ -143,7 +143,7 @@ def test_killed_process_gives_back_its_files(controlled, file):
     worker = Worker(hold)
     eventually(ready.exists, 10)
     worker.kill()
-    assert worker.isGone(10)
+    assert worker.is_gone(10)
     eventually(lambda: controlled.helper.count("release") == 2, 10)
 
 
@@ -218,7 +218,7 @@ def test_synchronising_after_a_duplicate_was_closed_flushes(controlled, file):
 def test_synchronising_after_a_child_exited_flushes(controlled, file):
     descriptor = os.open(file, os.O_WRONLY)
     os.write(descriptor, b"C")
-    inChild(lambda: None)
+    in_child(lambda: None)
     controlled.helper.forget()
     os.fsync(descriptor)
     assert controlled.helper.count("flush") == 1
@@ -286,7 +286,7 @@ def test_error_of_a_write_is_told_at_the_write(controlled, file):
 def test_file_opened_and_closed_without_use_may_cost_no_handle_and_leaves_none(controlled, file):
     for flags in (os.O_RDONLY, os.O_WRONLY, os.O_RDWR):
         os.close(os.open(file, flags))
-    eventually(lambda: not controlled.helperFiles(), 10)
+    eventually(lambda: not controlled.helper_files(), 10)
     eventually(lambda: controlled.helper.count("open") == controlled.helper.count("release"), 10)
 
 

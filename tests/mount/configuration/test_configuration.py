@@ -103,12 +103,12 @@ def test_source_directory_within_the_served_folder_is_not_moved_away(mount, work
         assert volume.program.run("unmount", point).returncode == 0
 
 
-def test_store_without_case_has_no_other_spelling(mount, workspace, localHelper):
-    store = mount(helper=HELPERS / "foldingStore.mjs", environment={"KEMVI_TEST_INNER": localHelper})
+def test_store_without_case_has_no_other_spelling(mount, workspace, local_helper):
+    store = mount(helper=HELPERS / "foldingStore.mjs", environment={"KEMVI_TEST_INNER": local_helper})
     source, point = store.path / "Source", workspace / "point"
     source.mkdir()
     point.mkdir()
-    told = {"driveId": "d", "kemviHome": str(workspace), "repoRoot": str(store.path), "helperPath": localHelper}
+    told = {"driveId": "d", "kemviHome": str(workspace), "repoRoot": str(store.path), "helperPath": local_helper}
     put(source / NAME, json.dumps(told).encode())
     assert store.program.run("mount", source, point).returncode == 0
     try:
@@ -141,7 +141,7 @@ def test_programs_that_copy_whole_trees_work_beside_the_configuration(served, wo
     assert (out / NAME).read_bytes() == served.before
 
 
-@pytest.mark.rootOnly
+@pytest.mark.root_only
 def test_set_user_id_never_reaches_the_served_tree_and_goes_when_a_file_is_overwritten(mount):
     volume = mount(options=["allow_other", "fmask=0", "dmask=0"])
     program = put(volume.path / "program")

@@ -140,7 +140,7 @@ def test_failed_create_leaves_no_file_and_no_descriptor(controlled):
 
 def test_create_whose_file_vanishes_at_once_is_an_error_and_not_a_ghost(controlled):
     """The helper creates, then cannot find the file: whatever is answered, later operations tell the truth."""
-    controlled.checksDescriptors = False  # the handle that the helper kept to itself
+    controlled.checks_descriptors = False  # the handle that the helper kept to itself
     rule = controlled.helper.rule("failAfter", "open", "/file", code="EIO", message="made it, lost it")
     assert failure(os.open, controlled.path / "file", os.O_WRONLY | os.O_CREAT) == errno.EIO
     controlled.helper.drop(rule)

@@ -78,21 +78,21 @@ class Exerciser:
         del self.copy[size:]
         self.copy.extend(bytes(size - len(self.copy)))
 
-    def mapRead(self):
+    def map_read(self):
         if not self.copy:
             return
         start = self.place()
         length = min(self.random.randrange(1, LONGEST), len(self.copy) - start)
-        self.steps.append(("mapRead", start, length))
+        self.steps.append(("map_read", start, length))
         with mmap.mmap(self.descriptor, 0, access=mmap.ACCESS_READ) as view:
             self.check(view[start:start + length], start, length)
 
-    def mapWrite(self):
+    def map_write(self):
         if not self.copy:
             return
         start = self.place()
         data = self.data(min(self.random.randrange(1, LONGEST), len(self.copy) - start))
-        self.steps.append(("mapWrite", start, len(data)))
+        self.steps.append(("map_write", start, len(data)))
         with mmap.mmap(self.descriptor, 0) as view:
             view[start:start + len(data)] = data
             if self.random.random() < 0.3:
@@ -112,9 +112,9 @@ class Exerciser:
         self.steps.append(("size",))
         assert os.fstat(self.descriptor).st_size == len(self.copy) == os.stat(self.path).st_size
 
-    def dropPages(self):
+    def drop_pages(self):
         """What is read next comes from the helper, not out of the page cache."""
-        self.steps.append(("dropPages",))
+        self.steps.append(("drop_pages",))
         os.fdatasync(self.descriptor)
         os.posix_fadvise(self.descriptor, 0, 0, os.POSIX_FADV_DONTNEED)
 
@@ -128,8 +128,8 @@ class Exerciser:
         with open(self.path, "rb", buffering=0) as file:
             self.check(file.read(), 0, LARGEST)
 
-    KINDS = [(read, 30), (write, 26), (append, 3), (truncate, 6), (mapRead, 12), (mapWrite, 8), (reopen, 3),
-             (synchronise, 0.5), (size, 8), (dropPages, 2), (rename, 0.5), (whole, 1)]
+    KINDS = [(read, 30), (write, 26), (append, 3), (truncate, 6), (map_read, 12), (map_write, 8), (reopen, 3),
+             (synchronise, 0.5), (size, 8), (drop_pages, 2), (rename, 0.5), (whole, 1)]
 
     def run(self, count):
         kinds, weights = zip(*self.KINDS)
@@ -143,8 +143,8 @@ class Exerciser:
 @pytest.mark.limit(60 + OPERATIONS / 400)
 @pytest.mark.parametrize("options", OPTIONS)
 def test_file_keeps_every_byte(request, options):
-    isPlain = request.config.getoption("--plain")
-    volume = request.getfixturevalue("volume") if isPlain else request.getfixturevalue("mount")(options=OPTIONS[options])
+    is_plain = request.config.getoption("--plain")
+    volume = request.getfixturevalue("volume") if is_plain else request.getfixturevalue("mount")(options=OPTIONS[options])
     seed = int(os.environ.get("KEMVI_FSX_SEED", "0")) or random.SystemRandom().randrange(1, 1 << 32)
     exerciser = Exerciser(volume.path / "file", seed)
     try:

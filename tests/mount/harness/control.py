@@ -51,7 +51,7 @@ class HelperControl:
     def fail(self, op, code="EIO", path=None, message="refused by the test"):
         return self.rule("fail", op, path, code=code, message=message)
 
-    def blockedRequest(self, seconds=10):
+    def blocked_request(self, seconds=10):
         """Waits until the helper sleeps in a request and returns that request."""
         def look():
             try:
@@ -60,7 +60,7 @@ class HelperControl:
                 return None
         return eventually(look, seconds, "a blocked request")
 
-    def isBlocked(self):
+    def is_blocked(self):
         return (self.folder / "blocked.json").exists()
 
     def forget(self):

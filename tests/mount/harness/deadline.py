@@ -22,7 +22,7 @@ def eventually(condition, seconds=10.0, what="the condition"):
         pause = min(pause * 2, 0.05)
 
 
-def unlessOvertaken(call, tries=20):
+def unless_overtaken(call, tries=20):
     """The result of `call`, made again when it meets ESTALE: what an opener gets whom two replacements overtook."""
     for left in reversed(range(tries)):
         try:

@@ -22,7 +22,7 @@ def renameat2(old, new, flags):
     _checked(library.renameat2(AT_FDCWD, os.fsencode(old), AT_FDCWD, os.fsencode(new), ctypes.c_uint(flags)))
 
 
-def rawDirectory(descriptor, size):
+def raw_directory(descriptor, size):
     """One getdents64 call with a buffer of `size` bytes: [(name, inode, cookie, type)], empty at the end."""
     getdents64 = 217
     buffer = ctypes.create_string_buffer(size)
@@ -36,11 +36,11 @@ def rawDirectory(descriptor, size):
     return entries
 
 
-def wholeDirectory(descriptor, size=32768):
+def whole_directory(descriptor, size=32768):
     """Everything that getdents64 tells from the descriptor's place on."""
     found = []
     while True:
-        part = rawDirectory(descriptor, size)
+        part = raw_directory(descriptor, size)
         if not part:
             return found
         found += part

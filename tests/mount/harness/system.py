@@ -9,7 +9,7 @@ from pathlib import Path
 OCTAL = re.compile(r"\\([0-7]{3})")
 
 
-def mountPoints(below):
+def mount_points(below):
     """The mount points at or beneath a folder, as the kernel lists them now."""
     below = str(below)
     found = []
@@ -21,15 +21,15 @@ def mountPoints(below):
     return found
 
 
-def mountLine(point):
-    """The fields of one mount: {'options', 'type', 'source', 'superOptions'}; None when nothing is mounted there."""
+def mount_line(point):
+    """The fields of one mount: {'options', 'type', 'source', 'super_options'}; None when nothing is mounted there."""
     with open("/proc/self/mountinfo", encoding="utf-8", errors="surrogateescape") as table:
         for line in table:
             first, second = line.rstrip("\n").split(" - ", 1)
             fields, last = first.split(" "), second.split(" ")
             if OCTAL.sub(lambda match: chr(int(match.group(1), 8)), fields[4]) == str(point):
                 return {"options": fields[5].split(","), "type": last[0], "source": last[1],
-                        "superOptions": last[2].split(",")}
+                        "super_options": last[2].split(",")}
     return None
 
 
@@ -40,10 +40,10 @@ def processes(marker):
     pid = os.getpid()
     while pid > 1:
         own.add(pid)
-        pid = parentOf(pid)
+        pid = parent_of(pid)
     found = []
     for entry in os.listdir("/proc"):
-        if not entry.isdigit() or int(entry) in own or stateOf(entry) in ("Z", "X", None):
+        if not entry.isdigit() or int(entry) in own or state_of(entry) in ("Z", "X", None):
             continue
         for source in ("environ", "cmdline"):
             try:
@@ -63,12 +63,12 @@ def _status(pid, index):
     return text[text.rindex(")") + 2:].split(" ")[index]
 
 
-def stateOf(pid):
+def state_of(pid):
     """The one-letter state of a process; None when it is gone."""
     return _status(pid, 0)
 
 
-def parentOf(pid):
+def parent_of(pid):
     return int(_status(pid, 1) or 0)
 
 
@@ -76,16 +76,16 @@ def children(pid):
     """Live children of a process."""
     found = []
     for entry in os.listdir("/proc"):
-        if entry.isdigit() and parentOf(entry) == pid and stateOf(entry) not in ("Z", "X", None):
+        if entry.isdigit() and parent_of(entry) == pid and state_of(entry) not in ("Z", "X", None):
             found.append(int(entry))
     return found
 
 
-def isAlive(pid):
-    return stateOf(pid) not in ("Z", "X", None)
+def is_alive(pid):
+    return state_of(pid) not in ("Z", "X", None)
 
 
-def commandOf(pid):
+def command_of(pid):
     try:
         return Path(f"/proc/{pid}/cmdline").read_bytes().decode(errors="replace").replace("\0", " ").strip()
     except OSError:
@@ -107,7 +107,7 @@ def descriptors(pid):
     return found
 
 
-def isWaiting(pid):
+def is_waiting(pid):
     """Whether some thread of the process waits for the file system (asleep in the kernel's fuse code or in `D`)."""
     try:
         for task in os.listdir(f"/proc/{pid}/task"):
@@ -121,16 +121,16 @@ def isWaiting(pid):
     return False
 
 
-def clearAway(folder):
+def clear_away(folder):
     """Ends the processes that belong to a folder and detaches the mounts in it. Returns what there was to clear."""
     cleared = []
     for pid in processes(folder):
-        cleared.append(f"process {pid}: {commandOf(pid)}")
+        cleared.append(f"process {pid}: {command_of(pid)}")
         try:
             os.kill(pid, signal.SIGKILL)
         except OSError:
             pass
-    for point in reversed(mountPoints(folder)):
+    for point in reversed(mount_points(folder)):
         cleared.append(f"mount {point}")
         command = ["umount", "-l", point] if os.getuid() == 0 else ["fusermount3", "-u", "-z", point]
         subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, timeout=20, check=False)

@@ -22,13 +22,13 @@ MARKER = "KEMVI_TEST_WORKSPACE"
 class PlainVolume:
     """The served tree itself, without any mount: what a local disk does with the same test."""
 
-    isPlain = True
+    is_plain = True
 
     def __init__(self, workspace):
         self.path = self.backing = workspace / "tree"
         self.backing.mkdir()
 
-    def expectLog(self, *patterns):
+    def expect_log(self, *patterns):
         """There is none."""
 
     def close(self):
@@ -56,7 +56,7 @@ class Program:
         return subprocess.Popen([self.binary, *map(str, arguments)], env=self.environment, **more)
 
 
-def writeConfiguration(source, helper, tree, **replaced):
+def write_configuration(source, helper, tree, **replaced):
     """A mount-config.json as `kemvi init` writes it; `replaced` changes keys, None leaves one out."""
     entries = {"driveId": "test", "kemviHome": str(source), "repoRoot": str(tree), "helperPath": str(helper)}
     entries.update(replaced)
@@ -68,31 +68,31 @@ class Volume:
     """A mounted volume with source, served tree, mount point and log of its own. `close` unmounts it and fails on
     whatever it leaves behind."""
 
-    isPlain = False
+    is_plain = False
 
-    def __init__(self, workspace, binary, localHelper, name="", options=(), control=False, helper=None, backing=None,
+    def __init__(self, workspace, binary, local_helper, name="", options=(), control=False, helper=None, backing=None,
                  environment=None):
         self.workspace = Path(workspace)
         self.name = name
         self.source = self.workspace / f"source{name}"
         self.backing = Path(backing) if backing else self.workspace / f"tree{name}"
         self.path = self.workspace / f"mount{name}"
-        self.logFile = self.workspace / f"log{name}"
+        self.log_file = self.workspace / f"log{name}"
         for folder in (self.source, self.backing, self.path):
             folder.mkdir(exist_ok=True)
         self.options = list(options)
-        self.program = Program(binary, localHelper, workspace)
+        self.program = Program(binary, local_helper, workspace)
         self.program.environment.update(environment or {})
         self.helper = None
         if control:
             self.helper = HelperControl(self.workspace / f"control{name}")
             self.program.environment["KEMVI_TEST_CONTROL"] = str(self.helper.folder)
-            self.program.environment["KEMVI_TEST_INNER"] = str(localHelper)
-        writeConfiguration(self.source, helper or (HELPERS / "controlled.mjs" if control else localHelper), self.backing)
+            self.program.environment["KEMVI_TEST_INNER"] = str(local_helper)
+        write_configuration(self.source, helper or (HELPERS / "controlled.mjs" if control else local_helper), self.backing)
         self.host = None
-        self.expectedLog = []
-        self.checksDescriptors = True
-        self.expectsExit = 0
+        self.expected_log = []
+        self.checks_descriptors = True
+        self.expects_exit = 0
         self._baseline = 0
         self._watchdog = None
 
@@ -104,12 +104,12 @@ class Volume:
 
     def open(self, limit=60.0, seconds=20):
         """Mounts in the foreground, as a child. Returns when the kernel answers for the mount point."""
-        with open(self.logFile, "ab") as log:
+        with open(self.log_file, "ab") as log:
             self.host = self.program.start(*self.arguments(), "-f", stdout=log, stderr=log, start_new_session=True)
         self._watchdog = threading.Timer(limit + 5, self.kill)
         self._watchdog.daemon = True
         self._watchdog.start()
-        eventually(lambda: system.mountPoints(self.path) or self.host.poll() is not None, seconds, "the mount")
+        eventually(lambda: system.mount_points(self.path) or self.host.poll() is not None, seconds, "the mount")
         if self.host.poll() is not None:
             raise AssertionError(f"kemvi mount ended with {self.host.returncode}: {self.log()}")
         os.stat(self.path)
@@ -133,7 +133,7 @@ class Volume:
         assert done.returncode == 0, f"kemvi unmount: {done.returncode}: {done.stdout}{done.stderr}"
         return done
 
-    def waitForEnd(self, seconds=20):
+    def wait_for_end(self, seconds=20):
         """The exit code of the host, which must be on its way out."""
         try:
             return self.host.wait(seconds)
@@ -147,10 +147,10 @@ class Volume:
         faults = []
         try:
             if self.host.poll() is None:
-                faults += self._openLeftovers()
+                faults += self._open_leftovers()
                 self.unmount()
-            code = self.waitForEnd()
-            if self.expectsExit is not None and code != self.expectsExit:
+            code = self.wait_for_end()
+            if self.expects_exit is not None and code != self.expects_exit:
                 faults.append(f"the host ended with {code}")
         except (AssertionError, subprocess.TimeoutExpired) as fault:
             faults.append(str(fault))
@@ -158,56 +158,56 @@ class Volume:
             self._watchdog.cancel()
         try:
             # After the sudden death of a host somebody else takes the mount away, a moment later.
-            eventually(lambda: not system.mountPoints(self.path), 5)
+            eventually(lambda: not system.mount_points(self.path), 5)
         except Late:
             faults.append("still mounted")
-        faults += self._suspiciousLines()
+        faults += self._suspicious_lines()
         assert not faults, "\n".join(faults) + "\nlog:\n" + self.log()
 
-    def _openLeftovers(self):
+    def _open_leftovers(self):
         """Descriptors of the host beyond those it had when it was mounted, and files the helper still holds open."""
-        if not self.checksDescriptors:
+        if not self.checks_descriptors:
             return []
         try:
             eventually(lambda: len(system.descriptors(self.host.pid)) <= self._baseline, 5, "closed descriptors")
-            eventually(lambda: not self.helperFiles(), 5, "closed files of the helper")
+            eventually(lambda: not self.helper_files(), 5, "closed files of the helper")
         except Late:
             return [f"open in the host: {system.descriptors(self.host.pid)} (at first {self._baseline}); "
-                    f"in the helper: {self.helperFiles()}"]
+                    f"in the helper: {self.helper_files()}"]
         return []
 
-    def _suspiciousLines(self):
+    def _suspicious_lines(self):
         left = []
         for line in self.log().splitlines():
             if self.helper and any(said in line for said in self.helper.said):
                 continue
-            if SUSPICIOUS.search(line) and not any(re.search(known, line) for known in self.expectedLog):
+            if SUSPICIOUS.search(line) and not any(re.search(known, line) for known in self.expected_log):
                 left.append(f"in the log: {line}")
         return left
 
     # What is seen from outside
 
     def log(self):
-        return self.logFile.read_text(errors="replace") if self.logFile.exists() else ""
+        return self.log_file.read_text(errors="replace") if self.log_file.exists() else ""
 
-    def logLines(self, pattern):
+    def log_lines(self, pattern):
         return [line for line in self.log().splitlines() if re.search(pattern, line)]
 
-    def expectLog(self, *patterns):
+    def expect_log(self, *patterns):
         """Lines that match one of these are no fault of this test."""
-        self.expectedLog += patterns
+        self.expected_log += patterns
 
-    def helperPids(self):
-        return [pid for pid in system.processes(self.workspace) if "node" in system.commandOf(pid).split(" ")[0]]
+    def helper_pids(self):
+        return [pid for pid in system.processes(self.workspace) if "node" in system.command_of(pid).split(" ")[0]]
 
-    def helperPid(self):
+    def helper_pid(self):
         """The process that the host speaks to."""
-        return next(pid for pid in self.helperPids() if system.parentOf(pid) == self.host.pid)
+        return next(pid for pid in self.helper_pids() if system.parent_of(pid) == self.host.pid)
 
-    def helperFiles(self):
+    def helper_files(self):
         """Files of the served tree that a helper process holds open."""
         below = str(self.backing) + "/"
-        return [target for pid in self.helperPids() for target in system.descriptors(pid).values()
+        return [target for pid in self.helper_pids() for target in system.descriptors(pid).values()
                 if target.startswith(below)]
 
     def hidden(self, folder=""):
@@ -215,8 +215,8 @@ class Volume:
         return sorted(name for name in os.listdir(self.backing / folder) if name.startswith(".kemvi-hidden-"))
 
 
-def clearWorkspace(workspace):
+def clear_workspace(workspace):
     """Ends what is left in a workspace and removes it. Returns what was left."""
-    cleared = system.clearAway(workspace)
+    cleared = system.clear_away(workspace)
     shutil.rmtree(workspace, ignore_errors=True)
     return cleared

@@ -49,19 +49,19 @@ class Worker:
             raise OSError(value[1], value[2])
         raise AssertionError(value[2])
 
-    def isDone(self):
+    def is_done(self):
         return self.pipe.poll(0)
 
     def kill(self, number=signal.SIGKILL):
         os.kill(self.pid, number)
 
-    def isGone(self, seconds=0):
+    def is_gone(self, seconds=0):
         """Whether the process has ended, within so many seconds."""
         self.process.join(seconds)
         return self.process.exitcode is not None
 
 
-def inChild(function, *arguments, seconds=30):
+def in_child(function, *arguments, seconds=30):
     """Runs a function in a process of its own and returns its result."""
     return Worker(function, *arguments).result(seconds)
 

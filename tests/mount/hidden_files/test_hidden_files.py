@@ -48,7 +48,7 @@ def test_replaced_open_file_gets_a_hidden_name(mount):
 
 def test_closed_file_is_removed_without_a_detour(controlled):
     put(controlled.path / "file")
-    eventually(lambda: not controlled.helperFiles(), 5)
+    eventually(lambda: not controlled.helper_files(), 5)
     controlled.helper.forget()
     os.unlink(controlled.path / "file")
     assert controlled.helper.short("rename", "unlink") == ["unlink /file"]
@@ -220,13 +220,13 @@ def test_temporary_files_of_the_library_work(volume):
 
 def test_crash_leaves_a_name_that_a_later_mount_shows_and_removes(mount):
     first = mount()
-    first.checksDescriptors, first.expectsExit = False, None
+    first.checks_descriptors, first.expects_exit = False, None
     put(first.path / "file")
     descriptor = opened(first, "file")
     os.unlink(first.path / "file")
     first.host.kill()
-    first.waitForEnd()
-    eventually(lambda: not system.mountPoints(first.path), 10)
+    first.wait_for_end()
+    eventually(lambda: not system.mount_points(first.path), 10)
     try:
         os.close(descriptor)
     except OSError:
@@ -261,7 +261,7 @@ def test_failed_removal_of_a_hidden_file_is_told_in_the_log(controlled):
     put(controlled.path / "file")
     descriptor = opened(controlled, "file")
     os.unlink(controlled.path / "file")
-    controlled.expectLog(r"\.kemvi-hidden-")
+    controlled.expect_log(r"\.kemvi-hidden-")
     controlled.helper.fail("unlink", "EACCES")
     os.close(descriptor)
-    eventually(lambda: controlled.logLines(r"\.kemvi-hidden-"), 10, "a line about the file that stays")
+    eventually(lambda: controlled.log_lines(r"\.kemvi-hidden-"), 10, "a line about the file that stays")

@@ -5,7 +5,7 @@ import os
 import pytest
 
 from harness.calls import put
-from harness.worker import inChild
+from harness.worker import in_child
 
 FNV_OF_A = 564752086074186029
 FNV_OF_A_B = 3908606180096663756
@@ -13,11 +13,11 @@ FNV_OF_A_B = 3908606180096663756
 SAME_NUMBER = ["O6l625JS9VX7l0Y5DQaPvc", "KLuZ09x2XP9p5qtjGQd1qb", "Mp7ZuzE1J6S57kO5EVb0Vl"]
 
 
-def openRw(path):
+def open_rw(path):
     return os.open(path, os.O_RDWR)
 
 
-def useDescriptor(descriptor, expected):
+def use_descriptor(descriptor, expected):
     """Everything that a descriptor must still do: tell, read, write, grow, shrink."""
     assert os.fstat(descriptor).st_size == len(expected)
     assert os.pread(descriptor, 100, 0) == expected
@@ -33,9 +33,9 @@ def useDescriptor(descriptor, expected):
 
 
 def test_descriptor_works_after_its_file_was_renamed(volume):
-    descriptor = openRw(put(volume.path / "old", b"content"))
+    descriptor = open_rw(put(volume.path / "old", b"content"))
     os.rename(volume.path / "old", volume.path / "new")
-    left = useDescriptor(descriptor, b"content")
+    left = use_descriptor(descriptor, b"content")
     os.close(descriptor)
     assert (volume.path / "new").read_bytes() == left
     assert (volume.backing / "new").read_bytes() == left
@@ -46,9 +46,9 @@ def test_descriptor_works_after_its_file_was_renamed(volume):
 def test_descriptor_works_after_a_parent_folder_was_renamed(volume, depth):
     folder = volume.path.joinpath("top", *["sub"] * (depth - 1))
     folder.mkdir(parents=True)
-    descriptor = openRw(put(folder / "file", b"content"))
+    descriptor = open_rw(put(folder / "file", b"content"))
     os.rename(volume.path / "top", volume.path / "moved")
-    left = useDescriptor(descriptor, b"content")
+    left = use_descriptor(descriptor, b"content")
     os.close(descriptor)
     assert volume.backing.joinpath("moved", *["sub"] * (depth - 1), "file").read_bytes() == left
     assert os.listdir(volume.backing) == ["moved"]
@@ -57,20 +57,20 @@ def test_descriptor_works_after_a_parent_folder_was_renamed(volume, depth):
 def test_descriptor_works_after_its_parent_and_then_its_grandparent_moved(volume):
     (volume.path / "a" / "b").mkdir(parents=True)
     (volume.path / "elsewhere").mkdir()
-    descriptor = openRw(put(volume.path / "a" / "b" / "file", b"content"))
+    descriptor = open_rw(put(volume.path / "a" / "b" / "file", b"content"))
     os.rename(volume.path / "a" / "b", volume.path / "a" / "c")
     os.rename(volume.path / "a", volume.path / "elsewhere" / "a")
     os.rename(volume.path / "elsewhere" / "a" / "c" / "file", volume.path / "file")
-    left = useDescriptor(descriptor, b"content")
+    left = use_descriptor(descriptor, b"content")
     os.close(descriptor)
     assert (volume.path / "file").read_bytes() == left
 
 
 def test_descriptor_works_after_its_file_was_replaced_by_rename(volume):
-    descriptor = openRw(put(volume.path / "target", b"content"))
+    descriptor = open_rw(put(volume.path / "target", b"content"))
     put(volume.path / "fresh", b"another file")
     os.rename(volume.path / "fresh", volume.path / "target")
-    useDescriptor(descriptor, b"content")
+    use_descriptor(descriptor, b"content")
     assert (volume.path / "target").read_bytes() == b"another file"
     os.close(descriptor)
     assert (volume.path / "target").read_bytes() == b"another file"
@@ -78,26 +78,26 @@ def test_descriptor_works_after_its_file_was_replaced_by_rename(volume):
 
 
 def test_descriptor_works_after_its_file_was_unlinked(volume):
-    descriptor = openRw(put(volume.path / "file", b"content"))
+    descriptor = open_rw(put(volume.path / "file", b"content"))
     os.unlink(volume.path / "file")
     assert not (volume.path / "file").exists()
-    useDescriptor(descriptor, b"content")
+    use_descriptor(descriptor, b"content")
     os.close(descriptor)
     assert os.listdir(volume.path) == []
 
 
 def test_descriptor_works_after_unlink_and_a_rename_of_the_folder(volume):
     (volume.path / "folder").mkdir()
-    descriptor = openRw(put(volume.path / "folder" / "file", b"content"))
+    descriptor = open_rw(put(volume.path / "folder" / "file", b"content"))
     os.unlink(volume.path / "folder" / "file")
     os.rename(volume.path / "folder", volume.path / "moved")
-    useDescriptor(descriptor, b"content")
+    use_descriptor(descriptor, b"content")
     os.close(descriptor)
     assert os.listdir(volume.path / "moved") == []
 
 
 def test_new_file_at_the_name_of_an_unlinked_one_is_another_file(volume):
-    descriptor = openRw(put(volume.path / "file", b"old content"))
+    descriptor = open_rw(put(volume.path / "file", b"old content"))
     os.unlink(volume.path / "file")
     put(volume.path / "file", b"new content")
     os.pwrite(descriptor, b"XXXXXXXX", 0)
@@ -109,7 +109,7 @@ def test_new_file_at_the_name_of_an_unlinked_one_is_another_file(volume):
 
 
 def test_new_file_at_the_old_name_of_a_renamed_one_is_another_file(volume):
-    descriptor = openRw(put(volume.path / "file", b"old content"))
+    descriptor = open_rw(put(volume.path / "file", b"old content"))
     os.rename(volume.path / "file", volume.path / "moved")
     put(volume.path / "file", b"new content")
     os.pwrite(descriptor, b"XXX", 0)
@@ -121,7 +121,7 @@ def test_new_file_at_the_old_name_of_a_renamed_one_is_another_file(volume):
 
 def test_new_file_below_the_old_name_of_a_renamed_folder_is_another_file(volume):
     (volume.path / "folder").mkdir()
-    descriptor = openRw(put(volume.path / "folder" / "file", b"old content"))
+    descriptor = open_rw(put(volume.path / "folder" / "file", b"old content"))
     os.rename(volume.path / "folder", volume.path / "moved")
     (volume.path / "folder").mkdir()
     put(volume.path / "folder" / "file", b"new content")
@@ -132,8 +132,8 @@ def test_new_file_below_the_old_name_of_a_renamed_folder_is_another_file(volume)
 
 
 def test_two_open_files_swap_names_through_a_third(volume):
-    first = openRw(put(volume.path / "a", b"was a"))
-    second = openRw(put(volume.path / "b", b"was b"))
+    first = open_rw(put(volume.path / "a", b"was a"))
+    second = open_rw(put(volume.path / "b", b"was b"))
     os.rename(volume.path / "a", volume.path / "t")
     os.rename(volume.path / "b", volume.path / "a")
     os.rename(volume.path / "t", volume.path / "b")
@@ -150,8 +150,8 @@ def test_two_open_files_swap_names_through_a_third(volume):
 def test_two_folders_with_open_files_swap_names(volume):
     for name in "ab":
         (volume.path / name).mkdir()
-    first = openRw(put(volume.path / "a" / "f", b"was a"))
-    second = openRw(put(volume.path / "b" / "f", b"was b"))
+    first = open_rw(put(volume.path / "a" / "f", b"was a"))
+    second = open_rw(put(volume.path / "b" / "f", b"was b"))
     os.rename(volume.path / "a", volume.path / "t")
     os.rename(volume.path / "b", volume.path / "a")
     os.rename(volume.path / "t", volume.path / "b")
@@ -186,7 +186,7 @@ def test_appending_descriptor_follows_a_rename(volume):
 
 
 def test_times_and_mode_are_set_through_a_descriptor_of_a_renamed_file(volume):
-    descriptor = openRw(put(volume.path / "file", b"x"))
+    descriptor = open_rw(put(volume.path / "file", b"x"))
     os.rename(volume.path / "file", volume.path / "moved")
     os.utime(descriptor, (5, 5))
     os.fchmod(descriptor, 0o755)
@@ -196,7 +196,7 @@ def test_times_and_mode_are_set_through_a_descriptor_of_a_renamed_file(volume):
 
 
 def test_times_are_set_through_a_descriptor_of_an_unlinked_file(volume):
-    descriptor = openRw(put(volume.path / "file", b"x"))
+    descriptor = open_rw(put(volume.path / "file", b"x"))
     os.unlink(volume.path / "file")
     os.utime(descriptor, (5, 5))
     assert os.fstat(descriptor).st_mtime == 5
@@ -225,19 +225,19 @@ def test_working_folder_follows_its_rename(volume):
         with open("made", "w", encoding="ascii") as made:
             made.write("made")
         return os.getcwd()
-    assert inChild(stay) == str(volume.path / "moved")
+    assert in_child(stay) == str(volume.path / "moved")
     assert (volume.path / "moved" / "made").read_bytes() == b"made"
 
 
 def test_inherited_descriptor_works_in_a_child_after_rename_and_unlink(volume):
-    descriptor = openRw(put(volume.path / "file", b"content"))
+    descriptor = open_rw(put(volume.path / "file", b"content"))
 
     def child():
         os.rename(volume.path / "file", volume.path / "moved")
         os.unlink(volume.path / "moved")
         os.pwrite(descriptor, b"CON", 0)
         return os.pread(descriptor, 100, 0)
-    assert inChild(child) == b"CONtent"
+    assert in_child(child) == b"CONtent"
     assert os.pread(descriptor, 100, 0) == b"CONtent"
     os.close(descriptor)
 
@@ -246,7 +246,7 @@ def test_descriptor_survives_replacement_over_and_over(volume):
     path = put(volume.path / "file", b"version 0")
     descriptors = []
     for version in range(1, 8):
-        descriptors.append(openRw(path))
+        descriptors.append(open_rw(path))
         put(volume.path / "next", b"version %d" % version)
         os.rename(volume.path / "next", path)
     for version, descriptor in enumerate(descriptors):
@@ -257,9 +257,9 @@ def test_descriptor_survives_replacement_over_and_over(volume):
 
 
 def test_rename_onto_itself_changes_nothing(volume):
-    descriptor = openRw(put(volume.path / "file", b"content"))
+    descriptor = open_rw(put(volume.path / "file", b"content"))
     os.rename(volume.path / "file", volume.path / "file")
-    useDescriptor(descriptor, b"content")
+    use_descriptor(descriptor, b"content")
     os.close(descriptor)
 
 
@@ -301,9 +301,9 @@ def test_many_names_have_distinct_inode_numbers(volume):
 
 def test_open_files_of_one_inode_number_are_not_mixed_up(volume):
     paths = [put(volume.path / name, b"%d........." % index) for index, name in enumerate(SAME_NUMBER)]
-    if not volume.isPlain:
+    if not volume.is_plain:
         assert len({os.stat(path).st_ino for path in paths}) == 1
-    descriptors = [openRw(path) for path in paths]
+    descriptors = [open_rw(path) for path in paths]
     for step in range(1, 5):
         for index, descriptor in enumerate(descriptors):
             assert os.pwrite(descriptor, b"%d" % index, step) == 1

@@ -9,11 +9,11 @@ from harness import system
 from harness.deadline import eventually
 
 
-@pytest.mark.rootOnly
+@pytest.mark.root_only
 def test_aborted_connection_leaves_no_stale_mount(mount, workspace):
     volume = mount()
-    volume.checksDescriptors, volume.expectsExit = False, None
-    volume.expectLog("")
+    volume.checks_descriptors, volume.expects_exit = False, None
+    volume.expect_log("")
     (volume.path / "file").write_bytes(b"content")
     minor = os.minor((volume.path / "file").stat().st_dev)
     control = workspace / "control"
@@ -23,7 +23,7 @@ def test_aborted_connection_leaves_no_stale_mount(mount, workspace):
         (control / str(minor) / "abort").write_text("1")
     finally:
         subprocess.run(["umount", control], check=True)
-    volume.waitForEnd(10)
-    eventually(lambda: system.mountPoints(volume.path) == [], 5, "the unmount")
-    assert volume.helperPids() == []
+    volume.wait_for_end(10)
+    eventually(lambda: system.mount_points(volume.path) == [], 5, "the unmount")
+    assert volume.helper_pids() == []
     assert list(volume.path.iterdir()) == []

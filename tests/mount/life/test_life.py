@@ -8,7 +8,7 @@ import pytest
 
 from harness import system
 from harness.deadline import eventually
-from harness.volume import writeConfiguration
+from harness.volume import write_configuration
 from harness.worker import Worker
 
 
@@ -19,15 +19,15 @@ def place(workspace, program):
         source, backing, path = workspace / "source", workspace / "tree", workspace / "mount"
 
         def mounted(self):
-            return bool(system.mountPoints(self.path))
+            return bool(system.mount_points(self.path))
 
         def processes(self):
             return system.processes(workspace)
 
         def host(self):
             """The process that serves the mount: it is the parent of the helper."""
-            helper = next(pid for pid in self.processes() if "node" in system.commandOf(pid).split(" ")[0])
-            return system.parentOf(helper)
+            helper = next(pid for pid in self.processes() if "node" in system.command_of(pid).split(" ")[0])
+            return system.parent_of(helper)
 
         def gone(self, seconds=10):
             eventually(lambda: not self.mounted() and not self.processes(), seconds, "the end of everything")
@@ -35,7 +35,7 @@ def place(workspace, program):
     found = Place()
     for folder in (found.source, found.backing, found.path):
         folder.mkdir()
-    writeConfiguration(found.source, program.helper, found.backing)
+    write_configuration(found.source, program.helper, found.backing)
     (found.backing / "file").write_bytes(b"content")
     return found
 
@@ -111,9 +111,9 @@ def test_unmount_waits_until_host_and_helper_have_ended(daemon, program):
 
 
 def test_mount_shows_its_type_and_source_in_the_mount_table(daemon):
-    line = system.mountLine(daemon.path)
+    line = system.mount_line(daemon.path)
     assert line["type"] == "fuse.kemvi" and line["source"] == str(daemon.source)
-    assert "default_permissions" in line["superOptions"] and "allow_other" not in line["superOptions"]
+    assert "default_permissions" in line["super_options"] and "allow_other" not in line["super_options"]
 
 
 def test_mount_and_unmount_many_times(place, program):
@@ -141,8 +141,8 @@ def test_signal_ends_a_foreground_mount_cleanly(mount, number):
     volume = mount(control=True)
     (volume.path / "file").write_bytes(b"content")
     volume.host.send_signal(number)
-    assert volume.waitForEnd() == 0
-    assert not system.mountPoints(volume.path)
+    assert volume.wait_for_end() == 0
+    assert not system.mount_points(volume.path)
     assert (volume.backing / "file").read_bytes() == b"content"
 
 
@@ -166,7 +166,7 @@ def test_unmount_from_outside_ends_host_and_helper(daemon, which):
 def test_foreground_mount_ends_with_success_after_an_unmount_from_outside(mount):
     volume = mount()
     subprocess.run(["fusermount3", "-u", volume.path], check=True, timeout=20)
-    assert volume.waitForEnd() == 0
+    assert volume.wait_for_end() == 0
 
 
 def test_open_file_keeps_a_plain_unmount_out_and_the_mount_goes_on(daemon, program):
@@ -186,18 +186,18 @@ def test_lazy_unmount_serves_open_files_to_their_end(mount):
         assert os.listdir(volume.path) == []
         assert file.read() == b"content"
         file.write(b" and more")
-    assert volume.waitForEnd() == 0
+    assert volume.wait_for_end() == 0
     assert (volume.backing / "file").read_bytes() == b"content and more"
 
 
 def test_ending_gives_back_what_is_open(mount):
     volume = mount(control=True)
-    volume.checksDescriptors = False
+    volume.checks_descriptors = False
     descriptor = os.open(volume.path / "file", os.O_RDWR | os.O_CREAT)
     os.write(descriptor, b"content")
     os.pread(descriptor, 3, 0)
     volume.host.send_signal(signal.SIGTERM)
-    assert volume.waitForEnd() == 0
+    assert volume.wait_for_end() == 0
     opened = volume.helper.count("open")
     assert opened >= 2 and volume.helper.count("release") == opened
     try:
@@ -208,12 +208,12 @@ def test_ending_gives_back_what_is_open(mount):
 
 def test_ending_removes_hidden_files_of_files_still_open(mount):
     volume = mount()
-    volume.checksDescriptors = False
+    volume.checks_descriptors = False
     descriptor = os.open(volume.path / "file", os.O_RDWR | os.O_CREAT)
     os.unlink(volume.path / "file")
     assert len(volume.hidden()) == 1
     volume.host.send_signal(signal.SIGTERM)
-    assert volume.waitForEnd() == 0
+    assert volume.wait_for_end() == 0
     assert os.listdir(volume.backing) == []
     try:
         os.close(descriptor)
@@ -223,18 +223,18 @@ def test_ending_removes_hidden_files_of_files_still_open(mount):
 
 def test_helper_that_never_exits_is_named_and_ended_by_a_second_signal(mount):
     volume = mount(control=True)
-    volume.expectsExit = 11
-    volume.expectLog("")
+    volume.expects_exit = 11
+    volume.expect_log("")
     volume.helper.rule("neverExits")
-    helper = volume.helperPid()
+    helper = volume.helper_pid()
     volume.host.send_signal(signal.SIGTERM)
     eventually((volume.helper.folder / "endOfInput").exists, 10, "the end of the helper's input")
-    assert not system.mountPoints(volume.path)
-    eventually(lambda: volume.logLines(str(helper)), 20, "a line with the pid of the helper")
-    assert volume.host.poll() is None and system.isAlive(helper)
+    assert not system.mount_points(volume.path)
+    eventually(lambda: volume.log_lines(str(helper)), 20, "a line with the pid of the helper")
+    assert volume.host.poll() is None and system.is_alive(helper)
     volume.host.send_signal(signal.SIGTERM)
-    volume.waitForEnd(10)
-    eventually(lambda: not system.isAlive(helper), 5, "the end of the helper")
+    volume.wait_for_end(10)
+    eventually(lambda: not system.is_alive(helper), 5, "the end of the helper")
 
 
 def test_slow_helper_is_waited_for_after_an_unmount(mount):
@@ -244,7 +244,7 @@ def test_slow_helper_is_waited_for_after_an_unmount(mount):
     eventually((volume.helper.folder / "endOfInput").exists, 10, "the end of the helper's input")
     assert volume.host.poll() is None
     volume.helper.drop(rule)
-    assert volume.waitForEnd(10) == 0
+    assert volume.wait_for_end(10) == 0
 
 
 def test_killed_host_leaves_no_stale_mount(daemon):
@@ -255,10 +255,10 @@ def test_killed_host_leaves_no_stale_mount(daemon):
 
 def test_killed_host_in_the_foreground_leaves_no_stale_mount(mount):
     volume = mount()
-    volume.expectsExit = None
+    volume.expects_exit = None
     volume.host.kill()
-    eventually(lambda: not system.mountPoints(volume.path), 10, "the unmount")
-    eventually(lambda: not volume.helperPids(), 10, "the end of the helper")
+    eventually(lambda: not system.mount_points(volume.path), 10, "the unmount")
+    eventually(lambda: not volume.helper_pids(), 10, "the end of the helper")
 
 
 def test_two_mounts_live_side_by_side(mount):
@@ -291,47 +291,47 @@ def refused(place, program, code, *words, arguments=(), environment=None):
     return done
 
 
-def oneLine(done):
+def one_line(done):
     assert len(done.stderr.splitlines()) == 1, done.stderr
 
 
 @pytest.mark.parametrize("arguments", [(), ("-f",)], ids=["background", "foreground"])
 def test_missing_configuration_is_refused_by_name(place, program, arguments):
     os.unlink(place.source / "mount-config.json")
-    oneLine(refused(place, program, 3, "mount-config.json", arguments=arguments))
+    one_line(refused(place, program, 3, "mount-config.json", arguments=arguments))
 
 
 def test_missing_source_is_refused_by_name(place, program):
     place.source = place.source / "absent"
-    oneLine(refused(place, program, 3, place.source))
+    one_line(refused(place, program, 3, place.source))
 
 
 @pytest.mark.parametrize("text", ["", "{", "[]", "null", '{"driveId": "x",}', "\xff"])
 def test_broken_configuration_is_refused_by_name(place, program, text):
     (place.source / "mount-config.json").write_bytes(text.encode("latin-1"))
-    oneLine(refused(place, program, 3, "mount-config.json"))
+    one_line(refused(place, program, 3, "mount-config.json"))
 
 
 @pytest.mark.parametrize("key", ["driveId", "kemviHome", "repoRoot", "helperPath"])
 def test_missing_key_is_refused_by_name(place, program, key):
-    writeConfiguration(place.source, program.helper, place.backing, **{key: None})
-    oneLine(refused(place, program, 3, "mount-config.json", key))
+    write_configuration(place.source, program.helper, place.backing, **{key: None})
+    one_line(refused(place, program, 3, "mount-config.json", key))
 
 
 @pytest.mark.parametrize("value", [42, True, [], {}])
 def test_key_of_a_wrong_type_is_refused_by_name_with_what_was_expected(place, program, value):
-    writeConfiguration(place.source, program.helper, place.backing, driveId=value)
-    oneLine(refused(place, program, 3, "mount-config.json", "driveId", "string"))
+    write_configuration(place.source, program.helper, place.backing, driveId=value)
+    one_line(refused(place, program, 3, "mount-config.json", "driveId", "string"))
 
 
 def test_missing_helper_script_is_refused_by_name(place, program):
-    writeConfiguration(place.source, "/absent/helper.mjs", place.backing)
-    oneLine(refused(place, program, 4, "/absent/helper.mjs"))
+    write_configuration(place.source, "/absent/helper.mjs", place.backing)
+    one_line(refused(place, program, 4, "/absent/helper.mjs"))
 
 
 def test_missing_node_is_refused_by_name(place, program, workspace):
     (workspace / "empty").mkdir()
-    oneLine(refused(place, program, 4, "node", environment={"PATH": str(workspace / "empty")}))
+    one_line(refused(place, program, 4, "node", environment={"PATH": str(workspace / "empty")}))
 
 
 BAD_HELPERS = {
@@ -350,7 +350,7 @@ BAD_HELPERS = {
 def test_helper_that_is_none_is_refused_and_its_own_words_are_shown(place, program, workspace, what, arguments):
     script = workspace / "helper.mjs"
     script.write_text("console.error('words of the helper');\n" + BAD_HELPERS[what])
-    writeConfiguration(place.source, script, place.backing)
+    write_configuration(place.source, script, place.backing)
     done = refused(place, program, 5, script, arguments=arguments)
     if what == "does not parse":
         assert "SyntaxError" in done.stderr
@@ -362,18 +362,18 @@ def test_helper_that_is_none_is_refused_and_its_own_words_are_shown(place, progr
 
 def test_missing_mount_point_is_refused_by_name(place, program):
     os.rmdir(place.path)
-    oneLine(refused(place, program, 6, place.path, "not exist"))
+    one_line(refused(place, program, 6, place.path, "not exist"))
 
 
 def test_mount_point_that_is_a_file_is_refused_by_name(place, program):
     os.rmdir(place.path)
     place.path.touch()
-    oneLine(refused(place, program, 6, place.path, "not a directory"))
+    one_line(refused(place, program, 6, place.path, "not a directory"))
 
 
 def test_mount_point_with_entries_is_refused_unless_asked_for(place, program):
     (place.path / "entry").touch()
-    oneLine(refused(place, program, 6, place.path, "not empty"))
+    one_line(refused(place, program, 6, place.path, "not empty"))
     assert program.run("mount", place.source, place.path, "-o", "nonempty").returncode == 0
     assert os.listdir(place.path) == ["file"]
     assert program.run("unmount", place.path).returncode == 0
@@ -389,7 +389,7 @@ def test_mount_point_in_use_is_refused_by_name_and_the_mount_goes_on(daemon, pro
 def test_mount_point_inside_the_served_tree_is_refused(place, program):
     place.path = place.backing / "mount"
     place.path.mkdir()
-    oneLine(refused(place, program, 6, place.path))
+    one_line(refused(place, program, 6, place.path))
 
 
 def test_unmount_of_what_is_not_mounted_is_refused(place, program):
@@ -402,18 +402,18 @@ def test_unmount_of_what_is_not_mounted_is_refused(place, program):
                                          ("uid=no-such-user", "uid"), ("ro=1", "ro"), ("dmask", "dmask"),
                                          ("request_size=5000", "request_size")])
 def test_bad_option_is_refused_by_name(place, program, option, word):
-    oneLine(refused(place, program, 2, word, arguments=("-o", option)))
+    one_line(refused(place, program, 2, word, arguments=("-o", option)))
 
 
-@pytest.mark.userOnly
+@pytest.mark.user_only
 def test_allow_other_is_refused_with_a_clear_word_where_the_machine_forbids_it(place, program):
     with open("/etc/fuse.conf", encoding="utf-8") as configuration:
         if any(line.strip() == "user_allow_other" for line in configuration):
             pytest.skip("this machine allows it")
-    oneLine(refused(place, program, 7, "allow_other", "user_allow_other", arguments=("-o", "allow_other")))
+    one_line(refused(place, program, 7, "allow_other", "user_allow_other", arguments=("-o", "allow_other")))
 
 
-@pytest.mark.rootOnly
+@pytest.mark.root_only
 def test_missing_device_is_refused_by_name(place, program):
     """In a mount namespace whose /dev has nothing but the null device."""
     script = ('mount -t tmpfs none "$1" && mknod -m 666 "$1/null" c 1 3 && mount --move "$1" /dev && shift && "$@"')
@@ -431,7 +431,7 @@ def test_interrupt_before_the_mount_is_ready_leaves_nothing(place, program, work
     script = workspace / "helper.mjs"
     script.write_text(f"import fs from 'node:fs'; fs.writeFileSync({str(workspace / 'asked')!r}, '');"
                       "setInterval(() => {}, 1000)")
-    writeConfiguration(place.source, script, place.backing)
+    write_configuration(place.source, script, place.backing)
     with program.start("mount", place.source, place.path, stderr=subprocess.DEVNULL) as starter:
         eventually((workspace / "asked").exists, 10, "the start of the helper")
         assert not place.mounted()
@@ -481,7 +481,7 @@ def test_other_users_have_no_access(mount):
     assert done.returncode != 0 and done.stdout == b""
 
 
-@pytest.mark.rootOnly
+@pytest.mark.root_only
 def test_other_users_may_read_and_not_write_when_allowed(mount):
     volume = mount(options=["allow_other"])
     (volume.path / "file").write_bytes(b"content")
@@ -498,8 +498,8 @@ def test_other_users_may_read_and_not_write_when_allowed(mount):
 def test_concurrent_work_and_unmount_do_not_hang(mount):
     """A mount taken away under busy processes: they get errors, nobody hangs."""
     volume = mount()
-    volume.checksDescriptors = False
-    volume.expectLog("")
+    volume.checks_descriptors = False
+    volume.expect_log("")
 
     def work():
         count = 0
@@ -513,10 +513,10 @@ def test_concurrent_work_and_unmount_do_not_hang(mount):
     workers = [Worker(work) for _ in range(3)]
     eventually(lambda: len(os.listdir(volume.backing)) == 3, 20)
     volume.host.send_signal(signal.SIGTERM)
-    eventually(lambda: not system.mountPoints(volume.path), 20)
+    eventually(lambda: not system.mount_points(volume.path), 20)
     for worker in workers:
-        if not worker.isGone(2) and not worker.isDone():
+        if not worker.is_gone(2) and not worker.is_done():
             worker.kill()  # it works on in the empty mount point, which is writable to it
-    volume.waitForEnd(20)
+    volume.wait_for_end(20)
     for name in os.listdir(volume.path):
         os.unlink(volume.path / name)

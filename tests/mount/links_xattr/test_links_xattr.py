@@ -49,7 +49,7 @@ def test_pipe_and_socket_nodes_are_not_supported(controlled, kind):
     assert os.listdir(controlled.path) == []
 
 
-@pytest.mark.rootOnly
+@pytest.mark.root_only
 @pytest.mark.parametrize("kind", [stat.S_IFCHR, stat.S_IFBLK])
 def test_device_nodes_are_not_supported(controlled, kind):
     with pytest.raises(OSError) as caught:
@@ -90,23 +90,23 @@ def test_programs_that_copy_attributes_and_links_get_along_without(controlled, f
 
 def test_file_locks_of_one_machine_work(volume):
     import fcntl
-    from harness.worker import inChild
+    from harness.worker import in_child
     (volume.path / "file").write_bytes(b"content")
     with open(volume.path / "file", "r+b") as file:
         fcntl.flock(file, fcntl.LOCK_EX)
 
-        def tryLock():
+        def try_lock():
             with open(volume.path / "file", "r+b") as other:
                 fcntl.flock(other, fcntl.LOCK_EX | fcntl.LOCK_NB)
-        assert failure(lambda: inChild(tryLock)) == errno.EWOULDBLOCK
+        assert failure(lambda: in_child(try_lock)) == errno.EWOULDBLOCK
         fcntl.flock(file, fcntl.LOCK_UN)
-        inChild(tryLock)
+        in_child(try_lock)
         fcntl.lockf(file, fcntl.LOCK_EX, 10, 0)
 
-        def tryRange():
+        def try_range():
             with open(volume.path / "file", "r+b") as other:
                 fcntl.lockf(other, fcntl.LOCK_EX | fcntl.LOCK_NB, 10, 5)
-        assert failure(lambda: inChild(tryRange)) in (errno.EAGAIN, errno.EACCES)
+        assert failure(lambda: in_child(try_range)) in (errno.EAGAIN, errno.EACCES)
 
 
 def test_links_count_as_one_for_files_and_two_for_folders(mount):

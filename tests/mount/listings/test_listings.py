@@ -21,7 +21,7 @@ def fill(folder, count):
 
 def test_empty_folder_lists_itself_and_its_parent(volume):
     descriptor = os.open(volume.path, os.O_RDONLY | os.O_DIRECTORY)
-    assert sorted(name for name, *_ in libc.wholeDirectory(descriptor)) == [".", ".."]
+    assert sorted(name for name, *_ in libc.whole_directory(descriptor)) == [".", ".."]
     os.close(descriptor)
 
 
@@ -56,7 +56,7 @@ def test_listing_tells_the_kind_of_each_entry(volume):
     (volume.path / "file").touch()
     (volume.path / "folder").mkdir()
     descriptor = os.open(volume.path, os.O_RDONLY | os.O_DIRECTORY)
-    kinds = {name: kind for name, _, _, kind in libc.wholeDirectory(descriptor)}
+    kinds = {name: kind for name, _, _, kind in libc.whole_directory(descriptor)}
     os.close(descriptor)
     assert kinds == {".": 4, "..": 4, "file": 8, "folder": 4}
 
@@ -66,7 +66,7 @@ def test_each_opened_listing_asks_once_and_each_rewind_again(controlled):
     descriptor = os.open(controlled.path, os.O_RDONLY | os.O_DIRECTORY)
     for turn in (1, 2, 3):
         os.lseek(descriptor, 0, os.SEEK_SET)
-        names = {name for name, *_ in libc.wholeDirectory(descriptor, 200)}
+        names = {name for name, *_ in libc.whole_directory(descriptor, 200)}
         assert names == wanted | {".", ".."}
         assert controlled.helper.count("readdir") == turn
     os.close(descriptor)
@@ -76,7 +76,7 @@ def test_each_opened_listing_asks_once_and_each_rewind_again(controlled):
 def test_every_buffer_size_gives_each_entry_once(volume, size):
     wanted = fill(volume.path, 500)
     descriptor = os.open(volume.path, os.O_RDONLY | os.O_DIRECTORY)
-    names = [name for name, *_ in libc.wholeDirectory(descriptor, size)]
+    names = [name for name, *_ in libc.whole_directory(descriptor, size)]
     os.close(descriptor)
     assert len(names) == 502 and set(names) == wanted | {".", ".."}
 
@@ -84,11 +84,11 @@ def test_every_buffer_size_gives_each_entry_once(volume, size):
 def test_rewind_shows_what_came_and_went(volume):
     fill(volume.path, 10)
     descriptor = os.open(volume.path, os.O_RDONLY | os.O_DIRECTORY)
-    libc.wholeDirectory(descriptor)
+    libc.whole_directory(descriptor)
     (volume.path / "fresh").touch()
     (volume.path / "entry00003").unlink()
     os.lseek(descriptor, 0, os.SEEK_SET)
-    names = {name for name, *_ in libc.wholeDirectory(descriptor)}
+    names = {name for name, *_ in libc.whole_directory(descriptor)}
     os.close(descriptor)
     assert "fresh" in names and "entry00003" not in names and len(names) == 12
 
@@ -96,10 +96,10 @@ def test_rewind_shows_what_came_and_went(volume):
 def test_place_in_a_listing_can_be_kept_and_found_again(volume):
     fill(volume.path, 200)
     descriptor = os.open(volume.path, os.O_RDONLY | os.O_DIRECTORY)
-    whole = libc.wholeDirectory(descriptor, 300)
+    whole = libc.whole_directory(descriptor, 300)
     for place in (0, 1, 2, 57, 150, 200):
         os.lseek(descriptor, whole[place][2], os.SEEK_SET)
-        rest = [name for name, *_ in libc.wholeDirectory(descriptor, 300)]
+        rest = [name for name, *_ in libc.whole_directory(descriptor, 300)]
         assert rest == [name for name, *_ in whole[place + 1:]]
     os.close(descriptor)
 
@@ -108,7 +108,7 @@ def test_entries_removed_while_listing_neither_skip_nor_loop(volume):
     wanted = fill(volume.path, 1_500)
     descriptor = os.open(volume.path, os.O_RDONLY | os.O_DIRECTORY)
     seen = []
-    while part := libc.rawDirectory(descriptor, 400):
+    while part := libc.raw_directory(descriptor, 400):
         for name, *_ in part:
             if name not in (".", ".."):
                 seen.append(name)
@@ -122,7 +122,7 @@ def test_entries_added_while_listing_do_not_hide_or_double_the_others(volume):
     wanted = fill(volume.path, 300)
     descriptor = os.open(volume.path, os.O_RDONLY | os.O_DIRECTORY)
     seen, step = [], 0
-    while part := libc.rawDirectory(descriptor, 300):
+    while part := libc.raw_directory(descriptor, 300):
         seen += [name for name, *_ in part if name.startswith("entry")]
         (volume.path / f"added{step}").touch()
         step += 1
@@ -135,7 +135,7 @@ def test_entries_renamed_while_listing_keep_the_others_complete(volume):
     wanted = fill(volume.path, 300)
     descriptor = os.open(volume.path, os.O_RDONLY | os.O_DIRECTORY)
     seen = []
-    while part := libc.rawDirectory(descriptor, 300):
+    while part := libc.raw_directory(descriptor, 300):
         for name, *_ in part:
             if name.startswith("entry"):
                 seen.append(name)
@@ -164,13 +164,13 @@ def test_find_meets_every_file_of_a_tree_once(volume):
     assert sorted(done.stdout.split()) == sorted(wanted)
 
 
-def listMany(folder, count):
+def list_many(folder, count):
     return [len(os.listdir(folder)) for _ in range(count)]
 
 
 def test_many_processes_list_at_once(volume):
     fill(volume.path, 400)
-    workers = [Worker(listMany, volume.path, 15) for _ in range(4)]
+    workers = [Worker(list_many, volume.path, 15) for _ in range(4)]
     for worker in workers:
         assert worker.result(50) == [400] * 15
 
@@ -182,7 +182,7 @@ def test_two_open_listings_of_a_folder_do_not_disturb_each_other(volume):
     seen = {first: [], second: []}
     for _ in range(1_000):
         for descriptor, size in ((first, 200), (second, 700)):
-            seen[descriptor] += [name for name, *_ in libc.rawDirectory(descriptor, size)]
+            seen[descriptor] += [name for name, *_ in libc.raw_directory(descriptor, size)]
     os.close(first)
     os.close(second)
     assert all(len(names) == len(wanted) and set(names) == wanted for names in seen.values())
@@ -213,9 +213,9 @@ ODD = ["", ".", "..", "a/b", "/", "nul\0inside", "x" * 256, "\u00e4" * 128]
 def test_entries_with_impossible_names_are_left_out_with_one_log_line_each(controlled):
     (controlled.path / "good").touch()
     controlled.helper.rule("oddNames", "readdir", names=ODD)
-    controlled.expectLog("")
+    controlled.expect_log("")
     descriptor = os.open(controlled.path, os.O_RDONLY | os.O_DIRECTORY)
-    names = sorted(name for name, *_ in libc.wholeDirectory(descriptor))
+    names = sorted(name for name, *_ in libc.whole_directory(descriptor))
     os.close(descriptor)
     assert names == [".", "..", "good"]
     lines = controlled.log().splitlines()
@@ -255,7 +255,7 @@ def test_open_folder_that_was_removed_lists_nothing(volume):
     descriptor = os.open(volume.path / "folder", os.O_RDONLY | os.O_DIRECTORY)
     os.rmdir(volume.path / "folder")
     try:
-        names = [name for name, *_ in libc.wholeDirectory(descriptor)]
+        names = [name for name, *_ in libc.whole_directory(descriptor)]
     except OSError as error:
         assert error.errno in (errno.ENOENT, errno.ESTALE)
         names = []

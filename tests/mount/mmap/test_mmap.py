@@ -12,7 +12,7 @@ import pytest
 
 from harness.calls import failure, put
 from harness.deadline import eventually
-from harness.worker import Worker, inChild, script
+from harness.worker import Worker, in_child, script
 
 PAGE = mmap.PAGESIZE
 
@@ -201,9 +201,9 @@ def test_file_error_under_a_map_is_a_bus_error_and_not_zeros(mount):
 
 # Pages that cannot be written back
 
-def fullDisk(volume, offset):
+def full_disk(volume, offset):
     """From now on the helper refuses to write behind an offset."""
-    volume.checksDescriptors = False
+    volume.checks_descriptors = False
     return volume.helper.rule("failWritesFrom", "write", offset=offset, code="ENOSPC", message="no room")
 
 
@@ -213,7 +213,7 @@ def test_page_that_cannot_be_written_is_an_error_of_msync(mount, options):
     put(volume.backing / "file", bytes(64 * PAGE))
     descriptor = os.open(volume.path / "file", os.O_RDWR)
     view = mmap.mmap(descriptor, 0)
-    rule = fullDisk(volume, 32 * PAGE)
+    rule = full_disk(volume, 32 * PAGE)
     view[:] = b"x" * 64 * PAGE
     assert failure(view.flush) in (errno.EIO, errno.ENOSPC)
     volume.helper.drop(rule)
@@ -227,7 +227,7 @@ def test_page_that_cannot_be_written_when_the_map_ends_is_an_error_of_the_next_c
     descriptor = os.open(controlled.path / "file", os.O_RDWR)
     view = mmap.mmap(descriptor, 0)
     view[:] = b"x" * 64 * PAGE
-    rule = fullDisk(controlled, 32 * PAGE)
+    rule = full_disk(controlled, 32 * PAGE)
     view.close()
     controlled.helper.drop(rule)
     assert failure(os.close, descriptor) in (errno.EIO, errno.ENOSPC)
@@ -237,7 +237,7 @@ def test_page_that_cannot_be_written_when_the_map_ends_is_an_error_of_the_next_c
 def test_gathered_writes_that_cannot_be_written_are_an_error(mount, last):
     volume = mount(options=["writeback"], control=True)
     descriptor = os.open(volume.path / "file", os.O_RDWR | os.O_CREAT)
-    rule = fullDisk(volume, 32 * PAGE)
+    rule = full_disk(volume, 32 * PAGE)
     os.write(descriptor, b"x" * 64 * PAGE)
     assert failure(os.fsync if last == "fsync" else os.close, descriptor) in (errno.EIO, errno.ENOSPC)
     volume.helper.drop(rule)
@@ -263,7 +263,7 @@ def test_program_is_refused_where_files_are_shown_as_not_executable(mount):
         subprocess.run([volume.path / "program"], check=False, timeout=20)
 
 
-def libraryFile():
+def library_file():
     with open("/proc/self/maps", encoding="ascii") as maps:
         return next(line.split()[-1] for line in maps if "/libm.so" in line or "/libz.so" in line)
 
@@ -271,12 +271,12 @@ def libraryFile():
 @pytest.mark.parametrize("options", [[], ["fmask=022"]])
 def test_shared_library_is_loaded_from_the_volume(mount, options):
     volume = mount(options=options)
-    shutil.copy(libraryFile(), volume.path / "library.so")
+    shutil.copy(library_file(), volume.path / "library.so")
 
     def load():
         library = ctypes.CDLL(str(volume.path / "library.so"))
         return bool(getattr(library, "cos", None) or getattr(library, "zlibVersion", None))
-    assert inChild(load)
+    assert in_child(load)
 
 
 def test_running_program_can_be_replaced(mount):

@@ -24,10 +24,10 @@ REMOVED_FOLDER = [
 ]
 
 
-def known(kind, mount, plain, isAboutRemovedFolder):
+def known(kind, mount, plain, is_about_removed_folder):
     if mount == plain:
         return True
-    if isAboutRemovedFolder:
+    if is_about_removed_folder:
         return any(mount == result for result, _ in REMOVED_FOLDER)
     if mount[0] == plain[0] == "error":
         return any(kind in kinds and {mount[1], plain[1]} <= names for kinds, names, _ in EITHER)

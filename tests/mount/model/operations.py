@@ -19,7 +19,7 @@ OPEN_FLAGS = [os.O_RDONLY, os.O_WRONLY, os.O_RDWR, os.O_WRONLY | os.O_APPEND, os
 CREATE_FLAGS = [0, os.O_EXCL, os.O_TRUNC, os.O_EXCL | os.O_TRUNC]
 
 
-def randomPath(random):
+def random_path(random):
     return "/".join(random.choice(NAMES[:3] if level else NAMES) for level in range(random.choice([1, 1, 1, 2, 2, 3])))
 
 
@@ -33,8 +33,8 @@ MODES = [0o700, 0o744, 0o755]
 
 GENERATORS = {
     # kind: (weight, arguments)
-    "open": (8, lambda r: (r.randrange(SLOTS), randomPath(r), r.choice(OPEN_FLAGS))),
-    "create": (14, lambda r: (r.randrange(SLOTS), randomPath(r), r.choice(OPEN_FLAGS), r.choice(CREATE_FLAGS))),
+    "open": (8, lambda r: (r.randrange(SLOTS), random_path(r), r.choice(OPEN_FLAGS))),
+    "create": (14, lambda r: (r.randrange(SLOTS), random_path(r), r.choice(OPEN_FLAGS), r.choice(CREATE_FLAGS))),
     "close": (8, lambda r: (r.randrange(SLOTS),)),
     "dup": (2, lambda r: (r.randrange(SLOTS), r.randrange(SLOTS))),
     "read": (6, lambda r: (r.randrange(SLOTS), r.choice(SIZES))),
@@ -48,30 +48,30 @@ GENERATORS = {
     "fdatasync": (1, lambda r: (r.randrange(SLOTS),)),
     "futimens": (2, lambda r: (r.randrange(SLOTS), r.randrange(1, 2_000_000_000))),
     "fchmod": (1, lambda r: (r.randrange(SLOTS), r.choice(MODES))),
-    "mapRead": (3, lambda r: (r.randrange(SLOTS),)),
-    "mapWrite": (3, lambda r: (r.randrange(SLOTS), r.getrandbits(32), r.choice(SIZES))),
-    "stat": (8, lambda r: (randomPath(r),)),
-    "access": (2, lambda r: (randomPath(r), r.choice([os.F_OK, os.R_OK, os.W_OK]))),
-    "truncate": (4, lambda r: (randomPath(r), r.choice(SIZES))),
-    "utimens": (3, lambda r: (randomPath(r), r.randrange(1, 2_000_000_000))),
-    "chmod": (2, lambda r: (randomPath(r), r.choice(MODES))),
-    "chownSelf": (1, lambda r: (randomPath(r),)),
-    "unlink": (8, lambda r: (randomPath(r),)),
-    "mkdir": (10, lambda r: (randomPath(r),)),
-    "rmdir": (5, lambda r: (randomPath(r),)),
-    "rename": (10, lambda r: (randomPath(r), randomPath(r))),
-    "renameNew": (3, lambda r: (randomPath(r), randomPath(r))),
-    "list": (5, lambda r: (r.choice(["", "", randomPath(r)]),)),
-    "listWithKinds": (3, lambda r: (r.choice(["", randomPath(r)]),)),
-    "listSlowly": (2, lambda r: (r.choice(["", randomPath(r)]), randomPath(r))),
-    "mknod": (3, lambda r: (randomPath(r),)),
-    "readFile": (6, lambda r: (randomPath(r),)),
-    "writeFile": (6, lambda r: (randomPath(r), r.getrandbits(32), r.choice(SIZES))),
-    "appendFile": (4, lambda r: (randomPath(r), r.getrandbits(32), r.choice(SIZES))),
-    "saveFile": (3, lambda r: (randomPath(r), r.getrandbits(32), r.choice(SIZES))),
-    "chdirAndBack": (1, lambda r: (randomPath(r),)),
-    "readlink": (1, lambda r: (randomPath(r),)),
-    "emptyTree": (1, lambda r: (randomPath(r),)),
+    "map_read": (3, lambda r: (r.randrange(SLOTS),)),
+    "map_write": (3, lambda r: (r.randrange(SLOTS), r.getrandbits(32), r.choice(SIZES))),
+    "stat": (8, lambda r: (random_path(r),)),
+    "access": (2, lambda r: (random_path(r), r.choice([os.F_OK, os.R_OK, os.W_OK]))),
+    "truncate": (4, lambda r: (random_path(r), r.choice(SIZES))),
+    "utimens": (3, lambda r: (random_path(r), r.randrange(1, 2_000_000_000))),
+    "chmod": (2, lambda r: (random_path(r), r.choice(MODES))),
+    "chownSelf": (1, lambda r: (random_path(r),)),
+    "unlink": (8, lambda r: (random_path(r),)),
+    "mkdir": (10, lambda r: (random_path(r),)),
+    "rmdir": (5, lambda r: (random_path(r),)),
+    "rename": (10, lambda r: (random_path(r), random_path(r))),
+    "renameNew": (3, lambda r: (random_path(r), random_path(r))),
+    "list": (5, lambda r: (r.choice(["", "", random_path(r)]),)),
+    "listWithKinds": (3, lambda r: (r.choice(["", random_path(r)]),)),
+    "listSlowly": (2, lambda r: (r.choice(["", random_path(r)]), random_path(r))),
+    "mknod": (3, lambda r: (random_path(r),)),
+    "readFile": (6, lambda r: (random_path(r),)),
+    "writeFile": (6, lambda r: (random_path(r), r.getrandbits(32), r.choice(SIZES))),
+    "appendFile": (4, lambda r: (random_path(r), r.getrandbits(32), r.choice(SIZES))),
+    "saveFile": (3, lambda r: (random_path(r), r.getrandbits(32), r.choice(SIZES))),
+    "chdirAndBack": (1, lambda r: (random_path(r),)),
+    "readlink": (1, lambda r: (random_path(r),)),
+    "emptyTree": (1, lambda r: (random_path(r),)),
     "copyRange": (2, lambda r: (r.randrange(SLOTS), r.randrange(SLOTS), r.choice(SIZES))),
 }
 
@@ -104,7 +104,7 @@ class Tree:
             os.close(self.slots.pop(slot))
         self.slots[slot] = descriptor
 
-    def closeAll(self):
+    def close_all(self):
         for descriptor in self.slots.values():
             os.close(descriptor)
         self.slots.clear()
@@ -117,39 +117,39 @@ def described(seen):
     return ("file", seen.st_size)
 
 
-def doOpen(tree, slot, name, flags):
+def do_open(tree, slot, name, flags):
     tree.put(slot, os.open(tree.path(name), flags))
 
 
-def doCreate(tree, slot, name, flags, more):
+def do_create(tree, slot, name, flags, more):
     tree.put(slot, os.open(tree.path(name), flags | more | os.O_CREAT, 0o644))
 
 
-def doClose(tree, slot):
+def do_close(tree, slot):
     descriptor = tree.descriptor(slot)
     del tree.slots[slot]
     os.close(descriptor)
 
 
-def doDup(tree, slot, into):
+def do_dup(tree, slot, into):
     if slot != into:
         tree.put(into, os.dup(tree.descriptor(slot)))
 
 
-def doWrite(tree, slot, seed, size):
+def do_write(tree, slot, seed, size):
     return os.write(tree.descriptor(slot), content(seed, size)[:size])
 
 
-def doPwrite(tree, slot, seed, size, offset):
+def do_pwrite(tree, slot, seed, size, offset):
     return os.pwrite(tree.descriptor(slot), content(seed, size)[:size], offset)
 
 
-def doFutimens(tree, slot, when):
+def do_futimens(tree, slot, when):
     os.utime(tree.descriptor(slot), (when, when))
     return os.fstat(tree.descriptor(slot)).st_mtime
 
 
-def sizeOfFile(descriptor):
+def size_of_file(descriptor):
     """Folders are refused here, since sizes and places in them differ from disk to disk."""
     seen = os.fstat(descriptor)
     if stat.S_ISDIR(seen.st_mode):
@@ -157,22 +157,22 @@ def sizeOfFile(descriptor):
     return seen.st_size
 
 
-def doSeek(tree, slot, offset, whence):
-    sizeOfFile(tree.descriptor(slot))
+def do_seek(tree, slot, offset, whence):
+    size_of_file(tree.descriptor(slot))
     return os.lseek(tree.descriptor(slot), offset, whence)
 
 
-def doMapRead(tree, slot):
+def do_map_read(tree, slot):
     descriptor = tree.descriptor(slot)
-    if sizeOfFile(descriptor) == 0:
+    if size_of_file(descriptor) == 0:
         return b""
     with mmap.mmap(descriptor, 0, access=mmap.ACCESS_READ) as view:
         return view[:]
 
 
-def doMapWrite(tree, slot, seed, offset):
+def do_map_write(tree, slot, seed, offset):
     descriptor = tree.descriptor(slot)
-    size = sizeOfFile(descriptor)
+    size = size_of_file(descriptor)
     if offset >= size:
         return None
     with mmap.mmap(descriptor, 0) as view:
@@ -182,27 +182,27 @@ def doMapWrite(tree, slot, seed, offset):
         return len(data)
 
 
-def doUtimens(tree, name, when):
+def do_utimens(tree, name, when):
     os.utime(tree.path(name), (when, when))
     return os.stat(tree.path(name)).st_mtime
 
 
-def doListWithKinds(tree, name):
+def do_list_with_kinds(tree, name):
     with os.scandir(tree.path(name)) as entries:
         return sorted((entry.name, *described(entry.stat())) for entry in entries)
 
 
-def doListSlowly(tree, name, removed):
+def do_list_slowly(tree, name, removed):
     """A listing in small pieces with a removal in between: what was there throughout is told once."""
     descriptor = os.open(tree.path(name), os.O_RDONLY | os.O_DIRECTORY)
     try:
         before = set(os.listdir(tree.path(name)))
-        found = [entry[0] for entry in libc.rawDirectory(descriptor, 600)]
+        found = [entry[0] for entry in libc.raw_directory(descriptor, 600)]
         try:
             os.unlink(tree.path(removed))
         except OSError:
             pass
-        found += [entry[0] for entry in libc.wholeDirectory(descriptor, 600)]
+        found += [entry[0] for entry in libc.whole_directory(descriptor, 600)]
         after = set(os.listdir(tree.path(name)))
         doubled = sorted(entry for entry in set(found) if found.count(entry) > 1)
         return sorted(after), sorted((before & after) - set(found)), doubled
@@ -210,23 +210,23 @@ def doListSlowly(tree, name, removed):
         os.close(descriptor)
 
 
-def doReadFile(tree, name):
+def do_read_file(tree, name):
     with open(tree.path(name), "rb", buffering=0) as file:
         return file.read()
 
 
-def doWriteFile(tree, name, seed, size):
+def do_write_file(tree, name, seed, size):
     with open(tree.path(name), "wb", buffering=0) as file:
         return file.write(content(seed, size)[:size])
 
 
-def doAppendFile(tree, name, seed, size):
+def do_append_file(tree, name, seed, size):
     with open(tree.path(name), "ab", buffering=0) as file:
         file.write(content(seed, size)[:size])
         return os.fstat(file.fileno()).st_size
 
 
-def doSaveFile(tree, name, seed, size):
+def do_save_file(tree, name, seed, size):
     """As an editor saves: write beside, synchronise, rename over."""
     beside = tree.path(name)[:-1] + "~" if len(tree.path(name).rsplit("/", 1)[1]) > 250 else tree.path(name) + "~"
     with open(beside, "xb", buffering=0) as file:
@@ -239,7 +239,7 @@ def doSaveFile(tree, name, seed, size):
         raise
 
 
-def doChdirAndBack(tree, name):
+def do_chdir_and_back(tree, name):
     os.chdir(tree.path(name))
     try:
         return sorted(os.listdir("."))
@@ -247,7 +247,7 @@ def doChdirAndBack(tree, name):
         os.chdir("/")
 
 
-def doEmptyTree(tree, name):
+def do_empty_tree(tree, name):
     """As rm -r does."""
     for folder, folders, files in os.walk(tree.path(name), topdown=False):
         for file in files:
@@ -257,34 +257,34 @@ def doEmptyTree(tree, name):
     os.rmdir(tree.path(name))
 
 
-def doCopyRange(tree, source, target, size):
+def do_copy_range(tree, source, target, size):
     first, second = tree.descriptor(source), tree.descriptor(target)
     data = os.pread(first, size, 0)
     return os.write(second, data)
 
 
 PERFORMERS = {
-    "open": doOpen,
-    "create": doCreate,
-    "close": doClose,
-    "dup": doDup,
+    "open": do_open,
+    "create": do_create,
+    "close": do_close,
+    "dup": do_dup,
     "read": lambda tree, slot, size: os.read(tree.descriptor(slot), size),
     "pread": lambda tree, slot, size, offset: os.pread(tree.descriptor(slot), size, offset),
-    "write": doWrite,
-    "pwrite": doPwrite,
-    "seek": doSeek,
+    "write": do_write,
+    "pwrite": do_pwrite,
+    "seek": do_seek,
     "ftruncate": lambda tree, slot, size: os.ftruncate(tree.descriptor(slot), size),
     "fstat": lambda tree, slot: described(os.fstat(tree.descriptor(slot))),
     "fsync": lambda tree, slot: os.fsync(tree.descriptor(slot)),
     "fdatasync": lambda tree, slot: os.fdatasync(tree.descriptor(slot)),
-    "futimens": doFutimens,
+    "futimens": do_futimens,
     "fchmod": lambda tree, slot, mode: os.fchmod(tree.descriptor(slot), mode),
-    "mapRead": doMapRead,
-    "mapWrite": doMapWrite,
+    "map_read": do_map_read,
+    "map_write": do_map_write,
     "stat": lambda tree, name: described(os.stat(tree.path(name))),
     "access": lambda tree, name, how: os.access(tree.path(name), how),
     "truncate": lambda tree, name, size: os.truncate(tree.path(name), size),
-    "utimens": doUtimens,
+    "utimens": do_utimens,
     "chmod": lambda tree, name, mode: os.chmod(tree.path(name), mode),
     "chownSelf": lambda tree, name: os.chown(tree.path(name), os.getuid(), os.getgid()),
     "unlink": lambda tree, name: os.unlink(tree.path(name)),
@@ -293,17 +293,17 @@ PERFORMERS = {
     "rename": lambda tree, old, new: os.rename(tree.path(old), tree.path(new)),
     "renameNew": lambda tree, old, new: libc.renameat2(tree.path(old), tree.path(new), libc.RENAME_NOREPLACE),
     "list": lambda tree, name: sorted(os.listdir(tree.path(name))),
-    "listWithKinds": doListWithKinds,
-    "listSlowly": doListSlowly,
+    "listWithKinds": do_list_with_kinds,
+    "listSlowly": do_list_slowly,
     "mknod": lambda tree, name: os.mknod(tree.path(name), stat.S_IFREG | 0o644),
-    "readFile": doReadFile,
-    "writeFile": doWriteFile,
-    "appendFile": doAppendFile,
-    "saveFile": doSaveFile,
-    "chdirAndBack": doChdirAndBack,
+    "readFile": do_read_file,
+    "writeFile": do_write_file,
+    "appendFile": do_append_file,
+    "saveFile": do_save_file,
+    "chdirAndBack": do_chdir_and_back,
     "readlink": lambda tree, name: os.readlink(tree.path(name)),
-    "emptyTree": doEmptyTree,
-    "copyRange": doCopyRange,
+    "emptyTree": do_empty_tree,
+    "copyRange": do_copy_range,
 }
 
 assert set(PERFORMERS) == set(GENERATORS)
@@ -317,7 +317,7 @@ def perform(tree, kind, arguments):
         return ("error", errno.errorcode.get(error.errno, str(error.errno)))
 
 
-def usesRemovedFolder(tree, arguments):
+def uses_removed_folder(tree, arguments):
     """Whether an operation is about the descriptor of a folder that was removed; only a disk can tell."""
     for slot in arguments[:2]:
         if slot in tree.slots:

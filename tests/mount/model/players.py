@@ -4,7 +4,7 @@ import os
 import pickle
 import signal
 
-from .operations import Tree, perform, usesRemovedFolder
+from .operations import Tree, perform, uses_removed_folder
 
 
 class Player:
@@ -12,15 +12,15 @@ class Player:
 
     def __init__(self, roots):
         self.roots = roots
-        self.reads, theirWrites = os.pipe()
-        theirReads, self.writes = os.pipe()
+        self.reads, their_writes = os.pipe()
+        their_reads, self.writes = os.pipe()
         self.pid = os.fork()
         if self.pid == 0:
             os.close(self.reads)
             os.close(self.writes)
-            self._play(theirReads, theirWrites)
-        os.close(theirReads)
-        os.close(theirWrites)
+            self._play(their_reads, their_writes)
+        os.close(their_reads)
+        os.close(their_writes)
         self.input = os.fdopen(self.reads, "rb")
         self.output = os.fdopen(self.writes, "wb")
 
@@ -32,11 +32,11 @@ class Player:
             while (order := pickle.load(incoming)) is not None:
                 if order == "close":
                     for tree in trees:
-                        tree.closeAll()
+                        tree.close_all()
                     answer = None
                 else:
                     answer = [perform(tree, order[0], order[1:]) for tree in trees]
-                    answer.append(usesRemovedFolder(trees[1], order[1:]))
+                    answer.append(uses_removed_folder(trees[1], order[1:]))
                 pickle.dump(answer, outgoing)
                 outgoing.flush()
         except EOFError:
@@ -76,7 +76,7 @@ class Cast:
         """The results in both trees, and whether it was about a folder that is gone."""
         return self.players[operation[0]].do(operation[1:])
 
-    def closeAll(self):
+    def close_all(self):
         for player in self.players:
             player.do("close")
 

@@ -24,7 +24,7 @@ SHORTENING = 60  # seconds for making a failure shorter
 OPTIONS = [[], ["entry_timeout=0", "attr_timeout=0"], ["entry_timeout=60", "attr_timeout=60"], ["request_size=4096"]]
 
 
-def sequenceOf(seed):
+def sequence_of(seed):
     source = random.Random(seed)
     return [generate(source, PROCESSES) for _ in range(LENGTH)]
 
@@ -55,10 +55,10 @@ class Stage:
 
     def _compare(self, cast, sequence, roots, backing):
         for number, operation in enumerate(sequence):
-            mount, plain, isAboutRemovedFolder = cast.play(operation)
-            if not known(operation[1], mount, plain, isAboutRemovedFolder):
+            mount, plain, is_about_removed_folder = cast.play(operation)
+            if not known(operation[1], mount, plain, is_about_removed_folder):
                 return f"step {number}: {operation}\n  on the volume: {short(mount)}\n  on the disk:   {short(plain)}"
-        cast.closeAll()
+        cast.close_all()
         shown, wanted = snapshot(roots[0]), snapshot(roots[1])
         if shown != wanted:
             return "the trees differ in the end: " + differing(shown, wanted)
@@ -96,7 +96,7 @@ def shortened(stage, sequence):
 
 
 def report(stage, seed, fault):
-    sequence = shortened(stage, sequenceOf(seed))
+    sequence = shortened(stage, sequence_of(seed))
     steps = "\n".join(f"  {step!r}," for step in sequence)
     pytest.fail(f"seed {seed}: {fault}\nshortest sequence that fails ({len(sequence)} steps), as (process, kind, ...):\n"
                 f"[\n{steps}\n]\nwhich ends: {stage.fault(sequence)}", pytrace=False)
@@ -113,7 +113,7 @@ def test_volume_and_disk_agree_on_random_sequences(request, mount, options):
     seed = int(os.environ.get("KEMVI_MODEL_SEED", "0")) or random.SystemRandom().randrange(1, 1 << 32)
     first, end = seed, time.monotonic() + SECONDS / len(OPTIONS)
     while seed == first or time.monotonic() < end:
-        fault = stage.fault(sequenceOf(seed))
+        fault = stage.fault(sequence_of(seed))
         if fault:
             report(stage, seed, fault)
         seed += 1
@@ -125,9 +125,9 @@ def test_failing_sequence_is_found_and_shortened(volume, monkeypatch):
     from model import operations
 
     def lossy(tree, name, seed, size):
-        return operations.doWriteFile(tree, name, seed, size - 1 if "plain" in tree.root and size == 4097 else size)
+        return operations.do_write_file(tree, name, seed, size - 1 if "plain" in tree.root and size == 4097 else size)
     monkeypatch.setitem(operations.PERFORMERS, "writeFile", lossy)
     stage = Stage(volume)
-    seed = next(seed for seed in range(1, 200) if stage.fault(sequenceOf(seed)))
-    sequence = shortened(stage, sequenceOf(seed))
+    seed = next(seed for seed in range(1, 200) if stage.fault(sequence_of(seed)))
+    sequence = shortened(stage, sequence_of(seed))
     assert len(sequence) <= 5 and any(step[1] == "writeFile" for step in sequence)

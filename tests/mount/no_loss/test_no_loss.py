@@ -8,7 +8,7 @@ import pytest
 
 from harness import libc
 from harness.calls import failure, put
-from harness.deadline import eventually, unlessOvertaken
+from harness.deadline import eventually, unless_overtaken
 from harness.worker import Worker
 
 
@@ -77,18 +77,18 @@ def race(path, _index):
         return False
 
 
-def raceMany(folder, names):
+def race_many(folder, names):
     return [race(folder / name, 0) for name in names]
 
 
 def test_of_two_processes_that_create_a_name_exclusively_one_wins(volume):
     names = [f"file{index}" for index in range(150)]
-    workers = [Worker(raceMany, volume.path, names) for _ in range(3)]
+    workers = [Worker(race_many, volume.path, names) for _ in range(3)]
     results = [worker.result(50) for worker in workers]
     assert [sum(wins) for wins in zip(*results)] == [1] * len(names)
 
 
-def mkdirMany(folder, names):
+def mkdir_many(folder, names):
     won = []
     for name in names:
         try:
@@ -101,7 +101,7 @@ def mkdirMany(folder, names):
 
 def test_of_two_processes_that_make_a_folder_one_wins(volume):
     names = [f"folder{index}" for index in range(100)]
-    workers = [Worker(mkdirMany, volume.path, names) for _ in range(2)]
+    workers = [Worker(mkdir_many, volume.path, names) for _ in range(2)]
     results = [worker.result(50) for worker in workers]
     assert [sum(wins) for wins in zip(*results)] == [1] * len(names)
 
@@ -196,7 +196,7 @@ def test_appending_processes_lose_no_record(volume):
         assert mine == [b"%d:%d:" % (writer, record) + b"x" * (record % 97) for record in range(400)]
 
 
-def appendReopening(path, writer, count):
+def append_reopening(path, writer, count):
     for record in range(count):
         with open(path, "ab", buffering=0) as file:
             file.write(b"%d:%d\n" % (writer, record))
@@ -205,7 +205,7 @@ def appendReopening(path, writer, count):
 
 def test_processes_that_reopen_to_append_lose_no_record(volume):
     (volume.path / "log").touch()
-    workers = [Worker(appendReopening, volume.path / "log", writer, 150) for writer in range(3)]
+    workers = [Worker(append_reopening, volume.path / "log", writer, 150) for writer in range(3)]
     for worker in workers:
         assert worker.result(50)
     records = (volume.path / "log").read_bytes().split(b"\n")[:-1]
@@ -219,7 +219,7 @@ def test_shell_appends_through_inherited_descriptors_lose_no_line(volume):
     assert sorted(lines) == sorted(f"{w}:{i}" for w in (1, 2, 3) for i in range(100))
 
 
-def writeStripes(path, writer, count):
+def write_stripes(path, writer, count):
     descriptor = os.open(path, os.O_WRONLY)
     for block in range(count):
         os.pwrite(descriptor, bytes([65 + writer]) * 1000, (block * 3 + writer) * 1000)
@@ -229,7 +229,7 @@ def writeStripes(path, writer, count):
 
 def test_writers_of_interleaved_ranges_lose_nothing(volume):
     (volume.path / "file").touch()
-    workers = [Worker(writeStripes, volume.path / "file", writer, 100) for writer in range(3)]
+    workers = [Worker(write_stripes, volume.path / "file", writer, 100) for writer in range(3)]
     for worker in workers:
         assert worker.result(50)
     assert (volume.path / "file").read_bytes() == (b"A" * 1000 + b"B" * 1000 + b"C" * 1000) * 100
@@ -237,7 +237,7 @@ def test_writers_of_interleaved_ranges_lose_nothing(volume):
 
 # Sequences of requests are one step to everybody else
 
-def resizeMany(path, count):
+def resize_many(path, count):
     for _ in range(count):
         os.truncate(path, 6000)
         os.truncate(path, 9000)
@@ -248,9 +248,9 @@ def test_nobody_sees_a_file_empty_while_it_is_resized(mount):
     volume = mount(options=["attr_timeout=0", "entry_timeout=0"], control=True)
     put(volume.path / "file", b"h" * 9000)
     volume.helper.rule("delay", "write", milliseconds=3)
-    worker = Worker(resizeMany, volume.path / "file", 40)
+    worker = Worker(resize_many, volume.path / "file", 40)
     looks = 0
-    while not worker.isDone():
+    while not worker.is_done():
         with open(volume.path / "file", "rb", buffering=0) as file:
             assert file.read(4000) == b"h" * 4000
         assert os.stat(volume.path / "file").st_size in (6000, 9000)
@@ -258,7 +258,7 @@ def test_nobody_sees_a_file_empty_while_it_is_resized(mount):
     assert worker.result() and looks > 10
 
 
-def pokeMany(path, count):
+def poke_many(path, count):
     descriptor = os.open(path, os.O_WRONLY)
     for step in range(count):
         os.pwrite(descriptor, b"%06d" % step, 100)
@@ -270,31 +270,31 @@ def test_write_during_resizes_is_not_lost(mount):
     volume = mount(control=True)
     put(volume.path / "file", b"h" * 9000)
     volume.helper.rule("delay", "read", milliseconds=2)
-    workers = [Worker(resizeMany, volume.path / "file", 40), Worker(pokeMany, volume.path / "file", 60)]
+    workers = [Worker(resize_many, volume.path / "file", 40), Worker(poke_many, volume.path / "file", 60)]
     for worker in workers:
         assert worker.result(50)
     data = (volume.backing / "file").read_bytes()
     assert len(data) == 9000 and data[100:106] == b"000059" and data[:100] == b"h" * 100
 
 
-def replaceMany(folder, count):
+def replace_many(folder, count):
     for step in range(count):
         put(folder / "fresh", b"version %06d" % step)
         os.rename(folder / "fresh", folder / "file")
     return True
 
 
-@pytest.mark.parametrize("atomicHelper", [True, False])
-def test_replaced_name_is_never_absent(mount, atomicHelper):
+@pytest.mark.parametrize("atomic_helper", [True, False])
+def test_replaced_name_is_never_absent(mount, atomic_helper):
     volume = mount(options=["attr_timeout=0", "entry_timeout=0"], control=True)
-    if not atomicHelper:
+    if not atomic_helper:
         volume.helper.rule("renameRefusesExisting", "rename")
     volume.helper.rule("delay", "rename", milliseconds=3)
     put(volume.path / "file", b"version 000000")
-    worker = Worker(replaceMany, volume.path, 40)
+    worker = Worker(replace_many, volume.path, 40)
     looks = 0
-    while not worker.isDone():
-        assert len(unlessOvertaken((volume.path / "file").read_bytes)) == 14
+    while not worker.is_done():
+        assert len(unless_overtaken((volume.path / "file").read_bytes)) == 14
         looks += 1
     assert worker.result() and looks > 10
 
@@ -433,12 +433,12 @@ def test_rmdir_of_a_file_and_unlink_of_a_folder_are_refused(volume):
 
 def test_what_was_synced_survives_the_sudden_end_of_the_host(mount):
     volume = mount()
-    volume.checksDescriptors, volume.expectsExit = False, None
+    volume.checks_descriptors, volume.expects_exit = False, None
     descriptor = os.open(volume.path / "file", os.O_WRONLY | os.O_CREAT)
     os.write(descriptor, b"kept" * 1000)
     os.fsync(descriptor)
     volume.host.kill()
-    volume.waitForEnd()
+    volume.wait_for_end()
     try:
         os.close(descriptor)
     except OSError:

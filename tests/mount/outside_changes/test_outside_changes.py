@@ -33,9 +33,9 @@ def seen(request, mount):
             assert condition()
         return mount(options=AT_ONCE), check
 
-    def checkSoon(condition):
+    def check_soon(condition):
         eventually(condition, 5, "the change made outside")
-    return mount(), checkSoon
+    return mount(), check_soon
 
 
 def test_new_file_is_seen(seen):

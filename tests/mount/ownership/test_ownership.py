@@ -38,7 +38,7 @@ def test_chown_to_anybody_else_is_not_permitted(mount, uid, gid):
     assert os.stat(volume.path / "file").st_uid == UID
 
 
-@pytest.mark.rootOnly
+@pytest.mark.root_only
 def test_chown_to_anybody_else_succeeds_silently_when_quiet(mount):
     volume = mount(options=["quiet"])
     put(volume.path / "file")
@@ -88,7 +88,7 @@ def test_chmod_through_a_descriptor_works(mount):
     os.close(descriptor)
 
 
-@pytest.mark.rootOnly
+@pytest.mark.root_only
 def test_owner_and_group_options_are_shown(mount):
     volume = mount(options=["uid=1234", "gid=4321"])
     put(volume.path / "file")
@@ -108,7 +108,7 @@ def test_mask_options_are_shown_and_what_is_withheld_is_refused(mount):
     assert not os.access(volume.path / "file", os.X_OK)
 
 
-@pytest.mark.rootOnly
+@pytest.mark.root_only
 def test_shown_modes_are_enforced_for_other_users(mount):
     volume = mount(options=["allow_other", "fmask=077", "dmask=022"])
     put(volume.path / "file")

@@ -36,7 +36,7 @@ def run(*command, cwd=None, limit=120, **more):
     return done.stdout
 
 
-def makeTree(folder, count, seed=1):
+def make_tree(folder, count, seed=1):
     """A source tree: text of very different lengths in folders of several levels."""
     source = random.Random(seed)
     for index in range(count):
@@ -69,7 +69,7 @@ def contents(folder):
 @pytest.mark.parametrize("count", [300, 2500])
 def test_git_clones_commits_packs_and_checks(volume, workspace, count):
     need("git")
-    origin = makeTree(workspace / "origin", count)
+    origin = make_tree(workspace / "origin", count)
     run("git", "init", "-q", "-b", "main", cwd=origin)
     run("git", "add", "-A", cwd=origin)
     run("git", "commit", "-q", "-m", "first", cwd=origin)
@@ -102,7 +102,7 @@ def test_git_clones_commits_packs_and_checks(volume, workspace, count):
 
 def test_git_repository_made_in_the_volume_serves_as_origin(volume, workspace):
     need("git")
-    origin = makeTree(volume.path / "origin", 60)
+    origin = make_tree(volume.path / "origin", 60)
     run("git", "init", "-q", "-b", "main", cwd=origin)
     run("git", "add", "-A", cwd=origin)
     run("git", "commit", "-q", "-m", "first", cwd=origin)
@@ -189,7 +189,7 @@ def test_sqlite_rolls_back_what_a_killed_process_had_not_committed(volume, works
 
 @pytest.fixture
 def original(workspace):
-    return makeTree(workspace / "original", 250)
+    return make_tree(workspace / "original", 250)
 
 
 def test_rsync_copies_all_and_finds_nothing_to_do_the_second_time(volume, original):

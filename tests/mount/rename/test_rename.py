@@ -207,7 +207,7 @@ def test_failed_release_before_a_rename_fails_it_and_both_stay(controlled):
     assert len(names) == 1 and (controlled.path / names[0]).read_bytes() == b"is a"
     assert os.pread(descriptor, 20, 0) == b"is a"
     os.close(descriptor)
-    controlled.checksDescriptors = False  # the helper was told to keep a file open
+    controlled.checks_descriptors = False  # the helper was told to keep a file open
 
 
 def test_time_of_a_folder_shows_the_rename_in_it(volume):

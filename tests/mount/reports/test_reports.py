@@ -19,7 +19,7 @@ def report(name):
 """
 
 
-def runInner(workspace, text, **environment):
+def run_inner(workspace, text, **environment):
     """Runs a file of tests through the runner, which must not be told of the reports of this one."""
     folder = workspace / "inner"
     folder.mkdir()
@@ -33,33 +33,33 @@ def runInner(workspace, text, **environment):
 
 
 def test_a_run_without_reports_passes(workspace):
-    done = runInner(workspace, "def test_fine():\n    pass\n")
+    done = run_inner(workspace, "def test_fine():\n    pass\n")
     assert done.returncode == 0, done.stdout + done.stderr
 
 
 def test_a_report_fails_its_test_and_no_other(workspace):
-    done = runInner(workspace, "def test_bad():\n    report('report.1')\n\ndef test_fine():\n    pass\n")
+    done = run_inner(workspace, "def test_bad():\n    report('report.1')\n\ndef test_fine():\n    pass\n")
     assert done.returncode == 1, done.stdout + done.stderr
     assert "a race of two threads" in done.stdout
     assert "ERROR test_inner.py::test_bad" in done.stdout and "2 passed, 1 error" in done.stdout
 
 
 def test_a_report_made_while_a_test_is_cleared_away_fails_it(workspace):
-    done = runInner(workspace, "import pytest\n\n@pytest.fixture\ndef mounted():\n    yield\n    report('report.1')\n\n"
+    done = run_inner(workspace, "import pytest\n\n@pytest.fixture\ndef mounted():\n    yield\n    report('report.1')\n\n"
                                "def test_bad(mounted):\n    pass\n")
     assert done.returncode == 1, done.stdout + done.stderr
     assert "ERROR test_inner.py::test_bad" in done.stdout
 
 
 def test_a_report_after_the_last_test_fails_the_run(workspace):
-    done = runInner(workspace, "import atexit\n\ndef test_fine():\n    atexit.register(report, 'report.1')\n")
+    done = run_inner(workspace, "import atexit\n\ndef test_fine():\n    atexit.register(report, 'report.1')\n")
     assert done.returncode == 1, done.stdout + done.stderr
     assert "a race of two threads" in done.stdout and "1 passed" in done.stdout
 
 
 def test_reports_stay_where_a_folder_was_named(workspace):
     logs = workspace / "logs"
-    done = runInner(workspace, "def test_bad():\n    report('report.1')\n", KEMVI_SANITIZER_LOGS=str(logs))
+    done = run_inner(workspace, "def test_bad():\n    report('report.1')\n", KEMVI_SANITIZER_LOGS=str(logs))
     assert done.returncode == 1
     assert [report.name for report in logs.iterdir()] == ["report.1"]
 

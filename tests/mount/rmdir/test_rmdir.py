@@ -6,7 +6,7 @@ import os
 import pytest
 
 from harness.calls import failure
-from harness.worker import inChild
+from harness.worker import in_child
 
 
 def test_empty_folder_is_removed(volume):
@@ -99,7 +99,7 @@ def test_working_folder_of_a_process_can_be_removed(volume):
         os.chdir(volume.path / "folder")
         os.rmdir(volume.path / "folder")
         return failure(os.open, "file", os.O_WRONLY | os.O_CREAT)
-    assert inChild(stay) in (errno.ENOENT, errno.ESTALE)
+    assert in_child(stay) in (errno.ENOENT, errno.ESTALE)
     assert os.listdir(volume.path) == []
 
 

@@ -15,8 +15,8 @@ import pytest
 
 from harness import libc, system
 from harness.calls import failure, put
-from harness.deadline import eventually, unlessOvertaken
-from harness.worker import Worker, inChild
+from harness.deadline import eventually, unless_overtaken
+from harness.worker import Worker, in_child
 
 DOCUMENT = Path(os.environ.get("KEMVI_SEMANTICS", Path(__file__).resolve().parents[3] / "docs" / "semantics.md"))
 AT_ONCE = ["entry_timeout=0", "attr_timeout=0"]
@@ -94,8 +94,8 @@ def test_locks_hold(volume):
     for how in (fcntl.flock, fcntl.lockf):
         with open(volume.path / "file", "r+b") as file:
             how(file, fcntl.LOCK_EX)
-            assert failure(inChild, lock, how) in (errno.EAGAIN, errno.EACCES)
-        inChild(lock, how)
+            assert failure(in_child, lock, how) in (errno.EAGAIN, errno.EACCES)
+        in_child(lock, how)
 
 
 @claim("Shared maps, reads and writes of a file show the same bytes.")
@@ -110,7 +110,7 @@ def test_maps_reads_and_writes_agree(volume):
 
 # Changes
 
-def createMany(folder):
+def create_many(folder):
     won = []
     for number in range(60):
         try:
@@ -123,7 +123,7 @@ def createMany(folder):
 
 @claim("An exclusive create succeeds for exactly one of several processes.")
 def test_exclusive_create_has_one_winner(volume):
-    workers = [Worker(createMany, volume.path) for _ in range(3)]
+    workers = [Worker(create_many, volume.path) for _ in range(3)]
     assert sorted(number for worker in workers for number in worker.result(50)) == list(range(60))
 
 
@@ -138,7 +138,7 @@ def test_opening_does_not_empty(mount):
     assert (volume.backing / "file").read_bytes() == b""
 
 
-def replaceMany(folder):
+def replace_many(folder):
     for turn in range(40):
         os.rename(put(folder / "fresh", b"%04d" % turn), folder / "file")
     return True
@@ -151,9 +151,9 @@ def test_rename_replaces_in_one_step(mount, helper):
     if helper == "refuses to replace":
         volume.helper.rule("renameRefusesExisting", "rename")
     put(volume.path / "file", b"0000")
-    worker = Worker(replaceMany, volume.path)
-    while not worker.isDone():
-        assert len(unlessOvertaken((volume.path / "file").read_bytes)) == 4
+    worker = Worker(replace_many, volume.path)
+    while not worker.is_done():
+        assert len(unless_overtaken((volume.path / "file").read_bytes)) == 4
     assert worker.result()
 
 
@@ -212,7 +212,7 @@ def test_write_is_in_the_served_tree(volume):
 @claim("An orderly end of the mount first writes what programs have changed.")
 def test_orderly_end_writes(mount):
     volume = mount(options=["writeback"])
-    volume.checksDescriptors = False
+    volume.checks_descriptors = False
 
     def change():
         os.write(os.open(volume.path / "file", os.O_WRONLY | os.O_CREAT), b"changed")
@@ -220,7 +220,7 @@ def test_orderly_end_writes(mount):
     worker = Worker(change)
     eventually(lambda: (volume.path / "file").exists() and (volume.path / "file").stat().st_size == 7, 10)
     volume.host.send_signal(signal.SIGTERM)
-    assert volume.waitForEnd() == 0
+    assert volume.wait_for_end() == 0
     worker.kill()
     assert (volume.backing / "file").read_bytes() == b"changed"
 
@@ -260,7 +260,7 @@ def test_fsync_tells_no_error_of_another_file(controlled):
        "holds the file.")
 def test_pages_that_cannot_be_written(mount):
     volume = mount(options=["writeback"], control=True)
-    volume.checksDescriptors = False
+    volume.checks_descriptors = False
     descriptor = os.open(volume.path / "file", os.O_WRONLY | os.O_CREAT)
     rule = volume.helper.fail("write", "ENOSPC")
     os.write(descriptor, b"content")
@@ -282,7 +282,7 @@ def test_sync_of_more_than_a_file(controlled):
 
 @claim("The helper's error on giving back a written file is the error of close.")
 def test_error_of_close(controlled):
-    controlled.checksDescriptors = False
+    controlled.checks_descriptors = False
     descriptor = os.open(controlled.path / "file", os.O_WRONLY | os.O_CREAT)
     os.write(descriptor, b"content")
     rule = controlled.helper.rule("failAfter", "release", code="EACCES", message="too late")
@@ -306,7 +306,7 @@ def test_listing_is_complete(volume):
         (volume.path / f"file{index}").touch()
     descriptor = os.open(volume.path, os.O_RDONLY | os.O_DIRECTORY)
     seen = []
-    while part := libc.rawDirectory(descriptor, 300):
+    while part := libc.raw_directory(descriptor, 300):
         for name, *_ in part:
             seen.append(name)
             if name.startswith("file") and int(name[4:]) % 2:
@@ -342,9 +342,9 @@ def test_waiting_process_can_be_killed(controlled):
     put(controlled.backing / "file")
     rule = controlled.helper.block("getattr")
     worker = Worker(os.stat, controlled.path / "file")
-    controlled.helper.blockedRequest()
+    controlled.helper.blocked_request()
     worker.kill()
-    assert worker.isGone(2)
+    assert worker.is_gone(2)
     controlled.helper.drop(rule)
     assert (controlled.path / "file").read_bytes() == b"content"
 
@@ -357,14 +357,14 @@ def test_handled_signal_breaks_nothing(controlled):
         os.mkdir(controlled.path / "folder")
         return True
     controlled.helper.rule("delay", "mkdir", milliseconds=700)
-    assert inChild(make)
+    assert in_child(make)
 
 
 @claim("A process with changes in a shared map cannot be killed while they wait for a helper that hangs; "
        "`kemvi unmount --force` frees it.")
 def test_forced_unmount_frees_a_process_with_a_changed_map(controlled):
-    controlled.checksDescriptors, controlled.expectsExit = False, None
-    controlled.expectLog("")
+    controlled.checks_descriptors, controlled.expects_exit = False, None
+    controlled.expect_log("")
     put(controlled.path / "file", bytes(mmap.PAGESIZE))
 
     def change():
@@ -373,19 +373,19 @@ def test_forced_unmount_frees_a_process_with_a_changed_map(controlled):
             view.flush()
     controlled.helper.block("write")
     worker = Worker(change)
-    controlled.helper.blockedRequest()
+    controlled.helper.blocked_request()
     worker.kill()
-    assert not worker.isGone(0.7)
+    assert not worker.is_gone(0.7)
     assert controlled.program.run("unmount", "--force", controlled.path, limit=20).returncode == 0
-    assert worker.isGone(5)
-    controlled.waitForEnd(5)
-    eventually(lambda: not controlled.helperPids(), 5)
+    assert worker.is_gone(5)
+    controlled.wait_for_end(5)
+    eventually(lambda: not controlled.helper_pids(), 5)
 
 
 @claim("After the helper has died every operation that needs it fails at once with EIO.")
 def test_dead_helper_is_an_error(controlled):
-    controlled.expectLog("helper")
-    for pid in controlled.helperPids():
+    controlled.expect_log("helper")
+    for pid in controlled.helper_pids():
         os.kill(pid, 9)
     assert failure(os.listdir, controlled.path) == failure(os.stat, controlled.path / "file") == errno.EIO
     eventually(controlled.log, 5)
@@ -395,10 +395,10 @@ def test_dead_helper_is_an_error(controlled):
 @claim("When the host dies the mount goes away with it.")
 def test_mount_goes_with_its_host(mount):
     volume = mount()
-    volume.expectsExit = None
+    volume.expects_exit = None
     put(volume.path / "file")
     volume.host.kill()
-    eventually(lambda: not system.mountPoints(volume.path), 10)
+    eventually(lambda: not system.mount_points(volume.path), 10)
     assert (volume.backing / "file").read_bytes() == b"content"
 
 
@@ -422,8 +422,8 @@ def test_no_extended_attributes(mount):
     put(volume.path / "file")
     assert failure(os.getxattr, volume.path / "file", "user.name") == errno.EOPNOTSUPP
     assert failure(os.getxattr, volume.path / "file", "system.posix_acl_access") in (errno.ENODATA, errno.EOPNOTSUPP)
-    accessList = bytes.fromhex("0200000001000600ffffffff04000400ffffffff20000400ffffffff")
-    for name, value in (("user.name", b"value"), ("system.posix_acl_access", accessList)):
+    access_list = bytes.fromhex("0200000001000600ffffffff04000400ffffffff20000400ffffffff")
+    for name, value in (("user.name", b"value"), ("system.posix_acl_access", access_list)):
         assert failure(os.setxattr, volume.path / "file", name, value) == errno.EOPNOTSUPP
 
 
@@ -442,7 +442,7 @@ def test_no_unnamed_files(mount):
 
 # Owners and modes
 
-def shownMode(path):
+def shown_mode(path):
     return stat.S_IMODE(os.stat(path).st_mode)
 
 
@@ -451,7 +451,7 @@ def test_owners_and_modes(mount):
     volume = mount()
     put(volume.path / "file")
     (volume.path / "folder").mkdir()
-    assert shownMode(volume.path / "file") == 0o644 and shownMode(volume.path / "folder") == 0o755
+    assert shown_mode(volume.path / "file") == 0o644 and shown_mode(volume.path / "folder") == 0o755
     assert os.stat(volume.path / "file").st_uid == os.getuid() and os.stat(volume.path / "file").st_gid == os.getgid()
 
 
@@ -470,7 +470,7 @@ def test_programs_need_a_mask(mount):
 def test_chmod_reaches_the_helper(mount):
     volume = mount()
     os.chmod(put(volume.path / "file"), 0o600)
-    assert shownMode(volume.backing / "file") == 0o600 and shownMode(volume.path / "file") == 0o644
+    assert shown_mode(volume.backing / "file") == 0o600 and shown_mode(volume.path / "file") == 0o644
 
 
 @claim("Of a mode only the permissions reach the helper; set-user-ID, set-group-ID and sticky bits are dropped without an "
@@ -480,14 +480,14 @@ def test_only_permissions_reach_the_helper(mount):
     os.chmod(put(volume.path / "file"), 0o6755)
     (volume.path / "folder").mkdir()
     os.chmod(volume.path / "folder", 0o3755)
-    assert shownMode(volume.backing / "file") == 0o755 and shownMode(volume.backing / "folder") == 0o755
+    assert shown_mode(volume.backing / "file") == 0o755 and shown_mode(volume.backing / "folder") == 0o755
 
 
 @claim("A file created with less access for others than is usual has that in the served tree from the start.")
 def test_private_files_are_private(mount):
     volume = mount()
     os.close(os.open(volume.path / "key", os.O_WRONLY | os.O_CREAT, 0o600))
-    assert shownMode(volume.backing / "key") == 0o600
+    assert shown_mode(volume.backing / "key") == 0o600
 
 
 @claim("chown to the owner shown succeeds; to any other it fails with EPERM.")
@@ -513,7 +513,7 @@ def test_configuration_is_kept(mount, workspace):
 def test_other_users_have_no_access(mount):
     volume = mount()
     put(volume.path / "file")
-    assert "allow_other" not in system.mountLine(volume.path)["superOptions"]
+    assert "allow_other" not in system.mount_line(volume.path)["super_options"]
     if os.getuid() == 0:
         os.chmod(volume.workspace, 0o755)
         other = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "cat", volume.path / "file"]
@@ -640,11 +640,11 @@ def test_shrinking_rewrites(controlled):
 @claim("The head survives the death of helper or host in the middle: it is in the file, or beside it as "
        ".kemvi-hidden-...-head-of-NAME.")
 def test_head_survives(controlled):
-    controlled.checksDescriptors, controlled.expectsExit = False, None
+    controlled.checks_descriptors, controlled.expects_exit = False, None
     put(controlled.backing / "file", b"0123456789")
     controlled.helper.rule("killAllAt", "write", nth=2)  # the file is empty, the head is to be written back
     assert failure(os.truncate, controlled.path / "file", 4)
-    controlled.waitForEnd()
+    controlled.wait_for_end()
     copy, = controlled.hidden()
     assert copy.endswith("-head-of-file") and (controlled.backing / copy).read_bytes() == b"0123"
 

@@ -88,28 +88,28 @@ def test_failed_write_of_a_resize_is_told(controlled):
 HEAD = DATA[:4000]
 
 
-def shrinkUntil(mount, nth):
+def shrink_until(mount, nth):
     """Shrinks a file, with host and helper killed before the `nth` request. Returns the volume, and whether it came to
     that."""
     volume = mount(control=True)
-    volume.checksDescriptors, volume.expectsExit = False, None
+    volume.checks_descriptors, volume.expects_exit = False, None
     put(volume.backing / "file")
     os.stat(volume.path / "file")
     rule = volume.helper.rule("killAllAt", nth=nth)
     try:
         os.truncate(volume.path / "file", len(HEAD))
     except OSError:
-        volume.waitForEnd()
+        volume.wait_for_end()
         return volume, True
     volume.helper.drop(rule)
-    volume.expectsExit = 0
+    volume.expects_exit = 0
     return volume, False
 
 
 @pytest.mark.limit(120)
 def test_head_is_in_the_file_or_in_a_copy_beside_it_whenever_host_and_helper_are_killed(mount):
     for nth in range(1, 100, 1 if os.getuid() == 0 else 6):
-        volume, died = shrinkUntil(mount, nth)
+        volume, died = shrink_until(mount, nth)
         names = os.listdir(volume.backing)
         copies = [name for name in names if name.startswith(".kemvi-hidden-") and name.endswith("-head-of-file")]
         assert sorted(names) == sorted([*copies, "file"]) and len(copies) <= 1
@@ -208,7 +208,7 @@ def test_negative_size_is_invalid(volume):
 
 
 def test_size_too_large_for_the_served_tree_is_an_error_and_keeps_the_file(volume):
-    volume.expectLog("failed: E")
+    volume.expect_log("failed: E")
     put(volume.path / "file")
     assert failure(os.truncate, volume.path / "file", (1 << 63) - 1) in (errno.EFBIG, errno.EINVAL, errno.EIO, errno.ENOSPC)
     assert (volume.backing / "file").read_bytes() == DATA

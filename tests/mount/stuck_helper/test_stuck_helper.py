@@ -13,32 +13,32 @@ import pytest
 from harness import system
 from harness.deadline import eventually
 from harness.volume import Volume
-from harness.worker import Worker, inChild
+from harness.worker import Worker, in_child
 
 # A waiting process is gone within a second; twice that on a machine that does other work beside.
 AT_ONCE = 2.0
 DATA = os.urandom(200_000)
 
 
-def readMapped(folder):
+def read_mapped(folder):
     descriptor = os.open(folder / "file", os.O_RDONLY)
     with mmap.mmap(descriptor, 0, access=mmap.ACCESS_READ) as view:
         return view[150_000]
 
 
-def writeAndClose(folder):
+def write_and_close(folder):
     descriptor = os.open(folder / "file", os.O_WRONLY)
     os.write(descriptor, b"written")
     os.close(descriptor)
 
 
-def writeAndExit(folder):
+def write_and_exit(folder):
     descriptor = os.open(folder / "file", os.O_WRONLY)
     os.write(descriptor, b"written")
     os._exit(0)
 
 
-def readAndExit(folder):
+def read_and_exit(folder):
     descriptor = os.open(folder / "file", os.O_RDONLY)
     os.read(descriptor, 10)
     os._exit(0)
@@ -50,7 +50,7 @@ def synchronise(folder):
     os.fsync(descriptor)
 
 
-def writeMany(folder):
+def write_many(folder):
     with open(folder / "file", "wb") as file:
         file.write(DATA)
 
@@ -60,11 +60,11 @@ WAITS = {
     "stat": ("getattr", lambda folder: os.stat(folder / "unseen")),
     "open": ("open", lambda folder: (folder / "file").read_bytes()),
     "read": ("read", lambda folder: (folder / "file").read_bytes()),
-    "fault of a mapped page": ("read", readMapped),
-    "write": ("write", writeMany),
-    "close": ("release", writeAndClose),
-    "exit with a written descriptor": ("release", writeAndExit),
-    "exit with a read descriptor": ("release", readAndExit),
+    "fault of a mapped page": ("read", read_mapped),
+    "write": ("write", write_many),
+    "close": ("release", write_and_close),
+    "exit with a written descriptor": ("release", write_and_exit),
+    "exit with a read descriptor": ("release", read_and_exit),
     "fsync": ("flush", synchronise),
     "listing": ("readdir", os.listdir),
     "create": ("open", lambda folder: (folder / "fresh").touch()),
@@ -83,7 +83,7 @@ def stuck(controlled):
     (controlled.backing / "file").write_bytes(DATA)
     (controlled.backing / "unseen").write_bytes(b"unseen")
     (controlled.backing / "folder").mkdir()
-    controlled.expectLog("interrupt", "helper")
+    controlled.expect_log("interrupt", "helper")
     return controlled
 
 
@@ -94,14 +94,14 @@ def test_waiting_process_is_ended_at_once_and_the_mount_goes_on(stuck, what, num
     rule = stuck.helper.block(op)
     worker = Worker(wait, stuck.path)
     # A host may leave to the background what nobody has to wait for; then the process just ends.
-    eventually(lambda: stuck.helper.isBlocked() or worker.isGone(), 20, "the helper being asked")
-    if not worker.isGone():
+    eventually(lambda: stuck.helper.is_blocked() or worker.is_gone(), 20, "the helper being asked")
+    if not worker.is_gone():
         worker.kill(number)
-    assert worker.isGone(AT_ONCE), f"still there, waiting in {system.stateOf(worker.pid)}"
+    assert worker.is_gone(AT_ONCE), f"still there, waiting in {system.state_of(worker.pid)}"
     stuck.helper.drop(rule)
     assert (stuck.path / "unseen").read_bytes() == b"unseen"
     assert "unseen" in os.listdir(stuck.path)
-    assert inChild(lambda: (stuck.path / "after").write_bytes(b"after")) == 5
+    assert in_child(lambda: (stuck.path / "after").write_bytes(b"after")) == 5
     assert (stuck.backing / "after").read_bytes() == b"after"
 
 
@@ -110,8 +110,8 @@ def test_waiting_process_gets_its_answer_when_the_helper_wakes(stuck, what):
     op, wait = WAITS[what]
     rule = stuck.helper.block(op)
     worker = Worker(lambda: (wait(stuck.path), True)[1])
-    stuck.helper.blockedRequest()
-    assert not worker.isDone()
+    stuck.helper.blocked_request()
+    assert not worker.is_done()
     stuck.helper.drop(rule)
     assert worker.result(10)
 
@@ -122,16 +122,16 @@ def test_process_that_waits_behind_another_is_ended_at_once(stuck):
     os.stat(stuck.path / "folder")
     rule = stuck.helper.block("getattr", "/folder/unseen")
     first = Worker(os.stat, stuck.path / "folder" / "unseen")
-    stuck.helper.blockedRequest()
+    stuck.helper.blocked_request()
     others = [Worker(os.listdir, stuck.path), Worker((stuck.path / "file").read_bytes),
               Worker(os.stat, stuck.path / "absent"), Worker(os.mkdir, stuck.path / "fresh")]
     for other in others:
-        eventually(lambda pid=other.pid: system.isWaiting(pid), 10, "a waiting process")
+        eventually(lambda pid=other.pid: system.is_waiting(pid), 10, "a waiting process")
     for other, number in zip(others, [signal.SIGKILL, signal.SIGINT] * 2):
         other.kill(number)
     for other in others:
-        assert other.isGone(AT_ONCE)
-    assert not first.isDone()
+        assert other.is_gone(AT_ONCE)
+    assert not first.is_done()
     stuck.helper.drop(rule)
     assert first.result(10).st_size == 6
 
@@ -139,14 +139,14 @@ def test_process_that_waits_behind_another_is_ended_at_once(stuck):
 def test_many_waiting_processes_are_all_ended(stuck):
     rule = stuck.helper.block()
     workers = [Worker(os.stat, stuck.path / f"name{index}") for index in range(25)]
-    stuck.helper.blockedRequest()
+    stuck.helper.blocked_request()
     for worker in workers:
-        eventually(lambda pid=worker.pid: system.isWaiting(pid), 10, "a waiting process")
+        eventually(lambda pid=worker.pid: system.is_waiting(pid), 10, "a waiting process")
     for worker in workers:
         worker.kill()
     end = time.monotonic() + AT_ONCE
     for worker in workers:
-        assert worker.isGone(max(0, end - time.monotonic()))
+        assert worker.is_gone(max(0, end - time.monotonic()))
     stuck.helper.drop(rule)
     assert (stuck.path / "file").read_bytes() == DATA
 
@@ -158,9 +158,9 @@ def test_process_killed_in_a_read_can_exit_with_a_written_descriptor(stuck):
         (stuck.path / "file").read_bytes()
     rule = stuck.helper.block("read")
     worker = Worker(wait)
-    stuck.helper.blockedRequest()
+    stuck.helper.blocked_request()
     worker.kill()
-    assert worker.isGone(AT_ONCE)
+    assert worker.is_gone(AT_ONCE)
     stuck.helper.drop(rule)
     assert (stuck.path / "other").read_bytes() == b"written"
 
@@ -178,9 +178,9 @@ def test_process_can_exit_with_a_written_descriptor_while_the_helper_hangs_for_a
     eventually(written.exists, 10)
     rule = stuck.helper.block("getattr", "/unseen")
     other = Worker(os.stat, stuck.path / "unseen")
-    stuck.helper.blockedRequest()
+    stuck.helper.blocked_request()
     worker.kill()
-    assert worker.isGone(AT_ONCE)
+    assert worker.is_gone(AT_ONCE)
     stuck.helper.drop(rule)
     assert other.result(10).st_size == 6
     assert (stuck.path / "other").read_bytes() == b"written"
@@ -191,7 +191,7 @@ def test_programs_die_of_ctrl_c(stuck):
     for command in (["cat", "file"], ["ls", "-l", "unseen"], ["cp", "file", "copy"], ["find", "folder"]):
         command = [command[0], *[word if word.startswith("-") else str(stuck.path / word) for word in command[1:]]]
         with subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL) as waiting:
-            eventually(lambda: system.isWaiting(waiting.pid), 10, "a waiting program")
+            eventually(lambda: system.is_waiting(waiting.pid), 10, "a waiting program")
             waiting.send_signal(signal.SIGINT)
             assert waiting.wait(AT_ONCE) != 0
     stuck.helper.drop(rule)
@@ -200,20 +200,20 @@ def test_programs_die_of_ctrl_c(stuck):
 
 # Signals that a program survives
 
-def createExclusively(folder):
+def create_exclusively(folder):
     os.close(os.open(folder / "fresh", os.O_WRONLY | os.O_CREAT | os.O_EXCL))
 
 
 # Operations whose work would be done though they fail, and the request that is slow.
 CHANGES = {
     "mkdir": ("mkdir", lambda folder: os.mkdir(folder / "fresh")),
-    "exclusive create": ("open", createExclusively),
+    "exclusive create": ("open", create_exclusively),
     "rename": ("rename", lambda folder: os.rename(folder / "file", folder / "fresh")),
-    "close": ("release", writeAndClose),
+    "close": ("release", write_and_close),
 }
 
 
-def withTimer(function, *arguments):
+def with_timer(function, *arguments):
     """Calls a function while a timer sends one signal after the other, as progress displays and profilers do."""
     count = 0
 
@@ -234,7 +234,7 @@ def withTimer(function, *arguments):
 def test_operation_of_a_slow_helper_is_not_broken_by_a_timer(stuck, what):
     op, change = CHANGES[what]
     stuck.helper.rule("delay", op, milliseconds=800)
-    assert inChild(withTimer, change, stuck.path) > 0
+    assert in_child(with_timer, change, stuck.path) > 0
     assert (stuck.path / ("file" if what == "close" else "fresh")).exists()
 
 
@@ -267,11 +267,11 @@ def test_handled_signal_lets_the_wait_go_on_and_a_deadly_one_after_it_ends_it(st
         rule = stuck.helper.block("mkdir")
         worker = Worker(wait)
         eventually(ready.exists, 10)
-        stuck.helper.blockedRequest()
+        stuck.helper.blocked_request()
         worker.kill(signal.SIGINT)
-        assert not worker.isGone(1), "a signal that is handled has ended the wait"
+        assert not worker.is_gone(1), "a signal that is handled has ended the wait"
         worker.kill(deadly)
-        assert worker.isGone(AT_ONCE)
+        assert worker.is_gone(AT_ONCE)
         stuck.helper.drop(rule)
         eventually((stuck.path / "fresh").is_dir, 10, "the folder")
         os.rmdir(stuck.path / "fresh")
@@ -290,10 +290,10 @@ def test_signals_that_are_ignored_or_blocked_end_no_wait(stuck):
     rule = stuck.helper.block("mkdir")
     worker = Worker(wait)
     eventually(ready.exists, 10)
-    stuck.helper.blockedRequest()
+    stuck.helper.blocked_request()
     for number in (signal.SIGHUP, signal.SIGTERM, signal.SIGUSR1):
         worker.kill(number)
-    assert not worker.isGone(1)
+    assert not worker.is_gone(1)
     stuck.helper.drop(rule)
     assert worker.result(10)
 
@@ -306,11 +306,11 @@ def test_thread_that_waits_goes_with_its_process(stuck):
     for number in (signal.SIGTERM, signal.SIGQUIT):
         rule = stuck.helper.block("getattr", "/unseen")
         worker = Worker(wait)
-        stuck.helper.blockedRequest()
+        stuck.helper.blocked_request()
         worker.kill(number)
-        assert worker.isGone(AT_ONCE)
+        assert worker.is_gone(AT_ONCE)
         stuck.helper.drop(rule)
-        eventually(lambda: not stuck.helper.isBlocked(), 10)
+        eventually(lambda: not stuck.helper.is_blocked(), 10)
 
 
 # Callers that the host cannot see
@@ -331,9 +331,9 @@ os.close(descriptor)
 """
 
 
-@pytest.mark.rootOnly
-def test_close_of_a_process_that_proc_hides_from_the_host_waits_for_the_helper(workspace, binary, localHelper):
-    volume = Volume(workspace, binary, localHelper, control=True)
+@pytest.mark.root_only
+def test_close_of_a_process_that_proc_hides_from_the_host_waits_for_the_helper(workspace, binary, local_helper):
+    volume = Volume(workspace, binary, local_helper, control=True)
     for folder in (workspace, volume.path):
         os.chmod(folder, 0o755)
     (volume.backing / "file").touch()
@@ -349,9 +349,9 @@ def test_close_of_a_process_that_proc_hides_from_the_host_waits_for_the_helper(w
 def test_interrupted_change_is_finished_in_the_background(stuck):
     rule = stuck.helper.block("mkdir")
     worker = Worker(os.mkdir, stuck.path / "fresh")
-    stuck.helper.blockedRequest()
+    stuck.helper.blocked_request()
     worker.kill()
-    assert worker.isGone(AT_ONCE)
+    assert worker.is_gone(AT_ONCE)
     stuck.helper.drop(rule)
     eventually((stuck.backing / "fresh").is_dir, 10, "the folder")
     eventually((stuck.path / "fresh").is_dir, 10, "the folder in the mount")
@@ -361,9 +361,9 @@ def test_interrupted_rename_is_whole_in_the_end(stuck):
     (stuck.backing / "target").write_bytes(b"target")
     rule = stuck.helper.block("rename")
     worker = Worker(os.rename, stuck.path / "file", stuck.path / "target")
-    stuck.helper.blockedRequest()
+    stuck.helper.blocked_request()
     worker.kill()
-    assert worker.isGone(AT_ONCE)
+    assert worker.is_gone(AT_ONCE)
     stuck.helper.drop(rule)
     eventually(lambda: not (stuck.backing / "file").exists(), 10, "the rename")
     eventually(lambda: not (stuck.path / "file").exists(), 10, "the rename in the mount")
@@ -373,13 +373,13 @@ def test_interrupted_rename_is_whole_in_the_end(stuck):
 def test_interrupted_resize_is_whole_in_the_end(stuck):
     rule = stuck.helper.block("write")
     worker = Worker(os.truncate, stuck.path / "file", 100_000)
-    stuck.helper.blockedRequest()
+    stuck.helper.blocked_request()
     worker.kill()
-    assert worker.isGone(AT_ONCE)
+    assert worker.is_gone(AT_ONCE)
     stuck.helper.drop(rule)
     eventually(lambda: (stuck.backing / "file").stat().st_size == 100_000, 10, "the resize")
     eventually(lambda: (stuck.path / "file").read_bytes() == DATA[:100_000], 10, "the resize in the mount")
-    eventually(lambda: not stuck.helperFiles(), 10, "handles given back")
+    eventually(lambda: not stuck.helper_files(), 10, "handles given back")
 
 
 def test_interrupting_over_and_over_leaks_nothing(stuck):
@@ -387,11 +387,11 @@ def test_interrupting_over_and_over_leaks_nothing(stuck):
         (stuck.backing / f"file{turn}").write_bytes(DATA)
         rule = stuck.helper.block("read")
         worker = Worker((stuck.path / f"file{turn}").read_bytes)
-        stuck.helper.blockedRequest()
+        stuck.helper.blocked_request()
         worker.kill(signal.SIGKILL if turn % 2 else signal.SIGINT)
-        assert worker.isGone(AT_ONCE)
+        assert worker.is_gone(AT_ONCE)
         stuck.helper.drop(rule)
-        eventually(lambda: not stuck.helper.isBlocked(), 10)
+        eventually(lambda: not stuck.helper.is_blocked(), 10)
         assert (stuck.path / f"file{turn}").read_bytes() == DATA
     assert len(os.listdir(f"/proc/{stuck.host.pid}/task")) < 12
 
@@ -399,41 +399,41 @@ def test_interrupting_over_and_over_leaks_nothing(stuck):
 # Ending the mount
 
 def test_forced_unmount_ends_a_mount_whose_helper_never_answers(stuck):
-    stuck.checksDescriptors, stuck.expectsExit = False, None
-    stuck.expectLog("")
+    stuck.checks_descriptors, stuck.expects_exit = False, None
+    stuck.expect_log("")
     stuck.helper.block()
     worker = Worker(os.stat, stuck.path / "unseen")
-    stuck.helper.blockedRequest()
+    stuck.helper.blocked_request()
     done = stuck.program.run("unmount", "--force", stuck.path, limit=20)
     assert done.returncode == 0, done.stderr
-    assert system.mountPoints(stuck.path) == []
+    assert system.mount_points(stuck.path) == []
     with pytest.raises(OSError):
         worker.result(5)
-    stuck.waitForEnd(5)
-    eventually(lambda: not stuck.helperPids(), 5, "the end of the helper")
+    stuck.wait_for_end(5)
+    eventually(lambda: not stuck.helper_pids(), 5, "the end of the helper")
 
 
 def test_plain_unmount_says_what_it_waits_for_and_ends_when_the_helper_wakes(stuck):
-    stuck.checksDescriptors = False
-    stuck.expectLog("")
+    stuck.checks_descriptors = False
+    stuck.expect_log("")
     rule = stuck.helper.block("getattr")
     worker = Worker(os.stat, stuck.path / "unseen")
-    stuck.helper.blockedRequest()
+    stuck.helper.blocked_request()
     worker.kill()
-    assert worker.isGone(AT_ONCE)
+    assert worker.is_gone(AT_ONCE)
     said = stuck.workspace / "said"
     with open(said, "wb") as output, stuck.program.start("unmount", stuck.path, stdout=output, stderr=output) as ending:
         eventually(lambda: str(stuck.host.pid) in said.read_text(), 20, "a line with the process that is waited for")
         assert ending.poll() is None
         stuck.helper.drop(rule)
         assert ending.wait(20) == 0
-    assert stuck.waitForEnd(10) == 0
+    assert stuck.wait_for_end(10) == 0
 
 
 def test_forced_unmount_ends_a_mount_that_is_in_use(mount):
     volume = mount(control=True)
-    volume.checksDescriptors, volume.expectsExit = False, None
-    volume.expectLog("")
+    volume.checks_descriptors, volume.expects_exit = False, None
+    volume.expect_log("")
 
     def use():
         os.chdir(volume.path)
@@ -442,38 +442,38 @@ def test_forced_unmount_ends_a_mount_that_is_in_use(mount):
     eventually(lambda: os.readlink(f"/proc/{holder.pid}/cwd") == str(volume.path), 10, "a user of the mount")
     done = volume.program.run("unmount", volume.path, "--force", limit=20)
     assert done.returncode == 0, done.stderr
-    volume.waitForEnd(5)
-    eventually(lambda: not volume.helperPids(), 5, "the end of the helper")
+    volume.wait_for_end(5)
+    eventually(lambda: not volume.helper_pids(), 5, "the end of the helper")
     holder.kill()
-    assert holder.isGone(AT_ONCE)
+    assert holder.is_gone(AT_ONCE)
 
 
 def test_waiting_processes_fail_when_the_host_is_killed(stuck):
-    stuck.checksDescriptors, stuck.expectsExit = False, None
+    stuck.checks_descriptors, stuck.expects_exit = False, None
     rule = stuck.helper.block("getattr")
     worker = Worker(os.stat, stuck.path / "unseen")
-    stuck.helper.blockedRequest()
+    stuck.helper.blocked_request()
     stuck.host.kill()
     with pytest.raises(OSError):
         worker.result(5)
-    eventually(lambda: not system.mountPoints(stuck.path), 10, "the unmount")
+    eventually(lambda: not system.mount_points(stuck.path), 10, "the unmount")
     # The helper sleeps on, but nobody waits for it. It ends with its input once it wakes.
     stuck.helper.drop(rule)
-    eventually(lambda: not stuck.helperPids(), 10, "the end of the helper")
+    eventually(lambda: not stuck.helper_pids(), 10, "the end of the helper")
 
 
 def test_second_signal_stops_waiting_for_a_helper_that_hangs(stuck):
-    stuck.checksDescriptors, stuck.expectsExit = False, None
-    stuck.expectLog("")
+    stuck.checks_descriptors, stuck.expects_exit = False, None
+    stuck.expect_log("")
     stuck.helper.block("getattr")
     worker = Worker(os.stat, stuck.path / "unseen")
-    stuck.helper.blockedRequest()
+    stuck.helper.blocked_request()
     worker.kill()
-    assert worker.isGone(AT_ONCE)
-    helper = stuck.helperPid()
+    assert worker.is_gone(AT_ONCE)
+    helper = stuck.helper_pid()
     stuck.host.send_signal(signal.SIGTERM)
-    eventually(lambda: stuck.logLines(str(helper)), 20, "a line with the pid of the helper")
+    eventually(lambda: stuck.log_lines(str(helper)), 20, "a line with the pid of the helper")
     stuck.host.send_signal(signal.SIGTERM)
-    assert stuck.waitForEnd(10) != 0
-    assert system.mountPoints(stuck.path) == []
-    eventually(lambda: not system.isAlive(helper), 10, "the end of the helper")
+    assert stuck.wait_for_end(10) != 0
+    assert system.mount_points(stuck.path) == []
+    eventually(lambda: not system.is_alive(helper), 10, "the end of the helper")

@@ -13,7 +13,7 @@ MILLI = 1_000_000
 UTIME_NOW, UTIME_OMIT = (1 << 30) - 1, (1 << 30) - 2
 
 
-def setTimes(path, access, modify):
+def set_times(path, access, modify):
     """utimensat with the raw nanosecond fields, so that the two special values can be given."""
     import ctypes
 
@@ -24,7 +24,7 @@ def setTimes(path, access, modify):
         raise OSError(number, os.strerror(number))
 
 
-def isAbout(nanoseconds, wanted):
+def is_about(nanoseconds, wanted):
     return abs(nanoseconds - wanted) <= MILLI
 
 
@@ -51,7 +51,7 @@ def test_what_is_finer_than_a_millisecond_is_lost(mount):
     put(volume.path / "file")
     wanted = 1_600_000_000_000 * MILLI + 123_456_789
     os.utime(volume.path / "file", ns=(wanted, wanted))
-    assert isAbout(os.stat(volume.path / "file").st_mtime_ns, wanted)
+    assert is_about(os.stat(volume.path / "file").st_mtime_ns, wanted)
 
 
 def test_time_before_1970_is_set_and_shown(volume):
@@ -72,15 +72,15 @@ def test_setting_only_the_access_time_changes_nothing_and_succeeds(controlled):
     put(controlled.path / "file")
     os.utime(controlled.path / "file", (1_000, 1_000))
     controlled.helper.forget()
-    setTimes(controlled.path / "file", (5, 0), (0, UTIME_OMIT))
-    setTimes(controlled.path / "file", (0, UTIME_NOW), (0, UTIME_OMIT))
+    set_times(controlled.path / "file", (5, 0), (0, UTIME_OMIT))
+    set_times(controlled.path / "file", (0, UTIME_NOW), (0, UTIME_OMIT))
     assert controlled.helper.count("utimes") == 0
     assert os.stat(controlled.path / "file").st_mtime == 1_000
 
 
 def test_setting_only_the_modification_time_sets_it(volume):
     put(volume.path / "file")
-    setTimes(volume.path / "file", (0, UTIME_OMIT), (1_234, 0))
+    set_times(volume.path / "file", (0, UTIME_OMIT), (1_234, 0))
     assert os.stat(volume.path / "file").st_mtime == 1_234
 
 
@@ -88,7 +88,7 @@ def test_omitting_both_times_changes_nothing(controlled):
     put(controlled.path / "file")
     os.utime(controlled.path / "file", (1_000, 1_000))
     controlled.helper.forget()
-    setTimes(controlled.path / "file", (0, UTIME_OMIT), (0, UTIME_OMIT))
+    set_times(controlled.path / "file", (0, UTIME_OMIT), (0, UTIME_OMIT))
     assert controlled.helper.count("utimes") == 0
     assert os.stat(controlled.path / "file").st_mtime == 1_000
 
@@ -101,7 +101,7 @@ def test_now_is_now(volume, how):
     if how == "now":
         os.utime(volume.path / "file")
     else:
-        setTimes(volume.path / "file", (0, UTIME_NOW), (0, UTIME_NOW))
+        set_times(volume.path / "file", (0, UTIME_NOW), (0, UTIME_NOW))
     shown = os.stat(volume.path / "file").st_mtime_ns
     assert before - 20 * MILLI <= shown <= time.time_ns() + 20 * MILLI
 
@@ -197,13 +197,13 @@ def test_modes_are_shown_as_one_for_files_and_one_for_folders(mount):
     assert stat.S_IMODE(os.stat(volume.path).st_mode) == 0o755
 
 
-@pytest.mark.parametrize("options,fileMode,folderMode", [(["fmask=022"], 0o755, 0o755), (["dmask=077"], 0o644, 0o700),
-                                                         (["fmask=0177", "dmask=0077"], 0o600, 0o700), (["fmask=0"], 0o777, 0o755),
-                                                         (["umask=027"], 0o750, 0o750)])
-def test_masks_take_bits_from_full_permission(mount, options, fileMode, folderMode):
+@pytest.mark.parametrize("options,file_mode,folder_mode", [(["fmask=022"], 0o755, 0o755), (["dmask=077"], 0o644, 0o700),
+                                                           (["fmask=0177", "dmask=0077"], 0o600, 0o700), (["fmask=0"], 0o777, 0o755),
+                                                           (["umask=027"], 0o750, 0o750)])
+def test_masks_take_bits_from_full_permission(mount, options, file_mode, folder_mode):
     volume = mount(options=options)
     put(volume.path / "file")
     (volume.path / "folder").mkdir()
-    assert stat.S_IMODE(os.stat(volume.path / "file").st_mode) == fileMode
-    assert stat.S_IMODE(os.stat(volume.path / "folder").st_mode) == folderMode
-    assert stat.S_IMODE(os.stat(volume.path).st_mode) == folderMode
+    assert stat.S_IMODE(os.stat(volume.path / "file").st_mode) == file_mode
+    assert stat.S_IMODE(os.stat(volume.path / "folder").st_mode) == folder_mode
+    assert stat.S_IMODE(os.stat(volume.path).st_mode) == folder_mode
