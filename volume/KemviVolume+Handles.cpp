@@ -15,10 +15,6 @@ namespace {
 using foundation::tellingSubject;
 using fskit::FSVolumeOpenModes;
 
-std::uint64_t key(const KemviItem& item) {
-    return static_cast<std::uint64_t>(item.identifier());
-}
-
 const KemviItem& checkedFile(const fskit::FSItemPtr& item) {
     const KemviItem& known = checkedItem(item, foundation::posixErrno::EINVAL_);
     if (known.isDirectory())
@@ -37,45 +33,37 @@ const KemviItem& checkedFile(const fskit::FSItemPtr& item, std::int64_t offset) 
 
 std::int64_t KemviVolume::openReadHandle(const KemviItem& item) {
     static const std::vector<std::string> flags{"read"};
-    return openHandle(readHandles_, flags, item);
+    return openHandle(Direction::reading, flags, item);
 }
 
 std::int64_t KemviVolume::openWriteHandle(const KemviItem& item) {
     static const std::vector<std::string> flags{"write", "create"};
-    return openHandle(writeHandles_, flags, item);
+    return openHandle(Direction::writing, flags, item);
 }
 
-std::int64_t KemviVolume::openHandle(HandleTable& table, const std::vector<std::string>& flags, const KemviItem& item) {
-    {
-        std::lock_guard guard(handlesLock_);
-        if (const auto found = table.find(key(item)); found != table.end())
-            return found->second.handle;
-    }
+std::int64_t KemviVolume::openHandle(Direction direction, const std::vector<std::string>& flags,
+                                     const KemviItem& item) {
+    if (const auto open = handles_->find(direction, item.identifier()))
+        return *open;
     HelperClient& client = requireClient();
     const std::int64_t opened = client.open(item.path(), flags);
-    std::unique_lock guard(handlesLock_);
-    const auto [entry, stored] = table.try_emplace(key(item), OpenHandle{opened, item.path()});
-    const std::int64_t handle = entry->second.handle;
-    guard.unlock();
-    if (!stored) // another thread was first: its handle is the shared one, ours goes back
+    const auto shared = handles_->share(direction, item.identifier(), {opened, item.path()});
+    if (!shared.isOurs)
         fskit::caughtError([&] { client.release(opened); });
-    return handle;
+    return shared.handle;
 }
 
 void KemviVolume::releaseReadHandle(const KemviItem& item) {
-    releaseHandle(readHandles_, item);
+    releaseHandle(Direction::reading, item);
 }
 
 void KemviVolume::releaseWriteHandle(const KemviItem& item) {
-    releaseHandle(writeHandles_, item);
+    releaseHandle(Direction::writing, item);
 }
 
-void KemviVolume::releaseHandle(HandleTable& table, const KemviItem& item) {
-    std::unique_lock guard(handlesLock_);
-    const auto removed = table.extract(key(item));
-    guard.unlock();
-    if (!removed.empty())
-        tellingSubject(removed.mapped().path, [&] { requireClient().release(removed.mapped().handle); });
+void KemviVolume::releaseHandle(Direction direction, const KemviItem& item) {
+    if (const auto open = handles_->take(direction, item.identifier()))
+        tellingSubject(open->path, [&] { requireClient().release(open->handle); });
 }
 
 void KemviVolume::releaseHandles(const KemviItem& item) {
@@ -84,32 +72,18 @@ void KemviVolume::releaseHandles(const KemviItem& item) {
 }
 
 void KemviVolume::flushAllWriteHandles() {
-    std::vector<OpenHandle> handles;
-    {
-        std::lock_guard guard(handlesLock_);
-        handles.reserve(writeHandles_.size());
-        for (const auto& [identifier, open] : writeHandles_)
-            handles.push_back(open);
-    }
-    for (const OpenHandle& open : handles)
+    for (const OpenHandle& open : handles_->all(Direction::writing))
         tellingSubject(open.path, [&] { requireClient().flush(open.handle); });
 }
 
 void KemviVolume::releaseAllHandles() {
-    HandleTable reading;
-    HandleTable writing;
-    {
-        std::lock_guard guard(handlesLock_);
-        reading.swap(readHandles_);
-        writing.swap(writeHandles_);
-    }
+    const std::vector<OpenHandle> handles = handles_->takeAll();
     if (!client_)
         return;
-    for (const HandleTable* table : {&reading, &writing})
-        for (const auto& [identifier, open] : *table)
-            if (const auto error = fskit::caughtError([&, handle = open.handle] { client_->release(handle); }))
-                logger().error({"failed to release helper handle for ", foundation::logPublic(open.path), ": ",
-                                foundation::logPublic(error->description())});
+    for (const OpenHandle& open : handles)
+        if (const auto error = fskit::caughtError([&] { client_->release(open.handle); }))
+            logger().error({"failed to release helper handle for ", foundation::logPublic(open.path), ": ",
+                            foundation::logPublic(error->description())});
 }
 
 void KemviVolume::openItem(const fskit::FSItemPtr& item, FSVolumeOpenModes modes, fskit::ErrorReply reply) {

@@ -22,10 +22,10 @@ std::uint64_t bytesOf(std::uint64_t blocks, std::int64_t blockSize) {
 } // namespace
 
 KemviVolume::KemviVolume(fskit::FSVolumeIdentifier volumeID, fskit::FSFileName volumeName,
-                         std::shared_ptr<HelperClient> client)
+                         std::shared_ptr<HelperClient> client, std::shared_ptr<HandleTable> handles)
     : FSVolume(volumeID, std::move(volumeName)),
       rootItem_(std::make_shared<KemviItem>("/", fskit::FSItemID::rootDirectory, true, 0, std::nullopt)),
-      client_(std::move(client)) {
+      client_(std::move(client)), handles_(std::move(handles)) {
     logger().info({"KemviVolume init"});
 }
 

@@ -3,14 +3,13 @@
 #include "foundation/Log.h"
 #include "fskit/FSVolume.h"
 #include "helper/HelperClient.h"
+#include "volume/HandleTable.h"
 #include "volume/KemviItem.h"
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -29,8 +28,9 @@ class KemviVolume final : public fskit::FSVolume,
                           public fskit::FSVolumeOpenCloseOperations,
                           public fskit::FSVolumeReadWriteOperations {
 public:
-    /// `client` is a started helper, or null.
-    KemviVolume(fskit::FSVolumeIdentifier volumeID, fskit::FSFileName volumeName, std::shared_ptr<HelperClient> client);
+    /// `client` is a started helper, or null. `handles` is what is open already, which whoever keeps it can look at.
+    KemviVolume(fskit::FSVolumeIdentifier volumeID, fskit::FSFileName volumeName, std::shared_ptr<HelperClient> client,
+                std::shared_ptr<HandleTable> handles = std::make_shared<HandleTable>());
     /// A volume without a helper.
     KemviVolume(fskit::FSVolumeIdentifier volumeID, fskit::FSFileName volumeName);
 
@@ -107,15 +107,6 @@ public:
                     fskit::NameReply reply) override;
 
 private:
-    friend class KemviVolumeInspector; // the tests' view of the handle tables
-
-    struct OpenHandle {
-        std::int64_t handle; // the helper's number
-        std::string path;    // when it was opened; for log lines only
-    };
-
-    using HandleTable = std::unordered_map<std::uint64_t, OpenHandle>; // by the item's identifier
-
     using NamedItem = std::pair<fskit::FSItemPtr, std::optional<fskit::FSFileName>>;
 
     static const foundation::Logger& logger();
@@ -129,12 +120,14 @@ private:
     NamedItem statItem(const std::string& path) const;
     NamedItem lookup(const fskit::FSFileName& name, const fskit::FSItemPtr& directory) const;
 
+    using Direction = HandleTable::Direction;
+
     std::int64_t openReadHandle(const KemviItem& item);
     std::int64_t openWriteHandle(const KemviItem& item);
-    std::int64_t openHandle(HandleTable& table, const std::vector<std::string>& flags, const KemviItem& item);
+    std::int64_t openHandle(Direction direction, const std::vector<std::string>& flags, const KemviItem& item);
     void releaseReadHandle(const KemviItem& item);
     void releaseWriteHandle(const KemviItem& item);
-    void releaseHandle(HandleTable& table, const KemviItem& item);
+    void releaseHandle(Direction direction, const KemviItem& item);
     void releaseHandles(const KemviItem& item);
     void flushAllWriteHandles();
     void releaseAllHandles();
@@ -143,10 +136,7 @@ private:
 
     const std::shared_ptr<KemviItem> rootItem_;
     const std::shared_ptr<HelperClient> client_;
-    // Held only to look at or change the tables, never during a helper's exchange, so that it nests with no other lock.
-    std::mutex handlesLock_;
-    HandleTable readHandles_;
-    HandleTable writeHandles_;
+    const std::shared_ptr<HandleTable> handles_;
 };
 
 } // namespace kemvi

@@ -1,122 +1,113 @@
-#include "foundation/PosixErrno.h"
-#include "volume/KemviVolume.h"
+#include "volume/HandleTable.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+#include <vector>
+
 namespace kemvi {
-
-/// Puts handles into a volume's tables that no helper opened: the state of a volume whose client is gone.
-class KemviVolumeInspector {
-public:
-    static void addHandles(KemviVolume& volume, const KemviItem& item) {
-        const auto key = static_cast<std::uint64_t>(item.identifier());
-        volume.readHandles_[key] = {1, item.path()};
-        volume.writeHandles_[key] = {2, item.path()};
-    }
-
-    static std::size_t openHandles(const KemviVolume& volume) {
-        return volume.readHandles_.size() + volume.writeHandles_.size();
-    }
-};
-
-} // namespace kemvi
-
-// What a volume without a client does with handles that are open all the same, and what stops the process.
 namespace {
 
-using Error = std::optional<foundation::NSError>;
-using Inspector = kemvi::KemviVolumeInspector;
-using Modes = fskit::FSVolumeOpenModes;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
 
-const Error noDevice = foundation::NSError::posix(foundation::posixErrno::ENXIO_);
+constexpr auto reading = HandleTable::Direction::reading;
+constexpr auto writing = HandleTable::Direction::writing;
+constexpr fskit::FSItemID one{11};
+constexpr fskit::FSItemID other{12};
 
-class OrphanedHandles : public testing::Test {
-protected:
-    OrphanedHandles() { Inspector::addHandles(volume_, *item_); }
-
-    template <typename Operation>
-    Error errorOf(Operation operation) {
-        Error answer;
-        operation(fskit::ErrorReply([&](Error error) { answer = std::move(error); }));
-        return answer;
-    }
-
-    template <typename Operation>
-    Error countErrorOf(Operation operation) {
-        Error answer;
-        operation(fskit::CountReply([&](std::size_t count, Error error) {
-            EXPECT_EQ(count, 0U);
-            answer = std::move(error);
-        }));
-        return answer;
-    }
-
-    kemvi::KemviVolume volume_{fskit::FSVolumeIdentifier(foundation::UUID::random()), fskit::FSFileName("Kemvi")};
-    std::shared_ptr<kemvi::KemviItem> item_ =
-        std::make_shared<kemvi::KemviItem>("/a", kemvi::KemviItem::identifierFor("/a"), false, 10, std::nullopt);
-};
-
-TEST_F(OrphanedHandles, cannotBeFlushed) {
-    EXPECT_EQ(errorOf([&](auto reply) { volume_.synchronize(fskit::FSSyncFlags::wait, std::move(reply)); }), noDevice);
+TEST(HandleTable, isEmptyAtFirst) {
+    HandleTable table;
+    EXPECT_EQ(table.find(reading, one), std::nullopt);
+    EXPECT_EQ(table.take(writing, one), std::nullopt);
+    EXPECT_THAT(table.all(reading), IsEmpty());
+    EXPECT_THAT(table.takeAll(), IsEmpty());
 }
 
-TEST_F(OrphanedHandles, areDroppedAtTheEnd) {
-    EXPECT_EQ(errorOf([&](auto reply) { volume_.deactivate(fskit::FSDeactivateOptions::none, std::move(reply)); }),
-              std::nullopt);
-    EXPECT_EQ(Inspector::openHandles(volume_), 0U);
+TEST(HandleTable, keepsOneHandlePerItemAndDirection) {
+    HandleTable table;
+    EXPECT_TRUE(table.share(reading, one, {1, "/a"}).isOurs);
+    EXPECT_TRUE(table.share(writing, one, {2, "/a"}).isOurs);
+    EXPECT_TRUE(table.share(reading, other, {3, "/b"}).isOurs);
+    EXPECT_EQ(table.find(reading, one), 1);
+    EXPECT_EQ(table.find(writing, one), 2);
+    EXPECT_EQ(table.find(reading, other), 3);
+    EXPECT_EQ(table.find(writing, other), std::nullopt);
 }
 
-TEST_F(OrphanedHandles, cannotBeGivenBackButAreForgotten) {
-    const auto close = [&](auto reply) { volume_.closeItem(item_, Modes::none, std::move(reply)); };
-    EXPECT_EQ(errorOf(close), noDevice);
-    EXPECT_EQ(Inspector::openHandles(volume_), 1U);
-    EXPECT_EQ(errorOf(close), noDevice);
-    EXPECT_EQ(Inspector::openHandles(volume_), 0U);
-    EXPECT_EQ(errorOf(close), std::nullopt);
+TEST(HandleTable, sharesTheFirstHandleAndLeavesTheSecondToWhoeverOpenedIt) {
+    HandleTable table;
+    table.share(reading, one, {1, "/a"});
+    const auto second = table.share(reading, one, {2, "/same hash"});
+    EXPECT_EQ(second.handle, 1);
+    EXPECT_FALSE(second.isOurs);
+    EXPECT_THAT(table.all(reading), UnorderedElementsAre(OpenHandle{1, "/a"}));
 }
 
-TEST_F(OrphanedHandles, areFoundByOpeningButNotUsable) {
-    EXPECT_EQ(errorOf([&](auto reply) { volume_.openItem(item_, Modes::readWrite, std::move(reply)); }), std::nullopt);
-    std::byte memory[4];
-    fskit::FSMutableFileDataBuffer buffer(memory);
-    EXPECT_EQ(countErrorOf([&](auto reply) { volume_.read(item_, 0, 4, buffer, std::move(reply)); }), noDevice);
-    EXPECT_EQ(countErrorOf([&](auto reply) { volume_.write(memory, item_, 0, std::move(reply)); }), noDevice);
+TEST(HandleTable, tellsASecondHandleOfTheSameNumberFromTheFirst) {
+    HandleTable table;
+    table.share(reading, one, {1, "/a"});
+    EXPECT_FALSE(table.share(reading, one, {1, "/a"}).isOurs);
 }
 
-TEST_F(OrphanedHandles, keepTheirItemFromBeingRemoved) {
-    EXPECT_EQ(errorOf([&](auto reply) { volume_.removeItem(item_, {}, nullptr, std::move(reply)); }), noDevice);
-    EXPECT_EQ(Inspector::openHandles(volume_), 1U);
+TEST(HandleTable, keepsHandlesOfAnyNumber) {
+    HandleTable table;
+    table.share(reading, one, {0, "/a"});
+    table.share(writing, one, {-1, "/a"});
+    EXPECT_EQ(table.find(reading, one), 0);
+    EXPECT_EQ(table.find(writing, one), -1);
 }
 
-class NoPacker final : public fskit::FSDirectoryEntryPacker {
-public:
-    bool packEntry(const fskit::FSFileName&, fskit::FSItemType, fskit::FSItemID, fskit::FSDirectoryCookie,
-                   const fskit::FSItemAttributes*) override {
-        return false;
-    }
-};
-
-TEST(VolumeDeathTest, stopsForACookieThatIsNoPosition) {
-    kemvi::KemviVolume volume(fskit::FSVolumeIdentifier(foundation::UUID::random()), fskit::FSFileName("Kemvi"));
-    const auto directory =
-        std::make_shared<kemvi::KemviItem>("/", fskit::FSItemID::rootDirectory, true, 0, std::nullopt);
-    NoPacker packer;
-    EXPECT_DEATH(volume.enumerateDirectory(directory, 0x8000000000000000, 1, nullptr, packer,
-                                           fskit::VerifierReply([](std::uint64_t, const Error&) {})),
-                 "cookie is not a position");
+TEST(HandleTable, forgetsAHandleThatIsTaken) {
+    HandleTable table;
+    table.share(reading, one, {1, "/a"});
+    table.share(writing, one, {2, "/a"});
+    EXPECT_EQ(table.take(reading, one), (OpenHandle{1, "/a"}));
+    EXPECT_EQ(table.take(reading, one), std::nullopt);
+    EXPECT_EQ(table.find(writing, one), 2);
+    EXPECT_TRUE(table.share(reading, one, {3, "/a"}).isOurs);
 }
 
-TEST(VolumeDeathTest, stopsForARequestedSizeThatIsNoSignedCount) {
-    // The client is never spoken to: the size is looked at before anything is asked.
-    kemvi::KemviVolume volume(fskit::FSVolumeIdentifier(foundation::UUID::random()), fskit::FSFileName("Kemvi"),
-                              std::make_shared<kemvi::HelperClient>("helper.js", std::map<std::string, std::string>()));
-    const auto file = std::make_shared<kemvi::KemviItem>("/a", fskit::FSItemID{3}, false, 0, std::nullopt);
-    fskit::FSItemSetAttributesRequest request;
-    request.setSize(0x8000000000000000);
-    EXPECT_DEATH(
-        volume.setAttributes(
-            request, file, fskit::AttributesReply([](const std::optional<fskit::FSItemAttributes>&, const Error&) {})),
-        "does not fit a signed");
+TEST(HandleTable, givesAllOfOneDirectionAndKeepsThem) {
+    HandleTable table;
+    table.share(writing, one, {1, "/a"});
+    table.share(writing, other, {2, "/b"});
+    table.share(reading, one, {3, "/a"});
+    EXPECT_THAT(table.all(writing), UnorderedElementsAre(OpenHandle{1, "/a"}, OpenHandle{2, "/b"}));
+    EXPECT_EQ(table.find(writing, one), 1);
+}
+
+TEST(HandleTable, takesAllThoseForReadingFirst) {
+    HandleTable table;
+    table.share(writing, one, {1, "/a"});
+    table.share(reading, one, {2, "/a"});
+    table.share(writing, other, {3, "/b"});
+    const auto taken = table.takeAll();
+    ASSERT_EQ(taken.size(), 3U);
+    EXPECT_EQ(taken[0], (OpenHandle{2, "/a"}));
+    EXPECT_THAT(table.takeAll(), IsEmpty());
+    EXPECT_EQ(table.find(writing, other), std::nullopt);
+}
+
+TEST(HandleTable, sharesOneHandleAmongThreadsThatOpenAtOnce) {
+    constexpr int threads = 8;
+    constexpr std::uint64_t items = 500;
+    HandleTable table;
+    std::atomic<int> ours{0};
+    std::vector<std::thread> openers;
+    for (int number = 0; number < threads; ++number)
+        openers.emplace_back([&, number] {
+            for (std::uint64_t item = 0; item < items; ++item)
+                if (table.share(reading, fskit::FSItemID{item}, {number, "/a"}).isOurs)
+                    ++ours;
+        });
+    for (std::thread& opener : openers)
+        opener.join();
+    EXPECT_EQ(ours, static_cast<int>(items));
+    EXPECT_EQ(table.all(reading).size(), items);
 }
 
 } // namespace
+} // namespace kemvi
