@@ -28,11 +28,27 @@ fuse_entry_param entryParam(const KernelContext& context, const TreeEntry& entry
     return param;
 }
 
+std::uint64_t numberOf(OpenFileID file) {
+    return static_cast<std::uint64_t>(file);
+}
+
+std::uint64_t numberOf(OpenDirectoryID directory) {
+    return static_cast<std::uint64_t>(directory);
+}
+
+OpenFileID fileOf(const fuse_file_info& file) {
+    return OpenFileID{file.fh};
+}
+
+OpenDirectoryID directoryOf(const fuse_file_info& directory) {
+    return OpenDirectoryID{directory.fh};
+}
+
 void forget(FileTree& tree, NodeID node, std::uint64_t lookups) noexcept {
     quietly("forgetting a node", [&] { tree.forget(node, lookups); });
 }
 
-void release(FileTree& tree, FileHandle file) noexcept {
+void release(FileTree& tree, OpenFileID file) noexcept {
     quietly("closing a file whose opener is gone", [&] { tree.release(file); });
 }
 
@@ -205,12 +221,12 @@ void opRename(fuse_req_t request, fuse_ino_t parent, const char* name, fuse_ino_
 void opCreate(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mode, fuse_file_info* file) {
     KernelContext& context = contextOf(request);
     answer(request, [&] {
-        const auto [entry, handle] = context.tree.create(parent, name, file->flags, mode);
-        file->fh = handle;
+        const auto [entry, opened] = context.tree.create(parent, name, file->flags, mode);
+        file->fh = numberOf(opened);
         setOpenFlags(*file);
         const fuse_entry_param param = entryParam(context, entry);
         if (fuse_reply_create(request, &param, file) != 0) {
-            release(context.tree, handle);
+            release(context.tree, opened);
             forget(context.tree, entry.node, 1);
         }
     });
@@ -219,11 +235,11 @@ void opCreate(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mo
 void opOpen(fuse_req_t request, fuse_ino_t node, fuse_file_info* file) {
     answer(request, [&] {
         FileTree& tree = treeOf(request);
-        file->fh = tree.open(node, file->flags);
+        const OpenFileID opened = tree.open(node, file->flags);
+        file->fh = numberOf(opened);
         setOpenFlags(*file);
-        const FileHandle handle = file->fh;
         if (fuse_reply_open(request, file) != 0)
-            release(tree, handle);
+            release(tree, opened);
     });
 }
 
@@ -232,7 +248,7 @@ void opRead(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offset, fuse
     answer(request, [&] {
         if (context.buffer.size() < size)
             context.buffer.resize(size);
-        const std::size_t count = context.tree.read(file->fh, offset, std::span(context.buffer).first(size));
+        const std::size_t count = context.tree.read(fileOf(*file), offset, std::span(context.buffer).first(size));
         fuse_reply_buf(request, reinterpret_cast<const char*>(context.buffer.data()), count);
     });
 }
@@ -243,31 +259,31 @@ void opWrite(fuse_req_t request, fuse_ino_t, const char* bytes, std::size_t size
         FileTree& tree = treeOf(request);
         if (file->writepage) {
             // Of a short count the kernel would tell nobody.
-            tree.writePages(file->fh, offset, contents);
+            tree.writePages(fileOf(*file), offset, contents);
             fuse_reply_write(request, size);
         } else {
-            fuse_reply_write(request, tree.write(file->fh, offset, contents));
+            fuse_reply_write(request, tree.write(fileOf(*file), offset, contents));
         }
     });
 }
 
 void opFlush(fuse_req_t request, fuse_ino_t, fuse_file_info* file) {
     answer(request, [&] {
-        treeOf(request).flush(file->fh);
+        treeOf(request).flush(fileOf(*file));
         fuse_reply_err(request, 0);
     });
 }
 
 void opFsync(fuse_req_t request, fuse_ino_t, int, fuse_file_info* file) {
     answer(request, [&] {
-        treeOf(request).synchronize(file->fh);
+        treeOf(request).synchronize(fileOf(*file));
         fuse_reply_err(request, 0);
     });
 }
 
 void opRelease(fuse_req_t request, fuse_ino_t, fuse_file_info* file) {
     answer(request, [&] {
-        treeOf(request).release(file->fh);
+        treeOf(request).release(fileOf(*file));
         fuse_reply_err(request, 0);
     });
 }
@@ -275,16 +291,16 @@ void opRelease(fuse_req_t request, fuse_ino_t, fuse_file_info* file) {
 void opOpendir(fuse_req_t request, fuse_ino_t node, fuse_file_info* file) {
     answer(request, [&] {
         FileTree& tree = treeOf(request);
-        const DirectoryHandle handle = tree.openDirectory(node);
-        file->fh = handle;
+        const OpenDirectoryID opened = tree.openDirectory(node);
+        file->fh = numberOf(opened);
         if (fuse_reply_open(request, file) != 0)
-            quietly("closing a directory whose opener is gone", [&] { tree.releaseDirectory(handle); });
+            quietly("closing a directory whose opener is gone", [&] { tree.releaseDirectory(opened); });
     });
 }
 
 void opReleasedir(fuse_req_t request, fuse_ino_t, fuse_file_info* file) {
     answer(request, [&] {
-        treeOf(request).releaseDirectory(file->fh);
+        treeOf(request).releaseDirectory(directoryOf(*file));
         fuse_reply_err(request, 0);
     });
 }
@@ -311,13 +327,14 @@ struct stat listedStat(const ListedEntry& entry) {
 void opReaddir(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offset, fuse_file_info* file) {
     KernelContext& context = contextOf(request);
     answer(request, [&] {
+        const OpenDirectoryID directory = directoryOf(*file);
         if (offset == 0)
-            context.tree.startListing(file->fh);
+            context.tree.startListing(directory);
         char* const buffer = listingBuffer(context, size);
         std::size_t used = 0;
-        const std::size_t count = context.tree.listedCount(file->fh);
+        const std::size_t count = context.tree.listedCount(directory);
         for (auto index = static_cast<std::size_t>(offset); index < count; ++index) {
-            const ListedEntry* entry = context.tree.listedEntry(file->fh, index);
+            const ListedEntry* entry = context.tree.listedEntry(directory, index);
             if (entry == nullptr)
                 continue;
             const struct stat shown = listedStat(*entry);
@@ -331,7 +348,7 @@ void opReaddir(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offset, f
     });
 }
 
-fuse_entry_param listedParam(KernelContext& context, DirectoryHandle directory, const ListedEntry& entry) {
+fuse_entry_param listedParam(KernelContext& context, OpenDirectoryID directory, const ListedEntry& entry) {
     const std::optional<TreeEntry> node = context.tree.listedNode(directory, entry);
     fuse_entry_param param{};
     if (node) {
@@ -347,14 +364,15 @@ fuse_entry_param listedParam(KernelContext& context, DirectoryHandle directory, 
 void opReaddirplus(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offset, fuse_file_info* file) {
     KernelContext& context = contextOf(request);
     answer(request, [&] {
+        const OpenDirectoryID directory = directoryOf(*file);
         if (offset == 0)
-            context.tree.startListing(file->fh);
+            context.tree.startListing(directory);
         char* const buffer = listingBuffer(context, size);
         HandedOut handedOut(context.tree);
         std::size_t used = 0;
-        const std::size_t count = context.tree.listedCount(file->fh);
+        const std::size_t count = context.tree.listedCount(directory);
         for (auto index = static_cast<std::size_t>(offset); index < count; ++index) {
-            const ListedEntry* entry = context.tree.listedEntry(file->fh, index);
+            const ListedEntry* entry = context.tree.listedEntry(directory, index);
             if (entry == nullptr)
                 continue;
             // Asked for its size first: a node must not be handed out in an entry that then does not fit.
@@ -362,7 +380,7 @@ void opReaddirplus(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offse
             if (needed > size - used)
                 break;
             handedOut.makeRoom();
-            const fuse_entry_param param = listedParam(context, file->fh, *entry);
+            const fuse_entry_param param = listedParam(context, directory, *entry);
             fuse_add_direntry_plus(request, buffer + used, size - used, entry->name.c_str(), &param,
                                    static_cast<off_t>(index + 1));
             if (param.ino != 0)

@@ -6,26 +6,26 @@
 
 namespace fusehost {
 
-FileTree::OpenDirectory& FileTree::openDirectoryAt(DirectoryHandle handle) {
-    const auto found = directories_.find(handle);
+FileTree::OpenDirectory& FileTree::openDirectoryAt(OpenDirectoryID id) {
+    const auto found = directories_.find(id);
     if (found == directories_.end())
         throw KernelError(EBADF);
     return found->second;
 }
 
-DirectoryHandle FileTree::openDirectory(NodeID id) {
-    directoryAt(id);
-    const DirectoryHandle handle = nextHandle_++;
-    directories_[handle].node = id;
-    return handle;
+OpenDirectoryID FileTree::openDirectory(NodeID node) {
+    directoryAt(node);
+    const OpenDirectoryID id{nextOpen_++};
+    directories_[id].node = node;
+    return id;
 }
 
-void FileTree::releaseDirectory(DirectoryHandle handle) {
-    directories_.erase(handle);
+void FileTree::releaseDirectory(OpenDirectoryID id) {
+    directories_.erase(id);
 }
 
-void FileTree::startListing(DirectoryHandle handle) {
-    OpenDirectory& open = openDirectoryAt(handle);
+void FileTree::startListing(OpenDirectoryID id) {
+    OpenDirectory& open = openDirectoryAt(id);
     Node& node = nodeAt(open.node);
     open.snapshot.reset();
     if (!node.hasName())
@@ -33,13 +33,13 @@ void FileTree::startListing(DirectoryHandle handle) {
     open.snapshot = std::make_unique<DirectorySnapshot>(volume_, itemOf(node), changes_);
 }
 
-std::size_t FileTree::listedCount(DirectoryHandle handle) {
-    const OpenDirectory& open = openDirectoryAt(handle);
+std::size_t FileTree::listedCount(OpenDirectoryID id) {
+    const OpenDirectory& open = openDirectoryAt(id);
     return open.snapshot ? open.snapshot->entries().size() : 0;
 }
 
-const ListedEntry* FileTree::listedEntry(DirectoryHandle handle, std::size_t index) {
-    OpenDirectory& open = openDirectoryAt(handle);
+const ListedEntry* FileTree::listedEntry(OpenDirectoryID id, std::size_t index) {
+    OpenDirectory& open = openDirectoryAt(id);
     const ListedEntry& entry = open.snapshot->entries().at(index);
     return isHidden(nodeAt(open.node), entry.name) ? nullptr : &entry;
 }
@@ -54,11 +54,11 @@ bool tellsNothing(const ListedEntry& entry) {
 
 } // namespace
 
-std::optional<TreeEntry> FileTree::listedNode(DirectoryHandle handle, const ListedEntry& entry) {
-    OpenDirectory& open = openDirectoryAt(handle);
+std::optional<TreeEntry> FileTree::listedNode(OpenDirectoryID id, const ListedEntry& entry) {
+    OpenDirectory& open = openDirectoryAt(id);
     Node& directory = nodeAt(open.node);
     const DirectorySnapshot& snapshot = *open.snapshot;
-    if (entry.name == "." || entry.name == ".." || !directory.hasName() || remainingTrust(handle, attrTimeout_) <= 0)
+    if (entry.name == "." || entry.name == ".." || !directory.hasName() || remainingTrust(id, attrTimeout_) <= 0)
         return std::nullopt;
     if (tellsNothing(entry))
         return std::nullopt;
@@ -77,8 +77,8 @@ std::optional<TreeEntry> FileTree::listedNode(DirectoryHandle handle, const List
     return handedOut;
 }
 
-double FileTree::remainingTrust(DirectoryHandle handle, double timeout) {
-    const OpenDirectory& open = openDirectoryAt(handle);
+double FileTree::remainingTrust(OpenDirectoryID id, double timeout) {
+    const OpenDirectory& open = openDirectoryAt(id);
     return open.snapshot ? std::max(0.0, timeout - open.snapshot->age()) : 0.0;
 }
 

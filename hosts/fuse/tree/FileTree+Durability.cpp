@@ -13,8 +13,8 @@ using fskit::FSVolumeOpenModes;
 // knows nothing. So the host keeps account of each file and sees to it that the volume holds the handle of the file
 // that is meant, and no other.
 
-void FileTree::synchronize(FileHandle handle) {
-    Node& node = nodeAt(fileAt(handle).node);
+void FileTree::synchronize(OpenFileID id) {
+    Node& node = nodeAt(fileAt(id).node);
     if (const int error = std::exchange(node.deferredError, 0))
         throw KernelError(error);
     makeSafe(node);
@@ -47,7 +47,7 @@ void FileTree::openToSynchronize(Node& node) {
 
 std::vector<Node*> FileTree::otherWriters(const Node& node) {
     std::vector<Node*> others;
-    for (const auto& [handle, file] : files_) {
+    for (const auto& [id, file] : files_) {
         if (!file.writes || file.node == node.id)
             continue;
         Node* other = nodes_.find(file.node);

@@ -11,8 +11,8 @@ namespace fusehost {
 
 using fskit::FSVolumeOpenModes;
 
-FileTree::OpenFile& FileTree::fileAt(FileHandle handle) {
-    const auto found = files_.find(handle);
+FileTree::OpenFile& FileTree::fileAt(OpenFileID id) {
+    const auto found = files_.find(id);
     if (found == files_.end())
         throw KernelError(EBADF);
     return found->second;
@@ -27,18 +27,18 @@ FSVolumeOpenModes FileTree::modesFor(int flags) const {
     }
 }
 
-FileHandle FileTree::addOpenFile(Node& node, int flags) {
+OpenFileID FileTree::addOpenFile(Node& node, int flags) {
     const FSVolumeOpenModes modes = modesFor(flags);
     OpenFile file{node.id, contains(modes, FSVolumeOpenModes::read), contains(modes, FSVolumeOpenModes::write), false};
     node.readers += file.reads;
     node.writers += file.writes;
     node.unflushedWriters += file.writes;
-    const FileHandle handle = nextHandle_++;
-    files_.emplace(handle, file);
-    return handle;
+    const OpenFileID id{nextOpen_++};
+    files_.emplace(id, file);
+    return id;
 }
 
-FileHandle FileTree::open(NodeID id, int flags) {
+OpenFileID FileTree::open(NodeID id, int flags) {
     Node& node = nodeAt(id);
     if (node.isDirectory())
         throw KernelError(EISDIR);
@@ -77,8 +77,8 @@ void FileTree::openHandles(Node& node, FSVolumeOpenModes modes) {
     }
 }
 
-std::size_t FileTree::read(FileHandle handle, std::int64_t offset, std::span<std::byte> into) {
-    OpenFile& file = fileAt(handle);
+std::size_t FileTree::read(OpenFileID id, std::int64_t offset, std::span<std::byte> into) {
+    OpenFile& file = fileAt(id);
     Node& node = nodeAt(file.node);
     std::size_t total = readAhead_.take(node.id, offset, into, attrTimeout_);
     if (total == 0 || (total < into.size() && static_cast<std::uint64_t>(offset) + total < node.size)) {
@@ -117,8 +117,8 @@ std::size_t FileTree::readWhole(Node& node, std::int64_t offset, std::span<std::
     return total;
 }
 
-Node& FileTree::writtenAt(FileHandle handle) {
-    OpenFile& file = fileAt(handle);
+Node& FileTree::writtenAt(OpenFileID id) {
+    OpenFile& file = fileAt(id);
     Node& node = nodeAt(file.node);
     if (file.flushed) {
         file.flushed = false;
@@ -131,8 +131,8 @@ std::span<const std::byte> FileTree::pieceAt(std::span<const std::byte> contents
     return contents.subspan(start, std::min<std::size_t>(contents.size() - start, requestSize_));
 }
 
-std::size_t FileTree::write(FileHandle handle, std::int64_t offset, std::span<const std::byte> contents) {
-    Node& node = writtenAt(handle);
+std::size_t FileTree::write(OpenFileID id, std::int64_t offset, std::span<const std::byte> contents) {
+    Node& node = writtenAt(id);
     std::size_t total = 0;
     do {
         const auto piece = pieceAt(contents, total);
@@ -150,8 +150,8 @@ std::size_t FileTree::write(FileHandle handle, std::int64_t offset, std::span<co
 
 // The kernel gives pages up as written whatever the answer, and asks for them no more: so every piece is tried. Who
 // mapped the file may have let go of it by now, which is why the error waits for whoever asks next.
-void FileTree::writePages(FileHandle handle, std::int64_t offset, std::span<const std::byte> contents) {
-    Node& node = writtenAt(handle);
+void FileTree::writePages(OpenFileID id, std::int64_t offset, std::span<const std::byte> contents) {
+    Node& node = writtenAt(id);
     std::optional<KernelError> failure;
     for (std::size_t total = 0; total < contents.size();) {
         const auto piece = pieceAt(contents, total);
@@ -185,8 +185,8 @@ void FileTree::writeWhole(Node& node, std::int64_t offset, std::span<const std::
     node.size = std::max(node.size, static_cast<std::uint64_t>(offset) + total);
 }
 
-void FileTree::flush(FileHandle handle) {
-    OpenFile& file = fileAt(handle);
+void FileTree::flush(OpenFileID id) {
+    OpenFile& file = fileAt(id);
     Node& node = nodeAt(file.node);
     if (!file.writes)
         return;
@@ -200,9 +200,9 @@ void FileTree::flush(FileHandle handle) {
         throw KernelError(deferred);
 }
 
-void FileTree::release(FileHandle handle) {
-    const OpenFile file = fileAt(handle);
-    files_.erase(handle);
+void FileTree::release(OpenFileID id) {
+    const OpenFile file = fileAt(id);
+    files_.erase(id);
     Node& node = nodeAt(file.node);
     node.readers -= file.reads;
     node.writers -= file.writes;
@@ -219,7 +219,7 @@ void FileTree::release(FileHandle handle) {
 
 std::vector<NodeID> FileTree::writtenNodes() {
     std::set<NodeID> nodes;
-    for (const auto& [handle, file] : files_)
+    for (const auto& [id, file] : files_)
         if (file.writes)
             nodes.insert(file.node);
     std::erase_if(nodes, [&](NodeID id) {
@@ -283,7 +283,7 @@ void FileTree::closeUnusedReaders() noexcept {
 // write to the one through the handle of the other. So they take turns: slow, and right.
 void FileTree::giveWay(const fskit::FSItemPtr& item) {
     std::erase_if(unused_, [&](const fskit::FSItemPtr& unused) { return unused->isSame(*item); });
-    for (const auto& [handle, file] : files_)
+    for (const auto& [id, file] : files_)
         if (Node* node = nodes_.find(file.node); node != nullptr && node->item && node->item->isSame(*item))
             closeEverything(*node);
     closeUnusedReader(item); // where it is not closed yet: nobody is left to be told of a failure

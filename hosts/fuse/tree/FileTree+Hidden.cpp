@@ -106,7 +106,7 @@ void FileTree::removeHidden(Node& node) {
 
 // Whoever has these files open finds the mount gone, and nobody else will ask.
 void FileTree::tellUntoldErrors() {
-    for (auto& [handle, file] : files_) {
+    for (auto& [id, file] : files_) {
         Node* node = nodes_.find(file.node);
         if (node == nullptr || node->hidden || node->deferredError == 0)
             continue;
@@ -118,10 +118,10 @@ void FileTree::tellUntoldErrors() {
 
 void FileTree::end() noexcept {
     closeUnusedReaders();
-    for (auto& [handle, file] : files_)
+    for (auto& [id, file] : files_)
         readAhead_.drop(file.node);
     quietly("telling what was lost", [&] { tellUntoldErrors(); });
-    for (auto& [handle, file] : files_)
+    for (auto& [id, file] : files_)
         if (Node* node = nodes_.find(file.node); node != nullptr && node->hidden)
             quietly("removing a file that was kept since it was open", [&] { removeHidden(*node); });
     files_.clear();

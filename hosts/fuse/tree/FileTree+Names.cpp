@@ -52,7 +52,7 @@ void FileTree::applyCreationMode(const FoundItem& made, mode_t mode) {
     }
 }
 
-std::pair<TreeEntry, FileHandle> FileTree::create(NodeID directoryID, const std::string& name, int flags, mode_t mode) {
+std::pair<TreeEntry, OpenFileID> FileTree::create(NodeID directoryID, const std::string& name, int flags, mode_t mode) {
     closeUnusedReaders();
     Node& directory = directoryAt(directoryID);
     checkName(name);
@@ -71,18 +71,18 @@ std::pair<TreeEntry, FileHandle> FileTree::create(NodeID directoryID, const std:
     return {handOut(node, made.attributes), addOpenFile(node, flags)};
 }
 
-std::pair<TreeEntry, FileHandle> FileTree::openExisting(Node& node, const fskit::FSItemAttributes& found, int flags) {
+std::pair<TreeEntry, OpenFileID> FileTree::openExisting(Node& node, const fskit::FSItemAttributes& found, int flags) {
     const NodeID id = node.id;
     TreeEntry entry = handOut(node, found); // first: it keeps the node while it is opened
-    std::optional<FileHandle> handle;
+    std::optional<OpenFileID> file;
     try {
-        handle = open(id, flags);
+        file = open(id, flags);
         if ((flags & O_TRUNC) != 0)
             entry.attributes = getAttributes(id);
-        return {entry, *handle};
+        return {entry, *file};
     } catch (const KernelError&) {
-        if (handle)
-            release(*handle);
+        if (file)
+            release(*file);
         forget(id, 1);
         throw;
     }

@@ -8,6 +8,7 @@
 #include "hosts/fuse/tree/DirectorySnapshot.h"
 #include "hosts/fuse/tree/IdleWork.h"
 #include "hosts/fuse/tree/NodeTable.h"
+#include "hosts/fuse/tree/OpenIDs.h"
 #include "hosts/fuse/tree/ReadAhead.h"
 
 #include <chrono>
@@ -28,10 +29,6 @@ struct TreeEntry {
 
     struct stat attributes {};
 };
-
-/// An open file as the kernel knows it.
-using FileHandle = std::uint64_t;
-using DirectoryHandle = std::uint64_t;
 
 /// A change of attributes; absent members stay as they are.
 struct AttributeChange {
@@ -73,40 +70,40 @@ public:
     std::string readSymbolicLink(NodeID node);
 
     // Open files (FileTree+Files.cpp)
-    FileHandle open(NodeID node, int flags);
-    std::size_t read(FileHandle file, std::int64_t offset, std::span<std::byte> into);
+    OpenFileID open(NodeID node, int flags);
+    std::size_t read(OpenFileID file, std::int64_t offset, std::span<std::byte> into);
     /// In as many requests as it takes. Fewer bytes than given if a later request fails.
-    std::size_t write(FileHandle file, std::int64_t offset, std::span<const std::byte> contents);
+    std::size_t write(OpenFileID file, std::int64_t offset, std::span<const std::byte> contents);
     /// A descriptor of the file was closed; other descriptors may still share the handle.
-    void flush(FileHandle file);
-    void release(FileHandle file);
+    void flush(OpenFileID file);
+    void release(OpenFileID file);
     /// The files that are open for writing and have a name: of them alone the kernel may hold changed pages, since it
     /// writes those when a file is closed and when a map of it is let go.
     std::vector<NodeID> writtenNodes();
 
     /// Writes pages that the kernel held, as many of them as can be written. A failure is also told by the next fsync
     /// of the file, or flush of one that writes it, whoever holds it.
-    void writePages(FileHandle file, std::int64_t offset, std::span<const std::byte> contents);
+    void writePages(OpenFileID file, std::int64_t offset, std::span<const std::byte> contents);
     /// Returns when the helper was told to make safe what was written to the file before, through whichever handle.
     /// (FileTree+Durability.cpp)
-    void synchronize(FileHandle file);
+    void synchronize(OpenFileID file);
 
     // Directories (FileTree+Directories.cpp)
-    DirectoryHandle openDirectory(NodeID node);
-    void releaseDirectory(DirectoryHandle directory);
+    OpenDirectoryID openDirectory(NodeID node);
+    void releaseDirectory(OpenDirectoryID directory);
     /// Takes the snapshot that the listing is served from; anew for every listing from the start.
-    void startListing(DirectoryHandle directory);
+    void startListing(OpenDirectoryID directory);
     /// Entry `index` of the listing; null at its end and for a name that is not to be shown.
-    const ListedEntry* listedEntry(DirectoryHandle directory, std::size_t index);
-    std::size_t listedCount(DirectoryHandle directory);
+    const ListedEntry* listedEntry(OpenDirectoryID directory, std::size_t index);
+    std::size_t listedCount(OpenDirectoryID directory);
     /// The entry as a node handed to the kernel, where the listing still tells the truth about it; otherwise absent.
-    std::optional<TreeEntry> listedNode(DirectoryHandle directory, const ListedEntry& entry);
+    std::optional<TreeEntry> listedNode(OpenDirectoryID directory, const ListedEntry& entry);
     /// Seconds for which the listing's attributes may still be trusted, of `timeout` seconds.
-    double remainingTrust(DirectoryHandle directory, double timeout);
+    double remainingTrust(OpenDirectoryID directory, double timeout);
 
     // Names (FileTree+Names.cpp)
     /// Creates and opens. Never empties an existing file unless `flags` say so. `mode` has the umask applied already.
-    std::pair<TreeEntry, FileHandle> create(NodeID directory, const std::string& name, int flags, mode_t mode);
+    std::pair<TreeEntry, OpenFileID> create(NodeID directory, const std::string& name, int flags, mode_t mode);
     TreeEntry makeNode(NodeID directory, const std::string& name, mode_t mode);
     TreeEntry makeDirectory(NodeID directory, const std::string& name, mode_t mode);
     TreeEntry makeSymbolicLink(NodeID directory, const std::string& name, const std::string& contents);
@@ -218,10 +215,10 @@ private:
     void leaveCopy(Node& copy, const Node& node);
 
     // Open files (FileTree+Files.cpp)
-    OpenFile& fileAt(FileHandle handle);
-    FileHandle addOpenFile(Node& node, int flags);
+    OpenFile& fileAt(OpenFileID id);
+    OpenFileID addOpenFile(Node& node, int flags);
     void openHandles(Node& node, fskit::FSVolumeOpenModes modes);
-    Node& writtenAt(FileHandle handle);
+    Node& writtenAt(OpenFileID id);
     /// The part of `contents` from `start` on that goes in one request.
     std::span<const std::byte> pieceAt(std::span<const std::byte> contents, std::size_t start) const;
     void readOn(OpenFile& file, Node& node, std::int64_t offset, std::size_t size);
@@ -255,14 +252,14 @@ private:
     static void deferError(Node& node, const KernelError& error);
 
     // Directories (FileTree+Directories.cpp)
-    OpenDirectory& openDirectoryAt(DirectoryHandle handle);
+    OpenDirectory& openDirectoryAt(OpenDirectoryID id);
     void refuseIfNotEmpty(Node* directory, const fskit::FSItemPtr& item);
 
     // Names (FileTree+Names.cpp)
     std::optional<FoundItem> existing(Node& directory, const std::string& name);
     FoundItem createNew(Node& directory, const std::string& name, fskit::FSItemType type, mode_t mode);
     void applyCreationMode(const FoundItem& made, mode_t mode);
-    std::pair<TreeEntry, FileHandle> openExisting(Node& node, const fskit::FSItemAttributes& found, int flags);
+    std::pair<TreeEntry, OpenFileID> openExisting(Node& node, const fskit::FSItemAttributes& found, int flags);
     void checkReplaceable(bool movesDirectory, Node& to, const std::string& newName);
     void renameOver(const fskit::FSItemPtr& item, Node& from, const std::string& name, Node& to,
                     const std::string& newName, bool movesDirectory);
@@ -289,10 +286,10 @@ private:
     AttributeMap attributeMap_;
     NodeTable nodes_;
     ReadAhead readAhead_;
-    std::unordered_map<FileHandle, OpenFile> files_;
-    std::unordered_map<DirectoryHandle, OpenDirectory> directories_;
+    std::unordered_map<OpenFileID, OpenFile> files_;
+    std::unordered_map<OpenDirectoryID, OpenDirectory> directories_;
     std::deque<fskit::FSItemPtr> unused_; // files read and closed, whose handle is still to be given back
-    std::uint64_t nextHandle_ = 1;
+    std::uint64_t nextOpen_ = 1;
     std::uint64_t changes_ = 0; // counts changes made through the mount
     std::optional<Absence> absence_;
     Recent recent_;

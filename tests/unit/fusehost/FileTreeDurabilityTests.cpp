@@ -10,18 +10,18 @@ using testing::StartsWith;
 class FileTreeDurability : public FileTreeTest {
 protected:
     /// A new file that was written to; nothing is recorded of it.
-    FileHandle written(const std::string& path, int flags = O_RDWR) {
-        const FileHandle file = create(path, flags);
+    OpenFileID written(const std::string& path, int flags = O_RDWR) {
+        const OpenFileID file = create(path, flags);
         write(file, 0, "abc");
         served.takeRequests();
         return file;
     }
 
-    int writePages(FileHandle file, std::int64_t offset, std::string_view bytes) {
+    int writePages(OpenFileID file, std::int64_t offset, std::string_view bytes) {
         return errnoOf([&] { tree().writePages(file, offset, std::as_bytes(std::span(bytes))); });
     }
 
-    int synchronize(FileHandle file) {
+    int synchronize(OpenFileID file) {
         return errnoOf([&] { tree().synchronize(file); });
     }
 
@@ -36,7 +36,7 @@ protected:
 };
 
 TEST_F(FileTreeDurability, fsyncReachesTheVolume) {
-    const FileHandle file = written("/a");
+    const OpenFileID file = written("/a");
     EXPECT_EQ(synchronize(file), 0);
     EXPECT_THAT(served.takeRequests(), ElementsAre("flush /a", "statfs"));
     served.before = refuseOnce("flush", posixErrno::EDQUOT_);
@@ -44,7 +44,7 @@ TEST_F(FileTreeDurability, fsyncReachesTheVolume) {
 }
 
 TEST_F(FileTreeDurability, fsyncAfterADuplicateWasClosedFlushesWhatWasWritten) {
-    const FileHandle file = written("/a");
+    const OpenFileID file = written("/a");
     tree().flush(file);
     served.takeRequests();
     EXPECT_EQ(synchronize(file), 0);
@@ -53,8 +53,8 @@ TEST_F(FileTreeDurability, fsyncAfterADuplicateWasClosedFlushesWhatWasWritten) {
 }
 
 TEST_F(FileTreeDurability, fsyncAfterSomebodyElseOpenedTheFileFlushesWhatWasWritten) {
-    const FileHandle file = written("/a");
-    const FileHandle reader = open("/a", O_RDONLY);
+    const OpenFileID file = written("/a");
+    const OpenFileID reader = open("/a", O_RDONLY);
     EXPECT_EQ(synchronize(file), 0);
     EXPECT_THAT(flushed(), ElementsAre("/a"));
     close(reader);
@@ -62,21 +62,21 @@ TEST_F(FileTreeDurability, fsyncAfterSomebodyElseOpenedTheFileFlushesWhatWasWrit
 
 TEST_F(FileTreeDurability, fsyncByAReaderAfterTheWriterHasClosedFlushesWhatWasWritten) {
     EXPECT_EQ(close(written("/a")), 0);
-    const FileHandle reader = open("/a", O_RDONLY);
+    const OpenFileID reader = open("/a", O_RDONLY);
     EXPECT_EQ(synchronize(reader), 0);
     EXPECT_THAT(flushed(), ElementsAre("/a"));
     EXPECT_EQ(served.openHandles(), 1U) << "that of the reader";
 }
 
 TEST_F(FileTreeDurability, fsyncAfterARenameFlushesTheFileUnderItsNewName) {
-    const FileHandle file = written("/a");
+    const OpenFileID file = written("/a");
     rename("/a", "/b");
     EXPECT_EQ(synchronize(file), 0);
     EXPECT_THAT(flushed(), ElementsAre("/b"));
 }
 
 TEST_F(FileTreeDurability, fsyncOfARemovedOpenFileFlushesIt) {
-    const FileHandle file = written("/a");
+    const OpenFileID file = written("/a");
     remove("/a");
     served.takeRequests();
     EXPECT_EQ(synchronize(file), 0);
@@ -88,7 +88,7 @@ TEST_F(FileTreeDurability, fsyncOfAFileThatTheKernelForgotMeanwhileFlushesIt) {
     close(written("/a"));
     forget(node("/a"));
     EXPECT_NE(first, node("/a"));
-    const FileHandle reader = open("/a", O_RDONLY);
+    const OpenFileID reader = open("/a", O_RDONLY);
     served.takeRequests();
     EXPECT_EQ(synchronize(reader), 0);
     EXPECT_THAT(flushed(), ElementsAre("/a"));
@@ -98,27 +98,27 @@ TEST_F(FileTreeDurability, fsyncOfAFileThatTheKernelForgotMeanwhileFlushesIt) {
 
 TEST_F(FileTreeDurability, fsyncOfAFileThatNobodyWroteOpensNothing) {
     served.put("/a", "abc");
-    const FileHandle reader = open("/a", O_RDONLY);
+    const OpenFileID reader = open("/a", O_RDONLY);
     served.takeRequests();
     EXPECT_EQ(synchronize(reader), 0);
     EXPECT_THAT(served.takeRequests(), ElementsAre("statfs"));
 }
 
 TEST_F(FileTreeDurability, fsyncOfANewEmptyFileFlushesIt) {
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     served.takeRequests();
     EXPECT_EQ(synchronize(file), 0);
     EXPECT_THAT(flushed(), ElementsAre("/a"));
 }
 
 TEST_F(FileTreeDurability, closingCostsNoMoreThanGivingTheHandleBack) {
-    const FileHandle file = written("/a");
+    const OpenFileID file = written("/a");
     EXPECT_EQ(close(file), 0);
     EXPECT_THAT(served.takeRequests(), ElementsAre("release /a"));
 }
 
 TEST_F(FileTreeDurability, fsyncThatCouldNotFlushIsAnErrorAndTheNextOneTriesAgain) {
-    const FileHandle file = written("/a");
+    const OpenFileID file = written("/a");
     tree().flush(file);
     served.before = refuseOnce("flush", posixErrno::ENOSPC_);
     EXPECT_EQ(synchronize(file), ENOSPC);
@@ -129,14 +129,14 @@ TEST_F(FileTreeDurability, fsyncThatCouldNotFlushIsAnErrorAndTheNextOneTriesAgai
 }
 
 TEST_F(FileTreeDurability, fsyncThatMayNotOpenTheFileIsAnErrorAndNoSilentSuccess) {
-    const FileHandle file = written("/a");
+    const OpenFileID file = written("/a");
     tree().flush(file);
     served.chmod("/a", 0444);
     EXPECT_EQ(synchronize(file), EACCES);
 }
 
 TEST_F(FileTreeDurability, fsyncDoesNotMakeAnewWhatWasRemovedBehindTheMount) {
-    const FileHandle file = written("/a");
+    const OpenFileID file = written("/a");
     tree().flush(file);
     served.erase("/a");
     EXPECT_EQ(synchronize(file), ESTALE);
@@ -144,8 +144,8 @@ TEST_F(FileTreeDurability, fsyncDoesNotMakeAnewWhatWasRemovedBehindTheMount) {
 }
 
 TEST_F(FileTreeDurability, fsyncOfOneFileDoesNotTellTheErrorOfAnother) {
-    const FileHandle one = written("/a");
-    const FileHandle other = written("/b");
+    const OpenFileID one = written("/a");
+    const OpenFileID other = written("/b");
     served.before = refuseAlways("flush /b", posixErrno::ENOSPC_);
     EXPECT_EQ(synchronize(one), 0);
     EXPECT_THAT(flushed(), ElementsAre("/a"));
@@ -153,16 +153,16 @@ TEST_F(FileTreeDurability, fsyncOfOneFileDoesNotTellTheErrorOfAnother) {
 }
 
 TEST_F(FileTreeDurability, anotherFilesErrorMetByAnFsyncIsToldByItsOwnClose) {
-    const FileHandle one = written("/a");
-    const FileHandle other = written("/b");
+    const OpenFileID one = written("/a");
+    const OpenFileID other = written("/b");
     served.before = refuseOnce("release /b", posixErrno::ENOSPC_);
     EXPECT_EQ(synchronize(one), 0);
     EXPECT_EQ(close(other), ENOSPC);
 }
 
 TEST_F(FileTreeDurability, anotherFileIsWrittenAndMadeSafeAfterAnFsync) {
-    const FileHandle one = written("/a");
-    const FileHandle other = written("/b");
+    const OpenFileID one = written("/a");
+    const OpenFileID other = written("/b");
     EXPECT_EQ(synchronize(one), 0);
     write(other, 3, "def");
     served.takeRequests();
@@ -173,8 +173,8 @@ TEST_F(FileTreeDurability, anotherFileIsWrittenAndMadeSafeAfterAnFsync) {
 }
 
 TEST_F(FileTreeDurability, aHandleThatCouldNotBeHadAgainIsKeptWhileAnotherFileIsMadeSafe) {
-    const FileHandle one = written("/a");
-    const FileHandle other = written("/b");
+    const OpenFileID one = written("/a");
+    const OpenFileID other = written("/b");
     fusehost::AttributeChange change;
     change.mode = 0444;
     tree().setAttributes(node("/b"), change);
@@ -185,8 +185,8 @@ TEST_F(FileTreeDurability, aHandleThatCouldNotBeHadAgainIsKeptWhileAnotherFileIs
 }
 
 TEST_F(FileTreeDurability, anErrorThatCannotBeToldApartIsToldByBothFiles) {
-    const FileHandle one = written("/a");
-    const FileHandle other = written("/b");
+    const OpenFileID one = written("/a");
+    const OpenFileID other = written("/b");
     fusehost::AttributeChange change;
     change.mode = 0444;
     tree().setAttributes(node("/b"), change);
@@ -201,7 +201,7 @@ TEST_F(FileTreeDurability, anErrorThatCannotBeToldApartIsToldByBothFiles) {
 
 TEST_F(FileTreeDurability, pagesThatCannotAllBeWrittenAreAnErrorNowAndAtTheNextFsync) {
     options.requestSize = 4096;
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     served.before = refuseOnce("write /a 4096", posixErrno::ENOSPC_);
     EXPECT_EQ(writePages(file, 0, std::string(12288, 'x')), ENOSPC);
     EXPECT_EQ(synchronize(file), ENOSPC);
@@ -210,15 +210,15 @@ TEST_F(FileTreeDurability, pagesThatCannotAllBeWrittenAreAnErrorNowAndAtTheNextF
 
 TEST_F(FileTreeDurability, pagesThatCannotAllBeWrittenAreWrittenAsFarAsCanBe) {
     options.requestSize = 4096;
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     served.before = refuseOnce("write /a 4096", posixErrno::ENOSPC_);
     writePages(file, 0, std::string(12288, 'x'));
     EXPECT_EQ(served.bytes("/a"), std::string(4096, 'x') + std::string(4096, '\0') + std::string(4096, 'x'));
 }
 
 TEST_F(FileTreeDurability, theErrorOfPagesIsToldToWhoeverClosesTheFileNext) {
-    const FileHandle mapper = create("/a");
-    const FileHandle writer = open("/a", O_WRONLY);
+    const OpenFileID mapper = create("/a");
+    const OpenFileID writer = open("/a", O_WRONLY);
     served.before = refuseOnce("write", posixErrno::ENOSPC_);
     EXPECT_EQ(writePages(mapper, 0, "abc"), ENOSPC);
     EXPECT_EQ(close(writer), ENOSPC);
@@ -226,7 +226,7 @@ TEST_F(FileTreeDurability, theErrorOfPagesIsToldToWhoeverClosesTheFileNext) {
 }
 
 TEST_F(FileTreeDurability, anErrorOfPagesThatNobodyWasToldIsLoggedAtTheEndOnce) {
-    const FileHandle mapper = create("/a", O_RDWR);
+    const OpenFileID mapper = create("/a", O_RDWR);
     open("/a", O_RDWR);
     served.before = refuseOnce("write", posixErrno::ENOSPC_);
     EXPECT_EQ(writePages(mapper, 0, "abc"), ENOSPC);
@@ -236,7 +236,7 @@ TEST_F(FileTreeDurability, anErrorOfPagesThatNobodyWasToldIsLoggedAtTheEndOnce) 
 }
 
 TEST_F(FileTreeDurability, theErrorOfPagesIsToldToAReadersFsync) {
-    const FileHandle mapper = create("/a");
+    const OpenFileID mapper = create("/a");
     served.before = refuseOnce("write", posixErrno::ENOSPC_);
     EXPECT_EQ(writePages(mapper, 0, "abc"), ENOSPC);
     release(mapper);
@@ -244,17 +244,17 @@ TEST_F(FileTreeDurability, theErrorOfPagesIsToldToAReadersFsync) {
 }
 
 TEST_F(FileTreeDurability, theErrorOfPagesIsNotToldToWhoWritesTheFileAnew) {
-    const FileHandle mapper = create("/a");
+    const OpenFileID mapper = create("/a");
     served.before = refuseOnce("write", posixErrno::ENOSPC_);
     EXPECT_EQ(writePages(mapper, 0, "abc"), ENOSPC);
     release(mapper);
-    const FileHandle writer = open("/a", O_WRONLY | O_TRUNC);
+    const OpenFileID writer = open("/a", O_WRONLY | O_TRUNC);
     write(writer, 0, "new");
     EXPECT_EQ(close(writer), 0);
 }
 
 TEST_F(FileTreeDurability, anErrorOfGivingBackAHandleThatNobodyIsLeftToHearIsToldByTheNextFsync) {
-    const FileHandle mapper = create("/a");
+    const OpenFileID mapper = create("/a");
     tree().flush(mapper); // its descriptor was closed, the map lives on
     EXPECT_EQ(writePages(mapper, 0, "abc"), 0);
     served.before = refuseOnce("release", posixErrno::ENOSPC_);
@@ -263,7 +263,7 @@ TEST_F(FileTreeDurability, anErrorOfGivingBackAHandleThatNobodyIsLeftToHearIsTol
 }
 
 TEST_F(FileTreeDurability, pagesThatAreWrittenAreNoError) {
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     EXPECT_EQ(writePages(file, 0, "abc"), 0);
     EXPECT_EQ(synchronize(file), 0);
     EXPECT_THAT(served.takeRequests(), Contains("flush /a"));

@@ -10,9 +10,9 @@ namespace {
 class FileTreeFiles : public FileTreeTest {
 protected:
     /// A file "0011223344" of which two blocks of two bytes were read, so that the third is asked for.
-    FileHandle openAndReadAhead(int flags) {
+    OpenFileID openAndReadAhead(int flags) {
         served.put("/a", "0011223344");
-        const FileHandle file = open("/a", flags);
+        const OpenFileID file = open("/a", flags);
         EXPECT_EQ(read(file, 0, 2), "00");
         EXPECT_EQ(read(file, 2, 2), "11");
         return file;
@@ -20,7 +20,7 @@ protected:
 };
 
 TEST_F(FileTreeFiles, whatIsWrittenIsRead) {
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     write(file, 0, "hello ");
     write(file, 6, "world");
     EXPECT_EQ(read(file), "hello world");
@@ -35,9 +35,9 @@ TEST_F(FileTreeFiles, theFilesThatAreOpenForWritingAndHaveANameAreKnown) {
     served.put("/read", "r");
     EXPECT_THAT(tree().writtenNodes(), IsEmpty());
     open("/read", O_RDONLY);
-    const FileHandle first = create("/written");
-    const FileHandle second = open("/written", O_WRONLY);
-    const FileHandle removed = create("/removed");
+    const OpenFileID first = create("/written");
+    const OpenFileID second = open("/written", O_WRONLY);
+    const OpenFileID removed = create("/removed");
     remove("/removed");
     EXPECT_THAT(tree().writtenNodes(), ElementsAre(node("/written")));
     close(first);
@@ -55,12 +55,12 @@ TEST_F(FileTreeFiles, openingADirectoryIsEISDIR) {
 
 TEST_F(FileTreeFiles, anUnknownHandleIsEBADF) {
     std::byte byte{};
-    EXPECT_EQ(errnoOf([&] { tree().read(99, 0, {&byte, 1}); }), EBADF);
-    EXPECT_EQ(errnoOf([&] { tree().write(99, 0, {&byte, 1}); }), EBADF);
-    EXPECT_EQ(errnoOf([&] { tree().flush(99); }), EBADF);
-    EXPECT_EQ(errnoOf([&] { tree().synchronize(99); }), EBADF);
-    EXPECT_EQ(errnoOf([&] { tree().release(99); }), EBADF);
-    EXPECT_EQ(errnoOf([&] { tree().startListing(99); }), EBADF);
+    EXPECT_EQ(errnoOf([&] { tree().read(OpenFileID{99}, 0, {&byte, 1}); }), EBADF);
+    EXPECT_EQ(errnoOf([&] { tree().write(OpenFileID{99}, 0, {&byte, 1}); }), EBADF);
+    EXPECT_EQ(errnoOf([&] { tree().flush(OpenFileID{99}); }), EBADF);
+    EXPECT_EQ(errnoOf([&] { tree().synchronize(OpenFileID{99}); }), EBADF);
+    EXPECT_EQ(errnoOf([&] { tree().release(OpenFileID{99}); }), EBADF);
+    EXPECT_EQ(errnoOf([&] { tree().startListing(fusehost::OpenDirectoryID{99}); }), EBADF);
 }
 
 TEST_F(FileTreeFiles, opensTheModesAskedFor) {
@@ -68,7 +68,7 @@ TEST_F(FileTreeFiles, opensTheModesAskedFor) {
     const NodeID file = node("/a");
     served.takeRequests();
     for (const auto& [flags, request] : {std::pair(O_RDONLY, "open read /a"), {O_WRONLY, "open write,create /a"}}) {
-        const FileHandle opened = tree().open(file, flags);
+        const OpenFileID opened = tree().open(file, flags);
         EXPECT_THAT(served.takeRequests(), ElementsAre(request));
         tree().release(opened);
         idle();
@@ -82,7 +82,7 @@ TEST_F(FileTreeFiles, opensTheModesAskedFor) {
 TEST_F(FileTreeFiles, withTheWritebackCacheAWriterIsOpenedForReadingToo) {
     options.writeback = true;
     served.put("/a", "abc");
-    const FileHandle file = open("/a", O_WRONLY);
+    const OpenFileID file = open("/a", O_WRONLY);
     EXPECT_EQ(read(file), "abc");
 }
 
@@ -98,7 +98,7 @@ TEST_F(FileTreeFiles, anOpenThatMeetsAFileJustReplacedIsTriedAgain) {
     const NodeID file = node("/a");
     served.before = refuseOnce("open read /a", posixErrno::ENOENT_);
     served.takeRequests();
-    const FileHandle opened = tree().open(file, O_RDONLY);
+    const OpenFileID opened = tree().open(file, O_RDONLY);
     EXPECT_THAT(served.takeRequests(), ElementsAre("open read /a", "getattr /a", "open read /a"));
     EXPECT_EQ(read(opened), "abc");
     tree().release(opened);
@@ -114,7 +114,7 @@ TEST_F(FileTreeFiles, anOpenIsENOENTWhereTheHelperOpensNothingThoughTheNameIsThe
 
 TEST_F(FileTreeFiles, aReadThatHasToOpenAFileThatIsGoneIsESTALE) {
     served.put("/a", "abc");
-    const FileHandle file = open("/a", O_RDONLY);
+    const OpenFileID file = open("/a", O_RDONLY);
     rename("/a", "/b"); // which gives the handle back
     served.erase("/b");
     EXPECT_EQ(errnoOf([&] { read(file); }), ESTALE);
@@ -129,7 +129,7 @@ TEST_F(FileTreeFiles, aFailedOpenLeavesNothingOpen) {
 
 TEST_F(FileTreeFiles, aFailedOpenLeavesOtherOpenersAlone) {
     served.put("/a", "abc");
-    const FileHandle reader = open("/a", O_RDONLY);
+    const OpenFileID reader = open("/a", O_RDONLY);
     served.before = refuseOnce("open write", posixErrno::EACCES_);
     EXPECT_EQ(errnoOf([&] { open("/a", O_RDWR); }), EACCES);
     EXPECT_EQ(read(reader), "abc");
@@ -138,7 +138,7 @@ TEST_F(FileTreeFiles, aFailedOpenLeavesOtherOpenersAlone) {
 TEST_F(FileTreeFiles, shortAnswersAreJoined) {
     served.put("/a", "0123456789");
     served.mostPerRead = 3;
-    const FileHandle file = open("/a", O_RDONLY);
+    const OpenFileID file = open("/a", O_RDONLY);
     served.takeRequests();
     EXPECT_EQ(read(file, 1, 8), "12345678");
     EXPECT_THAT(served.takeRequests(), ElementsAre("read /a 1+8", "read /a 4+5", "read /a 7+2"));
@@ -146,7 +146,7 @@ TEST_F(FileTreeFiles, shortAnswersAreJoined) {
 
 TEST_F(FileTreeFiles, aReadUpToTheKnownEndAsksNoMoreThanOnce) {
     served.put("/a", "0123456789");
-    const FileHandle file = open("/a", O_RDONLY);
+    const OpenFileID file = open("/a", O_RDONLY);
     served.takeRequests();
     EXPECT_EQ(read(file, 4, 4096), "456789");
     EXPECT_THAT(served.takeRequests(), ElementsAre("read /a 4+4096"));
@@ -161,7 +161,7 @@ TEST_F(FileTreeFiles, byteByByteAnswersGiveTheRightBytes) {
 TEST_F(FileTreeFiles, anErrorInTheMiddleOfAJoinedReadIsAnError) {
     served.put("/a", "0123456789");
     served.mostPerRead = 4;
-    const FileHandle file = open("/a", O_RDONLY);
+    const OpenFileID file = open("/a", O_RDONLY);
     served.before = refuseOnce("read /a 4", posixErrno::EACCES_);
     EXPECT_EQ(errnoOf([&] { read(file); }), EACCES);
     EXPECT_EQ(read(file), "0123456789");
@@ -169,7 +169,7 @@ TEST_F(FileTreeFiles, anErrorInTheMiddleOfAJoinedReadIsAnError) {
 
 TEST_F(FileTreeFiles, aFileThatShrankBehindTheMountReadsShort) {
     served.put("/a", "0123456789");
-    const FileHandle file = open("/a", O_RDONLY);
+    const OpenFileID file = open("/a", O_RDONLY);
     served.put("/a", "01");
     EXPECT_EQ(read(file), "0123456789") << "the file that was opened";
     EXPECT_EQ(read(open("/a", O_RDONLY), 0, 10), "01");
@@ -177,18 +177,18 @@ TEST_F(FileTreeFiles, aFileThatShrankBehindTheMountReadsShort) {
 
 TEST_F(FileTreeFiles, everyOpenerGetsTheFileThatHasTheName) {
     served.put("/a", "old");
-    const FileHandle first = open("/a", O_RDONLY);
+    const OpenFileID first = open("/a", O_RDONLY);
     EXPECT_EQ(read(first), "old");
     served.put("/a", "new!");
-    const FileHandle second = open("/a", O_RDONLY);
+    const OpenFileID second = open("/a", O_RDONLY);
     EXPECT_EQ(read(second), "new!");
     EXPECT_EQ(read(first), "new!") << "one file per node";
 }
 
 TEST_F(FileTreeFiles, openersShareTheHandleUntilTheLastOneCloses) {
     served.put("/a", "abc");
-    const FileHandle one = open("/a", O_RDONLY);
-    const FileHandle two = open("/a", O_RDONLY);
+    const OpenFileID one = open("/a", O_RDONLY);
+    const OpenFileID two = open("/a", O_RDONLY);
     EXPECT_EQ(served.openHandles(), 1U);
     close(one);
     EXPECT_EQ(served.openHandles(), 1U);
@@ -198,7 +198,7 @@ TEST_F(FileTreeFiles, openersShareTheHandleUntilTheLastOneCloses) {
 }
 
 TEST_F(FileTreeFiles, theErrorOfGivingTheWriteHandleBackIsTheErrorOfClose) {
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     write(file, 0, "abc");
     served.before = refuseOnce("release", posixErrno::ENOSPC_);
     EXPECT_EQ(close(file), ENOSPC);
@@ -207,8 +207,8 @@ TEST_F(FileTreeFiles, theErrorOfGivingTheWriteHandleBackIsTheErrorOfClose) {
 
 TEST_F(FileTreeFiles, aWritersCloseLeavesTheReadersHandle) {
     served.put("/a", "abc");
-    const FileHandle reader = open("/a", O_RDONLY);
-    const FileHandle writer = open("/a", O_WRONLY);
+    const OpenFileID reader = open("/a", O_RDONLY);
+    const OpenFileID writer = open("/a", O_WRONLY);
     EXPECT_EQ(read(reader), "abc");
     served.takeRequests();
     EXPECT_EQ(close(writer), 0);
@@ -217,8 +217,8 @@ TEST_F(FileTreeFiles, aWritersCloseLeavesTheReadersHandle) {
 }
 
 TEST_F(FileTreeFiles, aFlushOfOneWriterLeavesTheOthersHandle) {
-    const FileHandle one = create("/a", O_WRONLY);
-    const FileHandle two = open("/a", O_WRONLY);
+    const OpenFileID one = create("/a", O_WRONLY);
+    const OpenFileID two = open("/a", O_WRONLY);
     write(one, 0, "1");
     served.takeRequests();
     tree().flush(one);
@@ -230,7 +230,7 @@ TEST_F(FileTreeFiles, aFlushOfOneWriterLeavesTheOthersHandle) {
 }
 
 TEST_F(FileTreeFiles, writingAfterAFlushOpensAgain) {
-    const FileHandle file = create("/a", O_WRONLY);
+    const OpenFileID file = create("/a", O_WRONLY);
     write(file, 0, "1");
     tree().flush(file); // a duplicated descriptor was closed
     EXPECT_EQ(served.openHandles(), 0U);
@@ -241,8 +241,8 @@ TEST_F(FileTreeFiles, writingAfterAFlushOpensAgain) {
 }
 
 TEST_F(FileTreeFiles, flushingTwiceCountsOnce) {
-    const FileHandle one = create("/a", O_WRONLY);
-    const FileHandle two = open("/a", O_WRONLY);
+    const OpenFileID one = create("/a", O_WRONLY);
+    const OpenFileID two = open("/a", O_WRONLY);
     tree().flush(one);
     tree().flush(one);
     write(two, 0, "x");
@@ -253,8 +253,8 @@ TEST_F(FileTreeFiles, flushingTwiceCountsOnce) {
 
 TEST_F(FileTreeFiles, aFlushThatFailsForTheReadHandleStillClosesTheWriteHandle) {
     served.put("/a", "abc");
-    const FileHandle reader = open("/a", O_RDONLY);
-    const FileHandle writer = open("/a", O_RDWR);
+    const OpenFileID reader = open("/a", O_RDONLY);
+    const OpenFileID writer = open("/a", O_RDWR);
     write(writer, 0, "x");
     served.before = refuseOnce("release", posixErrno::EACCES_);
     close(reader);
@@ -265,11 +265,11 @@ TEST_F(FileTreeFiles, aFlushThatFailsForTheReadHandleStillClosesTheWriteHandle) 
 TEST_F(FileTreeFiles, aReadersHandleIsGivenBackWhenThereIsNothingElseToDo) {
     served.put("/a", "a");
     served.put("/b", "b");
-    const FileHandle first = tree().open(node("/a"), O_RDONLY);
+    const OpenFileID first = tree().open(node("/a"), O_RDONLY);
     served.takeRequests();
     tree().release(first);
     EXPECT_THAT(served.takeRequests(), IsEmpty());
-    const FileHandle second = tree().open(node("/b"), O_RDONLY);
+    const OpenFileID second = tree().open(node("/b"), O_RDONLY);
     EXPECT_THAT(served.takeRequests(), ElementsAre("getattr /b", "open read /b"));
     EXPECT_TRUE(tree().isPending());
     tree().doNext();
@@ -282,7 +282,7 @@ TEST_F(FileTreeFiles, whoOpensAFileAgainGetsAHandleOfTheFileThatHasTheNameNow) {
     served.put("/a", "old");
     tree().release(tree().open(node("/a"), O_RDONLY));
     served.put("/a", "new");
-    const FileHandle again = open("/a", O_RDONLY);
+    const OpenFileID again = open("/a", O_RDONLY);
     EXPECT_EQ(read(again), "new");
     close(again);
 }
@@ -292,7 +292,7 @@ TEST_F(FileTreeFiles, aHandleThatWaitsIsGivenBackBeforeAnotherFileTakesTheName) 
     served.put("/b", "new");
     tree().release(tree().open(node("/a"), O_RDONLY));
     rename("/b", "/a");
-    const FileHandle file = open("/a", O_RDONLY);
+    const OpenFileID file = open("/a", O_RDONLY);
     EXPECT_EQ(read(file), "new");
     close(file);
 }
@@ -300,7 +300,7 @@ TEST_F(FileTreeFiles, aHandleThatWaitsIsGivenBackBeforeAnotherFileTakesTheName) 
 TEST_F(FileTreeFiles, aHandleThatWaitsIsNotTakenForThatOfAnOpenFileThatTakesTheName) {
     served.put("/a", "old");
     served.put("/b", "new");
-    const FileHandle file = open("/b", O_RDONLY);
+    const OpenFileID file = open("/b", O_RDONLY);
     tree().release(tree().open(node("/a"), O_RDONLY));
     rename("/b", "/a");
     EXPECT_EQ(read(file), "new");
@@ -351,7 +351,7 @@ TEST_F(FileTreeFiles, fewHandlesWaitToBeGivenBack) {
 }
 
 TEST_F(FileTreeFiles, aWritersHandleIsGivenBackAtOnce) {
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     write(file, 0, "a");
     tree().flush(file);
     EXPECT_EQ(served.openHandles(), 0U);
@@ -360,7 +360,7 @@ TEST_F(FileTreeFiles, aWritersHandleIsGivenBackAtOnce) {
 
 TEST_F(FileTreeFiles, afterTwoBlocksInARowTheNextOneIsReadAhead) {
     served.put("/a", "0011223344");
-    const FileHandle file = open("/a", O_RDONLY);
+    const OpenFileID file = open("/a", O_RDONLY);
     served.takeRequests();
     EXPECT_EQ(read(file, 0, 2), "00");
     EXPECT_THAT(served.takeRequests(), ElementsAre("read /a 0+2"));
@@ -376,7 +376,7 @@ TEST_F(FileTreeFiles, afterTwoBlocksInARowTheNextOneIsReadAhead) {
 
 TEST_F(FileTreeFiles, nothingIsReadAheadOfReadsHereAndThere) {
     served.put("/a", "0011223344");
-    const FileHandle file = open("/a", O_RDONLY);
+    const OpenFileID file = open("/a", O_RDONLY);
     served.takeRequests();
     for (const std::int64_t offset : {4, 0, 8, 2, 6})
         read(file, offset, 2);
@@ -392,27 +392,27 @@ TEST_F(FileTreeFiles, nothingIsReadAheadWithTimeoutsOfZero) {
 }
 
 TEST_F(FileTreeFiles, whatIsWrittenReplacesWhatWasReadAhead) {
-    const FileHandle file = openAndReadAhead(O_RDWR);
+    const OpenFileID file = openAndReadAhead(O_RDWR);
     write(file, 4, "xx");
     EXPECT_EQ(read(file, 4, 2), "xx");
     close(file);
 }
 
 TEST_F(FileTreeFiles, truncatingForgetsWhatWasReadAhead) {
-    const FileHandle file = openAndReadAhead(O_RDWR);
+    const OpenFileID file = openAndReadAhead(O_RDWR);
     truncate("/a", 5);
     EXPECT_EQ(read(file, 4, 2), "2");
     close(file);
 }
 
 TEST_F(FileTreeFiles, closingAfterReadingAheadGivesTheHandleBack) {
-    const FileHandle file = openAndReadAhead(O_RDONLY);
+    const OpenFileID file = openAndReadAhead(O_RDONLY);
     close(file);
     EXPECT_EQ(served.openHandles(), 0U);
 }
 
 TEST_F(FileTreeFiles, movingAfterReadingAheadGivesTheHandleBackAndReadsOn) {
-    const FileHandle file = openAndReadAhead(O_RDONLY);
+    const OpenFileID file = openAndReadAhead(O_RDONLY);
     rename("/a", "/b");
     EXPECT_EQ(read(file, 4, 2), "22");
     close(file);
@@ -420,7 +420,7 @@ TEST_F(FileTreeFiles, movingAfterReadingAheadGivesTheHandleBackAndReadsOn) {
 
 TEST_F(FileTreeFiles, anErrorMetWhileReadingAheadIsMetByTheReadThatWantsTheBlock) {
     served.put("/a", "0011223344");
-    const FileHandle file = open("/a", O_RDONLY);
+    const OpenFileID file = open("/a", O_RDONLY);
     read(file, 0, 2);
     served.before = refuseAlways("read /a 4", posixErrno::EACCES_);
     EXPECT_EQ(read(file, 2, 2), "11");
@@ -430,7 +430,7 @@ TEST_F(FileTreeFiles, anErrorMetWhileReadingAheadIsMetByTheReadThatWantsTheBlock
 
 TEST_F(FileTreeFiles, whateverIsThrownWhileReadingAheadIsMetByTheReadThatWantsTheBlock) {
     served.put("/a", "0011223344");
-    const FileHandle file = open("/a", O_RDONLY);
+    const OpenFileID file = open("/a", O_RDONLY);
     read(file, 0, 2);
     volume->onRead = [reader = std::this_thread::get_id()] {
         if (std::this_thread::get_id() != reader)
@@ -444,7 +444,7 @@ TEST_F(FileTreeFiles, whateverIsThrownWhileReadingAheadIsMetByTheReadThatWantsTh
 
 TEST_F(FileTreeFiles, aBlockReadAheadThatCameShortIsCompleted) {
     served.put("/a", "0011223344");
-    const FileHandle file = open("/a", O_RDONLY);
+    const OpenFileID file = open("/a", O_RDONLY);
     served.mostPerRead = 3;
     EXPECT_EQ(read(file, 0, 4), "0011");
     EXPECT_EQ(read(file, 4, 4), "2233");
@@ -454,7 +454,7 @@ TEST_F(FileTreeFiles, aBlockReadAheadThatCameShortIsCompleted) {
 
 TEST_F(FileTreeFiles, aLongWriteGoesInSeveralRequests) {
     options.requestSize = 4096;
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     served.takeRequests();
     write(file, 1, std::string(8193, 'x'));
     EXPECT_THAT(served.takeRequests(),
@@ -465,7 +465,7 @@ TEST_F(FileTreeFiles, aLongWriteGoesInSeveralRequests) {
 
 TEST_F(FileTreeFiles, aLongWriteThatFailsOnTheWayTellsHowMuchIsWritten) {
     options.requestSize = 4096;
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     const std::string bytes(8192, 'x');
     served.before = refuseOnce("write /a 4096", posixErrno::ENOSPC_);
     EXPECT_EQ(tree().write(file, 0, std::as_bytes(std::span(bytes))), 4096U);
@@ -475,7 +475,7 @@ TEST_F(FileTreeFiles, aLongWriteThatFailsOnTheWayTellsHowMuchIsWritten) {
 }
 
 TEST_F(FileTreeFiles, aWriteErrorIsReported) {
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     served.before = refuseOnce("write", posixErrno::ENOSPC_);
     EXPECT_EQ(errnoOf([&] { write(file, 0, "abc"); }), ENOSPC);
     write(file, 0, "abc");
@@ -483,7 +483,7 @@ TEST_F(FileTreeFiles, aWriteErrorIsReported) {
 }
 
 TEST_F(FileTreeFiles, anErrorMetWhenTheFileWasMovedIsToldByTheNextFlush) {
-    const FileHandle file = create("/a", O_WRONLY);
+    const OpenFileID file = create("/a", O_WRONLY);
     write(file, 0, "abc");
     served.before = refuseOnce("release", posixErrno::ENOSPC_);
     rename("/a", "/b");
@@ -491,7 +491,7 @@ TEST_F(FileTreeFiles, anErrorMetWhenTheFileWasMovedIsToldByTheNextFlush) {
 }
 
 TEST_F(FileTreeFiles, anErrorMetWhenTheFileWasMovedIsToldByTheNextFsync) {
-    const FileHandle file = create("/a", O_WRONLY);
+    const OpenFileID file = create("/a", O_WRONLY);
     write(file, 0, "abc");
     served.before = refuseOnce("release", posixErrno::ENOSPC_);
     rename("/a", "/b");
@@ -500,7 +500,7 @@ TEST_F(FileTreeFiles, anErrorMetWhenTheFileWasMovedIsToldByTheNextFsync) {
 }
 
 TEST_F(FileTreeFiles, theFirstOfTwoDeferredErrorsIsTheOneTold) {
-    const FileHandle file = create("/a", O_WRONLY);
+    const OpenFileID file = create("/a", O_WRONLY);
     for (const auto& [name, error] : {std::pair("/b", posixErrno::ENOSPC_), {"/c", posixErrno::EIO_}}) {
         write(file, 0, "abc");
         served.before = refuseOnce("release", error);
@@ -511,7 +511,7 @@ TEST_F(FileTreeFiles, theFirstOfTwoDeferredErrorsIsTheOneTold) {
 
 TEST_F(FileTreeFiles, aReadersDeferredErrorIsNotToldToALaterWriter) {
     served.put("/a", "abc");
-    const FileHandle reader = open("/a", O_RDONLY);
+    const OpenFileID reader = open("/a", O_RDONLY);
     served.before = refuseOnce("release", posixErrno::EACCES_);
     rename("/a", "/b");
     EXPECT_EQ(read(reader), "abc");
@@ -520,7 +520,7 @@ TEST_F(FileTreeFiles, aReadersDeferredErrorIsNotToldToALaterWriter) {
 }
 
 TEST_F(FileTreeFiles, anOpenFileIsKnownThoughTheKernelForgotIt) {
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     forget(node("/a"));
     write(file, 0, "abc");
     EXPECT_EQ(read(file), "abc");

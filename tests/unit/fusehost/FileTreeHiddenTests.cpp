@@ -16,8 +16,8 @@ protected:
 };
 
 TEST_F(FileTreeHidden, aRemovedOpenFileLivesOnUntilItsLastClose) {
-    const FileHandle one = create("/a");
-    const FileHandle two = open("/a", O_RDONLY);
+    const OpenFileID one = create("/a");
+    const OpenFileID two = open("/a", O_RDONLY);
     write(one, 0, "0123");
     remove("/a");
     EXPECT_FALSE(served.has("/a"));
@@ -30,7 +30,7 @@ TEST_F(FileTreeHidden, aRemovedOpenFileLivesOnUntilItsLastClose) {
 }
 
 TEST_F(FileTreeHidden, itShowsNoLinkAndCanBeTruncated) {
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     const NodeID id = node("/a");
     write(file, 0, "0123456789");
     remove("/a");
@@ -42,7 +42,7 @@ TEST_F(FileTreeHidden, itShowsNoLinkAndCanBeTruncated) {
 }
 
 TEST_F(FileTreeHidden, itIsNeitherListedNorFoundNorTouchedByName) {
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     write(file, 0, "0123");
     remove("/a");
     const std::string name = hiddenName();
@@ -60,10 +60,10 @@ TEST_F(FileTreeHidden, itIsNeitherListedNorFoundNorTouchedByName) {
 }
 
 TEST_F(FileTreeHidden, aNewFileOfItsNameIsAnotherFile) {
-    const FileHandle old = create("/a");
+    const OpenFileID old = create("/a");
     write(old, 0, "old");
     remove("/a");
-    const FileHandle fresh = create("/a");
+    const OpenFileID fresh = create("/a");
     write(fresh, 0, "fresh");
     write(old, 3, "er");
     EXPECT_EQ(read(old), "older");
@@ -79,7 +79,7 @@ TEST_F(FileTreeHidden, leftoversOfAnotherMountAreShown) {
 }
 
 TEST_F(FileTreeHidden, aRemovalThatTheHelperRefusesRemovesNothing) {
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     write(file, 0, "0123");
     served.before = refuseOnce("rename", posixErrno::EACCES_);
     EXPECT_EQ(errnoOf([&] { remove("/a"); }), EACCES);
@@ -89,7 +89,7 @@ TEST_F(FileTreeHidden, aRemovalThatTheHelperRefusesRemovesNothing) {
 }
 
 TEST_F(FileTreeHidden, oneThatCannotBeRemovedIsNamedInTheLog) {
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     remove("/a");
     const std::string name = hiddenName();
     served.before = refuseOnce("unlink", posixErrno::EACCES_);
@@ -101,7 +101,7 @@ TEST_F(FileTreeHidden, oneThatCannotBeRemovedIsNamedInTheLog) {
 
 TEST_F(FileTreeHidden, anErrorOfGivingItsHandlesBackDoesNotKeepItAlive) {
     served.put("/a", "0123");
-    const FileHandle file = open("/a", O_RDWR);
+    const OpenFileID file = open("/a", O_RDWR);
     remove("/a");
     EXPECT_EQ(read(file), "0123");
     write(file, 0, "x");
@@ -111,7 +111,7 @@ TEST_F(FileTreeHidden, anErrorOfGivingItsHandlesBackDoesNotKeepItAlive) {
 }
 
 TEST_F(FileTreeHidden, oneThatVanishesBehindTheMountIsNoHarm) {
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     const NodeID id = node("/a");
     remove("/a");
     served.erase("/" + hiddenName());
@@ -122,7 +122,7 @@ TEST_F(FileTreeHidden, oneThatVanishesBehindTheMountIsNoHarm) {
 }
 
 TEST_F(FileTreeHidden, oneThatVanishedUnnoticedIsNoHarm) {
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     remove("/a");
     served.erase("/" + hiddenName());
     EXPECT_EQ(close(file), 0);
@@ -131,7 +131,7 @@ TEST_F(FileTreeHidden, oneThatVanishedUnnoticedIsNoHarm) {
 
 TEST_F(FileTreeHidden, oneWhoseDirectoryVanishesIsNoHarm) {
     makeDirectory("/d");
-    const FileHandle file = create("/d/a");
+    const OpenFileID file = create("/d/a");
     const NodeID directory = node("/d");
     remove("/d/a");
     served.erase("/d");
@@ -144,7 +144,7 @@ TEST_F(FileTreeHidden, itDoesNotKeepItsDirectoryFromBeingRemoved) {
     for (const bool recursive : {false, true}) {
         served.unlinkIsRecursive = recursive;
         makeDirectory("/d");
-        const FileHandle file = create("/d/a");
+        const OpenFileID file = create("/d/a");
         write(file, 0, "0123");
         remove("/d/a");
         removeDirectory("/d");
@@ -159,8 +159,8 @@ TEST_F(FileTreeHidden, itDoesNotKeepItsDirectoryFromBeingRemoved) {
 TEST_F(FileTreeHidden, itMovesUpThroughEveryDirectoryThatIsRemoved) {
     makeDirectory("/d");
     makeDirectory("/d/e");
-    const FileHandle one = create("/d/e/a");
-    const FileHandle two = create("/d/e/b");
+    const OpenFileID one = create("/d/e/a");
+    const OpenFileID two = create("/d/e/b");
     write(one, 0, "one");
     write(two, 0, "two");
     remove("/d/e/a");
@@ -179,7 +179,7 @@ TEST_F(FileTreeHidden, itDoesNotKeepItsDirectoryFromBeingReplaced) {
         served.renameReplaces = replaces;
         makeDirectory("/from");
         makeDirectory("/to");
-        const FileHandle file = create("/to/a");
+        const OpenFileID file = create("/to/a");
         write(file, 0, "0123");
         remove("/to/a");
         rename("/from", "/to");
@@ -192,7 +192,7 @@ TEST_F(FileTreeHidden, itDoesNotKeepItsDirectoryFromBeingReplaced) {
 
 TEST_F(FileTreeHidden, itFollowsItsDirectory) {
     makeDirectory("/d");
-    const FileHandle file = create("/d/a");
+    const OpenFileID file = create("/d/a");
     write(file, 0, "0123");
     remove("/d/a");
     rename("/d", "/e");
@@ -204,7 +204,7 @@ TEST_F(FileTreeHidden, itFollowsItsDirectory) {
 
 TEST_F(FileTreeHidden, aDirectoryThatCannotBeRemovedKeepsWhatItHeld) {
     makeDirectory("/d");
-    const FileHandle file = create("/d/a");
+    const OpenFileID file = create("/d/a");
     write(file, 0, "0123");
     remove("/d/a");
     served.before = refuseOnce("unlink", posixErrno::EACCES_);
@@ -216,22 +216,22 @@ TEST_F(FileTreeHidden, aDirectoryThatCannotBeRemovedKeepsWhatItHeld) {
 }
 
 TEST_F(FileTreeHidden, theEndOfTheMountRemovesThem) {
-    const FileHandle one = create("/a");
-    const FileHandle two = open("/a", O_RDONLY);
+    const OpenFileID one = create("/a");
+    const OpenFileID two = open("/a", O_RDONLY);
     makeDirectory("/d");
-    const FileHandle three = create("/d/b");
+    const OpenFileID three = create("/d/b");
     remove("/a");
     remove("/d/b");
     end();
     EXPECT_THAT(served.names("/"), ElementsAre("d"));
     EXPECT_THAT(served.names("/d"), IsEmpty());
-    for (const FileHandle file : {one, two, three})
+    for (const OpenFileID file : {one, two, three})
         EXPECT_EQ(errnoOf([&] { tree().read(file, 0, {}); }), EBADF);
 }
 
 TEST_F(FileTreeHidden, withItsLastCloseTheDirectoryGoesTooIfTheKernelHasForgottenThat) {
     makeDirectory("/d");
-    const FileHandle file = create("/d/a");
+    const OpenFileID file = create("/d/a");
     const NodeID id = node("/d/a");
     remove("/d/a");
     forget(node("/d"));

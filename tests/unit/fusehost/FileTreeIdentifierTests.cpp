@@ -15,9 +15,9 @@ protected:
 };
 
 TEST_F(FileTreeIdentifiers, whatIsWrittenToOneFileNeverLandsInAnother) {
-    const FileHandle a = open("/a", O_RDWR);
-    const FileHandle b = open("/b", O_RDWR);
-    const FileHandle c = open("/c", O_RDWR);
+    const OpenFileID a = open("/a", O_RDWR);
+    const OpenFileID b = open("/b", O_RDWR);
+    const OpenFileID c = open("/c", O_RDWR);
     for (int round = 1; round <= 3; ++round) {
         write(a, round, "A");
         write(b, round, "B");
@@ -25,7 +25,7 @@ TEST_F(FileTreeIdentifiers, whatIsWrittenToOneFileNeverLandsInAnother) {
         EXPECT_EQ(read(a, round, 1), "A");
         EXPECT_EQ(read(b, round, 1), "B");
     }
-    for (const FileHandle file : {a, b, c})
+    for (const OpenFileID file : {a, b, c})
         EXPECT_EQ(close(file), 0);
     EXPECT_EQ(served.bytes("/a"), "aAAA3456789");
     EXPECT_EQ(served.bytes("/b"), "bBBB3456789");
@@ -33,8 +33,8 @@ TEST_F(FileTreeIdentifiers, whatIsWrittenToOneFileNeverLandsInAnother) {
 }
 
 TEST_F(FileTreeIdentifiers, eachFileReadsItsOwnBytes) {
-    const FileHandle a = open("/a", O_RDONLY);
-    const FileHandle b = open("/b", O_RDONLY);
+    const OpenFileID a = open("/a", O_RDONLY);
+    const OpenFileID b = open("/b", O_RDONLY);
     for (int round = 0; round < 3; ++round) {
         EXPECT_EQ(read(a), "a0123456789");
         EXPECT_EQ(read(b), "b0123456789");
@@ -42,8 +42,8 @@ TEST_F(FileTreeIdentifiers, eachFileReadsItsOwnBytes) {
 }
 
 TEST_F(FileTreeIdentifiers, atMostOneOfThemIsOpenAtATime) {
-    const FileHandle a = open("/a", O_RDONLY);
-    const FileHandle b = open("/b", O_RDONLY);
+    const OpenFileID a = open("/a", O_RDONLY);
+    const OpenFileID b = open("/b", O_RDONLY);
     EXPECT_EQ(served.openHandles(), 1U);
     served.takeRequests();
     read(b, 0, 4);
@@ -57,7 +57,7 @@ TEST_F(FileTreeIdentifiers, atMostOneOfThemIsOpenAtATime) {
 }
 
 TEST_F(FileTreeIdentifiers, aHandleThatWaitsToBeGivenBackIsNotTakenForTheOtherFiles) {
-    const FileHandle a = open("/a", O_RDWR);
+    const OpenFileID a = open("/a", O_RDWR);
     tree().release(tree().open(node("/b"), O_RDONLY));
     EXPECT_TRUE(tree().isPending());
     EXPECT_EQ(read(a), "a0123456789");
@@ -69,8 +69,8 @@ TEST_F(FileTreeIdentifiers, aHandleThatWaitsToBeGivenBackIsNotTakenForTheOtherFi
 }
 
 TEST_F(FileTreeIdentifiers, whatIsReadAheadOfOneFileIsNotReadFromTheOther) {
-    const FileHandle a = open("/a", O_RDONLY);
-    const FileHandle b = open("/b", O_RDONLY);
+    const OpenFileID a = open("/a", O_RDONLY);
+    const OpenFileID b = open("/b", O_RDONLY);
     for (std::int64_t at = 0; at < 10; at += 2) {
         EXPECT_EQ(read(a, at, 2), std::string("a0123456789").substr(static_cast<std::size_t>(at), 2));
         EXPECT_EQ(read(b, at, 2), std::string("b0123456789").substr(static_cast<std::size_t>(at), 2));
@@ -78,8 +78,8 @@ TEST_F(FileTreeIdentifiers, whatIsReadAheadOfOneFileIsNotReadFromTheOther) {
 }
 
 TEST_F(FileTreeIdentifiers, fsyncReachesAFileThatHasGivenWay) {
-    const FileHandle a = open("/a", O_RDWR);
-    const FileHandle b = open("/b", O_RDWR);
+    const OpenFileID a = open("/a", O_RDWR);
+    const OpenFileID b = open("/b", O_RDWR);
     write(a, 0, "A");
     write(b, 0, "B");
     served.takeRequests();
@@ -90,17 +90,17 @@ TEST_F(FileTreeIdentifiers, fsyncReachesAFileThatHasGivenWay) {
 }
 
 TEST_F(FileTreeIdentifiers, theErrorOfGivingAHandleBackIsToldToTheFileThatItBelongsTo) {
-    const FileHandle a = open("/a", O_WRONLY);
+    const OpenFileID a = open("/a", O_WRONLY);
     write(a, 0, "A");
     served.before = refuseOnce("release /a", posixErrno::EDQUOT_);
-    const FileHandle b = open("/b", O_WRONLY);
+    const OpenFileID b = open("/b", O_WRONLY);
     write(b, 0, "B");
     EXPECT_EQ(close(b), 0);
     EXPECT_EQ(close(a), EDQUOT);
 }
 
 TEST_F(FileTreeIdentifiers, removingOneFileLeavesTheOthersAlone) {
-    const FileHandle a = open("/a", O_RDWR);
+    const OpenFileID a = open("/a", O_RDWR);
     write(a, 0, "A");
     served.before = refuseOnce("release /a", posixErrno::EDQUOT_);
     remove("/b");
@@ -111,7 +111,7 @@ TEST_F(FileTreeIdentifiers, removingOneFileLeavesTheOthersAlone) {
 }
 
 TEST_F(FileTreeIdentifiers, renamingAndResizingOneFileLeaveTheOthersAlone) {
-    const FileHandle a = open("/a", O_RDWR);
+    const OpenFileID a = open("/a", O_RDWR);
     write(a, 0, "A");
     rename("/b", "/new");
     truncate("/c", 3);
@@ -124,8 +124,8 @@ TEST_F(FileTreeIdentifiers, renamingAndResizingOneFileLeaveTheOthersAlone) {
 
 TEST_F(FileTreeIdentifiers, aFileThatIsRenamedOntoASharedIdentifierIsKeptApart) {
     served.put("/d", "d0123456789");
-    const FileHandle a = open("/a", O_RDWR);
-    const FileHandle d = open("/d", O_RDWR);
+    const OpenFileID a = open("/a", O_RDWR);
+    const OpenFileID d = open("/d", O_RDWR);
     rename("/d", "/b");
     for (int round = 0; round < 2; ++round) {
         write(a, 0, "A");
@@ -136,8 +136,8 @@ TEST_F(FileTreeIdentifiers, aFileThatIsRenamedOntoASharedIdentifierIsKeptApart) 
 }
 
 TEST_F(FileTreeIdentifiers, aRemovedFileThatLivesOnIsKeptApart) {
-    const FileHandle a = open("/a", O_RDWR);
-    const FileHandle b = open("/b", O_RDWR);
+    const OpenFileID a = open("/a", O_RDWR);
+    const OpenFileID b = open("/b", O_RDWR);
     remove("/a");
     write(b, 0, "B");
     write(a, 0, "A");
@@ -150,10 +150,10 @@ TEST_F(FileTreeIdentifiers, aRemovedFileThatLivesOnIsKeptApart) {
 }
 
 TEST_F(FileTreeIdentifiers, aFileReplacedBehindTheMountIsKeptApart) {
-    const FileHandle a = open("/a", O_RDWR);
-    const FileHandle b = open("/b", O_RDWR);
+    const OpenFileID a = open("/a", O_RDWR);
+    const OpenFileID b = open("/b", O_RDWR);
     served.put("/a", "new a");
-    const FileHandle again = open("/a", O_RDWR);
+    const OpenFileID again = open("/a", O_RDWR);
     EXPECT_EQ(read(again), "new a");
     EXPECT_EQ(read(b), "b0123456789");
     write(again, 0, "N");

@@ -9,13 +9,13 @@ namespace {
 class FileTreeListing : public FileTreeTest {
 protected:
     /// Opens the directory and takes its listing.
-    fusehost::DirectoryHandle listing(const std::string& path = "/") {
+    fusehost::OpenDirectoryID listing(const std::string& path = "/") {
         const auto handle = tree().openDirectory(path == "/" ? rootNodeID : node(path));
         tree().startListing(handle);
         return handle;
     }
 
-    const fusehost::ListedEntry* entry(fusehost::DirectoryHandle handle, const std::string& name) {
+    const fusehost::ListedEntry* entry(fusehost::OpenDirectoryID handle, const std::string& name) {
         for (std::size_t index = 0; index < tree().listedCount(handle); ++index)
             if (const auto* found = tree().listedEntry(handle, index); found != nullptr && found->name == name)
                 return found;
@@ -23,7 +23,7 @@ protected:
     }
 
     /// The node that the listing gives for a name; its reference is given back.
-    std::optional<TreeEntry> listedNode(fusehost::DirectoryHandle handle, const std::string& name) {
+    std::optional<TreeEntry> listedNode(fusehost::OpenDirectoryID handle, const std::string& name) {
         const auto found = tree().listedNode(handle, *entry(handle, name));
         if (found)
             tree().forget(found->node, 1);
@@ -105,7 +105,7 @@ TEST_F(FileTreeListing, aListedNodeIsOpenedWithoutALookup) {
     const auto file = tree().listedNode(handle, *entry(handle, "a"));
     ASSERT_TRUE(file);
     served.takeRequests();
-    const FileHandle opened = tree().open(file->node, O_RDONLY);
+    const OpenFileID opened = tree().open(file->node, O_RDONLY);
     EXPECT_THAT(served.takeRequests(), ElementsAre("open read /a"));
     EXPECT_EQ(read(opened), "12345");
     tree().release(opened);
@@ -172,7 +172,7 @@ TEST_F(FileTreeListing, withTimeoutsOfZeroGivesNamesAlone) {
 }
 
 TEST_F(FileTreeListing, doesNotTellOfAFileWrittenSince) {
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     const auto handle = listing();
     write(file, 0, "0123");
     EXPECT_FALSE(listedNode(handle, "a"));
@@ -182,7 +182,7 @@ TEST_F(FileTreeListing, doesNotTellOfAFileWrittenSince) {
 TEST_F(FileTreeListing, doesNotTellOfAFileWrittenSinceAndForgotten) {
     served.put("/a", "1");
     const auto handle = listing();
-    const FileHandle file = open("/a", O_WRONLY);
+    const OpenFileID file = open("/a", O_WRONLY);
     write(file, 0, "0123");
     close(file);
     forget(node("/a"));
@@ -233,7 +233,7 @@ TEST_F(FileTreeListing, aHelperThatTellsNamesAloneIsAskedForTheRest) {
 }
 
 TEST_F(FileTreeListing, leavesOutHiddenFiles) {
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     const auto handle = listing();
     remove("/a");
     EXPECT_NE(entry(handle, "a"), nullptr) << "it was there when the listing was taken";

@@ -86,7 +86,7 @@ TEST_F(FileTreeLookup, namesTheNodeAsTheVolumeStoresIt) {
 TEST_F(FileTreeLookup, anotherSpellingOfAnOpenFilesNameLosesNoHandle) {
     served.foldsCase = true;
     served.put("/Readme", "text");
-    const FileHandle file = open("/Readme", O_RDONLY);
+    const OpenFileID file = open("/Readme", O_RDONLY);
     lookup("/README");
     EXPECT_EQ(read(file), "text");
     close(file);

@@ -6,7 +6,7 @@ namespace {
 class FileTreeNames : public FileTreeTest {};
 
 TEST_F(FileTreeNames, createMakesAnEmptyFileOpenForUse) {
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     EXPECT_EQ(served.bytes("/a"), "");
     write(file, 0, "x");
     EXPECT_EQ(tree().getAttributes(node("/a")).st_size, 1);
@@ -14,7 +14,7 @@ TEST_F(FileTreeNames, createMakesAnEmptyFileOpenForUse) {
 
 TEST_F(FileTreeNames, createOfAnExistingFileKeepsItsBytes) {
     served.put("/a", "0123");
-    const FileHandle file = create("/a", O_RDWR);
+    const OpenFileID file = create("/a", O_RDWR);
     EXPECT_EQ(read(file), "0123");
     EXPECT_EQ(served.bytes("/a"), "0123");
 }
@@ -60,7 +60,7 @@ TEST_F(FileTreeNames, createAsksAgainWhenAnotherNameWasLookedUpBetween) {
     EXPECT_EQ(errnoOf([&] { lookup("/a"); }), ENOENT);
     EXPECT_EQ(errnoOf([&] { lookup("/b"); }), ENOENT);
     served.put("/a", "0123");
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     EXPECT_EQ(read(file), "0123");
 }
 
@@ -92,11 +92,11 @@ TEST_F(FileTreeNames, whereTheKernelRemembersAbsentNamesCreateTrustsNoEarlierLoo
 }
 
 TEST_F(FileTreeNames, aFileMadeAtTheNameOfALostOneIsAnotherFile) {
-    const FileHandle lost = create("/a");
+    const OpenFileID lost = create("/a");
     write(lost, 0, "lost");
     served.erase("/a");
     EXPECT_EQ(errnoOf([&] { lookup("/a"); }), ENOENT);
-    const FileHandle fresh = create("/a");
+    const OpenFileID fresh = create("/a");
     EXPECT_EQ(errnoOf([&] { write(lost, 0, "LOST"); }), ESTALE);
     EXPECT_EQ(read(fresh), "");
     EXPECT_EQ(served.bytes("/a"), "");
@@ -121,7 +121,7 @@ TEST_F(FileTreeNames, createWithTheUsualModeSendsNone) {
 }
 
 TEST_F(FileTreeNames, aFileMadeReadOnlyCanBeWrittenThroughTheDescriptorThatMadeIt) {
-    const FileHandle file = create("/program", O_WRONLY, 0555);
+    const OpenFileID file = create("/program", O_WRONLY, 0555);
     write(file, 0, "binary");
     EXPECT_EQ(close(file), 0);
     EXPECT_EQ(served.bytes("/program"), "binary");
@@ -130,7 +130,7 @@ TEST_F(FileTreeNames, aFileMadeReadOnlyCanBeWrittenThroughTheDescriptorThatMadeI
 
 TEST_F(FileTreeNames, aHelperThatTakesNoModesStillCreates) {
     served.before = refuseAlways("chmod", posixErrno::ENOSYS_);
-    const FileHandle file = create("/a", O_RDWR, 0600);
+    const OpenFileID file = create("/a", O_RDWR, 0600);
     write(file, 0, "x");
     EXPECT_EQ(close(file), 0);
 }

@@ -49,7 +49,7 @@ TEST_F(FileTreePaths, aListedFileIsRenamedByThePathThatWasReported) {
 
 TEST_F(FileTreePaths, aListedFileIsWrittenByThePathThatWasReported) {
     listLong();
-    const FileHandle file = open("/shown", O_WRONLY);
+    const OpenFileID file = open("/shown", O_WRONLY);
     write(file, 4, "!");
     EXPECT_EQ(close(file), 0);
     EXPECT_EQ(served.bytes("/kept"), "text!");
@@ -86,7 +86,7 @@ TEST_F(FileTreePaths, whatLiesInAListedDirectoryIsFoundBeneathThePathThatWasRepo
 }
 
 TEST_F(FileTreePaths, aFileThatWasRenamedIsLookedUpAgain) {
-    const FileHandle file = open("/shown", O_RDONLY);
+    const OpenFileID file = open("/shown", O_RDONLY);
     tree().rename(rootNodeID, "shown", rootNodeID, "new", 0);
     served.oddPaths["/new"] = "/elsewhere";
     served.put("/elsewhere", "text");
@@ -96,7 +96,7 @@ TEST_F(FileTreePaths, aFileThatWasRenamedIsLookedUpAgain) {
 }
 
 TEST_F(FileTreePaths, aFileReportedByItsOwnPathIsNotLookedUpAfterARename) {
-    const FileHandle file = open("/kept", O_RDONLY);
+    const OpenFileID file = open("/kept", O_RDONLY);
     tree().rename(rootNodeID, "kept", rootNodeID, "new", 0);
     served.takeRequests();
     EXPECT_EQ(read(file), "text");

@@ -41,7 +41,7 @@ TEST_F(FileTreeRename, ofAMissingFileIsENOENT) {
 }
 
 TEST_F(FileTreeRename, anOpenFileGoesOnUnderItsNewName) {
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     write(file, 0, "0123");
     rename("/a", "/b");
     EXPECT_EQ(read(file), "0123");
@@ -55,7 +55,7 @@ TEST_F(FileTreeRename, anOpenFileGoesOnUnderItsNewName) {
 TEST_F(FileTreeRename, anOpenFileGoesOnWhenAParentOfAnyDepthIsRenamed) {
     for (const char* path : {"/a", "/a/b", "/a/b/c"})
         makeDirectory(path);
-    const FileHandle file = create("/a/b/c/file");
+    const OpenFileID file = create("/a/b/c/file");
     write(file, 0, "0123");
     rename("/a/b", "/moved");
     write(file, 4, "45");
@@ -66,10 +66,10 @@ TEST_F(FileTreeRename, anOpenFileGoesOnWhenAParentOfAnyDepthIsRenamed) {
 }
 
 TEST_F(FileTreeRename, aNewFileAtTheOldNameIsAnotherFile) {
-    const FileHandle old = create("/a");
+    const OpenFileID old = create("/a");
     write(old, 0, "old");
     rename("/a", "/b");
-    const FileHandle fresh = create("/a");
+    const OpenFileID fresh = create("/a");
     write(fresh, 0, "fresh");
     write(old, 3, "er");
     EXPECT_EQ(read(fresh), "fresh");
@@ -79,11 +79,11 @@ TEST_F(FileTreeRename, aNewFileAtTheOldNameIsAnotherFile) {
 
 TEST_F(FileTreeRename, aNewDirectoryAtTheOldNameIsAnotherDirectory) {
     makeDirectory("/a");
-    const FileHandle old = create("/a/file");
+    const OpenFileID old = create("/a/file");
     write(old, 0, "old");
     rename("/a", "/b");
     makeDirectory("/a");
-    const FileHandle fresh = create("/a/file");
+    const OpenFileID fresh = create("/a/file");
     write(fresh, 0, "fresh");
     write(old, 3, "er");
     EXPECT_EQ(served.bytes("/a/file"), "fresh");
@@ -93,21 +93,21 @@ TEST_F(FileTreeRename, aNewDirectoryAtTheOldNameIsAnotherDirectory) {
 TEST_F(FileTreeRename, whatIsWrittenNeverGoesToTheOldNameThoughGivingBackFails) {
     makeDirectory("/a");
     served.put("/a/file", "abc");
-    const FileHandle old = open("/a/file", O_RDWR);
+    const OpenFileID old = open("/a/file", O_RDWR);
     EXPECT_EQ(read(old), "abc");
     write(old, 0, "A");
     served.before = refuseOnce("release", posixErrno::EIO_); // the first of two handles
     rename("/a", "/b");
     makeDirectory("/a");
-    const FileHandle fresh = create("/a/file");
+    const OpenFileID fresh = create("/a/file");
     write(fresh, 0, "fresh");
     EXPECT_EQ(served.bytes("/a/file"), "fresh");
     EXPECT_EQ(served.bytes("/b/file"), "Abc");
 }
 
 TEST_F(FileTreeRename, twoOpenFilesAreSwappedThroughAThirdName) {
-    const FileHandle one = create("/a");
-    const FileHandle two = create("/b");
+    const OpenFileID one = create("/a");
+    const OpenFileID two = create("/b");
     write(one, 0, "one");
     write(two, 0, "two");
     rename("/a", "/c");
@@ -239,7 +239,7 @@ TEST_F(FileTreeRename, thatTheHelperFailsAfterTheWorkLosesNothing) {
 
 TEST_F(FileTreeRename, thatTheHelperFailsAfterTheWorkDoesNotPutAnOpenTargetOverTheNewFile) {
     served.put("/a", "new");
-    const FileHandle target = create("/b");
+    const OpenFileID target = create("/b");
     write(target, 0, "old");
     served.after = failOnceDone("rename /a");
     EXPECT_EQ(errnoOf([&] { rename("/a", "/b"); }), EIO);
@@ -251,7 +251,7 @@ TEST_F(FileTreeRename, thatTheHelperFailsAfterTheWorkDoesNotPutAnOpenTargetOverT
 
 TEST_F(FileTreeRename, replacesAnOpenFileThoughSettingItAsideFailsAfterTheWork) {
     served.put("/a", "new");
-    const FileHandle target = create("/b");
+    const OpenFileID target = create("/b");
     write(target, 0, "old");
     served.after = failOnceDone("rename /b");
     rename("/a", "/b");
@@ -300,9 +300,9 @@ TEST_F(FileTreeRename, toTheSameNameInOtherCaseLosesNothingWithAHelperThatRefuse
 TEST_F(FileTreeRename, ontoAnOpenFileLetsThatLiveOn) {
     for (const bool replaces : {true, false}) {
         served.renameReplaces = replaces;
-        const FileHandle target = create("/b");
+        const OpenFileID target = create("/b");
         write(target, 0, "old");
-        const FileHandle source = create("/a");
+        const OpenFileID source = create("/a");
         write(source, 0, "new");
         rename("/a", "/b");
         EXPECT_EQ(read(target), "old");
@@ -319,7 +319,7 @@ TEST_F(FileTreeRename, ontoAnOpenFileLetsThatLiveOn) {
 
 TEST_F(FileTreeRename, thatFailsPutsAnOpenTargetBack) {
     served.put("/a", "new");
-    const FileHandle target = create("/b");
+    const OpenFileID target = create("/b");
     write(target, 0, "old");
     served.before = refuseOnce("rename /a", posixErrno::EACCES_);
     EXPECT_EQ(errnoOf([&] { rename("/a", "/b"); }), EACCES);
@@ -331,7 +331,7 @@ TEST_F(FileTreeRename, thatFailsPutsAnOpenTargetBack) {
 
 TEST_F(FileTreeRename, thatFailsAndCannotPutTheOpenTargetBackLosesNothing) {
     served.put("/a", "new");
-    const FileHandle target = create("/b");
+    const OpenFileID target = create("/b");
     write(target, 0, "old");
     served.before = [count = 0](const std::string& request) mutable {
         if (request.starts_with("rename") && count++ > 0)
@@ -454,7 +454,7 @@ TEST_F(FileTreeRename, changesTheCaseOfANameWhereCaseDoesNotCount) {
 }
 
 TEST_F(FileTreeRename, thatFailsKeepsWhatIsOpen) {
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     write(file, 0, "0123");
     served.before = refuseOnce("rename", posixErrno::EXDEV_);
     EXPECT_EQ(errnoOf([&] { rename("/a", "/b"); }), EXDEV);

@@ -125,7 +125,7 @@ TEST_F(FileTreeShrinking, worksWhereThereIsNoRoomForACopy) {
 }
 
 TEST_F(FileTreeShrinking, ofAFileThatIsRemovedMakesNoCopy) {
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     write(file, 0, "0123456789");
     const NodeID removed = node("/a");
     remove("/a");
@@ -154,7 +154,7 @@ TEST_F(FileTreeShrinking, ofAFileWithALongNameMakesACopyWithAsMuchOfItAsThereIsR
 }
 
 TEST_F(FileTreeShrinking, ofAFileThatCannotBeWrittenBackPutsTheCopyInItsPlace) {
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     write(file, 0, "0123456789");
     served.before = refuseAlways("write /a", posixErrno::ENOSPC_);
     EXPECT_EQ(truncate("/a", 4).st_size, 4);
@@ -209,7 +209,7 @@ TEST_F(FileTreeShrinking, anErrorOfMakingTheHeadSafeIsMetWithASecondAttempt) {
 }
 
 TEST_F(FileTreeShrinking, doesNotTellTheErrorOfAnotherFile) {
-    const FileHandle other = create("/b");
+    const OpenFileID other = create("/b");
     write(other, 0, "x");
     served.put("/a", "0123456789");
     served.before = refuseAlways("flush /b", posixErrno::EIO_);

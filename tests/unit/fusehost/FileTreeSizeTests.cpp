@@ -68,7 +68,7 @@ TEST_F(FileTreeSize, aFailedGrowLeavesNothingOpen) {
 }
 
 TEST_F(FileTreeSize, anOpenFileGoesOnAfterItWasTruncated) {
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     write(file, 0, "0123456789");
     truncate("/a", 3);
     EXPECT_EQ(read(file), "012");
@@ -79,7 +79,7 @@ TEST_F(FileTreeSize, anOpenFileGoesOnAfterItWasTruncated) {
 
 TEST_F(FileTreeSize, theFileThatHasTheNameIsTheOneThatIsShrunk) {
     served.put("/a", "OLD CONTENTS");
-    const FileHandle reader = open("/a", O_RDONLY);
+    const OpenFileID reader = open("/a", O_RDONLY);
     EXPECT_EQ(read(reader, 0, 3), "OLD");
     served.put("/a", "new contents");
     truncate("/a", 8);
@@ -88,7 +88,7 @@ TEST_F(FileTreeSize, theFileThatHasTheNameIsTheOneThatIsShrunk) {
 
 TEST_F(FileTreeSize, theFileThatHasTheNameIsTheOneThatGrows) {
     served.put("/a", "old");
-    const FileHandle writer = open("/a", O_WRONLY);
+    const OpenFileID writer = open("/a", O_WRONLY);
     write(writer, 0, "o");
     served.put("/a", "new!");
     EXPECT_EQ(truncate("/a", 6).st_size, 6);
@@ -97,7 +97,7 @@ TEST_F(FileTreeSize, theFileThatHasTheNameIsTheOneThatGrows) {
 
 TEST_F(FileTreeSize, openingWithTruncateEmptiesTheFile) {
     served.put("/a", "0123456789");
-    const FileHandle file = open("/a", O_WRONLY | O_TRUNC);
+    const OpenFileID file = open("/a", O_WRONLY | O_TRUNC);
     EXPECT_EQ(served.bytes("/a"), "");
     EXPECT_EQ(tree().getAttributes(node("/a")).st_size, 0);
     write(file, 0, "x");
@@ -197,7 +197,7 @@ TEST_F(FileTreeSize, aChownRightAfterAnotherChangeAsksNothing) {
 }
 
 TEST_F(FileTreeSize, aChownAfterAWriteShowsWhatWasWritten) {
-    const FileHandle file = create("/a");
+    const OpenFileID file = create("/a");
     const NodeID id = node("/a");
     write(file, 0, "0123");
     EXPECT_EQ(tree().setAttributes(id, {}).st_size, 4);

@@ -30,13 +30,13 @@ std::pair<NodeID, std::string> FileTreeTest::place(const std::string& path) {
     return {slash == 0 ? rootNodeID : node(path.substr(0, slash)), path.substr(slash + 1)};
 }
 
-FileHandle FileTreeTest::open(const std::string& path, int flags) {
-    const FileHandle file = tree().open(node(path), flags);
+OpenFileID FileTreeTest::open(const std::string& path, int flags) {
+    const OpenFileID file = tree().open(node(path), flags);
     open_.insert(file);
     return file;
 }
 
-FileHandle FileTreeTest::create(const std::string& path, int flags, mode_t mode) {
+OpenFileID FileTreeTest::create(const std::string& path, int flags, mode_t mode) {
     const auto [directory, name] = place(path);
     const auto [entry, file] = tree().create(directory, name, flags | O_CREAT, mode);
     counted(entry);
@@ -54,23 +54,23 @@ void FileTreeTest::makeDirectory(const std::string& path, mode_t mode) {
     counted(tree().makeDirectory(directory, name, mode));
 }
 
-void FileTreeTest::write(FileHandle file, std::int64_t offset, std::string_view bytes) {
+void FileTreeTest::write(OpenFileID file, std::int64_t offset, std::string_view bytes) {
     EXPECT_EQ(tree().write(file, offset, std::as_bytes(std::span(bytes))), bytes.size());
 }
 
-std::string FileTreeTest::read(FileHandle file, std::int64_t offset, std::size_t count) {
+std::string FileTreeTest::read(OpenFileID file, std::int64_t offset, std::size_t count) {
     std::string bytes(count, '?');
     bytes.resize(tree().read(file, offset, std::as_writable_bytes(std::span(bytes))));
     return bytes;
 }
 
-int FileTreeTest::close(FileHandle file) {
+int FileTreeTest::close(OpenFileID file) {
     const int error = errnoOf([&] { tree().flush(file); });
     release(file);
     return error;
 }
 
-void FileTreeTest::release(FileHandle file) {
+void FileTreeTest::release(OpenFileID file) {
     open_.erase(file);
     tree().release(file);
     idle();
@@ -104,7 +104,7 @@ struct stat FileTreeTest::truncate(const std::string& path, std::uint64_t size) 
 }
 
 std::vector<std::string> FileTreeTest::list(const std::string& path) {
-    const fusehost::DirectoryHandle directory = tree().openDirectory(node(path));
+    const fusehost::OpenDirectoryID directory = tree().openDirectory(node(path));
     tree().startListing(directory);
     std::vector<std::string> names;
     for (std::size_t index = 0; index < tree().listedCount(directory); ++index)
@@ -130,7 +130,7 @@ void FileTreeTest::TearDown() {
     served.before = {};
     if (ended_)
         return;
-    for (const FileHandle file : std::exchange(open_, {}))
+    for (const OpenFileID file : std::exchange(open_, {}))
         tree().release(file);
     idle();
     for (const auto& [node, count] : held_)

@@ -24,7 +24,7 @@ namespace fusehosttests {
 
 namespace posixErrno = foundation::posixErrno;
 
-using fusehost::FileHandle;
+using fusehost::OpenFileID;
 using fusehost::NodeID;
 using fusehost::rootNodeID;
 using fusehost::TreeEntry;
@@ -58,16 +58,16 @@ protected:
     /// The node of a path's directory and the last name.
     std::pair<NodeID, std::string> place(const std::string& path);
 
-    FileHandle open(const std::string& path, int flags);
-    FileHandle create(const std::string& path, int flags = O_RDWR, mode_t mode = 0644);
+    OpenFileID open(const std::string& path, int flags);
+    OpenFileID create(const std::string& path, int flags = O_RDWR, mode_t mode = 0644);
     void makeNode(const std::string& path, mode_t mode = S_IFREG | 0644);
     void makeDirectory(const std::string& path, mode_t mode = 0755);
-    void write(FileHandle file, std::int64_t offset, std::string_view bytes);
-    std::string read(FileHandle file, std::int64_t offset = 0, std::size_t count = 4096);
+    void write(OpenFileID file, std::int64_t offset, std::string_view bytes);
+    std::string read(OpenFileID file, std::int64_t offset = 0, std::size_t count = 4096);
     /// What close(2) of the last descriptor does: a flush, whose errno is returned, and a release.
-    int close(FileHandle file);
+    int close(OpenFileID file);
     /// What the end of the last map of a file does: no flush, and nobody is told anything.
-    void release(FileHandle file);
+    void release(OpenFileID file);
     /// The kernel asks for nothing for a while.
     void idle();
     void remove(const std::string& path);
@@ -94,7 +94,7 @@ private:
     std::unique_ptr<fusehost::VolumeCalls> calls_;
     std::unique_ptr<fusehost::FileTree> tree_;
     std::map<NodeID, std::uint64_t> held_;
-    std::set<FileHandle> open_;
+    std::set<OpenFileID> open_;
     bool ended_ = false;
 };
 

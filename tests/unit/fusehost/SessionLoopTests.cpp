@@ -39,7 +39,7 @@ protected:
     }
 
     /// The node and handle of a file with something written to it.
-    std::pair<NodeID, FileHandle> openForWriting(const std::string& name) {
+    std::pair<NodeID, std::uint64_t> openForWriting(const std::string& name) {
         const NodeID node = lookedUp(name);
         fuse_open_in asked{};
         asked.flags = O_RDWR;
@@ -51,7 +51,7 @@ protected:
         return {node, opened.fh};
     }
 
-    std::uint64_t flush(NodeID node, FileHandle file, std::uint32_t thread) {
+    std::uint64_t flush(NodeID node, std::uint64_t file, std::uint32_t thread) {
         fuse_flush_in flushed{};
         flushed.fh = file;
         return kernel.ask(FUSE_FLUSH, node, bytesOf(flushed), thread);
