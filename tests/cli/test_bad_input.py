@@ -7,7 +7,8 @@ import subprocess
 
 import pytest
 
-from conftest import HELPERS, KEMVI, assert_fails, root_only, user_only
+from harness.place import HELPERS, assert_fails
+from harness.program import KEMVI
 
 KEYS = ["driveId", "kemviHome", "repoRoot", "helperPath"]
 
@@ -68,7 +69,9 @@ def test_mount_help_lists_the_mount_options(place):
 
 
 @pytest.mark.parametrize("option,word", [("frobnicate", "frobnicate"), ("attr_timeout=soon", "attr_timeout"),
-                                         ("fmask=9", "fmask"), ("uid", "uid"), ("ro=1", "ro"),
+                                         ("attr_timeout=-1", "attr_timeout"), ("entry_timeout=soon", "entry_timeout"),
+                                         ("fmask=9", "fmask"), ("fmask=1777", "fmask"), ("dmask", "dmask"),
+                                         ("uid", "uid"), ("ro=1", "ro"), ("request_size=5000", "request_size"),
                                          ("request_size=5", "request_size"), ("uid=nobody by this name", "uid"),
                                          ("remount", "unmount it and mount it again"),
                                          ("allow_root", "allow_other,fmask=177,dmask=077")])
@@ -88,9 +91,10 @@ def test_source_that_is_a_file(place):
     assert_fails(place.run("mount", file, place.point), 3, file, "not a directory")
 
 
-def test_missing_configuration_tells_how_to_write_one(place):
+@pytest.mark.parametrize("foreground", [[], ["-f"]])
+def test_missing_configuration_tells_how_to_write_one(place, foreground):
     (place.source / "mount-config.json").unlink()
-    fails(place, 3, place.source / "mount-config.json", "does not exist", "kemvi init")
+    fails(place, 3, place.source / "mount-config.json", "does not exist", "kemvi init", options=foreground)
 
 
 def test_configuration_that_is_a_folder(place):
@@ -99,13 +103,13 @@ def test_configuration_that_is_a_folder(place):
     fails(place, 3, "mount-config.json", "not a file")
 
 
-@user_only
+@pytest.mark.user_only
 def test_configuration_that_cannot_be_read(place):
     (place.source / "mount-config.json").chmod(0)
     fails(place, 3, "mount-config.json", "permission")
 
 
-@pytest.mark.parametrize("text", ["", "{", "[]", "null", '"text"', '{"driveId": "d"} x', '{"driveId": "\xff'])
+@pytest.mark.parametrize("text", ["", "{", "[]", "null", '"text"', '{"driveId": "d"} x', '{"driveId": "d",}', '{"driveId": "\xff', "\xff"])
 def test_configuration_that_is_no_json_object(place, text):
     (place.source / "mount-config.json").write_bytes(text.encode("latin-1"))
     fails(place, 3, place.source / "mount-config.json", "expected a JSON object")
@@ -184,11 +188,19 @@ def test_helper_that_exits_at_once(place, foreground):
     assert lines[-1].startswith("kemvi: ")
 
 
-def test_helper_that_is_no_javascript(place):
+@pytest.mark.parametrize("foreground", [[], ["-f"]])
+def test_helper_that_answers_another_request(place, foreground):
+    place.use_helper("answersAnother.mjs")
+    result = fails(place, 5, "answersAnother.mjs", "did not match request id", options=foreground)
+    assert "answersAnother.mjs: starting\n" in result.stderr
+
+
+@pytest.mark.parametrize("foreground", [[], ["-f"]])
+def test_helper_that_is_no_javascript(place, foreground):
     script = place.folder / "helper.mjs"
     script.write_text("this is not JavaScript")
     place.configure(script)
-    result = fails(place, 5, script, "ended before it answered")
+    result = fails(place, 5, script, "ended before it answered", options=foreground)
     assert "SyntaxError" in result.stderr
 
 
@@ -285,7 +297,7 @@ def test_mount_point_beside_the_served_tree_in_the_source_directory_is_fine(plac
     assert place.run("unmount", point).returncode == 0
 
 
-@user_only
+@pytest.mark.user_only
 def test_mount_point_that_belongs_to_someone_else(place):
     result = place.run("mount", place.source, "/mnt")
     assert_fails(result, 6, "/mnt", "may not write")
@@ -296,7 +308,7 @@ def test_mount_point_that_belongs_to_someone_else(place):
 IN_PRIVATE_NAMESPACE = ["unshare", "--mount", "--propagation", "private", "sh", "-c"]
 
 
-@root_only
+@pytest.mark.root_only
 def test_missing_fuse_device(place):
     script = 'mount -t tmpfs none /dev && mknod -m 666 /dev/null c 1 3 && exec "$0" "$@"'
     result = subprocess.run([*IN_PRIVATE_NAMESPACE, script, KEMVI, "mount", place.source, place.point], check=False,
@@ -304,7 +316,7 @@ def test_missing_fuse_device(place):
     assert_fails(result, 7, "/dev/fuse", "does not exist", "modprobe")
 
 
-@user_only
+@pytest.mark.user_only
 def test_missing_fusermount3(place):
     tools = place.folder / "bin"
     tools.mkdir()
@@ -320,13 +332,13 @@ def fuse_conf_allows():
         return False
 
 
-@user_only
+@pytest.mark.user_only
 @pytest.mark.skipif(fuse_conf_allows(), reason="/etc/fuse.conf allows it here")
 def test_allow_other_that_fuse_conf_forbids(place):
     fails(place, 7, "allow_other", "/etc/fuse.conf", options=["-o", "allow_other"])
 
 
-@root_only
+@pytest.mark.root_only
 def test_what_fusermount_refuses_is_said_in_words(place):
     """As an ordinary user on a machine whose administrator allows no mounts at all. What that user needs lies in /mnt,
     which only this test sees."""
@@ -346,7 +358,7 @@ def test_what_fusermount_refuses_is_said_in_words(place):
     assert "fusermount3:" not in result.stderr
 
 
-@root_only
+@pytest.mark.root_only
 def test_root_may_allow_others(place):
     place.mount("-o", "allow_other")
     assert place.run("unmount", place.point).returncode == 0

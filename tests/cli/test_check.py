@@ -7,7 +7,11 @@ from pathlib import Path
 
 import pytest
 
-from conftest import HELPERS, LIMIT, SHIPPED_HELPER
+from harness.deadline import LIMIT
+from harness.place import HELPERS
+from harness.program import SHIPPED_HELPER
+
+pytestmark = pytest.mark.limit(240)
 
 BROKEN = Path(__file__).resolve().parent / "broken" / "broken.mjs"
 KIT = BROKEN.parent / "kit.mjs"
@@ -15,7 +19,7 @@ KIT = BROKEN.parent / "kit.mjs"
 
 def check(place, *options):
     # A whole examination, with lines of 16 MiB and the waiting for a helper that does not end.
-    result = place.run("check", place.source, "--json", "--op-timeout", "5", *options, timeout=4 * LIMIT)
+    result = place.run("check", place.source, "--json", "--op-timeout", "5", *options, limit=4 * LIMIT)
     return result.returncode, json.loads(result.stdout)
 
 
@@ -96,7 +100,7 @@ def test_a_fault_in_writing_is_found(place, fault, name):
 
 def kit(place, fault, *options):
     place.configure(KIT, kemviHome=fault)
-    return place.run("check", place.source, "--op-timeout", "5", *options, timeout=4 * LIMIT)
+    return place.run("check", place.source, "--op-timeout", "5", *options, limit=4 * LIMIT)
 
 
 def test_a_right_file_system_made_with_the_kit_is_clean(place):

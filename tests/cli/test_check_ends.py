@@ -5,7 +5,8 @@ from pathlib import Path
 
 import pytest
 
-from conftest import LIMIT, is_alive, wait_for
+from harness import system
+from harness.deadline import LIMIT, eventually
 
 BROKEN = Path(__file__).resolve().parent / "broken"
 
@@ -14,7 +15,7 @@ def start(place, fault="hangs at statfs", **options):
     """A check whose helper hangs, and the helper's process."""
     place.configure(BROKEN / "disk.mjs", kemviHome=fault)
     process = place.start("check", place.source, "--op-timeout", "3600", **options)
-    wait_for(lambda: fault in place.notes(), "the helper that hangs")
+    eventually(lambda: fault in place.notes(), 30, "the helper that hangs")
     return process, int(place.notes()[0].split()[1])
 
 
@@ -24,7 +25,7 @@ def test_a_signal_ends_check_and_helper(place, number):
     process.send_signal(number)
     output, told = process.communicate(timeout=LIMIT)
     assert process.returncode == 13, told
-    assert not is_alive(helper)
+    assert not system.is_alive(helper)
     assert output.splitlines()[-1].startswith("interrupted")
     assert "skip  folders are listed (not reached)" in output
 
@@ -35,17 +36,17 @@ def test_the_helper_dies_with_a_check_that_is_killed(place, number):
     process.send_signal(number)
     process.communicate(timeout=LIMIT)
     assert process.returncode == -number
-    wait_for(lambda: not is_alive(helper), "the helper's end")
+    eventually(lambda: not system.is_alive(helper), 30, "the helper's end")
 
 
 def test_the_helpers_own_children_die_with_a_check_that_is_killed(place):
     place.use_helper("hangsOnReaddir.mjs")
     process = place.start("check", place.source, "--op-timeout", "3600")
-    wait_for(lambda: "listing" in place.notes(), "the request for a listing")
+    eventually(lambda: "listing" in place.notes(), 30, "the request for a listing")
     child = int(place.notes()[0])
     process.kill()
     process.communicate(timeout=LIMIT)
-    wait_for(lambda: not is_alive(child), "the end of the helper's child")
+    eventually(lambda: not system.is_alive(child), 30, "the end of the helper's child")
 
 
 def test_a_signal_that_was_ignored_when_the_check_was_started_stays_ignored(place):

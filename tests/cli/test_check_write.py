@@ -7,7 +7,10 @@ from pathlib import Path
 
 import pytest
 
-from conftest import LIMIT, is_alive, wait_for
+from harness import system
+from harness.deadline import LIMIT, eventually
+
+pytestmark = pytest.mark.limit(240)
 
 DISK = Path(__file__).resolve().parent / "broken" / "disk.mjs"
 # A check may wait for a helper that hangs: for the answer that is under way, and for one when cleaning up.
@@ -21,7 +24,7 @@ def configure(place, fault, **changes):
 
 
 def check(place, *options):
-    result = place.run("check", place.source, "--json", "--op-timeout", "10", *options, timeout=4 * LIMIT)
+    result = place.run("check", place.source, "--json", "--op-timeout", "10", *options, limit=4 * LIMIT)
     return result, json.loads(result.stdout)
 
 
@@ -124,44 +127,44 @@ def test_the_folder_that_could_not_be_removed_is_named(place, fault):
 def test_what_was_made_is_removed_after_a_signal(place, number):
     configure(place, "")
     process = place.start("check", place.source, "--write", "/")
-    wait_for(lambda: list(place.tree.glob("kemvi-check-*/many/100")), "the making of many files")
+    eventually(lambda: list(place.tree.glob("kemvi-check-*/many/100")), 30, "the making of many files")
     process.send_signal(number)
     output, told = process.communicate(timeout=BOUND)
     assert process.returncode == 13, told
     assert output.splitlines()[-1].startswith("interrupted"), output
     assert_clean(place)
-    assert not any(is_alive(pid) for pid in helpers(place))
+    assert not any(system.is_alive(pid) for pid in helpers(place))
 
 
 def test_what_was_made_is_removed_by_a_new_helper_after_a_signal_where_the_old_one_hangs(place):
     configure(place, "hangs once at write")
     process = place.start("check", place.source, "--write", "/", "--op-timeout", "3600")
-    wait_for(lambda: "hangs at write" in place.notes(), "the helper that hangs")
+    eventually(lambda: "hangs at write" in place.notes(), 30, "the helper that hangs")
     assert len(scratch(place)) == 1
     process.send_signal(signal.SIGINT)
     _, told = process.communicate(timeout=BOUND)
     assert process.returncode == 13, told
     assert_clean(place)
-    assert len(helpers(place)) == 2 and not any(is_alive(pid) for pid in helpers(place))
+    assert len(helpers(place)) == 2 and not any(system.is_alive(pid) for pid in helpers(place))
 
 
 def test_an_interrupted_check_ends_and_names_its_folder_where_the_helper_always_hangs(place):
     configure(place, "hangs at unlink")
     process = place.start("check", place.source, "--write", "/", "--op-timeout", "3600")
-    wait_for(lambda: "hangs at unlink" in place.notes(), "the helper that hangs")
+    eventually(lambda: "hangs at unlink" in place.notes(), 30, "the helper that hangs")
     process.send_signal(signal.SIGINT)
     _, told = process.communicate(timeout=BOUND)
     [left] = scratch(place)
     assert process.returncode == 13
     assert f"/{left} stays" in told
     assert_kept(place)
-    assert not any(is_alive(pid) for pid in helpers(place))
+    assert not any(system.is_alive(pid) for pid in helpers(place))
 
 
 def test_a_second_signal_leaves_the_folder_and_says_so(place):
     configure(place, "hangs at unlink")
     process = place.start("check", place.source, "--write", "/", "--op-timeout", "3600")
-    wait_for(lambda: "hangs at unlink" in place.notes(), "the helper that hangs")
+    eventually(lambda: "hangs at unlink" in place.notes(), 30, "the helper that hangs")
     process.send_signal(signal.SIGINT)
     assert any("again" in line for line in iter(process.stderr.readline, ""))
     process.send_signal(signal.SIGINT)

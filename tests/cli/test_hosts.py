@@ -10,8 +10,10 @@ import sys
 
 import pytest
 
-from conftest import (KEMVI, SLOWNESS, assert_fails, children_of, is_alive, mounts_under, name_of, processes_about,
-                      root_only, wait_for)
+from harness import system
+from harness.deadline import SLOWNESS, eventually
+from harness.place import assert_fails
+from harness.program import KEMVI
 
 OTHER_USER = pwd.getpwnam("nobody")
 
@@ -45,7 +47,7 @@ def test_unmount_waits_for_the_host_of_another_program_file(place, other_program
     host, helper = place.host(), place.helper()
     result = place.run("unmount", place.point)
     assert result.returncode == 0 and f"process {host} still waits" in result.stderr
-    assert not is_alive(host) and not is_alive(helper)
+    assert not system.is_alive(host) and not system.is_alive(helper)
 
 
 def test_force_ends_the_host_of_another_program_file(place, other_program):
@@ -55,7 +57,7 @@ def test_force_ends_the_host_of_another_program_file(place, other_program):
     listing = place.start_listing()
     result = place.run("unmount", "--force", place.point)
     assert result.returncode == 0, result.stderr
-    assert not is_alive(host) and not is_alive(helper)
+    assert not system.is_alive(host) and not system.is_alive(helper)
     assert result.stderr == "", "neither is named as one that had to be killed, nor is the watch"
     listing.wait(10 * SLOWNESS)
 
@@ -67,13 +69,13 @@ def test_force_ends_what_an_unmount_left_that_was_cut_off(place):
     place.mount()
     host, helper = place.host(), place.helper()
     unmount = place.start("unmount", place.point)
-    wait_for(lambda: not place.is_mounted(), "the unmount")
+    eventually(lambda: not place.is_mounted(), 30, "the unmount")
     unmount.kill()
     unmount.communicate()
     assert_fails(place.run("unmount", place.point), 9, "nothing is mounted", f"process {host}", "--force")
-    assert is_alive(host) and is_alive(helper)
+    assert system.is_alive(host) and system.is_alive(helper)
     assert place.run("unmount", "--force", "point").returncode == 0
-    assert not is_alive(host) and not is_alive(helper)
+    assert not system.is_alive(host) and not system.is_alive(helper)
     assert_fails(place.run("unmount", "--force", place.point), 9, "nothing is mounted here")
 
 
@@ -83,7 +85,7 @@ def test_force_ends_a_mount_that_was_detached_and_is_in_use(place):
         host, helper = place.host(), place.helper()
         subprocess.run(["fusermount3", "-u", "-z", place.point], check=True)
         assert place.run("unmount", "--force", place.point).returncode == 0
-        assert not is_alive(host) and not is_alive(helper)
+        assert not system.is_alive(host) and not system.is_alive(helper)
 
 
 def test_a_mount_of_a_mount_ends_without_its_host(place):
@@ -96,12 +98,12 @@ def test_a_mount_of_a_mount_ends_without_its_host(place):
     subprocess.run(["mount", "--bind", place.point, second], check=True)
     result = place.run("unmount", second)
     assert result.returncode == 0 and str(place.point) in result.stderr
-    assert [mount["point"] for mount in mounts_under(place.folder)] == [str(place.point)]
+    assert [mount.point for mount in system.mounts(place.folder)] == [str(place.point)]
     assert (place.point / "a.txt").exists()
     assert place.run("unmount", place.point).returncode == 0
 
 
-@root_only
+@pytest.mark.root_only
 def test_a_mount_that_another_mount_table_still_has_is_told_and_not_waited_for(place):
     """As of a container that was started meanwhile: the volume lives on for it."""
     place.mount()
@@ -111,9 +113,9 @@ def test_a_mount_that_another_mount_table_still_has_is_told_and_not_waited_for(p
     host = place.host()
     result = place.run("unmount", place.point)
     assert result.returncode == 0 and f"for process {container.pid} " in result.stderr, result.stderr
-    assert mounts_under(place.folder) == [] and is_alive(host)
+    assert system.mounts(place.folder) == [] and system.is_alive(host)
     container.communicate("")
-    wait_for(lambda: not is_alive(host), "the end of the host")
+    eventually(lambda: not system.is_alive(host), 30, "the end of the host")
 
 
 # Who is not taken for a host
@@ -135,35 +137,35 @@ sys.stdin.read()
 """
 
 
-@root_only
+@pytest.mark.root_only
 @pytest.mark.parametrize("maker, keeper", [(OTHER_USER.pw_uid, OTHER_USER.pw_uid), (OTHER_USER.pw_uid, 0)],
                          ids=["another user's process", "root's process given another user's record"])
 def test_no_other_user_can_have_a_process_taken_for_the_host(place, maker, keeper):
     place.mount()
     host, helper = place.host(), place.helper()
-    minor = mounts_under(place.point)[0]["minor"]
+    minor = system.mounts(place.point)[0].minor
     with subprocess.Popen([sys.executable, "-c", IMPOSTOR, str(minor), str(place.point), str(maker), str(keeper)],
                           stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, cwd="/") as impostor:
         try:
             assert impostor.stdout.readline() == "ready\n"
-            assert name_of(impostor.pid) == f"kemvi-{minor}"
+            assert system.name_of(impostor.pid) == f"kemvi-{minor}"
             assert place.run("unmount", "--force", place.point).returncode == 0
-            assert not is_alive(host) and not is_alive(helper)
-            assert is_alive(impostor.pid)
+            assert not system.is_alive(host) and not system.is_alive(helper)
+            assert system.is_alive(impostor.pid)
         finally:
             impostor.kill()
 
 
 def test_a_process_that_only_bears_the_name_is_left_alone(place):
     place.mount()
-    minor = mounts_under(place.point)[0]["minor"]
+    minor = system.mounts(place.point)[0].minor
     named = place.folder / f"kemvi-{minor}"
     shutil.copy2("/bin/sleep", named)
     with subprocess.Popen([named, "1000"]) as bearer:
         try:
-            wait_for(lambda: name_of(bearer.pid) == f"kemvi-{minor}", "the name")
+            eventually(lambda: system.name_of(bearer.pid) == f"kemvi-{minor}", 30, "the name")
             assert place.run("unmount", "--force", place.point).returncode == 0
-            assert is_alive(bearer.pid)
+            assert system.is_alive(bearer.pid)
         finally:
             bearer.kill()
 
@@ -177,8 +179,8 @@ def test_a_helper_that_hangs_is_ended_after_its_host_was_killed(place):
     listing = place.start_listing()
     child = int(place.notes()[0])
     os.kill(host, signal.SIGKILL)
-    wait_for(lambda: not is_alive(watch), "the end of the watch")
-    wait_for(lambda: not is_alive(helper) and not is_alive(child), "the end of the helper and its child")
+    eventually(lambda: not system.is_alive(watch), 30, "the end of the watch")
+    eventually(lambda: not system.is_alive(helper) and not system.is_alive(child), 30, "the end of the helper and its child")
     listing.wait(10 * SLOWNESS)
 
 
@@ -186,20 +188,20 @@ def test_a_helper_that_hangs_at_its_start_is_ended_after_its_host_was_killed(pla
     place.use_helper("hangs.mjs")
     process = place.start("mount", "-f", place.source, place.point)
     assert process.stderr.readline() == "hangs.mjs: started\n"
-    watch, = [pid for pid in children_of(process.pid) if name_of(pid) == "kemvi-watch"]
-    helper, = [pid for pid in children_of(process.pid) if name_of(pid) == "node"]
+    watch, = [pid for pid in system.children(process.pid) if system.name_of(pid) == "kemvi-watch"]
+    helper, = [pid for pid in system.children(process.pid) if system.name_of(pid) == "node"]
     held = f"/proc/{watch}/fd"
-    wait_for(lambda: any("pidfd" in os.readlink(f"{held}/{name}") for name in os.listdir(held)),
-             "the watch's look at the helper")
+    eventually(lambda: any("pidfd" in os.readlink(f"{held}/{name}") for name in os.listdir(held)),
+             30, "the watch's look at the helper")
     process.kill()
     process.communicate()
-    wait_for(lambda: not is_alive(watch), "the end of the watch")
-    wait_for(lambda: not is_alive(helper), "the end of the helper")
+    eventually(lambda: not system.is_alive(watch), 30, "the end of the watch")
+    eventually(lambda: not system.is_alive(helper), 30, "the end of the helper")
 
 
 def test_a_helper_that_ends_by_itself_may_finish_after_its_host_was_killed(place):
     place.use_helper("notesTheEnd.mjs")
     place.mount()
     os.kill(place.host(), signal.SIGKILL)
-    wait_for(lambda: not processes_about(place.folder), "the end of everything")
+    eventually(lambda: not system.processes(place.folder), 30, "the end of everything")
     assert place.notes() == ["input ended"]

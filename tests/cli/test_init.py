@@ -5,7 +5,10 @@ import os
 import shutil
 from pathlib import Path
 
-from conftest import KEMVI, SHIPPED_HELPER, assert_fails, user_only
+import pytest
+
+from harness.place import assert_fails
+from harness.program import KEMVI, SHIPPED_HELPER, Program
 
 
 def configuration(source):
@@ -85,16 +88,16 @@ def installed_copy(place):
 
 def test_an_installed_command_names_the_helpers_installed_with_it(place):
     command, helpers = installed_copy(place)
-    assert place.run("init", place.folder / "drive", program=command).returncode == 0
+    assert Program(place.folder, command).run("init", place.folder / "drive").returncode == 0
     assert configuration(place.folder / "drive")["helperPath"] == str(helpers / "local.mjs")
 
 
-@user_only
+@pytest.mark.user_only
 def test_shipped_helpers_that_may_not_be_read(place):
     command, helpers = installed_copy(place)
     for closed in (helpers.parent, helpers):
         closed.chmod(0)
-        result = place.run("init", place.folder / "drive", program=command)
+        result = Program(place.folder, command).run("init", place.folder / "drive")
         closed.chmod(0o755)
         assert_fails(result, 4, helpers, "you may not read this folder", "--helper")
         assert not (place.folder / "drive").exists()
@@ -128,7 +131,7 @@ def test_a_name_that_is_not_utf8_is_refused(place):
     assert not os.path.exists(source)
 
 
-@user_only
+@pytest.mark.user_only
 def test_a_folder_that_may_not_be_written(place):
     place.source.chmod(0o500)
     assert_fails(place.run("init", place.source, "--force"), 3, "cannot be written", "Permission denied")

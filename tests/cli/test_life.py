@@ -1,5 +1,6 @@
 """The life of a mount: ready when the command returns, nothing held open, an orderly end for every way to ask for it."""
 
+import errno
 import os
 import re
 import signal
@@ -9,8 +10,10 @@ from pathlib import Path
 
 import pytest
 
-from conftest import (KEMVI, SLOWNESS, assert_fails, children_of, is_alive, mounts_under, name_of, processes_about,
-                      root_only, wait_for)
+from harness import system
+from harness.calls import failure
+from harness.deadline import SLOWNESS, eventually
+from harness.program import KEMVI
 
 
 # Readiness
@@ -24,8 +27,9 @@ def test_the_mount_is_usable_when_the_command_returns(place):
 
 def test_it_stands_in_the_mount_table_with_type_and_source(place):
     place.mount()
-    assert [(mount["type"], mount["source"]) for mount in mounts_under(place.point)] == [
-        ("fuse.kemvi", str(place.source))]
+    mount, = system.mounts(place.point)
+    assert (mount.type, mount.source) == ("fuse.kemvi", str(place.source))
+    assert "default_permissions" in mount.super_options and "allow_other" not in mount.super_options
     assert place.run("unmount", place.point).returncode == 0
 
 
@@ -45,7 +49,7 @@ def test_no_descriptor_of_the_caller_is_kept(place):
     assert os.read(reading, 1) == b"", "the pipe has no writer any more"
     os.close(reading)
     host = place.host()
-    for pid in [host, *children_of(host)]:
+    for pid in [host, *system.children(host)]:
         kept = [os.readlink(entry) for entry in Path(f"/proc/{pid}/fd").iterdir()]
         assert pipe not in kept
         assert not any(target.startswith(("/dev/tty", "/dev/pts")) for target in kept)
@@ -65,6 +69,23 @@ def test_relative_paths_work(place):
     assert place.run("mount", "source", "./point/").returncode == 0
     assert (place.point / "a.txt").exists()
     assert place.run("unmount", "point/").returncode == 0
+
+
+def test_names_with_spaces_and_other_letters_work(place):
+    """Also such as mean something in the options of a mount or in the table of mounts."""
+    source, point = place.folder / "the source \u00e4,1", place.folder / "the 'mount' \u00f6=\\1"
+    place.source.rename(source)
+    point.mkdir()
+    assert place.run("mount", source, point).returncode == 0
+    assert (point / "a.txt").exists() and system.mount_at(point).source == str(source)
+    place.unmount(point=point)
+
+
+def test_options_may_come_in_several_arguments(place):
+    place.mount("-o", "fmask=077", "-o", "dmask=022,ro")
+    assert (place.point / "a.txt").stat().st_mode & 0o777 == 0o700
+    assert failure((place.point / "x").mkdir) == errno.EROFS
+    place.unmount()
 
 
 def test_what_the_helper_says_is_on_the_terminal_until_the_mount_is_ready(place):
@@ -115,7 +136,7 @@ def test_a_slow_start_names_the_helper_that_is_waited_for(place):
     process = place.start("mount", place.source, place.point)
     assert process.stderr.readline() == "hangs.mjs: started\n"
     line = process.stderr.readline()
-    helper = [pid for pid in processes_about(place.folder) if name_of(pid) == "node"][0]
+    helper = [pid for pid in system.processes(place.folder) if system.name_of(pid) == "node"][0]
     assert line.startswith("kemvi: ") and f"still waiting for the helper (pid {helper})" in line
     process.terminate()
     process.communicate()
@@ -133,15 +154,18 @@ def test_a_signal_ends_a_foreground_mount_in_order(place, number):
     assert place.notes() == ["input ended"], "the helper was let to its end"
 
 
-def test_sigterm_ends_a_background_mount_in_order(place):
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
+def test_a_signal_ends_a_background_mount_in_order(place, number):
     place.use_helper("notesTheEnd.mjs")
     place.mount()
-    os.kill(place.host(), signal.SIGTERM)
-    wait_for(lambda: not processes_about(place.folder), "the end")
+    os.kill(place.host(), number)
+    eventually(lambda: not system.processes(place.folder), 30, "the end")
     assert place.notes() == ["input ended"]
 
 
-@pytest.mark.parametrize("command", [["fusermount3", "-u"], pytest.param(["umount"], marks=root_only)])
+@pytest.mark.parametrize("command", [["fusermount3", "-u"], ["fusermount3", "-u", "-z"],
+                                     pytest.param(["umount"], marks=pytest.mark.root_only),
+                                     pytest.param(["umount", "-l"], marks=pytest.mark.root_only)], ids=" ".join)
 def test_an_unmount_from_outside_ends_a_mount_in_order(place, command):
     place.use_helper("notesTheEnd.mjs")
     process = place.start_foreground()
@@ -154,21 +178,21 @@ def test_an_unmount_from_outside_ends_a_mount_in_order(place, command):
 def test_a_helper_that_does_not_end_is_named_and_the_second_signal_kills_it(place):
     place.use_helper("neverEnds.mjs")
     process = place.start_foreground()
-    helper = [pid for pid in children_of(process.pid) if name_of(pid) == "node"][0]
+    helper = [pid for pid in system.children(process.pid) if system.name_of(pid) == "node"][0]
     process.terminate()
     line = process.stderr.readline()
     assert f"still waiting for the helper (pid {helper})" in line and "another signal" in line
-    assert is_alive(helper) and not place.is_mounted()
+    assert system.is_alive(helper) and not place.is_mounted()
     process.terminate()
     assert process.wait() == 11
-    assert not is_alive(helper)
+    assert not system.is_alive(helper)
 
 
 def test_two_signals_in_a_row_do_not_wait(place):
     place.use_helper("neverEnds.mjs")
     process = place.start_foreground()
     process.terminate()
-    wait_for(lambda: not place.is_mounted(), "the first signal's effect")
+    eventually(lambda: not place.is_mounted(), 30, "the first signal's effect")
     begin = time.monotonic()
     process.send_signal(signal.SIGINT)
     assert process.wait() == 11
@@ -185,21 +209,21 @@ def test_a_helper_stuck_in_a_request_is_killed_by_the_second_signal(place):
     assert process.wait() == 11
     listing.wait()
     child = int(place.notes()[0])
-    wait_for(lambda: not is_alive(child), "the end of the helper's own child")
+    eventually(lambda: not system.is_alive(child), 30, "the end of the helper's own child")
 
 
 def test_a_killed_host_leaves_no_mount(place):
     for _ in range(5):
         place.mount()
         os.kill(place.host(), signal.SIGKILL)
-        wait_for(lambda: not place.is_mounted(), "the end of the mount")
+        eventually(lambda: not place.is_mounted(), 30, "the end of the mount")
 
 
 def test_a_killed_host_in_the_foreground_leaves_no_mount_either(place):
     process = place.start_foreground()
     process.kill()
     process.communicate()
-    wait_for(lambda: not place.is_mounted(), "the end of the mount")
+    eventually(lambda: not place.is_mounted(), 30, "the end of the mount")
 
 
 def test_a_host_that_dies_after_its_mount_was_replaced_leaves_the_new_one(place):
@@ -211,9 +235,9 @@ def test_a_host_that_dies_after_its_mount_was_replaced_leaves_the_new_one(place)
     process.kill()
     process.wait()
     host = place.host()
-    helpers = [host, *children_of(host)]
-    wait_for(lambda: "kemvi-watch" not in [name_of(pid) for pid in processes_about(place.folder)
-                                           if pid not in helpers], "the end of the old watch")
+    helpers = [host, *system.children(host)]
+    eventually(lambda: "kemvi-watch" not in [system.name_of(pid) for pid in system.processes(place.folder)
+                                           if pid not in helpers], 30, "the end of the old watch")
     assert (place.point / "a.txt").exists()
     assert place.run("unmount", place.point).returncode == 0
     place.clear()
@@ -225,6 +249,6 @@ def test_a_mount_right_after_an_unmount_stays(place):
         assert place.run("unmount", place.point).returncode == 0
     place.mount()
     host = place.host()
-    wait_for(lambda: set(processes_about(place.folder)) <= {host, *children_of(host)}, "the end of the earlier mounts")
+    eventually(lambda: set(system.processes(place.folder)) <= {host, *system.children(host)}, 30, "the end of the earlier mounts")
     assert (place.point / "a.txt").exists()
     assert place.run("unmount", place.point).returncode == 0

@@ -8,7 +8,8 @@ import signal
 
 import pytest
 
-from conftest import LIMIT, assert_fails, wait_for
+from harness.deadline import LIMIT, eventually
+from harness.place import assert_fails
 
 LINE = r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} kemvi: "
 
@@ -41,7 +42,7 @@ def test_a_log_file_is_appended_to_and_made_anew_after_a_rotation(place):
     place.use_helper("talks.mjs")
     place.mount("--log-file", log)
     os.listdir(place.point)
-    wait_for(lambda: "listing" in log.read_text(), "the helper's words")
+    eventually(lambda: "listing" in log.read_text(), 30, "the helper's words")
     log.rename(old)
     end(place)
     assert lines_of(old)[0] == "kept" and any("Volume: unmount" in line for line in lines_of(log))

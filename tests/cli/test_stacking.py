@@ -7,24 +7,26 @@ import subprocess
 
 import pytest
 
-from conftest import assert_fails, children_of, is_alive, mounts_under, name_of, processes_about, root_only, wait_for
+from harness import system
+from harness.deadline import eventually
+from harness.place import assert_fails
 
 ENDINGS = [signal.SIGTERM, signal.SIGKILL]
 
 
 def end(place, process, number):
     """Ends a mount in the foreground by a signal and waits until its watch has ended, too."""
-    watch = [pid for pid in children_of(process.pid) if name_of(pid) == "kemvi-watch"]
+    watch = [pid for pid in system.children(process.pid) if system.name_of(pid) == "kemvi-watch"]
     process.send_signal(number)
     process.communicate()
-    wait_for(lambda: not any(is_alive(pid) for pid in watch), "the end of the watch")
+    eventually(lambda: not any(system.is_alive(pid) for pid in watch), 30, "the end of the watch")
 
 
 def types_at(place):
-    return [mount["type"] for mount in mounts_under(place.point)]
+    return [mount.type for mount in system.mounts(place.point)]
 
 
-@root_only
+@pytest.mark.root_only
 @pytest.mark.parametrize("number", ENDINGS)
 def test_the_end_of_a_mount_leaves_what_was_mounted_over_it(place, number):
     process = place.start_foreground()
@@ -47,7 +49,7 @@ def test_the_end_of_a_detached_mount_leaves_the_mount_that_took_its_place(place,
         place.mount()
         host = place.host()
         end(place, first, number)
-        assert is_alive(host) and (place.point / "a.txt").read_text() == "hello\n"
+        assert system.is_alive(host) and (place.point / "a.txt").read_text() == "hello\n"
     assert place.run("unmount", place.point).returncode == 0
 
 
@@ -60,10 +62,10 @@ def test_a_mount_whose_folder_was_renamed_is_taken_away(place, number):
     os.rename(folder, renamed)
     assert place.is_mounted(renamed / "point")
     end(place, process, number)
-    assert mounts_under(place.folder) == []
+    assert system.mounts(place.folder) == []
 
 
-@root_only
+@pytest.mark.root_only
 def test_the_end_of_a_mount_in_a_hidden_folder_leaves_the_file_system_that_hides_it(place):
     """The path leads to another mount of the same name by then."""
     folder = place.folder / "folder"
@@ -91,7 +93,7 @@ def test_a_mount_taken_away_from_outside_while_a_new_one_comes_leaves_the_new_on
         assert first.wait() == 0
         assert place.is_mounted() and (place.point / "a.txt").exists()
         assert place.run("unmount", place.point).returncode == 0
-    assert not processes_about(place.folder)
+    assert not system.processes(place.folder)
 
 
 # Several at once
@@ -106,7 +108,7 @@ def assert_one_of(place, found):
     for _, text in found[1:]:
         assert len(text.splitlines()) == 1 and str(place.point) in text, found
         assert "is being mounted" in text or "is mounted already" in text, found
-    assert len(mounts_under(place.point)) == 1
+    assert len(system.mounts(place.point)) == 1
     assert (place.point / "a.txt").exists()
 
 
@@ -116,7 +118,7 @@ def test_of_several_mounts_at_once_exactly_one_succeeds(place):
         assert place.run("unmount", place.point).returncode == 0
 
 
-@root_only
+@pytest.mark.root_only
 def test_that_needs_no_right_to_write_to_the_mount_point(place):
     folder = place.folder / "folder"
     folder.mkdir()

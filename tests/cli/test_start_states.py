@@ -7,7 +7,9 @@ from pathlib import Path
 
 import pytest
 
-from conftest import KEMVI, SLOWNESS, children_of, is_alive, name_of, wait_for
+from harness import system
+from harness.deadline import SLOWNESS, eventually
+from harness.program import KEMVI
 
 CLOSED = {"no input": [0], "no output": [1], "no errors": [2], "only errors": [0, 1], "nothing": [0, 1, 2]}
 
@@ -66,7 +68,7 @@ def test_a_mount_in_the_background_lives_and_ends(place, started):
     assert started.run("mount", place.source, place.point) == 0
     assert (place.point / "a.txt").read_text() == "hello\n"
     host = place.host()
-    wait_for(lambda: all_asleep(host), "a host that sleeps while there is nothing to do")
+    eventually(lambda: all_asleep(host), 30, "a host that sleeps while there is nothing to do")
     assert_standard_descriptors(host)
     assert started.run("unmount", place.point) == 0
     place.assert_nothing_left()
@@ -77,12 +79,12 @@ def test_a_mount_in_the_background_is_ended_by_every_stop_signal_also_by_one_tha
     assert Starter(place, STATES["everything ignored"]).run("mount", place.source, place.point) == 0
     host = place.host()
     os.kill(host, number)
-    wait_for(lambda: not is_alive(host), "the end of the host")
+    eventually(lambda: not system.is_alive(host), 30, "the end of the host")
 
 
 def test_a_mount_in_the_foreground_lives_and_ends(place, started):
     with started.start("mount", "-f", place.source, place.point) as process:
-        wait_for(lambda: place.is_mounted() or process.poll() is not None, "the mount")
+        eventually(lambda: place.is_mounted() or process.poll() is not None, 30, "the mount")
         assert process.poll() is None, started.output()
         assert (place.point / "a.txt").read_text() == "hello\n"
         assert_standard_descriptors(process.pid)
@@ -126,7 +128,7 @@ def all_asleep(pid):
 
 def assert_standard_descriptors(host):
     """They lead where they should in host and helper, and not to anything of the mount's own that came to the number."""
-    helper, = [pid for pid in children_of(host) if name_of(pid) == "node"]
+    helper, = [pid for pid in system.children(host) if system.name_of(pid) == "node"]
     for pid in (host, helper):
         for number in range(3):
             target = os.readlink(f"/proc/{pid}/fd/{number}")
@@ -148,7 +150,7 @@ def has_signal(pid, which, number):
 def test_a_foreground_mount_keeps_ignoring_what_nohup_and_scripts_have_ignored(place, number):
     place.use_helper("notesTheEnd.mjs")
     with Starter(place, ignoring(number)).start("mount", "-f", place.source, place.point) as process:
-        wait_for(lambda: place.is_mounted(), "the mount")
+        eventually(lambda: place.is_mounted(), 30, "the mount")
         assert (place.point / "a.txt").exists()
         assert has_signal(process.pid, "SigIgn", number) and not has_signal(process.pid, "SigBlk", number)
         process.send_signal(number)

@@ -5,7 +5,9 @@ import signal
 import subprocess
 import time
 
-from conftest import SLOWNESS, assert_fails, is_alive, processes_about, wait_for
+from harness import system
+from harness.deadline import SLOWNESS, eventually
+from harness.place import assert_fails
 
 
 def test_it_is_also_found_under_the_name_of_the_systems_own_command(place):
@@ -31,7 +33,7 @@ def test_it_waits_until_the_helper_has_ended(place):
     place.mount()
     assert place.run("unmount", place.point).returncode == 0
     assert place.notes() == ["input ended"]
-    assert processes_about(place.folder) == []
+    assert system.processes(place.folder) == []
 
 
 def test_it_names_the_process_that_it_waits_for(place):
@@ -97,7 +99,7 @@ def make_stale(place):
     watcher, host = place.watcher(), place.host()
     os.kill(watcher, signal.SIGKILL)
     os.kill(host, signal.SIGKILL)
-    wait_for(lambda: not is_alive(host), "the end of the host")
+    eventually(lambda: not system.is_alive(host), 30, "the end of the host")
 
 
 def test_a_stale_mount_is_named_as_such_and_cleared(place):
@@ -134,7 +136,7 @@ def test_force_ends_a_mount_whose_helper_never_answers(place):
     assert time.monotonic() - begin < 7 * SLOWNESS
     listing.wait(10 * SLOWNESS)
     place.assert_nothing_left()
-    assert not is_alive(int(place.notes()[0]))
+    assert not system.is_alive(int(place.notes()[0]))
 
 
 def test_force_ends_a_helper_that_does_not_end(place):
@@ -142,7 +144,7 @@ def test_force_ends_a_helper_that_does_not_end(place):
     place.mount()
     helper = place.helper()
     assert place.run("unmount", "--force", place.point).returncode == 0
-    assert not is_alive(helper)
+    assert not system.is_alive(helper)
 
 
 def test_force_ends_a_host_that_is_stopped(place):
@@ -150,7 +152,7 @@ def test_force_ends_a_host_that_is_stopped(place):
     host, helper = place.host(), place.helper()
     os.kill(host, signal.SIGSTOP)
     assert place.run("unmount", "--force", place.point).returncode == 0
-    assert not is_alive(host) and not is_alive(helper)
+    assert not system.is_alive(host) and not system.is_alive(helper)
 
 
 def test_force_lets_a_willing_helper_finish(place):
@@ -167,7 +169,7 @@ def test_force_leaves_other_mounts_alone(place):
     assert place.run("mount", place.source, other).returncode == 0
     host, helper = place.host(other), place.helper(other)
     assert place.run("unmount", "--force", place.point).returncode == 0
-    assert is_alive(host) and is_alive(helper)
+    assert system.is_alive(host) and system.is_alive(helper)
     assert (other / "a.txt").read_text() == "hello\n"
     assert place.run("unmount", other).returncode == 0
 

@@ -18,11 +18,11 @@ const usual = {
 };
 
 // Notes something for the test in a file beside the source directory.
-export const note = (text) => appendFileSync(process.env.KEMVI_TEST_FOLDER + '/notes', text + '\n');
+export const note = (text) => appendFileSync(process.env.KEMVI_TEST_WORKSPACE + '/notes', text + '\n');
 
 // What was noted so far, in this run and earlier ones.
 export function notes() {
-    const path = process.env.KEMVI_TEST_FOLDER + '/notes';
+    const path = process.env.KEMVI_TEST_WORKSPACE + '/notes';
     return existsSync(path) ? readFileSync(path, 'utf8').split('\n') : [];
 }
 

@@ -4,13 +4,15 @@ import errno
 import json
 import os
 import subprocess
+from pathlib import Path
 
 import pytest
 
 from harness.calls import failure, put
-from harness.volume import HELPERS
+from harness.program import SHIPPED_HELPER
 
 NAME = "mount-config.json"
+FOLDING_STORE = Path(__file__).parent / "foldingStore.mjs"
 
 
 @pytest.fixture
@@ -103,12 +105,12 @@ def test_source_directory_within_the_served_folder_is_not_moved_away(mount, work
         assert volume.program.run("unmount", point).returncode == 0
 
 
-def test_store_without_case_has_no_other_spelling(mount, workspace, local_helper):
-    store = mount(helper=HELPERS / "foldingStore.mjs", environment={"KEMVI_TEST_INNER": local_helper})
+def test_store_without_case_has_no_other_spelling(mount, workspace):
+    store = mount(helper=FOLDING_STORE, environment={"KEMVI_TEST_INNER": SHIPPED_HELPER})
     source, point = store.path / "Source", workspace / "point"
     source.mkdir()
     point.mkdir()
-    told = {"driveId": "d", "kemviHome": str(workspace), "repoRoot": str(store.path), "helperPath": local_helper}
+    told = {"driveId": "d", "kemviHome": str(workspace), "repoRoot": str(store.path), "helperPath": SHIPPED_HELPER}
     put(source / NAME, json.dumps(told).encode())
     assert store.program.run("mount", source, point).returncode == 0
     try:

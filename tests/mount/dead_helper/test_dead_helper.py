@@ -92,15 +92,6 @@ def test_death_is_told_in_one_line(victim):
                      r'operations fail with "Input/output error"', victim.log())
 
 
-def test_line_of_a_death_has_time_mount_point_and_operation(victim):
-    victim.helper.rule("die", "getattr", "/secret")
-    with pytest.raises(OSError):
-        os.stat(victim.path / "secret")
-    assert re.match(rf"\d{{4}}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{{3}} kemvi: {victim.path}: Mount: getattr of <private> failed: ",
-                    victim.log()), victim.log()
-    assert "secret" not in victim.log()
-
-
 def test_answers_out_of_step_are_told_in_one_line(controlled):
     controlled.expect_log("did not match")
     controlled.helper.rule("extraLine", "getattr", "/first")

@@ -168,3 +168,31 @@ def test_programs_that_ask_for_such_bits_succeed(mount):
     for name in os.listdir(volume.backing):
         assert os.stat(volume.backing / name).st_mode & SPECIAL == 0
     assert stat.S_IMODE(os.stat(volume.backing / "installed").st_mode) == 0o755
+
+
+# Other users
+
+def test_other_users_have_no_access(mount):
+    """Without allow_other, not even root may look into an ordinary user's mount, nor anybody into root's."""
+    volume = mount()
+    (volume.path / "file").write_bytes(b"content")
+    if os.getuid() != 0:
+        pytest.skip("needs a second user")
+    os.chmod(volume.workspace, 0o755)
+    command = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "cat", str(volume.path / "file")]
+    done = subprocess.run(command, capture_output=True, check=False, timeout=20)
+    assert done.returncode != 0 and done.stdout == b""
+
+
+@pytest.mark.root_only
+def test_other_users_may_read_and_not_write_when_allowed(mount):
+    volume = mount(options=["allow_other"])
+    (volume.path / "file").write_bytes(b"content")
+    os.chmod(volume.workspace, 0o755)
+    other = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
+    done = subprocess.run([*other, "cat", volume.path / "file"], capture_output=True, check=False, timeout=20)
+    assert done.stdout == b"content"
+    for command in (["touch", volume.path / "fresh"], ["sh", "-c", 'echo x >> "$1"', "sh", volume.path / "file"],
+                    ["rm", "-f", volume.path / "file"], ["mkdir", volume.path / "folder"]):
+        assert subprocess.run([*other, *command], capture_output=True, check=False, timeout=20).returncode != 0
+    assert os.listdir(volume.backing) == ["file"] and (volume.backing / "file").read_bytes() == b"content"

@@ -8,7 +8,9 @@ from pathlib import Path
 
 import pytest
 
-RUN = Path(__file__).resolve().parents[1] / "run.py"
+from harness.program import KEMVI
+
+RUN = Path(__file__).resolve().parents[2] / "run.py"
 
 REPORT = """
 import os
@@ -27,7 +29,7 @@ def run_inner(workspace, text, **environment):
     kept = {name: value for name, value in os.environ.items() if not name.endswith("SAN_OPTIONS")}
     kept.pop("KEMVI_SANITIZER_LOGS", None)
     who = [] if os.getuid() == 0 else ["--user"]
-    return subprocess.run([sys.executable, RUN, "--binary", os.environ["KEMVI_BIN"], "--sdk", os.environ["KEMVI_SDK"],
+    return subprocess.run([sys.executable, RUN, "--binary", KEMVI, "--sdk", os.environ["KEMVI_SDK"],
                            "--tests", folder, *who, "."], env={**kept, **environment}, stdin=subprocess.DEVNULL,
                           capture_output=True, text=True, timeout=60, check=False)
 
@@ -65,10 +67,10 @@ def test_reports_stay_where_a_folder_was_named(workspace):
 
 
 @pytest.mark.skipif(not os.environ.get("KEMVI_SANITIZE"), reason="is about a build with sanitizers")
-def test_the_command_is_built_with_the_sanitizers_that_the_build_names(binary):
+def test_the_command_is_built_with_the_sanitizers_that_the_build_names():
     """A sanitized run proves something only where the sanitizer is in the program."""
     for sanitizer, variable in (("address", "ASAN_OPTIONS"), ("thread", "TSAN_OPTIONS")):
         if sanitizer in os.environ["KEMVI_SANITIZE"].split(","):
-            done = subprocess.run([binary, "--version"], env={**os.environ, variable: "help=1"}, capture_output=True,
+            done = subprocess.run([KEMVI, "--version"], env={**os.environ, variable: "help=1"}, capture_output=True,
                                   text=True, timeout=30, check=True)
             assert f"{sanitizer.capitalize()}Sanitizer" in done.stderr

@@ -513,7 +513,7 @@ def test_configuration_is_kept(mount, workspace):
 def test_other_users_have_no_access(mount):
     volume = mount()
     put(volume.path / "file")
-    assert "allow_other" not in system.mount_line(volume.path)["super_options"]
+    assert "allow_other" not in system.mount_at(volume.path).super_options
     if os.getuid() == 0:
         os.chmod(volume.workspace, 0o755)
         other = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "cat", volume.path / "file"]

@@ -12,6 +12,7 @@ import pytest
 
 from harness import system
 from harness.deadline import eventually
+from harness.program import KEMVI
 from harness.volume import Volume
 from harness.worker import Worker, in_child
 
@@ -332,14 +333,14 @@ os.close(descriptor)
 
 
 @pytest.mark.root_only
-def test_close_of_a_process_that_proc_hides_from_the_host_waits_for_the_helper(workspace, binary, local_helper):
-    volume = Volume(workspace, binary, local_helper, control=True)
+def test_close_of_a_process_that_proc_hides_from_the_host_waits_for_the_helper(workspace):
+    volume = Volume(workspace, control=True)
     for folder in (workspace, volume.path):
         os.chmod(folder, 0o755)
     (volume.backing / "file").touch()
     volume.helper.rule("delay", "release", milliseconds=900)
     told = {"PYTHON": sys.executable, "CLOSE": CLOSE, "FILE": str(volume.path / "file"), "POINT": str(volume.path)}
-    command = ["unshare", "--mount", "--propagation", "private", "sh", "-ec", HIDING, "sh", binary, *volume.arguments()]
+    command = ["unshare", "--mount", "--propagation", "private", "sh", "-ec", HIDING, "sh", KEMVI, *volume.arguments()]
     done = subprocess.run(command, env={**volume.program.environment, **told}, capture_output=True, text=True,
                           timeout=30, check=False)
     assert done.returncode == 0, done.stderr
@@ -398,20 +399,6 @@ def test_interrupting_over_and_over_leaks_nothing(stuck):
 
 # Ending the mount
 
-def test_forced_unmount_ends_a_mount_whose_helper_never_answers(stuck):
-    stuck.checks_descriptors, stuck.expects_exit = False, None
-    stuck.expect_log("")
-    stuck.helper.block()
-    worker = Worker(os.stat, stuck.path / "unseen")
-    stuck.helper.blocked_request()
-    done = stuck.program.run("unmount", "--force", stuck.path, limit=20)
-    assert done.returncode == 0, done.stderr
-    assert system.mount_points(stuck.path) == []
-    with pytest.raises(OSError):
-        worker.result(5)
-    stuck.wait_for_end(5)
-    eventually(lambda: not stuck.helper_pids(), 5, "the end of the helper")
-
 
 def test_plain_unmount_says_what_it_waits_for_and_ends_when_the_helper_wakes(stuck):
     stuck.checks_descriptors = False
@@ -430,24 +417,6 @@ def test_plain_unmount_says_what_it_waits_for_and_ends_when_the_helper_wakes(stu
     assert stuck.wait_for_end(10) == 0
 
 
-def test_forced_unmount_ends_a_mount_that_is_in_use(mount):
-    volume = mount(control=True)
-    volume.checks_descriptors, volume.expects_exit = False, None
-    volume.expect_log("")
-
-    def use():
-        os.chdir(volume.path)
-        signal.pause()
-    holder = Worker(use)
-    eventually(lambda: os.readlink(f"/proc/{holder.pid}/cwd") == str(volume.path), 10, "a user of the mount")
-    done = volume.program.run("unmount", volume.path, "--force", limit=20)
-    assert done.returncode == 0, done.stderr
-    volume.wait_for_end(5)
-    eventually(lambda: not volume.helper_pids(), 5, "the end of the helper")
-    holder.kill()
-    assert holder.is_gone(AT_ONCE)
-
-
 def test_waiting_processes_fail_when_the_host_is_killed(stuck):
     stuck.checks_descriptors, stuck.expects_exit = False, None
     rule = stuck.helper.block("getattr")
@@ -460,20 +429,3 @@ def test_waiting_processes_fail_when_the_host_is_killed(stuck):
     # The helper sleeps on, but nobody waits for it. It ends with its input once it wakes.
     stuck.helper.drop(rule)
     eventually(lambda: not stuck.helper_pids(), 10, "the end of the helper")
-
-
-def test_second_signal_stops_waiting_for_a_helper_that_hangs(stuck):
-    stuck.checks_descriptors, stuck.expects_exit = False, None
-    stuck.expect_log("")
-    stuck.helper.block("getattr")
-    worker = Worker(os.stat, stuck.path / "unseen")
-    stuck.helper.blocked_request()
-    worker.kill()
-    assert worker.is_gone(AT_ONCE)
-    helper = stuck.helper_pid()
-    stuck.host.send_signal(signal.SIGTERM)
-    eventually(lambda: stuck.log_lines(str(helper)), 20, "a line with the pid of the helper")
-    stuck.host.send_signal(signal.SIGTERM)
-    assert stuck.wait_for_end(10) != 0
-    assert system.mount_points(stuck.path) == []
-    eventually(lambda: not system.is_alive(helper), 10, "the end of the helper")

@@ -1,7 +1,14 @@
 """Waiting for something to become true, and never for a time to pass."""
 
 import errno
+import os
 import time
+
+# Sanitizers and busy machines make everything several times slower; limits grow with it, nothing else changes.
+SLOWNESS = float(os.environ.get("KEMVI_TEST_SLOWNESS", "1"))
+
+# Seconds for what takes not a tenth of that on an idle machine.
+LIMIT = 30 * SLOWNESS
 
 
 class Late(AssertionError):
@@ -9,7 +16,9 @@ class Late(AssertionError):
 
 
 def eventually(condition, seconds=10.0, what="the condition"):
-    """Calls `condition` until it answers something true and returns that; raises Late after `seconds`."""
+    """Calls `condition` until it answers something true and returns that; raises Late after `seconds`, which are stretched
+    where everything is slow."""
+    seconds *= SLOWNESS
     end = time.monotonic() + seconds
     pause = 0.001
     while True:

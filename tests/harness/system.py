@@ -5,32 +5,49 @@ import re
 import signal
 import subprocess
 from pathlib import Path
+from typing import NamedTuple
 
 OCTAL = re.compile(r"\\([0-7]{3})")
 
 
-def mount_points(below):
-    """The mount points at or beneath a folder, as the kernel lists them now."""
+class Mount(NamedTuple):
+    """One line of the kernel's table of mounts."""
+
+    point: str
+    minor: int  # of its device; the processes that serve it bear this number
+    type: str
+    source: str
+    options: list
+    super_options: list
+
+
+def _plain(field):
+    """A field of the table without the escapes of spaces and the like."""
+    return OCTAL.sub(lambda match: chr(int(match.group(1), 8)), field)
+
+
+def mounts(below):
+    """The mounts at or beneath a folder, as the kernel lists them now: of two at one point the upper one comes later."""
     below = str(below)
     found = []
     with open("/proc/self/mountinfo", encoding="utf-8", errors="surrogateescape") as table:
         for line in table:
-            point = OCTAL.sub(lambda match: chr(int(match.group(1), 8)), line.split(" ")[4])
+            first, last = (part.split(" ") for part in line.rstrip("\n").split(" - ", 1))
+            point = _plain(first[4])
             if point == below or point.startswith(below + "/"):
-                found.append(point)
+                found.append(Mount(point, int(first[2].split(":")[1]), last[0], _plain(last[1]), first[5].split(","),
+                                   last[2].split(",")))
     return found
 
 
-def mount_line(point):
-    """The fields of one mount: {'options', 'type', 'source', 'super_options'}; None when nothing is mounted there."""
-    with open("/proc/self/mountinfo", encoding="utf-8", errors="surrogateescape") as table:
-        for line in table:
-            first, second = line.rstrip("\n").split(" - ", 1)
-            fields, last = first.split(" "), second.split(" ")
-            if OCTAL.sub(lambda match: chr(int(match.group(1), 8)), fields[4]) == str(point):
-                return {"options": fields[5].split(","), "type": last[0], "source": last[1],
-                        "super_options": last[2].split(",")}
-    return None
+def mount_points(below):
+    return [mount.point for mount in mounts(below)]
+
+
+def mount_at(point):
+    """The uppermost mount at a point; None when nothing is mounted there."""
+    found = [mount for mount in mounts(point) if mount.point == str(point)]
+    return found[-1] if found else None
 
 
 def processes(marker):
@@ -83,6 +100,14 @@ def children(pid):
 
 def is_alive(pid):
     return state_of(pid) not in ("Z", "X", None)
+
+
+def name_of(pid):
+    """The name that a process has given itself; empty when it is gone."""
+    try:
+        return Path(f"/proc/{pid}/comm").read_text(errors="replace").strip()
+    except OSError:
+        return ""
 
 
 def command_of(pid):

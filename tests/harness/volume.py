@@ -1,9 +1,7 @@
 """One served tree and the volume that shows it."""
 
-import json
 import os
 import re
-import shutil
 import signal
 import subprocess
 import threading
@@ -12,11 +10,11 @@ from pathlib import Path
 from . import system
 from .control import HelperControl
 from .deadline import Late, eventually
+from .program import SHIPPED_HELPER, Program, write_configuration
 
-HELPERS = Path(__file__).resolve().parent.parent / "helpers"
+HELPERS = Path(__file__).resolve().parent / "helpers"
 SUSPICIOUS = re.compile(r"error|warning|fatal|assert|abort|sanitizer|leak|unexpected|invalid|failed|panic|deadlock|race",
                         re.IGNORECASE)
-MARKER = "KEMVI_TEST_WORKSPACE"
 
 
 class PlainVolume:
@@ -35,42 +33,13 @@ class PlainVolume:
         pass
 
 
-class Program:
-    """The `kemvi` command as a test runs it, in an environment that marks every process of the test."""
-
-    def __init__(self, binary, helper, workspace):
-        self.binary, self.helper, self.workspace = binary, helper, Path(workspace)
-        self.environment = dict(os.environ)
-        self.environment[MARKER] = str(workspace)
-        self.environment["HOME"] = str(workspace)
-        self.environment.setdefault("ASAN_OPTIONS", "detect_leaks=1")
-
-    def run(self, *arguments, limit=30, environment=None, **more):
-        """Runs the command to its end. Output is text; never raises for an exit code."""
-        more.setdefault("stdin", subprocess.DEVNULL)
-        return subprocess.run([self.binary, *map(str, arguments)], capture_output=True, text=True, timeout=limit,
-                              check=False, env={**self.environment, **(environment or {})}, **more)
-
-    def start(self, *arguments, **more):
-        more.setdefault("stdin", subprocess.DEVNULL)
-        return subprocess.Popen([self.binary, *map(str, arguments)], env=self.environment, **more)
-
-
-def write_configuration(source, helper, tree, **replaced):
-    """A mount-config.json as `kemvi init` writes it; `replaced` changes keys, None leaves one out."""
-    entries = {"driveId": "test", "kemviHome": str(source), "repoRoot": str(tree), "helperPath": str(helper)}
-    entries.update(replaced)
-    text = json.dumps({key: value for key, value in entries.items() if value is not None})
-    (Path(source) / "mount-config.json").write_text(text)
-
-
 class Volume:
     """A mounted volume with source, served tree, mount point and log of its own. `close` unmounts it and fails on
     whatever it leaves behind."""
 
     is_plain = False
 
-    def __init__(self, workspace, binary, local_helper, name="", options=(), control=False, helper=None, backing=None,
+    def __init__(self, workspace, name="", options=(), control=False, helper=None, backing=None,
                  environment=None):
         self.workspace = Path(workspace)
         self.name = name
@@ -81,14 +50,14 @@ class Volume:
         for folder in (self.source, self.backing, self.path):
             folder.mkdir(exist_ok=True)
         self.options = list(options)
-        self.program = Program(binary, local_helper, workspace)
+        self.program = Program(workspace)
         self.program.environment.update(environment or {})
         self.helper = None
         if control:
             self.helper = HelperControl(self.workspace / f"control{name}")
             self.program.environment["KEMVI_TEST_CONTROL"] = str(self.helper.folder)
-            self.program.environment["KEMVI_TEST_INNER"] = str(local_helper)
-        write_configuration(self.source, helper or (HELPERS / "controlled.mjs" if control else local_helper), self.backing)
+            self.program.environment["KEMVI_TEST_INNER"] = SHIPPED_HELPER
+        write_configuration(self.source, helper or (HELPERS / "controlled.mjs" if control else SHIPPED_HELPER), self.backing)
         self.host = None
         self.expected_log = []
         self.checks_descriptors = True
@@ -213,10 +182,3 @@ class Volume:
     def hidden(self, folder=""):
         """Hidden names in a folder of the served tree."""
         return sorted(name for name in os.listdir(self.backing / folder) if name.startswith(".kemvi-hidden-"))
-
-
-def clear_workspace(workspace):
-    """Ends what is left in a workspace and removes it. Returns what was left."""
-    cleared = system.clear_away(workspace)
-    shutil.rmtree(workspace, ignore_errors=True)
-    return cleared

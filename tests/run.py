@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs folders of mount tests for CTest: as the caller, or with --user as an ordinary user.
+"""Runs folders or files of tests of the real command for CTest: as the caller, or with --user as an ordinary user.
 
 Exit codes are those that CTest knows: 0 passed, 77 skipped (no way to mount here, said on the output), else failed.
 A run as an ordinary user works on copies in a folder of that user, so that the tree itself need not be readable to it.
@@ -10,19 +10,21 @@ the run), because a mount in the background has no output. A test after which th
 
 import argparse
 import os
-import stat
 import pwd
 import shutil
 import signal
+import stat
 import subprocess
 import sys
 import tempfile
 from pathlib import Path
 
+from harness import system
+
 SKIPPED = 77
 HERE = Path(__file__).resolve().parent
-WATCH = "sanitizer_watch"  # the plugin of pytest that looks at the reports
-SEMANTICS = HERE.parents[1] / "docs" / "semantics.md"
+WATCH = "harness.sanitizer_watch"  # the plugin of pytest that looks at the reports
+SEMANTICS = HERE.parent / "docs" / "semantics.md"
 
 
 def skip(reason):
@@ -36,7 +38,7 @@ def parse():
     parser.add_argument("--sdk", required=True, help="the folder of the helper kit, with helpers/local.mjs in it")
     parser.add_argument("--user", action="store_true", help="run as an ordinary user")
     parser.add_argument("--tests", type=Path, default=HERE, help="where the folders are, if not beside this file")
-    parser.add_argument("folders", nargs="+", help="folders or files of tests")
+    parser.add_argument("folders", nargs="+", help="folders or files of tests, such as mount/rename")
     arguments, more = parser.parse_known_args()
     arguments.folders += more  # options for pytest
     for name in ("binary", "sdk", "tests"):  # the tests run elsewhere
@@ -64,13 +66,20 @@ def owned_copy(arguments, user):
     shutil.copytree(arguments.sdk, home / "share" / "kemvi", ignore=shutil.ignore_patterns("node_modules"),
                     symlinks=True)
     shutil.copy2(SEMANTICS, home / "semantics.md")
-    shutil.copy2(HERE / f"{WATCH}.py", home)
-    shutil.copytree(arguments.tests, home / "mount", ignore=shutil.ignore_patterns("__pycache__", ".pytest_cache"))
+    copy_folder(HERE / "harness", home / "tests" / "harness")
+    for conftest in arguments.tests.glob("conftest.py"):
+        shutil.copy2(conftest, home / "tests")
+    for name in {folder.split("/")[0] for folder in arguments.folders if (arguments.tests / folder).exists()}:
+        copy_folder(arguments.tests / name, home / "tests" / name)
     for folder, folders, files in os.walk(home):
         os.chown(folder, user.pw_uid, user.pw_gid)
         for name in folders + files:
             os.chown(os.path.join(folder, name), user.pw_uid, user.pw_gid, follow_symlinks=False)
     return home
+
+
+def copy_folder(folder, where):
+    shutil.copytree(folder, where, ignore=shutil.ignore_patterns("__pycache__", ".pytest_cache"), dirs_exist_ok=True)
 
 
 def reports_to(folder):
@@ -144,13 +153,10 @@ def run_as_user(arguments):
     os.environ["KEMVI_SEMANTICS"] = str(home / "semantics.md")
     prefix = with_open_device(home)
     prefix += ["setpriv", f"--reuid={user.pw_uid}", f"--regid={user.pw_gid}", "--clear-groups"]
-    command, kit = home / "bin" / "kemvi", home / "share" / "kemvi"
+    command, kit, tests = home / "bin" / "kemvi", home / "share" / "kemvi", home / "tests"
     try:
-        return with_reports(lambda reports: pytest(command, kit, home / "mount", arguments.folders, reports, home, prefix),
-                            home, user)
+        return with_reports(lambda reports: pytest(command, kit, tests, arguments.folders, reports, tests, prefix), home, user)
     finally:
-        sys.path.insert(0, str(HERE))
-        from harness import system  # pylint: disable=import-outside-toplevel
         for left in system.clear_away(home):
             print("cleared away:", left)
         shutil.rmtree(home, ignore_errors=True)
@@ -165,7 +171,7 @@ def main():
     if arguments.user and os.getuid() == 0:
         return run_as_user(arguments)
     if not arguments.user and os.getuid() != 0:
-        skip("needs root; the mount.user entry of this name runs as the ordinary user that you are")
+        skip("needs root; the .user entry of this name runs as the ordinary user that you are")
     return with_reports(lambda reports: pytest(arguments.binary, arguments.sdk, arguments.tests, arguments.folders,
                                                reports, HERE))
 

@@ -1,0 +1,78 @@
+"""What every test of the real command gets: a folder of its own, a time limit, and the proof that nothing is left behind."""
+
+import faulthandler
+import os
+import shutil
+import signal
+import sys
+import tempfile
+from pathlib import Path
+
+import pytest
+
+from harness import system
+from harness.deadline import SLOWNESS, Late, eventually
+
+DEFAULT_LIMIT = 60
+
+
+def pytest_addoption(parser):
+    parser.addoption("--plain", action="store_true",
+                     help="run what can run on a plain directory there, to test the tests themselves")
+
+
+def pytest_configure(config):
+    config.addinivalue_line("markers", "limit(seconds): how long the test may take")
+    config.addinivalue_line("markers", "root_only: needs root")
+    config.addinivalue_line("markers", "user_only: is about an ordinary user")
+
+
+def pytest_collection_modifyitems(items):
+    for item in items:
+        if item.get_closest_marker("root_only") and os.getuid() != 0:
+            item.add_marker(pytest.mark.skip(reason="needs root"))
+        if item.get_closest_marker("user_only") and os.getuid() == 0:
+            item.add_marker(pytest.mark.skip(reason="is about an ordinary user"))
+
+
+def pytest_sessionfinish(session, exitstatus):
+    """A run in which every test was skipped has not passed."""
+    reporter = session.config.pluginmanager.get_plugin("terminalreporter")
+    ran = [kind for kind in ("passed", "failed", "error", "xfailed", "xpassed") if reporter.stats.get(kind)]
+    if exitstatus == 0 and not ran:
+        session.exitstatus = 77
+
+
+@pytest.fixture
+def limit(request):
+    marker = request.node.get_closest_marker("limit")
+    return (marker.args[0] if marker else DEFAULT_LIMIT) * SLOWNESS
+
+
+@pytest.fixture(autouse=True)
+def time_limit(limit):
+    """Ends a test that hangs. Runs before every other fixture, so it covers their set-up too."""
+    def late(_number, _frame):
+        raise AssertionError(f"the test took longer than {limit} s")
+    previous = signal.signal(signal.SIGALRM, late)
+    faulthandler.dump_traceback_later(limit + 3, exit=False, file=sys.__stderr__)
+    signal.setitimer(signal.ITIMER_REAL, limit)
+    yield
+    signal.setitimer(signal.ITIMER_REAL, 0)
+    faulthandler.cancel_dump_traceback_later()
+    signal.signal(signal.SIGALRM, previous)
+
+
+@pytest.fixture
+def workspace(time_limit):
+    """A private folder; what is left of mounts and processes in it when the test has ended fails the test."""
+    folder = Path(tempfile.mkdtemp(prefix="kemvi-test-"))
+    yield folder
+    try:
+        # A process that ends with the mount may take a moment more than the unmount did.
+        eventually(lambda: not system.mounts(folder) and not system.processes(folder), 5)
+        left = []
+    except Late:
+        left = system.clear_away(folder)
+    shutil.rmtree(folder, ignore_errors=True)
+    assert not left, f"left behind: {left}"
