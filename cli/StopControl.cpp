@@ -31,9 +31,9 @@ constexpr auto endAfterKilling = 2s;
 StopControl::StopControl(fusehost::FuseHost& host, const HelperProcesses& helpers, const std::string& mountPoint)
     : host_(host), helpers_(helpers), mountPoint_(mountPoint) {
     const sigset_t stops = stopSignals();
-    signals_ = ::signalfd(-1, &stops, SFD_CLOEXEC);
-    phaseChanged_ = ::eventfd(0, EFD_CLOEXEC);
-    if (signals_ < 0 || phaseChanged_ < 0)
+    signals_ = foundation::Descriptor(::signalfd(-1, &stops, SFD_CLOEXEC));
+    phaseChanged_ = foundation::Descriptor(::eventfd(0, EFD_CLOEXEC));
+    if (!signals_.isOpen() || !phaseChanged_.isOpen())
         throw CommandError(ExitCode::failure, mountPoint, "cannot wait for signals: " + errnoText(errno));
     deadline_ = Clock::now() + slowStart;
     thread_ = std::thread([this] { run(); });
@@ -42,13 +42,11 @@ StopControl::StopControl(fusehost::FuseHost& host, const HelperProcesses& helper
 StopControl::~StopControl() {
     enter(Phase::ended);
     thread_.join();
-    ::close(signals_);
-    ::close(phaseChanged_);
 }
 
 void StopControl::enter(Phase phase) {
     phase_ = phase;
-    ::eventfd_write(phaseChanged_, 1);
+    ::eventfd_write(phaseChanged_.number(), 1);
 }
 
 void StopControl::run() {
@@ -62,14 +60,15 @@ void StopControl::wait() {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline_ - Clock::now());
         timeout = static_cast<int>(std::max<std::int64_t>(0, left.count()));
     }
-    std::array<pollfd, 2> sources{pollfd{phaseChanged_, POLLIN, 0}, pollfd{signals_, POLLIN, 0}};
+    std::array<pollfd, 2> sources{pollfd{phaseChanged_.number(), POLLIN, 0}, pollfd{signals_.number(), POLLIN, 0}};
     const int ready = ::poll(sources.data(), sources.size(), timeout);
-    if (eventfd_t changes = 0; ready > 0 && sources[0].revents != 0 && ::eventfd_read(phaseChanged_, &changes) == 0)
+    if (eventfd_t changes = 0;
+        ready > 0 && sources[0].revents != 0 && ::eventfd_read(phaseChanged_.number(), &changes) == 0)
         onPhase();
     if (phase_ == Phase::ended)
         return;
-    if (signalfd_siginfo received{};
-        ready > 0 && sources[1].revents != 0 && ::read(signals_, &received, sizeof received) == sizeof received)
+    if (signalfd_siginfo received{}; ready > 0 && sources[1].revents != 0 &&
+                                     ::read(signals_.number(), &received, sizeof received) == sizeof received)
         onSignal();
     if (deadline_ && Clock::now() >= *deadline_) {
         deadline_.reset();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cli/HelperProcesses.h"
+#include "foundation/Descriptor.h"
 #include "hosts/fuse/FuseHost.h"
 
 #include <atomic>
@@ -58,8 +59,8 @@ private:
     std::atomic<bool> interrupted_{false};
     std::atomic<bool> gaveUp_{false};
     std::atomic<bool> lostChanges_{false};
-    int signals_ = -1;
-    int phaseChanged_ = -1;
+    foundation::Descriptor signals_;
+    foundation::Descriptor phaseChanged_;
 
     // The thread's own.
     std::optional<Clock::time_point> deadline_;

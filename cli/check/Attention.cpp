@@ -40,13 +40,9 @@ sigset_t signalsToTake() {
 
 Attention::Attention() : tellAt_(started_ + quietTime) {
     const sigset_t set = signalsToTake();
-    signals_ = ::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
-    if (signals_ < 0)
+    signals_ = foundation::Descriptor(::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
+    if (!signals_.isOpen())
         throw CommandError(ExitCode::failure, "check", "cannot wait for signals: " + errnoText(errno));
-}
-
-Attention::~Attention() {
-    ::close(signals_);
 }
 
 void Attention::beginCleaning() {
@@ -69,7 +65,7 @@ bool Attention::untilReady(int descriptor, short events, Clock::time_point deadl
             return false; // also where there is something: it may be without end
         const auto wake = std::min({deadline, waitsEnd_, tellAt_});
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(wake - now).count();
-        std::array<pollfd, 2> sources{pollfd{descriptor, events, 0}, pollfd{signals_, POLLIN, 0}};
+        std::array<pollfd, 2> sources{pollfd{descriptor, events, 0}, pollfd{signals_.number(), POLLIN, 0}};
         const int ready = ::poll(sources.data(), sources.size(), static_cast<int>(std::max<std::int64_t>(0, left)));
         if (ready > 0 && sources[1].revents != 0)
             takeSignals();
@@ -82,7 +78,7 @@ bool Attention::untilReady(int descriptor, short events, Clock::time_point deadl
 
 void Attention::takeSignals() {
     signalfd_siginfo received{};
-    while (::read(signals_, &received, sizeof received) == sizeof received)
+    while (::read(signals_.number(), &received, sizeof received) == sizeof received)
         onSignal();
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "foundation/Descriptor.h"
+
 #include <chrono>
 #include <cstddef>
 #include <string>
@@ -21,7 +23,6 @@ public:
 
     /// Throws CommandError if there is no descriptor for the signals.
     Attention();
-    ~Attention();
     Attention(const Attention&) = delete;
     Attention& operator=(const Attention&) = delete;
 
@@ -57,7 +58,7 @@ private:
     void onSignal();
     void tellProgress(Clock::time_point now);
 
-    int signals_ = -1;
+    foundation::Descriptor signals_;
     int received_ = 0;
     bool cleaning_ = false;
     Clock::time_point waitsEnd_ = Clock::time_point::max();

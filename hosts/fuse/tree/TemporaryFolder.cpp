@@ -8,20 +8,25 @@
 #include <fcntl.h>
 #include <string>
 #include <unistd.h>
+#include <utility>
 
 namespace fusehost {
+
+using foundation::Descriptor;
+
 namespace {
 
-/// A descriptor, or -1 with errno set.
-int openUnnamed(int folder) {
-    const int unnamed = openat(folder, ".", O_TMPFILE | O_RDWR | O_EXCL | O_CLOEXEC, 0600);
-    if (unnamed >= 0 || (errno != EOPNOTSUPP && errno != EISDIR))
+/// A closed one, with errno set, where it cannot be had.
+Descriptor openUnnamed(const Descriptor& folder) {
+    Descriptor unnamed(openat(folder.number(), ".", O_TMPFILE | O_RDWR | O_EXCL | O_CLOEXEC, 0600));
+    if (unnamed.isOpen() || (errno != EOPNOTSUPP && errno != EISDIR))
         return unnamed;
     // A file system that has no files without names.
     const std::string name = ".kemvi-temporary-" + foundation::UUID::random().uuidString();
-    const int named = openat(folder, name.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC | O_NOFOLLOW, 0600);
-    if (named >= 0)
-        unlinkat(folder, name.c_str(), 0);
+    constexpr int flags = O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC | O_NOFOLLOW;
+    Descriptor named(openat(folder.number(), name.c_str(), flags, 0600));
+    if (named.isOpen())
+        unlinkat(folder.number(), name.c_str(), 0);
     return named;
 }
 
@@ -31,35 +36,24 @@ TemporaryFolder::TemporaryFolder() {
     for (const char* path : {static_cast<const char*>(std::getenv("TMPDIR")), "/var/tmp", "/tmp"}) {
         if (path == nullptr || *path != '/')
             continue;
-        descriptor_ = open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        if (descriptor_ < 0)
-            continue;
-        if (const int file = openUnnamed(descriptor_); file >= 0) {
-            close(file);
+        Descriptor folder(open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (folder.isOpen() && openUnnamed(folder).isOpen()) {
+            folder_ = std::move(folder);
             return;
         }
-        close(descriptor_);
-        descriptor_ = -1;
     }
-}
-
-TemporaryFolder::~TemporaryFolder() {
-    if (descriptor_ >= 0)
-        close(descriptor_);
 }
 
 TemporaryFile TemporaryFolder::makeFile() const {
-    if (descriptor_ < 0)
+    if (!folder_.isOpen())
         throw KernelError(ENOSPC);
-    const int opened = openUnnamed(descriptor_);
-    if (opened < 0)
+    Descriptor opened = openUnnamed(folder_);
+    if (!opened.isOpen())
         throw KernelError(errno);
-    TemporaryFile file(fdopen(opened, "w+"));
-    if (!file) {
-        const int error = errno;
-        close(opened);
-        throw KernelError(error);
-    }
+    TemporaryFile file(fdopen(opened.number(), "w+"));
+    if (!file)
+        throw KernelError(errno);
+    (void)opened.release(); // the file's now
     return file;
 }
 

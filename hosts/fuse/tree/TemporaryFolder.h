@@ -1,5 +1,7 @@
 #pragma once
 
+#include "foundation/Descriptor.h"
+
 #include <cstdio>
 #include <memory>
 
@@ -17,15 +19,12 @@ using TemporaryFile = std::unique_ptr<std::FILE, CloseFile>;
 class TemporaryFolder {
 public:
     TemporaryFolder();
-    ~TemporaryFolder();
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
     /// A file without a name, for reading and writing. Throws KernelError; ENOSPC where there is no such folder.
     TemporaryFile makeFile() const;
 
 private:
-    int descriptor_ = -1;
+    foundation::Descriptor folder_;
 };
 
 } // namespace fusehost
