@@ -27,8 +27,9 @@ std::string terminated(const std::string& text) {
 } // namespace
 
 MeasuredMount::MeasuredMount(fusehosttests::ServedTree& served, const Kind& kind)
-    : served_(served), isExact_(!kind.helperFails), negativeEntries_(kind.options.negativeTimeout > 0),
-      readsToWrite_(kind.options.writeback), kernel_(served, kind.options), root_(std::make_shared<Inode>()) {
+    : served_(served), isExact_(!kind.helperFails),
+      negativeEntries_(kind.options.negativeTimeout > fusehost::Seconds(0)), readsToWrite_(kind.options.writeback),
+      kernel_(served, kind.options), root_(std::make_shared<Inode>()) {
     root_->isDirectory = true;
     nodes_.push_back({rootNode, root_, 1});
 }

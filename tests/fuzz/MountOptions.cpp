@@ -41,8 +41,8 @@ std::optional<MountOptions> addedOneByOne(std::string_view text) {
 }
 
 void checkRanges(const MountOptions& options) {
-    for (const double timeout : {options.entryTimeout, options.attrTimeout, options.negativeTimeout})
-        require(std::isfinite(timeout) && timeout >= 0, "a timeout is a number, 0 or more");
+    for (const auto timeout : {options.entryTimeout, options.attrTimeout, options.negativeTimeout})
+        require(std::isfinite(timeout.count()) && timeout.count() >= 0, "a timeout is a number, 0 or more");
     require(options.requestSize >= 4096 && options.requestSize <= 1024 * 1024 && options.requestSize % 4096 == 0,
             "a request is some pages long");
     require(options.fileMask.value_or(0) <= 0777 && options.directoryMask.value_or(0) <= 0777,

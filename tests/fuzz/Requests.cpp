@@ -58,11 +58,11 @@ fusehost::MountOptions optionsFrom(RequestScript& script) {
     fusehost::MountOptions options;
     options.writeback = bit(bits, 0);
     if (bit(bits, 1))
-        options.entryTimeout = options.attrTimeout = 0;
+        options.entryTimeout = options.attrTimeout = fusehost::Seconds(0);
     if (bit(bits, 2))
         options.requestSize = 4096;
     if (bit(bits, 3))
-        options.negativeTimeout = 1;
+        options.negativeTimeout = fusehost::Seconds(1);
     return options;
 }
 

@@ -23,8 +23,8 @@ fuse_entry_param entryParam(const KernelContext& context, const TreeEntry& entry
     fuse_entry_param param{};
     param.ino = entry.node;
     param.attr = entry.attributes;
-    param.attr_timeout = context.options.attrTimeout;
-    param.entry_timeout = context.options.entryTimeout;
+    param.attr_timeout = context.options.attrTimeout.count();
+    param.entry_timeout = context.options.entryTimeout.count();
     return param;
 }
 
@@ -88,7 +88,7 @@ void replyEntry(fuse_req_t request, const TreeEntry& entry) {
 }
 
 void replyAttributes(fuse_req_t request, const struct stat& attributes) {
-    fuse_reply_attr(request, &attributes, contextOf(request).options.attrTimeout);
+    fuse_reply_attr(request, &attributes, contextOf(request).options.attrTimeout.count());
 }
 
 void setOpenFlags(fuse_file_info& file) {
@@ -129,10 +129,10 @@ void opLookup(fuse_req_t request, fuse_ino_t parent, const char* name) {
         try {
             replyEntry(request, context.tree.lookup(parent, name));
         } catch (const KernelError& error) {
-            if (error.number() != ENOENT || context.options.negativeTimeout <= 0)
+            if (error.number() != ENOENT || context.options.negativeTimeout <= Seconds(0))
                 throw;
             fuse_entry_param absent{};
-            absent.entry_timeout = context.options.negativeTimeout;
+            absent.entry_timeout = context.options.negativeTimeout.count();
             fuse_reply_entry(request, &absent);
         }
     });
@@ -353,8 +353,8 @@ fuse_entry_param listedParam(KernelContext& context, OpenDirectoryID directory, 
     fuse_entry_param param{};
     if (node) {
         param = entryParam(context, *node);
-        param.attr_timeout = context.tree.remainingTrust(directory, context.options.attrTimeout);
-        param.entry_timeout = context.tree.remainingTrust(directory, context.options.entryTimeout);
+        param.attr_timeout = context.tree.remainingTrust(directory, context.options.attrTimeout).count();
+        param.entry_timeout = context.tree.remainingTrust(directory, context.options.entryTimeout).count();
     } else {
         param.attr = listedStat(entry); // a name alone; the kernel looks it up when it needs more
     }

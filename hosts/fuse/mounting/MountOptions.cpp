@@ -19,13 +19,13 @@ constexpr std::uint32_t largestRequest = 1024 * 1024;
     throw MountOptionError("option \"" + std::string(name) + "\": expected " + std::string(expected));
 }
 
-double seconds(std::string_view name, std::string_view value) {
+Seconds seconds(std::string_view name, std::string_view value) {
     double number = 0;
     const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
     if (value.empty() || error != std::errc() || end != value.data() + value.size() || !std::isfinite(number) ||
         number < 0)
         fail(name, "a number of seconds, 0 or more");
-    return number;
+    return Seconds(number);
 }
 
 std::uint32_t integer(std::string_view name, std::string_view value, int base, std::string_view expected) {

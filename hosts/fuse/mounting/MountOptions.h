@@ -2,6 +2,7 @@
 
 #include "foundation/Log.h"
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <stdexcept>
@@ -21,16 +22,19 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// How long something is trusted: with fractions, and as long as users like.
+using Seconds = std::chrono::duration<double>;
+
 /// The settings of one mount, as `-o` gives them. Unset optionals mean "as the volume reports".
 struct MountOptions {
     bool readOnly = false;
     bool allowOther = false;
-    bool quiet = false;           // a chown that cannot be done succeeds silently
-    bool writeback = false;       // the kernel gathers small writes; changes made behind the mount are seen late
-    bool nonEmpty = false;        // the mount point may hold files, which the mount then hides
-    double entryTimeout = 1.0;    // seconds a name is trusted
-    double attrTimeout = 1.0;     // seconds attributes are trusted
-    double negativeTimeout = 0.0; // seconds the absence of a name is trusted
+    bool quiet = false;         // a chown that cannot be done succeeds silently
+    bool writeback = false;     // the kernel gathers small writes; changes made behind the mount are seen late
+    bool nonEmpty = false;      // the mount point may hold files, which the mount then hides
+    Seconds entryTimeout{1};    // how long a name is trusted
+    Seconds attrTimeout{1};     // how long attributes are trusted
+    Seconds negativeTimeout{0}; // how long the absence of a name is trusted
     std::uint32_t requestSize = 64 * 1024;      // most bytes of one read or write of the helper
     std::optional<std::uint32_t> fileMask;      // permission bits taken from 0777 for files
     std::optional<std::uint32_t> directoryMask; // the same for directories

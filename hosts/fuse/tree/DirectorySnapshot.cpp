@@ -11,11 +11,11 @@ bool isDot(std::string_view name) {
     return name == "." || name == "..";
 }
 
-// Seconds of a clock that never goes back, read without asking the hardware.
-double coarseSeconds() {
+// By a clock that never goes back, read without asking the hardware.
+std::chrono::nanoseconds coarseTime() {
     timespec now{};
     ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+    return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
 }
 
 class SnapshotPacker final : public fskit::FSDirectoryEntryPacker {
@@ -61,7 +61,7 @@ DirectorySnapshot::DirectorySnapshot(VolumeCalls& volume, const fskit::FSItemPtr
     volume.enumerate(directory, packer);
     // As for a single lookup, trust begins with the answer: what a helper takes for a large directory must not use it
     // up.
-    taken_ = coarseSeconds();
+    taken_ = coarseTime();
     leftNamesOut_ = packer.rejected() > 0;
     if (leftNamesOut_)
         hostLog().error({"left out of a listing: ", foundation::logPublic(std::to_string(packer.rejected())),
@@ -69,8 +69,8 @@ DirectorySnapshot::DirectorySnapshot(VolumeCalls& volume, const fskit::FSItemPtr
                          foundation::logPublic(packer.firstRejected()), "\""});
 }
 
-double DirectorySnapshot::age() const {
-    return coarseSeconds() - taken_;
+std::chrono::nanoseconds DirectorySnapshot::age() const {
+    return coarseTime() - taken_;
 }
 
 } // namespace fusehost

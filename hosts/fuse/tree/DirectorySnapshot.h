@@ -3,6 +3,7 @@
 #include "fskit/FSVolumeTypes.h"
 #include "hosts/fuse/calls/VolumeCalls.h"
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <string>
@@ -39,14 +40,14 @@ public:
 
     std::uint64_t changeCount() const { return changeCount_; }
 
-    /// Seconds since the enumeration, to a few milliseconds: it is asked for every entry.
-    double age() const;
+    /// The time since the enumeration, to a few milliseconds: it is asked for every entry.
+    std::chrono::nanoseconds age() const;
 
 private:
     std::deque<ListedEntry> entries_; // of which there may be very many, too large to be moved whenever more come
     std::uint64_t changeCount_;
     bool leftNamesOut_ = false;
-    double taken_ = 0; // seconds of the coarse clock
+    std::chrono::nanoseconds taken_{}; // by the coarse clock
 };
 
 } // namespace fusehost

@@ -58,7 +58,8 @@ std::optional<TreeEntry> FileTree::listedNode(OpenDirectoryID id, const ListedEn
     OpenDirectory& open = openDirectoryAt(id);
     Node& directory = nodeAt(open.node);
     const DirectorySnapshot& snapshot = *open.snapshot;
-    if (entry.name == "." || entry.name == ".." || !directory.hasName() || remainingTrust(id, attrTimeout_) <= 0)
+    if (entry.name == "." || entry.name == ".." || !directory.hasName() ||
+        remainingTrust(id, attrTimeout_) <= Seconds(0))
         return std::nullopt;
     if (tellsNothing(entry))
         return std::nullopt;
@@ -77,9 +78,9 @@ std::optional<TreeEntry> FileTree::listedNode(OpenDirectoryID id, const ListedEn
     return handedOut;
 }
 
-double FileTree::remainingTrust(OpenDirectoryID id, double timeout) {
+Seconds FileTree::remainingTrust(OpenDirectoryID id, Seconds timeout) {
     const OpenDirectory& open = openDirectoryAt(id);
-    return open.snapshot ? std::max(0.0, timeout - open.snapshot->age()) : 0.0;
+    return open.snapshot ? std::max(Seconds(0), timeout - Seconds(open.snapshot->age())) : Seconds(0);
 }
 
 void FileTree::refuseIfNotEmpty(Node* directory, const fskit::FSItemPtr& item) {

@@ -98,7 +98,7 @@ std::size_t FileTree::read(OpenFileID id, std::int64_t offset, std::span<std::by
 void FileTree::readOn(OpenFile& file, Node& node, std::int64_t offset, std::size_t size) {
     const std::int64_t lastEnd = std::exchange(file.readEnd, offset + static_cast<std::int64_t>(size));
     const bool isSequential = offset > 0 && offset == lastEnd;
-    if (isSequential && size > 0 && attrTimeout_ > 0 && static_cast<std::uint64_t>(file.readEnd) < node.size)
+    if (isSequential && size > 0 && attrTimeout_ > Seconds(0) && static_cast<std::uint64_t>(file.readEnd) < node.size)
         readAhead_.start(node.id, itemOf(node), file.readEnd, size);
 }
 

@@ -13,7 +13,8 @@ using fskit::FSItemPtr;
 FileTree::FileTree(VolumeCalls& volume, const MountOptions& options)
     : volume_(volume), attributeMap_(options), readAhead_(volume),
       hiddenPrefix_(".kemvi-hidden-" + foundation::UUID::random().uuidString().substr(0, 8) + "-"),
-      attrTimeout_(options.attrTimeout), trustsAbsence_(options.entryTimeout > 0 && options.negativeTimeout <= 0),
+      attrTimeout_(options.attrTimeout),
+      trustsAbsence_(options.entryTimeout > Seconds(0) && options.negativeTimeout <= Seconds(0)),
       requestSize_(options.requestSize), quiet_(options.quiet), writeback_(options.writeback) {
     volume_.onGiveWay = [this](const FSItemPtr& item) { giveWay(item); };
 }
@@ -160,9 +161,9 @@ struct stat FileTree::shown(Node& node, const FSItemAttributes& attributes) {
 }
 
 bool FileTree::isRecent(const Node& node) const {
-    const std::chrono::duration<double> age = std::chrono::steady_clock::now() - recent_.seen;
+    const auto age = std::chrono::steady_clock::now() - recent_.seen;
     return recent_.node == node.id && node.hasName() && recent_.changed == node.changed && age < briefTrust &&
-           age.count() < attrTimeout_;
+           age < attrTimeout_;
 }
 
 TreeEntry FileTree::lookup(NodeID directoryID, const std::string& name) {

@@ -98,8 +98,8 @@ public:
     std::size_t listedCount(OpenDirectoryID directory);
     /// The entry as a node handed to the kernel, where the listing still tells the truth about it; otherwise absent.
     std::optional<TreeEntry> listedNode(OpenDirectoryID directory, const ListedEntry& entry);
-    /// Seconds for which the listing's attributes may still be trusted, of `timeout` seconds.
-    double remainingTrust(OpenDirectoryID directory, double timeout);
+    /// How long the listing's attributes may still be trusted, of `timeout`.
+    Seconds remainingTrust(OpenDirectoryID directory, Seconds timeout);
 
     // Names (FileTree+Names.cpp)
     /// Creates and opens. Never empties an existing file unless `flags` say so. `mode` has the umask applied already.
@@ -296,7 +296,7 @@ private:
     TemporaryFolder temporaryFolder_;
     std::string hiddenPrefix_; // begins every hidden name of this mount
     std::uint64_t nextHidden_ = 1;
-    double attrTimeout_;
+    Seconds attrTimeout_;
     // Whether a create may rely on the lookup before it. Not with timeouts of 0, and not where the kernel itself
     // remembers absent names: it then creates without a lookup, and the last one may be long past.
     bool trustsAbsence_;

@@ -51,13 +51,14 @@ void ReadAhead::clear(Guard& guard) {
     block_ = {};
 }
 
-std::size_t ReadAhead::take(NodeID node, std::int64_t offset, std::span<std::byte> into, double maximumAge) {
+std::size_t ReadAhead::take(NodeID node, std::int64_t offset, std::span<std::byte> into,
+                            std::chrono::duration<double> maximumAge) {
     Guard guard(lock_);
     if (state_ == State::empty || block_.node != node || block_.offset != offset)
         return 0;
-    const std::chrono::duration<double> age = std::chrono::steady_clock::now() - block_.asked;
+    const auto age = std::chrono::steady_clock::now() - block_.asked;
     changed_.wait(guard, [&] { return state_ != State::asked; });
-    const std::size_t count = age.count() < maximumAge ? std::min(count_, into.size()) : 0;
+    const std::size_t count = age < maximumAge ? std::min(count_, into.size()) : 0;
     std::copy_n(bytes_.begin(), count, into.begin());
     clear(guard);
     return count;

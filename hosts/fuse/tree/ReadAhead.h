@@ -29,9 +29,10 @@ public:
     void start(NodeID node, fskit::FSItemPtr item, std::int64_t offset, std::size_t size);
 
     /// What was read of the block at `offset`, waiting for it if need be: the number of bytes, at most the size of
-    /// `into`. 0 if that block was not asked for, was asked for longer than `maximumAge` seconds ago, or could not be
+    /// `into`. 0 if that block was not asked for, was asked for longer than `maximumAge` ago, or could not be
     /// read: whoever reads it then meets the error.
-    std::size_t take(NodeID node, std::int64_t offset, std::span<std::byte> into, double maximumAge);
+    std::size_t take(NodeID node, std::int64_t offset, std::span<std::byte> into,
+                     std::chrono::duration<double> maximumAge);
 
     /// Forgets what was read of the node, and waits for the read under way: it uses the volume's handle of the file.
     void drop(NodeID node);

@@ -385,7 +385,7 @@ TEST_F(FileTreeFiles, nothingIsReadAheadOfReadsHereAndThere) {
 }
 
 TEST_F(FileTreeFiles, nothingIsReadAheadWithTimeoutsOfZero) {
-    options.attrTimeout = 0;
+    options.attrTimeout = fusehost::Seconds(0);
     close(openAndReadAhead(O_RDONLY)); // which waits for what is being read
     EXPECT_THAT(served.takeRequests(),
                 ElementsAre("getattr /a", "open read /a", "read /a 0+2", "read /a 2+2", "release /a"));

@@ -80,7 +80,7 @@ TEST_F(FileTreeListing, ofARemovedDirectoryIsEmpty) {
     removeDirectory("/d");
     tree().startListing(handle);
     EXPECT_EQ(tree().listedCount(handle), 0U);
-    EXPECT_EQ(tree().remainingTrust(handle, 1.0), 0.0);
+    EXPECT_EQ(tree().remainingTrust(handle, fusehost::Seconds(1)), fusehost::Seconds(0));
     tree().releaseDirectory(handle);
     EXPECT_EQ(errnoOf([&] { tree().listedCount(handle); }), EBADF);
 }
@@ -148,15 +148,16 @@ TEST_F(FileTreeListing, membersOfAListedDirectoryAreFound) {
 }
 
 TEST_F(FileTreeListing, isTrustedFromItsAnswerOnHoweverLongThatTook) {
-    options.attrTimeout = 10;
+    options.attrTimeout = fusehost::Seconds(10);
     const auto before = std::chrono::steady_clock::now();
     served.before = [](const std::string& request) {
         if (request.starts_with("readdir"))
             std::this_thread::sleep_for(std::chrono::milliseconds(200));
     };
     const auto handle = listing();
-    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - before;
-    EXPECT_GT(tree().remainingTrust(handle, 10.0), 10.0 - taken.count() + 0.1);
+    const auto taken = std::chrono::steady_clock::now() - before;
+    EXPECT_GT(tree().remainingTrust(handle, options.attrTimeout),
+              options.attrTimeout - taken + std::chrono::milliseconds(100));
 }
 
 TEST_F(FileTreeListing, givesNoNodesForDotAndDotDot) {
@@ -166,7 +167,7 @@ TEST_F(FileTreeListing, givesNoNodesForDotAndDotDot) {
 }
 
 TEST_F(FileTreeListing, withTimeoutsOfZeroGivesNamesAlone) {
-    options.attrTimeout = 0;
+    options.attrTimeout = fusehost::Seconds(0);
     served.put("/a", "");
     EXPECT_FALSE(listedNode(listing(), "a"));
 }

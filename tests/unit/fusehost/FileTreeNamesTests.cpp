@@ -78,14 +78,14 @@ TEST_F(FileTreeNames, aCreateThatFailsAfterItHasOpenedLeavesNothingOpen) {
 }
 
 TEST_F(FileTreeNames, withTimeoutsOfZeroCreateTrustsNoEarlierLookup) {
-    options.entryTimeout = 0;
+    options.entryTimeout = fusehost::Seconds(0);
     EXPECT_EQ(errnoOf([&] { lookup("/a"); }), ENOENT);
     served.put("/a", "0123");
     EXPECT_EQ(read(create("/a")), "0123");
 }
 
 TEST_F(FileTreeNames, whereTheKernelRemembersAbsentNamesCreateTrustsNoEarlierLookup) {
-    options.negativeTimeout = 10;
+    options.negativeTimeout = fusehost::Seconds(10);
     EXPECT_EQ(errnoOf([&] { lookup("/a"); }), ENOENT);
     served.put("/a", "0123");
     EXPECT_EQ(read(create("/a")), "0123");

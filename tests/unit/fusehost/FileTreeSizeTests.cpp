@@ -205,7 +205,7 @@ TEST_F(FileTreeSize, aChownAfterAWriteShowsWhatWasWritten) {
 }
 
 TEST_F(FileTreeSize, aChownWithTimeoutsOfZeroAsksAnew) {
-    options.attrTimeout = 0;
+    options.attrTimeout = fusehost::Seconds(0);
     served.put("/a", "");
     const NodeID file = node("/a");
     served.put("/a", "0123");

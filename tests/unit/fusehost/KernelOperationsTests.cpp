@@ -124,8 +124,8 @@ TEST_F(KernelOperations, gatherWritesInTheKernelWhereThatIsAskedFor) {
 // Replies
 
 TEST_F(KernelOperations, lookupRepliesTheNodeAndHowLongItMayBeTrusted) {
-    options.entryTimeout = 2.5;
-    options.attrTimeout = 0.25;
+    options.entryTimeout = fusehost::Seconds(2.5);
+    options.attrTimeout = fusehost::Seconds(0.25);
     served.put("/a", "12345");
     start();
     const auto found = fromBytes<fuse_entry_out>(kernel.call(FUSE_LOOKUP, rootNodeID, named("a")).body);
@@ -144,7 +144,7 @@ TEST_F(KernelOperations, lookupOfAMissingNameIsENOENT) {
 }
 
 TEST_F(KernelOperations, lookupOfAMissingNameIsRememberedByTheKernelWhereThatIsAskedFor) {
-    options.negativeTimeout = 3;
+    options.negativeTimeout = fusehost::Seconds(3);
     start();
     const Answer answer = kernel.call(FUSE_LOOKUP, rootNodeID, named("a"));
     EXPECT_EQ(answer.error, 0);

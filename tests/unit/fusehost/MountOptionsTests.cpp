@@ -32,9 +32,9 @@ TEST(MountOptions, haveTheDefaultsOfTheManual) {
     EXPECT_FALSE(options.quiet);
     EXPECT_FALSE(options.writeback);
     EXPECT_FALSE(options.nonEmpty);
-    EXPECT_EQ(options.entryTimeout, 1.0);
-    EXPECT_EQ(options.attrTimeout, 1.0);
-    EXPECT_EQ(options.negativeTimeout, 0.0);
+    EXPECT_EQ(options.entryTimeout, fusehost::Seconds(1));
+    EXPECT_EQ(options.attrTimeout, fusehost::Seconds(1));
+    EXPECT_EQ(options.negativeTimeout, fusehost::Seconds(0));
     EXPECT_EQ(options.requestSize, 65536U);
     EXPECT_FALSE(options.fileMask || options.directoryMask || options.uid || options.gid || options.fsname);
     EXPECT_THAT(options.kernelOptions, IsEmpty());
@@ -66,14 +66,14 @@ TEST(MountOptions, laterOnesWin) {
     EXPECT_EQ(parsed("uid=1,uid=2").uid, 2U);
     MountOptions options = parsed("attr_timeout=1");
     options.add("attr_timeout=5");
-    EXPECT_EQ(options.attrTimeout, 5.0);
+    EXPECT_EQ(options.attrTimeout, fusehost::Seconds(5));
 }
 
 TEST(MountOptions, takesTimeoutsInSecondsAndFractions) {
     const MountOptions options = parsed("entry_timeout=0,attr_timeout=2.5,negative_timeout=60");
-    EXPECT_EQ(options.entryTimeout, 0.0);
-    EXPECT_EQ(options.attrTimeout, 2.5);
-    EXPECT_EQ(options.negativeTimeout, 60.0);
+    EXPECT_EQ(options.entryTimeout, fusehost::Seconds(0));
+    EXPECT_EQ(options.attrTimeout, fusehost::Seconds(2.5));
+    EXPECT_EQ(options.negativeTimeout, fusehost::Seconds(60));
 }
 
 TEST(MountOptions, refusesWhatIsNoNumberOfSeconds) {

@@ -136,7 +136,7 @@ TEST_F(VolumeCallsTest, aSnapshotIsOneRequestForAllEntriesWithTheirAttributes) {
     EXPECT_EQ(snapshot.entries()[3].type, fskit::FSItemType::directory);
     EXPECT_EQ(snapshot.changeCount(), 5U);
     EXPECT_FALSE(snapshot.leftNamesOut());
-    EXPECT_GE(snapshot.age(), 0.0);
+    EXPECT_GE(snapshot.age(), std::chrono::nanoseconds(0));
     EXPECT_THAT(log.texts(), IsEmpty());
 }
 
