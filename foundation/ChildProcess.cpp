@@ -179,10 +179,19 @@ void ChildProcess::waitUntilExit() {
     std::lock_guard guard(waitLock_);
     if (pid_ == 0 || exited_)
         return;
-    // Any failure but an interruption means that there is no such child any more.
-    while (::waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
-    }
+    int status = 0;
+    pid_t ended = 0;
+    do {
+        ended = ::waitpid(pid_, &status, 0);
+    } while (ended < 0 && errno == EINTR);
+    noteExit(ended, status);
+}
+
+// Needs waitLock_. Any failure to wait means that there is no such child any more.
+void ChildProcess::noteExit(pid_t ended, int status) {
     exited_ = true;
+    if (ended == pid_)
+        status_.emplace(status);
 }
 
 bool ChildProcess::isRunning() {
@@ -191,9 +200,19 @@ bool ChildProcess::isRunning() {
     const std::unique_lock guard(waitLock_, std::try_to_lock);
     if (!guard.owns_lock())
         return true; // another thread is waiting for it
-    if (!exited_)
-        exited_ = ::waitpid(pid_, nullptr, WNOHANG) != 0;
+    if (exited_)
+        return false;
+    int status = 0;
+    if (const pid_t ended = ::waitpid(pid_, &status, WNOHANG); ended != 0)
+        noteExit(ended, status);
     return !exited_;
+}
+
+std::optional<ExitStatus> ChildProcess::exitStatus() {
+    if (isRunning())
+        return std::nullopt;
+    const std::lock_guard guard(waitLock_);
+    return status_;
 }
 
 } // namespace foundation

@@ -1,8 +1,11 @@
 #pragma once
 
+#include "foundation/ExitStatus.h"
+
 #include <atomic>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -42,13 +45,21 @@ public:
     /// True from a successful launch until the child has exited. Any thread; does not block.
     bool isRunning();
 
-    /// The child's process id, 0 before launch. Any thread.
+    /// How the child ended; nothing before that, while another thread waits for it, and if somebody else has collected
+    /// it. Any thread; does not block.
+    std::optional<ExitStatus> exitStatus();
+
+    /// The child's process id, 0 before launch. The number stays the child's own until one of the functions above has
+    /// seen it exited. Any thread.
     pid_t processIdentifier() const { return pid_; }
 
 private:
+    void noteExit(pid_t ended, int status);
+
     std::atomic<pid_t> pid_{0};
-    std::mutex waitLock_; // held by the one thread that waits for the child; guards exited_
+    std::mutex waitLock_; // held by the one thread that waits for the child; guards what follows
     bool exited_ = false;
+    std::optional<ExitStatus> status_;
 };
 
 } // namespace foundation

@@ -46,26 +46,26 @@ std::optional<double> handleIn(JSONElement& result) {
 
 std::optional<JSONValue> HelperClient::ping() {
     HelperRequest made = request("ping");
-    return exchange(made).result;
+    return exchange_.ask(made).result;
 }
 
 KemviStatFS HelperClient::statfs() {
     HelperRequest made = request("statfs");
-    const std::optional<JSONValue> result = exchange(made).result;
+    const std::optional<JSONValue> result = exchange_.ask(made).result;
     return tellingRequest(made, [&] { return KemviStatFS(result); });
 }
 
 std::vector<KemviDirEntry> HelperClient::readdir(const std::string& path) {
     ListingReader listing;
     HelperRequest made = pathRequest("readdir", path);
-    exchange(made, [&](JSONElement& result) { listing.read(result); });
+    exchange_.ask(made, [&](JSONElement& result) { listing.read(result); });
     return tellingRequest(made, [&] { return std::move(listing).entries(); });
 }
 
 KemviFileStat HelperClient::getattr(const std::string& path) {
     StatReader stat;
     HelperRequest made = pathRequest("getattr", path);
-    exchange(made, [&](JSONElement& result) { stat.read(result); });
+    exchange_.ask(made, [&](JSONElement& result) { stat.read(result); });
     return tellingRequest(made, [&] { return std::move(stat).stat(); });
 }
 
@@ -73,11 +73,28 @@ std::int64_t HelperClient::open(const std::string& path, const std::vector<std::
     HelperRequest made = pathRequest("open", path);
     made.flags = flags;
     std::optional<double> handle;
-    exchange(made, [&](JSONElement& result) { handle = handleIn(result); });
+    exchange_.ask(made, [&](JSONElement& result) { handle = handleIn(result); });
     return tellingRequest(made, [&] {
         if (!handle)
             throw AdapterError::protocolError("open result missing handle");
         return integerFromNumber(*handle);
+    });
+}
+
+template <typename Decode>
+void HelperClient::readPayload(std::int64_t handle, std::int64_t offset, std::int64_t length, Decode decode) {
+    HelperRequest made = request("read");
+    made.handle = handle;
+    made.offset = offset;
+    made.length = length;
+    const HelperExchange::PayloadAnswer answer = exchange_.askForPayload(made);
+    if (answer.isWanted && decode(answer.response.dataBase64->text))
+        return;
+    // Whatever is wrong, reading the whole line tells what comes first.
+    const HelperResponse accepted = exchange_.acceptedAnswer(made, answer);
+    tellingRequest(made, [&] {
+        if (!accepted.dataBase64 || !decode(accepted.dataBase64->text))
+            throw AdapterError::protocolError("read response missing dataBase64");
     });
 }
 
@@ -101,14 +118,14 @@ std::size_t HelperClient::read(std::int64_t handle, std::int64_t offset, std::in
 }
 
 void HelperClient::write(std::int64_t handle, std::int64_t offset, std::span<const std::byte> data) {
-    const std::shared_ptr<foundation::ByteBuffer> text = buffers_->take();
+    const std::shared_ptr<foundation::ByteBuffer> text = exchange_.takeBuffer();
     text->reserve(foundation::base64::escapedRoom(data.size()));
     text->setSize(foundation::base64::encodeEscapingSlashes(data, text->data()));
     HelperRequest made = request("write");
     made.handle = handle;
     made.offset = offset;
     made.dataBase64 = text->view();
-    exchange(made);
+    exchange_.ask(made);
 }
 
 // Operations that answer nothing beyond success.
@@ -116,12 +133,12 @@ void HelperClient::write(std::int64_t handle, std::int64_t offset, std::span<con
 void HelperClient::handleOperation(const char* op, std::int64_t handle) {
     HelperRequest made = request(op);
     made.handle = handle;
-    exchange(made);
+    exchange_.ask(made);
 }
 
 void HelperClient::pathOperation(const char* op, const std::string& path) {
     HelperRequest made = pathRequest(op, path);
-    exchange(made);
+    exchange_.ask(made);
 }
 
 void HelperClient::flush(std::int64_t handle) {
@@ -144,19 +161,19 @@ void HelperClient::rename(const std::string& oldPath, const std::string& newPath
     HelperRequest made = request("rename");
     made.oldPath = oldPath;
     made.newPath = newPath;
-    exchange(made);
+    exchange_.ask(made);
 }
 
 void HelperClient::chmod(const std::string& path, std::int64_t mode) {
     HelperRequest made = pathRequest("chmod", path);
     made.mode = mode;
-    exchange(made);
+    exchange_.ask(made);
 }
 
 void HelperClient::utimes(const std::string& path, foundation::Date mtime) {
     HelperRequest made = pathRequest("utimes", path);
     made.mtime = kemviFs().string(mtime);
-    exchange(made);
+    exchange_.ask(made);
 }
 
 } // namespace kemvi

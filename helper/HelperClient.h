@@ -1,43 +1,33 @@
 #pragma once
 
-#include "foundation/ChildProcess.h"
 #include "foundation/ISO8601.h"
-#include "foundation/JSON.h"
 #include "foundation/Pipe.h"
-#include "helper/BufferPool.h"
+#include "helper/HelperExchange.h"
+#include "helper/HelperObserver.h"
+#include "helper/HelperProcess.h"
 #include "helper/HelperRecords.h"
-#include "helper/HelperRequest.h"
-#include "helper/HelperResponse.h"
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace kemvi {
 
-/// ErrorOrigin::state of every error after the helper has closed its output.
-inline constexpr const char* helperGoneState = "the helper's output has ended";
-
-/// Owns the helper process and is the only code that talks to it. Each operation is one exchange: one request line
-/// written, one answer line read, strictly one exchange at a time.
+/// The operations of a helper, typed: each fills in a request, has it carried out (HelperExchange) and turns the answer
+/// into a result. The client owns the helper's process (HelperProcess) and is the only code that talks to it.
 ///
 /// Thread-safety: every operation may be called on any thread; operations on several threads queue. They block until
 /// the helper has answered, without a time limit. `start` is to be called once, before anything else; `stop` may run at
 /// any time.
 ///
-/// All operations throw: AdapterError::protocolError for an answer that breaks the protocol ("helper closed stdout"
-/// once the helper is gone), NSErrorException with the POSIX error for a failure that the helper reports,
-/// foundation::DecodingError for a line that is not a response, foundation::EncodingError for a path that is not UTF-8.
-/// After any error the client remains usable. Every error of an exchange says of which request it is (its origin); one
-/// of a handle leaves the path to whoever knows it.
+/// All operations throw what HelperExchange throws, and AdapterError::protocolError for an answer without the result
+/// that the operation needs. After any error the client remains usable. Every error says of which request it is (its
+/// origin); one of a handle leaves the path to whoever knows it.
 ///
 /// The process must ignore SIGPIPE: writing to a helper that has exited fails silently and shows as "helper closed
 /// stdout".
@@ -45,6 +35,8 @@ class HelperClient {
 public:
     /// `environment` is the whole environment of the helper. Does no input or output.
     HelperClient(std::string helperPath, std::map<std::string, std::string> environment);
+    /// The same with somebody to be told of the helper's life, who must outlive the client.
+    HelperClient(std::string helperPath, std::map<std::string, std::string> environment, HelperObserver* observer);
     HelperClient(const HelperClient&) = delete;
     HelperClient& operator=(const HelperClient&) = delete;
     /// Neither stops nor signals the helper.
@@ -58,7 +50,7 @@ public:
     void stop();
 
     /// The helper's process id, 0 before `start`.
-    pid_t processIdentifier() const { return process_.processIdentifier(); }
+    pid_t processIdentifier() const { return process_.child()->processIdentifier(); }
 
     std::optional<JSONValue> ping();
     KemviStatFS statfs();
@@ -80,43 +72,28 @@ public:
     void chmod(const std::string& path, std::int64_t mode);
     void utimes(const std::string& path, foundation::Date mtime);
 
-    const std::string& helperPath() const { return helperPath_; }
+    const std::string& helperPath() const { return process_.helperPath(); }
 
-    const std::map<std::string, std::string>& environment() const { return environment_; }
+    const std::map<std::string, std::string>& environment() const { return process_.environment(); }
 
     /// The helper's standard input and output. For whoever plays the helper at the other ends of a client that was
     /// never started.
-    foundation::Pipe& input() { return input_; }
+    foundation::Pipe& input() { return process_.input(); }
 
-    foundation::Pipe& output() { return output_; }
+    foundation::Pipe& output() { return process_.output(); }
 
 private:
-    using LineData = std::shared_ptr<const foundation::ByteBuffer>;
-    /// Decodes base64; false if it is not valid.
-    using Base64Decoder = std::function<bool(std::string_view)>;
-
-    HelperResponse exchange(HelperRequest& request, const HelperResponse::ResultHandler& onResult = {});
-    LineData answerTo(HelperRequest& request);
-    std::string takeID();
-    LineData readLineData();
-    void refuseUnlessAccepted(const HelperResponse& response, const std::string& id);
-    std::string outOfStepState(const std::string& id);
-    void readPayload(std::int64_t handle, std::int64_t offset, std::int64_t length, const Base64Decoder& decode);
+    /// `decode` takes base64 and returns false if it is not valid.
+    template <typename Decode>
+    void readPayload(std::int64_t handle, std::int64_t offset, std::int64_t length, Decode decode);
     void handleOperation(const char* op, std::int64_t handle);
     void pathOperation(const char* op, const std::string& path);
+    void tellEnd(const std::string& lastRequest);
 
-    const std::string helperPath_;
-    const std::map<std::string, std::string> environment_;
-    foundation::ChildProcess process_;
-    foundation::Pipe input_;  // the helper's standard input
-    foundation::Pipe output_; // the helper's standard output
-    std::int64_t nextID_ = 1;
-    HelperRequestEncoder encoder_;
-    foundation::JSONReader decoder_;
-    std::shared_ptr<BufferPool> buffers_;         // line and payload memory; has a lock of its own, taken last
-    std::atomic<std::int64_t> lastOutOfStep_{-1}; // the last request that another one's answer was read for
-    std::atomic<std::int64_t> outOfStepSince_{0}; // the first of those in a row; for the log alone
-    std::mutex requestLock_; // held for the whole of one exchange; guards nextID_, encoder_, decoder_
+    HelperProcess process_;
+    HelperExchange exchange_;
+    HelperObserver* const observer_; // or null
+    std::atomic<bool> endToTell_{false};
 };
 
 } // namespace kemvi

@@ -20,7 +20,7 @@ constexpr std::size_t mostUnasked = std::size_t{1} << 20;   // bytes, of a helpe
 } // namespace
 
 CheckedHelper::CheckedHelper(const kemvi::KemviMountConfig& config, Duration limit, Attention& attention)
-    : config_(config), limit_(limit), attention_(attention) {}
+    : limit_(limit), attention_(attention), process_(config.helperPath, config.helperEnvironment()) {}
 
 CheckedHelper::~CheckedHelper() {
     if (handle_)
@@ -28,19 +28,12 @@ CheckedHelper::~CheckedHelper() {
 }
 
 void CheckedHelper::start() {
-    process_.launch({"/usr/bin/env",
-                     {"node", config_.helperPath},
-                     config_.helperEnvironment(),
-                     input_.fileHandleForReading().fileDescriptor(),
-                     output_.fileHandleForWriting().fileDescriptor(),
-                     words_.descriptor()});
-    handle_.emplace(process_.processIdentifier());
+    process_.start(words_.descriptor());
+    handle_.emplace(process_.child()->processIdentifier());
     watch_.emplace(*handle_);
     words_.start();
-    input_.fileHandleForReading().close();
-    output_.fileHandleForWriting().close();
-    for (auto* handle : {&input_.fileHandleForWriting(), &output_.fileHandleForReading()})
-        ::fcntl(handle->fileDescriptor(), F_SETFL, ::fcntl(handle->fileDescriptor(), F_GETFL) | O_NONBLOCK);
+    for (const int descriptor : {requests(), answers()})
+        ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) | O_NONBLOCK);
 }
 
 Exchange CheckedHelper::exchange(std::string line) {
@@ -71,7 +64,7 @@ Exchange CheckedHelper::exchange(std::string line) {
 }
 
 bool CheckedHelper::writeLine(std::string_view line, Clock::time_point deadline) {
-    const int descriptor = input_.fileHandleForWriting().fileDescriptor();
+    const int descriptor = requests();
     while (!line.empty()) {
         const auto written = ::write(descriptor, line.data(), line.size());
         if (written > 0) {
@@ -88,7 +81,7 @@ bool CheckedHelper::writeLine(std::string_view line, Clock::time_point deadline)
 }
 
 bool CheckedHelper::fill(Clock::time_point deadline) {
-    const int descriptor = output_.fileHandleForReading().fileDescriptor();
+    const int descriptor = answers();
     if (ended_ || !attention_.untilReady(descriptor, POLLIN, deadline))
         return false;
     std::array<char, 65536> bytes{};
@@ -121,12 +114,12 @@ std::string CheckedHelper::unaskedOutput(Duration wait) {
 }
 
 bool CheckedHelper::end(Duration limit) {
-    input_.fileHandleForWriting().close();
+    process_.input().fileHandleForWriting().close();
     const bool gone = attention_.untilReady(handle_->descriptor(), POLLIN, Clock::now() + limit);
     lost_ = true;
     if (!gone)
         handle_->signalGroup(SIGKILL);
-    process_.waitUntilExit();
+    process_.stop();
     handle_.reset();
     watch_.reset();
     return gone;

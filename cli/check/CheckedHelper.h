@@ -5,8 +5,7 @@
 #include "cli/check/Attention.h"
 #include "cli/check/HelperWords.h"
 #include "extension/KemviMountConfig.h"
-#include "foundation/ChildProcess.h"
-#include "foundation/Pipe.h"
+#include "helper/HelperProcess.h"
 
 #include <chrono>
 #include <cstdint>
@@ -34,7 +33,7 @@ class CheckedHelper {
 public:
     using Duration = std::chrono::milliseconds;
 
-    /// `limit` is the longest time that one exchange may take. The references must outlive this object.
+    /// `limit` is the longest time that one exchange may take. `attention` must outlive this object.
     CheckedHelper(const kemvi::KemviMountConfig& config, Duration limit, Attention& attention);
     /// Ends the helper if it still runs: in order within a second if it was not lost, otherwise by killing it.
     ~CheckedHelper();
@@ -69,16 +68,18 @@ public:
 private:
     using Clock = Attention::Clock;
 
+    // The descriptors of the helper's standard input and output.
+    int requests() { return process_.input().fileHandleForWriting().fileDescriptor(); }
+
+    int answers() { return process_.output().fileHandleForReading().fileDescriptor(); }
+
     bool writeLine(std::string_view line, Clock::time_point deadline);
     /// Reads what there is, waiting until `deadline` at most. False if nothing came.
     bool fill(Clock::time_point deadline);
 
-    const kemvi::KemviMountConfig& config_;
     const Duration limit_;
     Attention& attention_;
-    foundation::ChildProcess process_;
-    foundation::Pipe input_;
-    foundation::Pipe output_;
+    kemvi::HelperProcess process_;
     HelperWords words_;
     std::optional<ProcessHandle> handle_;
     std::optional<HelperWatch> watch_;

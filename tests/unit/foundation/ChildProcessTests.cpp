@@ -195,6 +195,40 @@ TEST(ChildProcess, knowsThatItExitedWithoutBeingWaitedFor) {
     EXPECT_FALSE(script.process.isRunning());
 }
 
+TEST(ChildProcess, tellsWhatItExitedWith) {
+    Script script("read line; exit 3");
+    EXPECT_EQ(script.process.exitStatus(), std::nullopt);
+    script.input.fileHandleForWriting().close();
+    script.process.waitUntilExit();
+    const auto status = script.process.exitStatus();
+    ASSERT_TRUE(status);
+    EXPECT_EQ(status->code(), 3);
+    EXPECT_EQ(status->signal(), std::nullopt);
+    EXPECT_EQ(status->description(), "exited with status 3");
+    EXPECT_EQ(script.process.exitStatus(), status);
+}
+
+TEST(ChildProcess, tellsWhichSignalEndedItWithoutBeingWaitedFor) {
+    Script script("kill -KILL $$");
+    siginfo_t information{};
+    ASSERT_EQ(::waitid(P_PID, static_cast<id_t>(script.process.processIdentifier()), &information, WEXITED | WNOWAIT),
+              0);
+    const auto status = script.process.exitStatus();
+    ASSERT_TRUE(status);
+    EXPECT_EQ(status->code(), std::nullopt);
+    EXPECT_EQ(status->signal(), SIGKILL);
+    EXPECT_EQ(status->description(), "was killed by signal 9 (Killed)");
+}
+
+TEST(ChildProcess, hasNoExitStatusBeforeItIsLaunchedNorIfSomebodyElseTookIt) {
+    EXPECT_EQ(ChildProcess().exitStatus(), std::nullopt);
+    Script script("exit 3");
+    ASSERT_EQ(::waitpid(script.process.processIdentifier(), nullptr, 0), script.process.processIdentifier());
+    script.process.waitUntilExit();
+    EXPECT_FALSE(script.process.isRunning());
+    EXPECT_EQ(script.process.exitStatus(), std::nullopt);
+}
+
 TEST(ChildProcess, keepsRunningWhenItsObjectGoesAwayAndIsCollectedLater) {
     Pipe input;
     pid_t pid = 0;
