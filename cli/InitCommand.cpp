@@ -1,9 +1,9 @@
 #include "cli/InitCommand.h"
 
 #include "cli/CommandError.h"
-#include "cli/JSONText.h"
 #include "cli/MountSource.h"
 #include "cli/Paths.h"
+#include "foundation/JSONWriter.h"
 #include "foundation/Utf8.h"
 
 #include <array>
@@ -83,7 +83,8 @@ std::string jsonText(const std::array<Entry, 4>& entries) {
     for (const auto& [key, value] : entries) {
         if (!foundation::isValidUtf8(value))
             throw CommandError(ExitCode::usage, value, "is not UTF-8, so it cannot stand in a mount configuration");
-        text += "  " + jsonString(key) + ": " + jsonString(value) + (key == entries.back().first ? "\n" : ",\n");
+        text += "  " + foundation::jsonString(key) + ": " + foundation::jsonString(value) +
+                (key == entries.back().first ? "\n" : ",\n");
     }
     return text + "}\n";
 }

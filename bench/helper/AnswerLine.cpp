@@ -1,6 +1,7 @@
 #include "AnswerLine.h"
 
 #include "Payload.h"
+#include "foundation/JSONWriter.h"
 
 #include <string>
 
@@ -23,16 +24,7 @@ AnswerLine& AnswerLine::raw(std::string_view text) {
 }
 
 AnswerLine& AnswerLine::quoted(std::string_view text) {
-    static constexpr std::string_view hex = "0123456789abcdef";
-    raw("\"");
-    for (const char c : text)
-        if (c == '"' || c == '\\')
-            raw("\\").raw({&c, 1});
-        else if (static_cast<unsigned char>(c) < 0x20)
-            raw("\\u00").raw(hex.substr(static_cast<unsigned char>(c) >> 4, 1)).raw(hex.substr(c & 15, 1));
-        else
-            raw({&c, 1});
-    return raw("\"");
+    return raw(foundation::jsonString(text));
 }
 
 AnswerLine& AnswerLine::number(std::int64_t value) {

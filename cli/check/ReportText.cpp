@@ -1,8 +1,10 @@
-#include "cli/JSONText.h"
 #include "cli/check/Report.h"
 #include "cli/check/ShownLine.h"
+#include "foundation/JSONWriter.h"
 
 namespace cli::check {
+
+using foundation::jsonString;
 
 namespace {
 
