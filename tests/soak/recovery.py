@@ -149,15 +149,18 @@ class Afterwards:
     def _allows(self, path, found, before, after, op):
         if found == before or found == after:
             return True
+        is_kept = self.may_lose and self.name == "kept"
+        if before == after and (before is ... or not is_kept):
+            return False
         many = op in BY_MANY_STEPS and before != after
         if found is ...:
-            return many or (self.may_lose and self.name == "kept")
+            return many or is_kept
         if found is None:
             return many
         versions = [version for version in (before, after) if isinstance(version, bytes)]
-        if before is ... or after is ... or many or before != after and op in ("write_whole", "copy"):
+        if before is ... or after is ... or many or op in ("write_whole", "copy"):
             versions.append(b"")
-        if self.may_lose and self.name == "kept":
+        if is_kept:
             safe = self.control.safe / self.name / path
             versions.append(operations.content_of(safe) if safe.exists() else b"")
         return bool(versions) and is_mixture(found, versions)
