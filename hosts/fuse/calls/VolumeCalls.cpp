@@ -84,24 +84,6 @@ void VolumeCalls::end() {
     check(error);
 }
 
-void VolumeCalls::beforeOpening(const FSItemPtr& item) {
-    while (const FSItemPtr rival = openItems_.enter(item))
-        haveGiveWay(rival);
-}
-
-void VolumeCalls::beforeClosing(const fskit::FSItem& item) {
-    if (const FSItemPtr rival = openItems_.rivalOf(item))
-        haveGiveWay(rival);
-}
-
-void VolumeCalls::haveGiveWay(const FSItemPtr& item) {
-    if (onGiveWay)
-        onGiveWay(item);
-    else
-        close(item, FSVolumeOpenModes::none);
-    openItems_.leave(*item);
-}
-
 FSItemAttributes VolumeCalls::attributesOf(const FSItemPtr& item) {
     if (auto known = item->knownAttributes())
         return *known;
@@ -125,8 +107,6 @@ FSItemAttributes VolumeCalls::getAttributes(const FSItemPtr& item) {
 }
 
 FSItemAttributes VolumeCalls::setAttributes(const FSItemPtr& item, fskit::FSItemSetAttributesRequest& request) {
-    if (request.isValid(fskit::FSItemAttribute::size))
-        beforeClosing(*item);
     const auto [attributes, error] = ask<std::optional<FSItemAttributes>, OptionalError>(
         [&](auto reply) { operations_->setAttributes(request, item, std::move(reply)); });
     check(error);
@@ -152,7 +132,6 @@ FoundItem VolumeCalls::create(const FSItemPtr& directory, const std::string& nam
 }
 
 void VolumeCalls::remove(const FSItemPtr& item, const FSItemPtr& directory, const std::string& name) {
-    beforeClosing(*item);
     const auto [error] = ask<OptionalError>(
         [&](auto reply) { operations_->removeItem(item, fskit::FSFileName(name), directory, std::move(reply)); });
     check(error);
@@ -160,7 +139,6 @@ void VolumeCalls::remove(const FSItemPtr& item, const FSItemPtr& directory, cons
 
 void VolumeCalls::rename(const FSItemPtr& item, const FSItemPtr& from, const std::string& oldName, const FSItemPtr& to,
                          const std::string& newName) {
-    beforeClosing(*item);
     const auto [stored, error] = ask<std::optional<fskit::FSFileName>, OptionalError>([&](auto reply) {
         // No item to be replaced is named: the volume would remove it first, and it would be lost if the rename fails.
         operations_->renameItem(item, from, fskit::FSFileName(oldName), fskit::FSFileName(newName), to, nullptr,
@@ -200,14 +178,11 @@ void VolumeCalls::reclaim(const FSItemPtr& item) {
 }
 
 void VolumeCalls::open(const FSItemPtr& item, FSVolumeOpenModes modes) {
-    beforeOpening(item);
     const auto [error] = ask<OptionalError>([&](auto reply) { openClose_->openItem(item, modes, std::move(reply)); });
     check(error);
 }
 
 void VolumeCalls::close(const FSItemPtr& item, FSVolumeOpenModes keeping) {
-    if (openItems_.rivalOf(*item))
-        return;
     const auto closeOnce = [&] {
         const auto [error] =
             ask<OptionalError>([&](auto reply) { openClose_->closeItem(item, keeping, std::move(reply)); });
@@ -216,13 +191,10 @@ void VolumeCalls::close(const FSItemPtr& item, FSVolumeOpenModes keeping) {
     const OptionalError error = closeOnce();
     if (error)
         closeOnce(); // a failure ends the first attempt at the mode that failed; the other one is still open
-    if (keeping == FSVolumeOpenModes::none)
-        openItems_.leave(*item);
     check(error);
 }
 
 std::size_t VolumeCalls::read(const FSItemPtr& item, std::int64_t offset, std::span<std::byte> into) {
-    beforeOpening(item);
     fskit::FSMutableFileDataBuffer buffer(into);
     const auto [count, error] = ask<std::size_t, OptionalError>([&](auto reply) {
         readWrite_->read(item, offset, static_cast<std::int64_t>(into.size()), buffer, std::move(reply));
@@ -232,7 +204,6 @@ std::size_t VolumeCalls::read(const FSItemPtr& item, std::int64_t offset, std::s
 }
 
 std::size_t VolumeCalls::write(const FSItemPtr& item, std::int64_t offset, std::span<const std::byte> contents) {
-    beforeOpening(item);
     const auto [count, error] = ask<std::size_t, OptionalError>(
         [&](auto reply) { readWrite_->write(contents, item, offset, std::move(reply)); });
     check(error);

@@ -3,10 +3,8 @@
 #include "fskit/FSUnaryFileSystem.h"
 #include "fskit/FSVolume.h"
 #include "hosts/fuse/calls/FailureLog.h"
-#include "hosts/fuse/calls/OpenItems.h"
 
 #include <cstddef>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -25,17 +23,12 @@ struct FoundItem {
 /// The operations of one volume as plain calls: each waits for the volume's reply and returns its value, or throws
 /// KernelError, which knows what is to be logged of it. Safe on any thread, as the volume's operations are.
 ///
-/// Of items that share an identifier, one at a time is open in the volume: an operation that would open another, or
-/// close it unasked, has the first give way.
+/// A volume keeps what is open by identifier, which items that are not the same may share: it is for the caller to see
+/// that of those one at a time is open.
 class VolumeCalls {
 public:
     /// Throws MountError if the volume lacks an operation family that a host needs.
     explicit VolumeCalls(std::shared_ptr<fskit::FSVolume> volume, StateExplanation explain = {});
-
-    /// Called with an open item that is to give way to another one: whoever uses it ends what is under way and closes
-    /// it. Not called for operations on items that are open already. To be set while no operation is under way; empty,
-    /// the item is just closed.
-    std::function<void(const fskit::FSItemPtr& item)> onGiveWay;
 
     /// Mounts and activates. Returns the root item.
     fskit::FSItemPtr activate();
@@ -60,16 +53,12 @@ public:
     void reclaim(const fskit::FSItemPtr& item);
 
     void open(const fskit::FSItemPtr& item, fskit::FSVolumeOpenModes modes);
-    /// Closes every mode but `keeping`, all of them also when one fails. Throws the first failure. Nothing to do for an
-    /// item that has given way.
+    /// Closes every mode but `keeping`, all of them also when one fails. Throws the first failure.
     void close(const fskit::FSItemPtr& item, fskit::FSVolumeOpenModes keeping);
     /// Bytes read, at most the size of `into`; 0 at the end of the file.
     std::size_t read(const fskit::FSItemPtr& item, std::int64_t offset, std::span<std::byte> into);
     std::size_t write(const fskit::FSItemPtr& item, std::int64_t offset, std::span<const std::byte> contents);
     void synchronize();
-
-    /// Items that were opened, read or written and not closed since.
-    std::size_t openItems() const { return openItems_.size(); }
 
     fskit::FSStatFSResult statistics() const { return operations_->volumeStatistics(); }
 
@@ -84,18 +73,12 @@ private:
     template <typename... Args, typename Start>
     std::tuple<Args...> ask(Start&& start);
     fskit::FSItemAttributes attributesOf(const fskit::FSItemPtr& item);
-    /// Before the volume opens something for the item.
-    void beforeOpening(const fskit::FSItemPtr& item);
-    /// Before the volume closes by itself what is open under the item's identifier.
-    void beforeClosing(const fskit::FSItem& item);
-    void haveGiveWay(const fskit::FSItemPtr& item);
 
     std::shared_ptr<fskit::FSVolume> volume_;
     fskit::FSVolumeOperations* operations_;
     fskit::FSVolumeOpenCloseOperations* openClose_;
     fskit::FSVolumeReadWriteOperations* readWrite_;
     std::size_t maximumNameLength_;
-    OpenItems openItems_;
     const std::shared_ptr<FailureLog> failures_;
 };
 

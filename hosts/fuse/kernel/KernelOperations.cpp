@@ -3,6 +3,7 @@
 #include "hosts/fuse/calls/KernelError.h"
 #include "hosts/fuse/kernel/KernelAnswer.h"
 #include "hosts/fuse/kernel/LibFuse.h"
+#include "hosts/fuse/tree/AttributeMap.h"
 
 #include <algorithm>
 #include <cerrno>

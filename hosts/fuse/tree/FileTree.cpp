@@ -1,196 +1,205 @@
 #include "hosts/fuse/tree/FileTree.h"
 
-#include "foundation/UUID.h"
-#include "hosts/fuse/calls/KernelError.h"
-
-#include <cerrno>
+#include "hosts/fuse/tree/AttributeChanges.h"
+#include "hosts/fuse/tree/Creation.h"
+#include "hosts/fuse/tree/Durability.h"
+#include "hosts/fuse/tree/FileAccess.h"
+#include "hosts/fuse/tree/Listings.h"
+#include "hosts/fuse/tree/Lookup.h"
+#include "hosts/fuse/tree/Opening.h"
+#include "hosts/fuse/tree/Removal.h"
+#include "hosts/fuse/tree/Renaming.h"
 
 namespace fusehost {
 
-using fskit::FSItemAttributes;
-using fskit::FSItemPtr;
+/// Each room is given those above it that it needs; none reaches down.
+struct FileTree::Rooms {
+    Rooms(VolumeCalls& itsVolume, const MountOptions& options, const Clock& clock)
+        : volume(itsVolume), attributeMap(options), freshness(options.attrTimeout, clock),
+          absence(options.entryTimeout > Seconds(0) && options.negativeTimeout <= Seconds(0), clock),
+          handles(volume, table, options.attrTimeout), contents(nodes, handles, freshness, options.requestSize),
+          attributeChanges(changes, nodes, attributes, resizing, options.quiet),
+          files(nodes, handles, hidden, options.writeback) {}
 
-FileTree::FileTree(VolumeCalls& volume, const MountOptions& options)
-    : volume_(volume), attributeMap_(options), readAhead_(volume),
-      hiddenPrefix_(".kemvi-hidden-" + foundation::UUID::random().uuidString().substr(0, 8) + "-"),
-      attrTimeout_(options.attrTimeout),
-      trustsAbsence_(options.entryTimeout > Seconds(0) && options.negativeTimeout <= Seconds(0)),
-      requestSize_(options.requestSize), quiet_(options.quiet), writeback_(options.writeback) {
-    volume_.onGiveWay = [this](const FSItemPtr& item) { giveWay(item); };
+    VolumeCalls& volume;
+    const AttributeMap attributeMap;
+    NodeTable table;
+    HiddenNames hiddenNames;
+    Freshness freshness;
+    Absence absence;
+    VolumeHandles handles;
+    Nodes nodes{volume, table, handles};
+    Changes changes{handles, freshness, absence};
+    Attributes attributes{volume, nodes, freshness, attributeMap};
+    Contents contents;
+    HiddenFiles hidden{nodes, handles, freshness, hiddenNames};
+    Lookup lookup{nodes, hidden, attributes, absence};
+    Durability durability{nodes, handles, attributes};
+    NewItems newItems{volume, nodes};
+    HeadCopies headCopies{changes, nodes, newItems, hiddenNames};
+    Shrinking shrinking{nodes, contents, durability, headCopies};
+    Resizing resizing{nodes, handles, attributes, contents, shrinking};
+    AttributeChanges attributeChanges;
+    OpenFiles files;
+    Opening opening{nodes, handles, resizing, files};
+    FileAccess access{files, handles, contents};
+    Listings listings{volume, nodes, hidden, attributes, freshness};
+    Creation creation{changes, nodes, hidden, newItems, attributes, opening};
+    Removal removal{changes, nodes, hidden, listings};
+    Renaming renaming{changes, nodes, hidden, listings};
+};
+
+FileTree::FileTree(VolumeCalls& volume, const MountOptions& options, Clock clock)
+    : rooms_(std::make_unique<Rooms>(volume, options, clock)) {}
+
+FileTree::~FileTree() = default;
+
+bool FileTree::isPending() const {
+    return rooms_->handles.isPending();
 }
 
-FileTree::~FileTree() {
-    volume_.onGiveWay = {};
+void FileTree::doNext() noexcept {
+    rooms_->handles.doNext();
 }
 
 void FileTree::begin() {
-    nodes_.root().item = volume_.activate();
+    rooms_->table.root().item = rooms_->volume.activate();
 }
 
-Node& FileTree::nodeAt(NodeID id) {
-    Node* node = nodes_.find(id);
-    if (node == nullptr)
-        throw KernelError(ESTALE);
-    return *node;
+void FileTree::end() noexcept {
+    rooms_->handles.closeAllUnused();
+    rooms_->files.end();
+    rooms_->listings.end();
 }
 
-Node& FileTree::directoryAt(NodeID id) {
-    Node& node = nodeAt(id);
-    if (!node.isDirectory())
-        throw KernelError(ENOTDIR);
-    return node;
-}
-
-void FileTree::checkName(const std::string& name) const {
-    if (name.size() > volume_.maximumNameLength())
-        throw KernelError(ENAMETOOLONG);
-}
-
-void FileTree::dropVanished(Node& node) {
-    closeForMove(node);
-    nodes_.detach(node);
-    nodes_.deleteIfUnused(node);
-}
-
-FoundItem FileTree::findChild(Node& directory, const std::string& name) {
-    try {
-        FoundItem found = volume_.lookup(itemOf(directory), name);
-        if (!isUsableName(found.name, volume_.maximumNameLength()))
-            found.name = name;
-        return found;
-    } catch (const KernelError& error) {
-        if (error.number() == ENOENT)
-            if (Node* vanished = nodes_.child(directory, name))
-                dropVanished(*vanished);
-        throw;
-    }
-}
-
-FoundItem FileTree::lookUpAgain(Node& node) {
-    if (node.parent == nullptr)
-        throw KernelError(ESTALE);
-    const NodeID id = node.id;
-    try {
-        FoundItem found = findChild(*node.parent, node.name);
-        if (found.attributes.type() != node.type) {
-            dropVanished(node);
-            throw KernelError(ESTALE);
-        }
-        setItem(node, found);
-        return found;
-    } catch (const KernelError& error) {
-        // The kernel asks by number: "stale" makes it look the name up again, which "no such file" does not.
-        if (error.number() == ENOENT || nodes_.find(id) == nullptr)
-            throw KernelError(ESTALE);
-        throw;
-    }
-}
-
-// A node that came from a listing, or was moved, has no item. Where the volume makes items of names, none is looked up:
-// the kernel knows the node, so it is as good as one looked up within the timeouts, and what has gone since shows in
-// the operation that needs the item. That is for files known by the path of their folder and name alone. Any other path
-// is the volume's to tell: what lies at the path made of the name may be another file.
-FSItemPtr FileTree::makeItem(Node& node) {
-    if (node.parent == nullptr || !node.hasPlainPath)
-        return nullptr;
-    return itemOf(*node.parent)->member(node.name, node.type, node.size);
-}
-
-void FileTree::setItem(Node& node, const FoundItem& found) {
-    node.item = found.item;
-    const FSItemPtr& folder = node.parent->item;
-    node.hasPlainPath = folder && folder->hasMember(node.name, found.attributes.fileID());
-}
-
-const FSItemPtr& FileTree::itemOf(Node& node) {
-    if (!node.item)
-        node.item = makeItem(node);
-    if (!node.item)
-        lookUpAgain(node);
-    return node.item;
-}
-
-FileTree::Resolved FileTree::resolve(Node& directory, const std::string& name) {
-    checkName(name);
-    if (isHidden(directory, name))
-        throw KernelError(ENOENT);
-    if (Node* node = nodes_.child(directory, name)) {
-        if (!node->item)
-            node->item = makeItem(*node);
-        if (node->item)
-            return {node, node->item, node->isDirectory()};
-    }
-    FoundItem found = findChild(directory, name);
-    const bool isDirectory = found.attributes.type() == fskit::FSItemType::directory;
-    Node* node = nodes_.child(directory, found.name);
-    if (node != nullptr && node->isDirectory() != isDirectory) {
-        dropVanished(*node);
-        node = nullptr;
-    }
-    return {node, std::move(found.item), isDirectory};
-}
-
-Node& FileTree::adopt(Node& directory, const FoundItem& found) {
-    if (Node* known = nodes_.child(directory, found.name);
-        known != nullptr && known->type != fskit::FSItemType::unknown && known->type != found.attributes.type())
-        dropVanished(*known);
-    Node& node = nodes_.childOrNew(directory, found.name);
-    node.type = found.attributes.type();
-    // Handles are kept by the item's path. Under another spelling of it they would never be found again.
-    if (node.isOpen() && node.item && !node.item->isSame(*found.item))
-        closeForMove(node);
-    setItem(node, found);
-    return node;
-}
-
-TreeEntry FileTree::handOut(Node& node, const FSItemAttributes& attributes) {
-    ++node.lookups;
-    return {node.id, shown(node, attributes)};
-}
-
-struct stat FileTree::shown(Node& node, const FSItemAttributes& attributes) {
-    node.size = attributes.size();
-    // A listing taken before knows less than the kernel is told now.
-    if (!node.isDirectory())
-        noteChange(node);
-    struct stat result = attributeMap_.map(attributes);
-    if (node.hidden)
-        result.st_nlink = 0;
-    recent_ = {node.id, node.changed, std::chrono::steady_clock::now(), result, false};
-    return result;
-}
-
-bool FileTree::isRecent(const Node& node) const {
-    const auto age = std::chrono::steady_clock::now() - recent_.seen;
-    return recent_.node == node.id && node.hasName() && recent_.changed == node.changed && age < briefTrust &&
-           age < attrTimeout_;
-}
-
-TreeEntry FileTree::lookup(NodeID directoryID, const std::string& name) {
-    Node& directory = directoryAt(directoryID);
-    checkName(name);
-    if (isHidden(directory, name))
-        throw KernelError(ENOENT);
-    try {
-        FoundItem found = findChild(directory, name);
-        const FSItemAttributes attributes = found.attributes;
-        return handOut(adopt(directory, found), attributes);
-    } catch (const KernelError& error) {
-        if (error.number() == ENOENT)
-            absence_ = Absence{directoryID, name, std::chrono::steady_clock::now()};
-        throw;
-    }
+TreeEntry FileTree::lookup(NodeID directory, const std::string& name) {
+    return rooms_->lookup.find(rooms_->nodes.directoryAt(directory), name);
 }
 
 void FileTree::forget(NodeID node, std::uint64_t lookups) {
-    const FSItemPtr item = nodes_.forget(node, lookups);
-    if (!item)
-        return;
-    try {
-        volume_.reclaim(item);
-    } catch (const KernelError& error) {
-        error.tell(); // the kernel waits for no answer, and the item is gone either way
-    }
+    rooms_->nodes.forget(node, lookups);
+}
+
+struct stat FileTree::getAttributes(NodeID node) {
+    return rooms_->attributes.get(rooms_->nodes.at(node));
+}
+
+struct stat FileTree::setAttributes(NodeID node, const AttributeChange& change) {
+    return rooms_->attributeChanges.change(rooms_->nodes.at(node), change);
+}
+
+std::string FileTree::readSymbolicLink(NodeID node) {
+    return rooms_->volume.readSymbolicLink(rooms_->nodes.itemOf(rooms_->nodes.at(node)));
+}
+
+OpenFileID FileTree::open(NodeID node, int flags) {
+    return rooms_->opening.open(rooms_->nodes.at(node), flags);
+}
+
+std::size_t FileTree::read(OpenFileID file, std::int64_t offset, std::span<std::byte> into) {
+    return rooms_->access.read(file, offset, into);
+}
+
+std::size_t FileTree::write(OpenFileID file, std::int64_t offset, std::span<const std::byte> contents) {
+    return rooms_->access.write(file, offset, contents);
+}
+
+void FileTree::writePages(OpenFileID file, std::int64_t offset, std::span<const std::byte> contents) {
+    rooms_->access.writePages(file, offset, contents);
+}
+
+void FileTree::synchronize(OpenFileID file) {
+    rooms_->durability.synchronize(rooms_->files.nodeOf(file));
+}
+
+void FileTree::flush(OpenFileID file) {
+    rooms_->files.flush(file);
+}
+
+void FileTree::release(OpenFileID file) {
+    rooms_->files.release(file);
+}
+
+std::vector<NodeID> FileTree::writtenNodes() {
+    return rooms_->files.writtenNodes();
+}
+
+OpenDirectoryID FileTree::openDirectory(NodeID node) {
+    return rooms_->listings.open(rooms_->nodes.directoryAt(node));
+}
+
+void FileTree::releaseDirectory(OpenDirectoryID directory) {
+    rooms_->listings.release(directory);
+}
+
+void FileTree::startListing(OpenDirectoryID directory) {
+    rooms_->listings.start(directory);
+}
+
+std::size_t FileTree::listedCount(OpenDirectoryID directory) {
+    return rooms_->listings.count(directory);
+}
+
+const ListedEntry* FileTree::listedEntry(OpenDirectoryID directory, std::size_t index) {
+    return rooms_->listings.entry(directory, index);
+}
+
+std::optional<TreeEntry> FileTree::listedNode(OpenDirectoryID directory, const ListedEntry& entry) {
+    return rooms_->listings.node(directory, entry);
+}
+
+Seconds FileTree::remainingTrust(OpenDirectoryID directory, Seconds timeout) {
+    return rooms_->listings.remainingTrust(directory, timeout);
+}
+
+std::pair<TreeEntry, OpenFileID> FileTree::create(NodeID directory, const std::string& name, int flags, mode_t mode) {
+    return rooms_->creation.create(rooms_->nodes.directoryAt(directory), name, flags, mode);
+}
+
+TreeEntry FileTree::makeNode(NodeID directory, const std::string& name, mode_t mode) {
+    return rooms_->creation.makeNode(rooms_->nodes.directoryAt(directory), name, mode);
+}
+
+TreeEntry FileTree::makeDirectory(NodeID directory, const std::string& name, mode_t mode) {
+    return rooms_->creation.makeDirectory(rooms_->nodes.directoryAt(directory), name, mode);
+}
+
+TreeEntry FileTree::makeSymbolicLink(NodeID directory, const std::string& name, const std::string& contents) {
+    return rooms_->creation.makeSymbolicLink(rooms_->nodes.directoryAt(directory), name, contents);
+}
+
+TreeEntry FileTree::makeLink(NodeID node, NodeID directory, const std::string& name) {
+    return rooms_->creation.makeLink(rooms_->nodes.at(node), rooms_->nodes.directoryAt(directory), name);
+}
+
+void FileTree::removeFile(NodeID directory, const std::string& name) {
+    rooms_->removal.removeFile(rooms_->nodes.directoryAt(directory), name);
+}
+
+void FileTree::removeDirectory(NodeID directory, const std::string& name) {
+    rooms_->removal.removeDirectory(rooms_->nodes.directoryAt(directory), name);
+}
+
+void FileTree::rename(NodeID directory, const std::string& name, NodeID newDirectory, const std::string& newName,
+                      unsigned flags) {
+    rooms_->renaming.rename(rooms_->nodes.directoryAt(directory), name, rooms_->nodes.directoryAt(newDirectory),
+                            newName, flags);
+}
+
+fskit::FSStatFSResult FileTree::statistics() const {
+    return rooms_->volume.statistics();
+}
+
+std::size_t FileTree::maximumNameLength() const {
+    return rooms_->volume.maximumNameLength();
+}
+
+const NodeTable& FileTree::nodes() const {
+    return rooms_->table;
+}
+
+std::size_t FileTree::openItems() const {
+    return rooms_->handles.openItems();
 }
 
 } // namespace fusehost

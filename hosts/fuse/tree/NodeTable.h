@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace fusehost {
 
@@ -19,6 +20,21 @@ enum class Safety : std::uint8_t {
     unknown, // nothing was written since the node is known
     due,     // something was, and the helper has not been told since
     told
+};
+
+/// An errno that nobody could be told when it arose, kept until somebody asks. The first of several is the one told.
+class DeferredError {
+public:
+    void keep(int number) {
+        if (number_ == 0)
+            number_ = number;
+    }
+
+    /// What was kept, which is then forgotten; 0 if nothing was.
+    int take() { return std::exchange(number_, 0); }
+
+private:
+    int number_ = 0;
 };
 
 /// One file or directory that the kernel knows of, or one on the way to it. Kept small, as a walk through a large tree
@@ -37,17 +53,16 @@ struct Node {
     Node* firstChild = nullptr;
     Node* nextSibling = nullptr;
     Node* previousSibling = nullptr;
-    std::shared_ptr<fskit::FSItem> item; // null until first needed, and again after a move; see FileTree::itemOf
+    std::shared_ptr<fskit::FSItem> item; // null until first needed, and again after a move; see Nodes::itemOf
     std::uint64_t lookups = 0;           // references that the kernel holds
     std::uint64_t size = 0;              // bytes, as the kernel was last told or has since written
-    std::uint64_t changed = 0; // FileTree's change count when this node was last changed, or shown to the kernel
+    std::uint64_t changed = 0; // the count of Freshness when this node was last changed, or shown to the kernel
     std::uint32_t readers = 0; // open descriptions per mode
     std::uint32_t writers = 0;
     std::uint32_t unflushedWriters = 0; // writers that have not flushed since they last wrote or were opened
-    int deferredError = 0;              // an errno to be reported by the next fsync, or flush of a writer
+    DeferredError deferredError;        // to be reported by the next fsync, or flush of a writer
     Safety safety = Safety::unknown;
-    bool mayHaveWriteHandle = false; // in the volume
-    bool isWriteProtected = false;   // by a change of its mode: a handle that is given back may not be had again
+    bool isWriteProtected = false; // by a change of its mode: a handle that is given back may not be had again
 
     bool isDirectory() const { return type == fskit::FSItemType::directory; }
 

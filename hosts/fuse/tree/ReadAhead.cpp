@@ -29,8 +29,8 @@ bool ReadAhead::hasThread() {
     return reader_.joinable();
 }
 
-void ReadAhead::start(NodeID node, fskit::FSItemPtr item, std::int64_t offset, std::size_t size) {
-    if (!hasThread())
+void ReadAhead::start(const Node& node, std::int64_t offset, std::size_t size) {
+    if (maximumAge_ <= Seconds(0) || !node.item || !hasThread())
         return;
     Guard guard(lock_);
     clear(guard);
@@ -39,7 +39,7 @@ void ReadAhead::start(NodeID node, fskit::FSItemPtr item, std::int64_t offset, s
     } catch (const std::bad_alloc&) {
         return; // the program's own read will tell
     }
-    block_ = {node, std::move(item), offset, size, std::chrono::steady_clock::now()};
+    block_ = {node.id, node.item, offset, size, std::chrono::steady_clock::now()};
     state_ = State::asked;
     changed_.notify_all();
 }
@@ -51,22 +51,24 @@ void ReadAhead::clear(Guard& guard) {
     block_ = {};
 }
 
-std::size_t ReadAhead::take(NodeID node, std::int64_t offset, std::span<std::byte> into,
-                            std::chrono::duration<double> maximumAge) {
+std::size_t ReadAhead::take(NodeID node, std::int64_t offset, std::span<std::byte> into) {
     Guard guard(lock_);
     if (state_ == State::empty || block_.node != node || block_.offset != offset)
         return 0;
     const auto age = std::chrono::steady_clock::now() - block_.asked;
     changed_.wait(guard, [&] { return state_ != State::asked; });
-    const std::size_t count = age < maximumAge ? std::min(count_, into.size()) : 0;
+    const std::size_t count = age < maximumAge_ ? std::min(count_, into.size()) : 0;
     std::copy_n(bytes_.begin(), count, into.begin());
     clear(guard);
     return count;
 }
 
-void ReadAhead::drop(NodeID node) {
+// A helper may have two names for one path, and then two nodes share what is open.
+void ReadAhead::drop(const Node& node) {
     Guard guard(lock_);
-    if (state_ != State::empty && block_.node == node)
+    if (state_ == State::empty)
+        return;
+    if (block_.node == node.id || (node.item && block_.item->isSame(*node.item)))
         clear(guard);
 }
 

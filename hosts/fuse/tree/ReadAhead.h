@@ -1,6 +1,7 @@
 #pragma once
 
 #include "hosts/fuse/calls/VolumeCalls.h"
+#include "hosts/fuse/mounting/MountOptions.h"
 #include "hosts/fuse/tree/NodeTable.h"
 
 #include <chrono>
@@ -18,24 +19,26 @@ namespace fusehost {
 /// same time. One block of one file; the helper still gets one request at a time. To be used by one thread.
 class ReadAhead {
 public:
-    explicit ReadAhead(VolumeCalls& volume) : volume_(volume) {}
+    /// A block serves for `maximumAge` from when it was asked for. With 0 nothing is asked before it is wanted.
+    ReadAhead(VolumeCalls& volume, Seconds maximumAge) : volume_(volume), maximumAge_(maximumAge) {}
 
     ReadAhead(const ReadAhead&) = delete;
     ReadAhead& operator=(const ReadAhead&) = delete;
     /// Waits for the read under way.
     ~ReadAhead();
 
-    /// Begins to read `size` bytes at `offset`. A block that nobody took is forgotten.
-    void start(NodeID node, fskit::FSItemPtr item, std::int64_t offset, std::size_t size);
+    /// Begins to read `size` bytes at `offset` of a node's file, which must be open. A block that nobody took is
+    /// forgotten.
+    void start(const Node& node, std::int64_t offset, std::size_t size);
 
     /// What was read of the block at `offset`, waiting for it if need be: the number of bytes, at most the size of
-    /// `into`. 0 if that block was not asked for, was asked for longer than `maximumAge` ago, or could not be
-    /// read: whoever reads it then meets the error.
-    std::size_t take(NodeID node, std::int64_t offset, std::span<std::byte> into,
-                     std::chrono::duration<double> maximumAge);
+    /// `into`. 0 if that block was not asked for, was asked for too long ago, or could not be read: whoever reads it
+    /// then meets the error.
+    std::size_t take(NodeID node, std::int64_t offset, std::span<std::byte> into);
 
-    /// Forgets what was read of the node, and waits for the read under way: it uses the volume's handle of the file.
-    void drop(NodeID node);
+    /// Forgets what was read of the node's file, by whatever name, and waits for the read under way: it uses the
+    /// volume's handle of the file.
+    void drop(const Node& node);
 
 private:
     using Guard = std::unique_lock<std::mutex>;
@@ -56,6 +59,7 @@ private:
     void clear(Guard& guard);
 
     VolumeCalls& volume_;
+    const Seconds maximumAge_;
     std::mutex lock_;
     std::condition_variable changed_;
     State state_ = State::empty;

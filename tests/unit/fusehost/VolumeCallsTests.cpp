@@ -85,27 +85,6 @@ TEST_F(VolumeCallsTest, aCloseThatFailsForOneModeStillClosesTheOther) {
     EXPECT_THAT(served.takeRequests(), IsEmpty()) << "the volume still held a handle";
 }
 
-TEST_F(VolumeCallsTest, ofTwoItemsWithOneIdentifierOneIsOpenAtATime) {
-    const auto shared = std::make_shared<MemoryVolume>(served);
-    shared->identifiers = {{"/a", 4711}, {"/b", 4711}};
-    VolumeCalls sharing(shared);
-    const auto top = sharing.activate();
-    served.put("/a", "a");
-    served.put("/b", "b");
-    const auto a = sharing.lookup(top, "a").item;
-    const auto b = sharing.lookup(top, "b").item;
-    sharing.open(a, fskit::FSVolumeOpenModes::read);
-    sharing.open(sharing.lookup(top, "a").item, fskit::FSVolumeOpenModes::write);
-    served.takeRequests();
-    sharing.open(b, fskit::FSVolumeOpenModes::read);
-    EXPECT_THAT(served.takeRequests(), ElementsAre("release /a", "release /a", "open read /b"));
-    sharing.close(a, fskit::FSVolumeOpenModes::none);
-    EXPECT_EQ(sharing.openItems(), 1U);
-    sharing.close(b, fskit::FSVolumeOpenModes::none);
-    EXPECT_EQ(sharing.openItems(), 0U);
-    EXPECT_THAT(served.takeRequests(), ElementsAre("release /b"));
-}
-
 TEST_F(VolumeCallsTest, aCloseThatFailsForBothModesReportsTheFirstFailure) {
     served.put("/a", "x");
     const auto item = calls.lookup(root, "a").item;

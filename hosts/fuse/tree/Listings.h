@@ -1,0 +1,59 @@
+#pragma once
+
+#include "hosts/fuse/calls/VolumeCalls.h"
+#include "hosts/fuse/tree/Attributes.h"
+#include "hosts/fuse/tree/DirectorySnapshot.h"
+#include "hosts/fuse/tree/HiddenFiles.h"
+#include "hosts/fuse/tree/OpenIDs.h"
+#include "hosts/fuse/tree/OpenTable.h"
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+
+namespace fusehost {
+
+/// The directories that the kernel has open, and what it is told of their entries: never of a hidden file, and of a
+/// node only what is as true as it was when the listing was taken. Failures are KernelErrors; EBADF for an unknown
+/// directory.
+class Listings {
+public:
+    Listings(VolumeCalls& volume, Nodes& nodes, HiddenFiles& hidden, Attributes& attributes, Freshness& freshness);
+
+    OpenDirectoryID open(const Node& directory);
+
+    void release(OpenDirectoryID id) { open_.erase(id); }
+
+    /// Takes the snapshot that the listing is served from; anew for every listing from the start.
+    void start(OpenDirectoryID id);
+    /// Entries of the listing; 0 before it is started.
+    std::size_t count(OpenDirectoryID id);
+    /// Entry `index`, less than `count`; null for a name that is not to be shown.
+    const ListedEntry* entry(OpenDirectoryID id, std::size_t index);
+    /// The entry as a node handed to the kernel, where the listing still tells the truth about it; otherwise absent.
+    std::optional<TreeEntry> node(OpenDirectoryID id, const ListedEntry& entry);
+    /// How long the listing's attributes may still be trusted, of `timeout`.
+    Seconds remainingTrust(OpenDirectoryID id, Seconds timeout);
+
+    /// For a directory that is to go: asks the volume, and throws ENOTEMPTY unless nothing or hidden files alone are in
+    /// it. `directory` is the item's node; null if the kernel does not know it.
+    void refuseIfNotEmpty(const Node* directory, const fskit::FSItemPtr& item);
+
+    /// For the end of a mount.
+    void end() noexcept { open_.clear(); }
+
+private:
+    struct OpenDirectory {
+        NodeID node = 0;
+        std::unique_ptr<DirectorySnapshot> snapshot; // null: nothing to list
+    };
+
+    VolumeCalls& volume_;
+    Nodes& nodes_;
+    HiddenFiles& hidden_;
+    Attributes& attributes_;
+    Freshness& freshness_;
+    OpenTable<OpenDirectoryID, OpenDirectory> open_;
+};
+
+} // namespace fusehost
