@@ -1,83 +1,80 @@
 #include "cli/HelperProcesses.h"
 
-#include "cli/ProcessTable.h"
-
-#include <algorithm>
+#include <chrono>
 #include <csignal>
-#include <cstring>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <utility>
 
 namespace cli {
 
 namespace {
 
-constexpr int graceAfterEndOfInput = 300;  // milliseconds
-constexpr int graceAfterTermination = 700; // milliseconds
-constexpr int graceAfterEndOfOutput = 500; // milliseconds; a process that ends closes its output a little earlier
+using namespace std::chrono_literals;
+
+constexpr Patience afterEndOfInput{300ms, 700ms};
+constexpr auto graceAfterEndOfOutput = 500ms; // a process that ends closes its output a little earlier
 
 } // namespace
 
-void HelperProcesses::remember() {
-    auto running = childrenOf(::getpid()).helpers;
-    const std::lock_guard lock(mutex_);
-    remembered_ = std::move(running);
+HelperProcesses::~HelperProcesses() {
+    std::vector<HeldProcess> held;
+    for (const auto& helper : helpers_)
+        held.push_back(std::move(helper->held));
+    endProcesses(held, afterEndOfInput);
+    for (const auto& helper : helpers_)
+        helper->child->waitUntilExit();
 }
 
-std::vector<pid_t> HelperProcesses::pids() const {
+void HelperProcesses::helperStarted(const std::shared_ptr<foundation::ChildProcess>& helper) noexcept {
+    // The number is still its own: nobody has waited for it yet.
+    const auto started = std::make_shared<Helper>(Helper{helper, HeldProcess(helper->processIdentifier())});
     const std::lock_guard lock(mutex_);
-    return remembered_ ? *remembered_ : childrenOf(::getpid()).helpers;
+    watch_.guard(started->held);
+    helpers_.push_back(started);
+}
+
+void HelperProcesses::helperEnded(const std::shared_ptr<foundation::ChildProcess>& helper,
+                                  const std::string&) noexcept {
+    const std::lock_guard lock(mutex_);
+    for (const auto& known : helpers_)
+        if (known->child == helper)
+            known->ended = true;
+}
+
+std::shared_ptr<const HelperProcesses::Helper> HelperProcesses::current() const {
+    const std::lock_guard lock(mutex_);
+    return helpers_.empty() ? nullptr : helpers_.back();
+}
+
+std::optional<pid_t> HelperProcesses::pid() const {
+    const auto helper = current();
+    return helper ? std::optional(helper->held.pid()) : std::nullopt;
 }
 
 void HelperProcesses::kill() const {
-    const auto children = childrenOf(::getpid()).helpers;
-    for (const pid_t pid : pids()) {
-        // One that is no child any more was waited for, and its number may be another's by now.
-        if (std::find(children.begin(), children.end(), pid) != children.end())
-            ProcessHandle(pid).signalGroup(SIGKILL);
-    }
+    const std::lock_guard lock(mutex_);
+    for (const auto& helper : helpers_)
+        helper->held.signalGroup(SIGKILL);
 }
 
-HelperProcesses::~HelperProcesses() {
-    std::vector<ProcessHandle> helpers;
-    for (const pid_t pid : childrenOf(::getpid()).helpers)
-        helpers.emplace_back(pid);
-    endProcesses(helpers, graceAfterEndOfInput, graceAfterTermination);
-    for (const auto& helper : helpers)
-        ::waitpid(helper.pid(), nullptr, 0);
+bool HelperProcesses::ended() const {
+    const std::lock_guard lock(mutex_);
+    return !helpers_.empty() && helpers_.back()->ended;
 }
 
-std::optional<std::string> HelperProcesses::howEnded() const {
-    for (const pid_t pid : pids()) {
-        siginfo_t info{};
-        if (::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid != pid)
-            continue;
-        if (info.si_code == CLD_EXITED)
-            return "exited with status " + std::to_string(info.si_status);
-        return "was killed by signal " + std::to_string(info.si_status) + " (" + ::strsignal(info.si_status) + ")";
-    }
-    return std::nullopt;
-}
-
-std::optional<int> HelperProcesses::exitStatus() const {
-    const auto helpers = pids();
-    siginfo_t info{};
-    if (helpers.empty() || !ProcessHandle(helpers.front()).waitGone(graceAfterEndOfOutput) ||
-        ::waitid(P_PID, static_cast<id_t>(helpers.front()), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
-        info.si_code != CLD_EXITED)
-        return std::nullopt;
-    return info.si_status;
+std::optional<foundation::ExitStatus> HelperProcesses::exitStatus() const {
+    const auto helper = current();
+    return helper && helper->held.waitGone(graceAfterEndOfOutput) ? helper->child->exitStatus() : std::nullopt;
 }
 
 std::string HelperProcesses::afterEndOfOutput() const {
-    const auto helpers = pids();
-    if (helpers.empty())
+    if (!ended())
         return {};
-    const std::string helper = "the helper (pid " + std::to_string(helpers.front()) + ") ";
-    if (!ProcessHandle(helpers.front()).waitGone(graceAfterEndOfOutput))
-        return helper + "has closed its output but still runs";
-    const auto end = howEnded();
-    return end ? helper + *end : helper + "has ended";
+    const auto helper = current();
+    const std::string name = "the helper (pid " + std::to_string(helper->held.pid()) + ") ";
+    if (!helper->held.waitGone(graceAfterEndOfOutput))
+        return name + "has closed its output but still runs";
+    const auto status = helper->child->exitStatus();
+    return name + (status ? status->description() : "has ended");
 }
 
 } // namespace cli

@@ -1,5 +1,11 @@
 #pragma once
 
+#include "cli/DeathWatch.h"
+#include "cli/HeldProcess.h"
+#include "foundation/ExitStatus.h"
+#include "helper/HelperObserver.h"
+
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -8,40 +14,50 @@
 
 namespace cli {
 
-/// The helper processes that this process started. Thread-safe.
-class HelperProcesses {
+/// The helpers of a mount, as it is told of them; the last one started is the one that serves. Thread-safe.
+class HelperProcesses final : public kemvi::HelperObserver {
 public:
-    HelperProcesses() = default;
+    /// Each helper is handed to the watch, which must outlive this object, the moment it has started.
+    explicit HelperProcesses(DeathWatch& watch) : watch_(watch) {}
+
     /// Ends every helper there still is, after their input was closed: a moment to go by themselves, SIGTERM, SIGKILL.
     /// Leaves no process and no zombie. Takes at most about a second and a half.
-    ~HelperProcesses();
+    ~HelperProcesses() override;
     HelperProcesses(const HelperProcesses&) = delete;
     HelperProcesses& operator=(const HelperProcesses&) = delete;
 
-    /// Takes note of the helpers that run now. Children started later (the mount program's own) are none.
-    void remember();
+    void helperStarted(const std::shared_ptr<foundation::ChildProcess>& helper) noexcept override;
+    void helperEnded(const std::shared_ptr<foundation::ChildProcess>& helper,
+                     const std::string& lastRequest) noexcept override;
 
-    /// The helpers noted, or before that every child there is.
-    std::vector<pid_t> pids() const;
+    /// The process number of the helper; nothing before one was started.
+    std::optional<pid_t> pid() const;
 
-    /// Kills them, each with its whole process group. Does not wait.
+    /// Kills the helpers, each with its whole process group. Does not wait.
     void kill() const;
 
-    /// How the helper ended, "exited with status 1" or "was killed by signal 9 (Killed)", if one has ended and was not
-    /// yet waited for.
-    std::optional<std::string> howEnded() const;
+    /// True if the helper answers no more.
+    bool ended() const;
 
-    /// The helper's exit status, if it has exited; a helper that is about to is given a moment. Nothing if a signal
-    /// ended it.
-    std::optional<int> exitStatus() const;
+    /// How the helper ended; one that is about to is given a moment. Nothing if it still runs then, or was not started.
+    std::optional<foundation::ExitStatus> exitStatus() const;
 
-    /// The state of the helper after its output has ended, as a clause: how it ended, for which it is given a moment,
-    /// or that it still runs. Empty if nothing is known of it.
+    /// The state of a helper that answers no more, as a clause: how it ended, for which it is given a moment, or that
+    /// it still runs. Empty for one that answers.
     std::string afterEndOfOutput() const;
 
 private:
-    mutable std::mutex mutex_;
-    std::optional<std::vector<pid_t>> remembered_;
+    struct Helper {
+        std::shared_ptr<foundation::ChildProcess> child;
+        HeldProcess held;
+        bool ended = false; // guarded by mutex_
+    };
+
+    std::shared_ptr<const Helper> current() const;
+
+    DeathWatch& watch_;
+    mutable std::mutex mutex_; // guards what follows; never held while a helper is waited for
+    std::vector<std::shared_ptr<Helper>> helpers_;
 };
 
 } // namespace cli

@@ -1,6 +1,7 @@
 #include "cli/HostRecord.h"
 
 #include "cli/CommandError.h"
+#include "cli/ProcessTable.h"
 
 #include <array>
 #include <cerrno>
@@ -80,10 +81,10 @@ bool readRecord(const std::string& path, ServingProcess& into) {
 }
 
 std::optional<ServingProcess> servingProcess(pid_t pid) {
-    ServingProcess found{ProcessHandle(pid), 0, {}, std::nullopt};
+    ServingProcess found{HeldProcess(pid), 0, {}, std::nullopt};
     const auto user = onlyUserOf(pid);
     const auto record = user ? recordOf(pid, *user) : std::string();
-    // Looked at last: while the process held by the handle lives, the number was its own all along.
+    // Looked at last: while the process held lives, the number was its own all along.
     if (record.empty() || !readRecord(record, found) || found.process.gone())
         return std::nullopt;
     found.owner = *user;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "cli/ProcessTable.h"
+#include "cli/HeldProcess.h"
 
 #include <optional>
 #include <string>
@@ -29,7 +29,7 @@ private:
 
 /// A process that holds such a record.
 struct ServingProcess {
-    ProcessHandle process;
+    HeldProcess process;
     uid_t owner = 0;
     std::string mountPoint;
     std::optional<unsigned> deviceMinor;

@@ -1,15 +1,14 @@
 #include "cli/MountSession.h"
 
 #include "cli/CommandError.h"
+#include "cli/DeathWatch.h"
 #include "cli/HelperProcesses.h"
 #include "cli/HostRecord.h"
 #include "cli/MountPoint.h"
-#include "cli/MountWatch.h"
 #include "cli/StopControl.h"
 #include "extension/KemviUnaryFileSystem.h"
 #include "foundation/Error.h"
 #include "foundation/PosixErrno.h"
-#include "helper/HelperClient.h"
 #include "hosts/fuse/FuseHost.h"
 #include "hosts/fuse/calls/Quietly.h"
 #include "hosts/fuse/mounting/MountError.h"
@@ -27,7 +26,11 @@ namespace cli {
 
 namespace {
 
+using namespace std::chrono_literals;
+
 constexpr long fuseMagic = 0x65735546; // f_type of a FUSE mount
+/// What a helper gets to finish should this process be killed; one that is still there then hangs.
+constexpr Patience afterOurDeath{5s, 2s};
 
 void nameProcess(const std::string& name) {
     ::prctl(PR_SET_NAME, name.c_str());
@@ -95,19 +98,19 @@ std::string earlyEnd(const HelperProcesses& helpers) {
     constexpr int cannotExecute = 126; // env(1)
     constexpr int notFound = 127;
     const auto status = helpers.exitStatus();
-    if (status == notFound || status == cannotExecute)
-        return "node could not be run (exit status " + std::to_string(*status) + ")";
-    const auto end = helpers.howEnded();
-    return end ? "the helper ended before it answered the first request (it " + *end + ")"
-               : "the helper closed its output before it answered the first request";
+    if (!status)
+        return "the helper closed its output before it answered the first request";
+    if (status->code() == notFound || status->code() == cannotExecute)
+        return "node could not be run (exit status " + std::to_string(*status->code()) + ")";
+    return "the helper ended before it answered the first request (it " + status->description() + ")";
 }
 
 /// What a failed start means, in words for the user.
 std::string startProblem(const foundation::NSError& error, const HelperProcesses& helpers) {
     const std::string text = error.description();
-    if (!error.origin) // it is of no request
+    if (!helpers.pid())
         return launchProblem(error);
-    if (error.origin->state == kemvi::helperGoneState)
+    if (helpers.ended())
         return earlyEnd(helpers);
     if (error.isPosix())
         return "the helper answered the first request with an error: " + text;
@@ -119,9 +122,10 @@ std::string startProblem(const foundation::NSError& error, const HelperProcesses
 class MountSession {
 public:
     MountSession(const MountPlan& plan)
-        : plan_(plan), lock_(std::in_place, plan.mountPoint), record_(plan.mountPoint), watch_(plan.mountPoint),
-          host_(std::make_shared<kemvi::KemviUnaryFileSystem>(), plan.source, plan.mountPoint, plan.options,
-                [this](const foundation::ErrorOrigin& origin) { return explained(origin); }),
+        : plan_(plan), lock_(std::in_place, plan.mountPoint), record_(plan.mountPoint),
+          watch_(afterOurDeath, plan.mountPoint), helpers_(watch_),
+          host_(std::make_shared<kemvi::KemviUnaryFileSystem>(helpers_), plan.source, plan.mountPoint, plan.options,
+                [this](const foundation::ErrorOrigin&) { return helpers_.afterEndOfOutput(); }),
           stop_(host_, helpers_, plan.mountPoint) {}
 
     ExitCode run(const Progress& progress) {
@@ -143,11 +147,6 @@ private:
         throw CommandError(ExitCode::interrupted, plan_.mountPoint, "interrupted before the mount was ready");
     }
 
-    /// What is known here of a state in which all operations fail.
-    std::string explained(const foundation::ErrorOrigin& origin) const {
-        return origin.state == kemvi::helperGoneState ? helpers_.afterEndOfOutput() : std::string();
-    }
-
     void load() {
         try {
             host_.load();
@@ -158,8 +157,6 @@ private:
             throw CommandError(ExitCode::helperFailed, plan_.helperPath,
                                problem + "; see what it said, or run: kemvi check " + plan_.source);
         }
-        helpers_.remember();
-        watch_.guard(handlesOfChildren(helpers_.pids(), ::getpid()));
     }
 
     /// False if the connection to the kernel failed.
@@ -200,7 +197,7 @@ private:
     const MountPlan& plan_;
     std::optional<MountPointLock> lock_; // until it is mounted; then the mount table says so
     HostRecord record_;
-    MountWatch watch_;        // goes after the helper, which it ends should this process be killed
+    DeathWatch watch_;        // goes after the helper, which it ends should this process be killed
     HelperProcesses helpers_; // goes after the host: by then the helper's input is closed
     fusehost::FuseHost host_;
     StopControl stop_;

@@ -1,20 +1,13 @@
 #include "cli/ProcessTable.h"
 
-#include "cli/MountWatch.h"
+#include "cli/DeathWatch.h"
 #include "cli/Paths.h"
 #include "foundation/Error.h"
 #include "foundation/FileContents.h"
 
-#include <algorithm>
-#include <cerrno>
 #include <charconv>
-#include <chrono>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <optional>
-#include <poll.h>
-#include <sys/syscall.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -55,8 +48,7 @@ pid_t parentOf(pid_t pid) {
 bool isWatch(pid_t pid) {
     const std::string arguments = contents(procPath(pid, "cmdline"));
     const auto end = arguments.find('\0');
-    return end != std::string::npos &&
-           std::string_view(arguments).substr(end + 1).starts_with(std::string(MountWatch::argument) + '\0');
+    return end != std::string::npos && std::string_view(arguments).substr(end + 1).starts_with(DeathWatch::argument);
 }
 
 /// What a link of /proc names. Reading it does not touch the file it leads to.
@@ -92,71 +84,6 @@ bool usesMount(pid_t pid, const std::string& mountPoint) {
 
 } // namespace
 
-ProcessHandle::ProcessHandle(pid_t pid) : pid_(pid), descriptor_(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0))) {}
-
-ProcessHandle::ProcessHandle(pid_t pid, int descriptor) : pid_(pid), descriptor_(descriptor) {}
-
-ProcessHandle::ProcessHandle(ProcessHandle&& other) noexcept
-    : pid_(other.pid_), descriptor_(std::exchange(other.descriptor_, -1)) {}
-
-ProcessHandle& ProcessHandle::operator=(ProcessHandle&& other) noexcept {
-    std::swap(pid_, other.pid_);
-    std::swap(descriptor_, other.descriptor_);
-    return *this;
-}
-
-ProcessHandle::~ProcessHandle() {
-    if (descriptor_ >= 0)
-        ::close(descriptor_);
-}
-
-bool ProcessHandle::waitGone(int milliseconds) const {
-    if (descriptor_ < 0)
-        return true;
-    pollfd ended{descriptor_, POLLIN, 0};
-    int ready = 0;
-    do {
-        ready = ::poll(&ended, 1, milliseconds);
-    } while (ready < 0 && errno == EINTR);
-    return ready > 0;
-}
-
-void ProcessHandle::signal(int number) const {
-    if (descriptor_ >= 0)
-        ::syscall(SYS_pidfd_send_signal, descriptor_, number, nullptr, 0);
-}
-
-void ProcessHandle::signalGroup(int number) const {
-    constexpr unsigned toProcessGroup = 1U << 2; // PIDFD_SIGNAL_PROCESS_GROUP, since Linux 6.9
-    if (descriptor_ < 0 || ::syscall(SYS_pidfd_send_signal, descriptor_, number, nullptr, toProcessGroup) == 0)
-        return;
-    // The number of a group stays taken while its leader lives, so this cannot hit another group.
-    if (errno == EINVAL && !gone() && ::getpgid(pid_) == pid_)
-        ::kill(-pid_, number);
-    signal(number);
-}
-
-bool allGone(const std::vector<ProcessHandle>& processes, int milliseconds) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
-    return std::all_of(processes.begin(), processes.end(), [&](const ProcessHandle& process) {
-        const auto left =
-            std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();
-        return process.waitGone(static_cast<int>(std::max<std::int64_t>(0, left)));
-    });
-}
-
-bool endProcesses(const std::vector<ProcessHandle>& processes, int alone, int afterTermination) {
-    if (allGone(processes, alone))
-        return true;
-    for (const int number : {SIGTERM, SIGKILL}) {
-        for (const auto& process : processes)
-            process.signalGroup(number);
-        if (number == SIGTERM && allGone(processes, afterTermination))
-            break;
-    }
-    return false;
-}
-
 std::vector<pid_t> allProcesses() {
     std::vector<pid_t> processes;
     std::error_code error;
@@ -188,14 +115,14 @@ Children childrenOf(pid_t parent) {
     return children;
 }
 
-std::vector<ProcessHandle> handlesOfChildren(const std::vector<pid_t>& pids, pid_t parent) {
-    std::vector<ProcessHandle> handles;
+std::vector<HeldProcess> heldChildren(const std::vector<pid_t>& pids, pid_t parent) {
+    std::vector<HeldProcess> held;
     for (const pid_t pid : pids) {
-        ProcessHandle handle(pid);
-        if (parentOf(pid) == parent && !handle.gone())
-            handles.push_back(std::move(handle));
+        HeldProcess child(pid);
+        if (parentOf(pid) == parent && !child.gone())
+            held.push_back(std::move(child));
     }
-    return handles;
+    return held;
 }
 
 std::vector<ProcessName> usersOfMount(const std::string& mountPoint, pid_t except, std::size_t limit) {

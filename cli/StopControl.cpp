@@ -141,8 +141,8 @@ void StopControl::onSlowWriting() {
 }
 
 std::string StopControl::helperName() const {
-    const auto helpers = helpers_.pids();
-    return helpers.empty() ? "the helper" : "the helper (pid " + std::to_string(helpers[0]) + ")";
+    const auto pid = helpers_.pid();
+    return pid ? "the helper (pid " + std::to_string(*pid) + ")" : "the helper";
 }
 
 void StopControl::tell(const std::string& what) const {

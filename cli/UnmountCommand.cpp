@@ -10,6 +10,7 @@
 #include "hosts/fuse/mounting/Unmounting.h"
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <iterator>
@@ -24,12 +25,14 @@ namespace cli {
 
 namespace {
 
-// Milliseconds. A forced end takes no longer than their sum.
-constexpr int orderlyEnd = 1500;
-constexpr int endAfterSecondSignal = 1500;
-constexpr int endAfterKilling = 1000;
-constexpr int quietWait = 3000;
-constexpr int watcherEnd = 1000;
+using namespace std::chrono_literals;
+
+// A forced end takes no longer than their sum.
+constexpr auto orderlyEnd = 1500ms;
+constexpr auto endAfterSecondSignal = 1500ms;
+constexpr auto endAfterKilling = 1000ms;
+constexpr auto quietWait = 3000ms;
+constexpr auto watcherEnd = 1000ms;
 
 constexpr std::size_t namedUsers = 5;
 
@@ -64,10 +67,10 @@ Target findTarget(const std::string& name) {
 
 /// The processes behind a mount, held before it is taken away.
 struct Processes {
-    std::vector<ProcessHandle> hosts; // one, or none behind a stale mount
-    std::vector<ProcessHandle> helpers;
+    std::vector<HeldProcess> hosts; // one, or none behind a stale mount
+    std::vector<HeldProcess> helpers;
     /// They look at the mount point once more when the host ends; a new mount there must not meet them.
-    std::vector<ProcessHandle> watchers;
+    std::vector<HeldProcess> watchers;
 };
 
 bool isBehind(const ServingProcess& serving, const Target& target) {
@@ -76,7 +79,7 @@ bool isBehind(const ServingProcess& serving, const Target& target) {
     return serving.deviceMinor == target.mount->deviceMinor && serving.owner == target.mount->owner;
 }
 
-void moveTo(std::vector<ProcessHandle>& all, std::vector<ProcessHandle> more) {
+void moveTo(std::vector<HeldProcess>& all, std::vector<HeldProcess> more) {
     std::move(more.begin(), more.end(), std::back_inserter(all));
 }
 
@@ -87,8 +90,8 @@ Processes processesBehind(const Target& target) {
             continue;
         const pid_t host = serving.process.pid();
         const Children children = childrenOf(host);
-        auto helpers = handlesOfChildren(children.helpers, host);
-        auto watchers = handlesOfChildren(children.watchers, host);
+        auto helpers = heldChildren(children.helpers, host);
+        auto watchers = heldChildren(children.watchers, host);
         if (serving.process.gone())
             continue; // those are another process's children, if there are any
         processes.hosts.push_back(std::move(serving.process));
@@ -160,7 +163,7 @@ std::optional<pid_t> processThatSees(const fusehost::MountEntry& mount) {
 
 /// The process that serves has not ended, though the mount is gone from here: says what it waits for, and waits too
 /// where it is the helper alone.
-void waitForHost(const fusehost::MountEntry& mount, const ProcessHandle& host) {
+void waitForHost(const fusehost::MountEntry& mount, const HeldProcess& host) {
     const std::string pid = std::to_string(host.pid());
     if (const auto elsewhere = processThatSees(mount)) {
         printMessage(mount.mountPoint + ": unmounted here; the volume is still mounted for process " +
@@ -170,7 +173,7 @@ void waitForHost(const fusehost::MountEntry& mount, const ProcessHandle& host) {
     }
     printMessage(mount.mountPoint + ": unmounted; process " + pid +
                  " still waits for its helper to end; to end both: kill " + pid);
-    host.waitGone(-1);
+    host.waitGone();
 }
 
 void unmountOrderly(const fusehost::MountEntry& mount, const Processes& processes) {

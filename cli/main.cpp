@@ -1,11 +1,10 @@
 #include "cli/Background.h"
 #include "cli/CheckCommand.h"
 #include "cli/CommandError.h"
-#include "cli/HelperWatch.h"
+#include "cli/DeathWatch.h"
 #include "cli/InitCommand.h"
 #include "cli/MountCommand.h"
 #include "cli/MountHelper.h"
-#include "cli/MountWatch.h"
 #include "cli/ProcessStart.h"
 #include "cli/Spelling.h"
 #include "cli/UnmountCommand.h"
@@ -82,10 +81,8 @@ int main(int argc, char** argv) {
     cli::settleInheritedState();
     if (cli::isCalledByMount(argv[0]))
         return cli::runAsMountHelper(argc, argv);
-    if (cli::isCalledToWatchHelper(argc, argv))
-        return cli::runHelperWatch(argv[2]);
     if (cli::isCalledToWatch(argc, argv))
-        return cli::runMountWatch(argv[2]);
+        return cli::runDeathWatch(argv);
     int status = 0;
     const auto failed = cli::reportingErrors([&] {
         status = runCommandLine(argc, argv);

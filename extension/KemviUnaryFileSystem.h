@@ -1,17 +1,21 @@
 #pragma once
 
 #include "fskit/FSUnaryFileSystem.h"
+#include "helper/HelperObserver.h"
 
 #include <memory>
 
 namespace kemvi {
 
 /// Makes a volume from a source directory: reads the directory's "mount-config.json", starts the helper named there and
-/// checks that it answers. Keeps nothing but its container identifier: each load starts a helper and makes a volume of
+/// checks that it answers. Keeps nothing of what it makes: each load starts a helper and makes a volume of
 /// its own. Safe on any thread.
 class KemviUnaryFileSystem final : public fskit::FSUnaryFileSystem {
 public:
     KemviUnaryFileSystem();
+    /// The same with somebody to be told of every helper that a load starts, who must outlive the file system and its
+    /// volumes.
+    explicit KemviUnaryFileSystem(HelperObserver& observer);
 
     /// Every resource is usable; it is not looked at. Replies before it returns.
     void probeResource(const std::shared_ptr<fskit::FSResource>& resource, fskit::ProbeReply reply) override;
@@ -27,7 +31,10 @@ public:
                         fskit::ErrorReply reply) override;
 
 private:
+    explicit KemviUnaryFileSystem(HelperObserver* observer);
+
     const fskit::FSContainerIdentifier containerID_;
+    HelperObserver* const observer_; // or null
 };
 
 } // namespace kemvi

@@ -13,6 +13,8 @@ namespace cli::check {
 namespace {
 
 constexpr std::chrono::milliseconds graceAfterEndOfInput{1000};
+/// What the helper gets to finish should this process be killed; one that is still there then hangs.
+constexpr Patience afterOurDeath{std::chrono::seconds(1), std::chrono::seconds(1)};
 constexpr std::chrono::milliseconds patience{100};          // with what comes on and on
 constexpr std::size_t longestLine = std::size_t{256} << 20; // bytes; ten times what any request here asks for
 constexpr std::size_t mostUnasked = std::size_t{1} << 20;   // bytes, of a helper that does not stop writing
@@ -23,14 +25,15 @@ CheckedHelper::CheckedHelper(const kemvi::KemviMountConfig& config, Duration lim
     : limit_(limit), attention_(attention), process_(config.helperPath, config.helperEnvironment()) {}
 
 CheckedHelper::~CheckedHelper() {
-    if (handle_)
+    if (held_)
         end(lost_ ? Duration(0) : graceAfterEndOfInput);
 }
 
 void CheckedHelper::start() {
     process_.start(words_.descriptor());
-    handle_.emplace(process_.child()->processIdentifier());
-    watch_.emplace(*handle_);
+    held_.emplace(process_.child()->processIdentifier());
+    watch_.emplace(afterOurDeath);
+    watch_->guard(*held_);
     words_.start();
     for (const int descriptor : {requests(), answers()})
         ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) | O_NONBLOCK);
@@ -44,8 +47,8 @@ Exchange CheckedHelper::exchange(std::string line) {
     std::size_t scanned = 0;
     auto end = std::string::npos;
     if (!lost_ && writeLine(exchange.request + "\n", deadline)) {
-        while ((end = held_.find('\n', scanned)) == std::string::npos) {
-            scanned = held_.size();
+        while ((end = unread_.find('\n', scanned)) == std::string::npos) {
+            scanned = unread_.size();
             if (scanned > longestLine || Clock::now() >= deadline || !fill(deadline))
                 break;
         }
@@ -53,12 +56,12 @@ Exchange CheckedHelper::exchange(std::string line) {
     exchange.took = Clock::now() - begin;
     if (end != std::string::npos) {
         exchange.outcome = Exchange::Outcome::answered;
-        exchange.answer = held_.substr(0, end);
-        held_.erase(0, end + 1);
+        exchange.answer = unread_.substr(0, end);
+        unread_.erase(0, end + 1);
         return exchange;
     }
     exchange.outcome = ended_ || lost_ ? Exchange::Outcome::closed : Exchange::Outcome::timedOut;
-    exchange.answer = std::exchange(held_, {});
+    exchange.answer = std::exchange(unread_, {});
     lost_ = true;
     return exchange;
 }
@@ -87,7 +90,7 @@ bool CheckedHelper::fill(Clock::time_point deadline) {
     std::array<char, 65536> bytes{};
     const auto count = ::read(descriptor, bytes.data(), bytes.size());
     if (count > 0) {
-        held_.append(bytes.data(), static_cast<std::size_t>(count));
+        unread_.append(bytes.data(), static_cast<std::size_t>(count));
         return true;
     }
     ended_ = count == 0;
@@ -96,31 +99,31 @@ bool CheckedHelper::fill(Clock::time_point deadline) {
 
 std::optional<std::string> CheckedHelper::nextLine(Duration wait) {
     const auto deadline = Clock::now() + wait;
-    auto end = held_.find('\n');
+    auto end = unread_.find('\n');
     while (end == std::string::npos && Clock::now() < deadline && fill(deadline))
-        end = held_.find('\n');
+        end = unread_.find('\n');
     if (end == std::string::npos)
         return std::nullopt;
-    std::string line = held_.substr(0, end);
-    held_.erase(0, end + 1);
+    std::string line = unread_.substr(0, end);
+    unread_.erase(0, end + 1);
     return line;
 }
 
 std::string CheckedHelper::unaskedOutput(Duration wait) {
     const auto deadline = Clock::now() + wait;
-    while (held_.size() < mostUnasked && Clock::now() < deadline + patience && fill(deadline)) {
+    while (unread_.size() < mostUnasked && Clock::now() < deadline + patience && fill(deadline)) {
     }
-    return std::exchange(held_, {});
+    return std::exchange(unread_, {});
 }
 
 bool CheckedHelper::end(Duration limit) {
     process_.input().fileHandleForWriting().close();
-    const bool gone = attention_.untilReady(handle_->descriptor(), POLLIN, Clock::now() + limit);
+    const bool gone = attention_.untilReady(held_->descriptor(), POLLIN, Clock::now() + limit);
     lost_ = true;
     if (!gone)
-        handle_->signalGroup(SIGKILL);
+        held_->signalGroup(SIGKILL);
     process_.stop();
-    handle_.reset();
+    held_.reset();
     watch_.reset();
     return gone;
 }

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "cli/HelperWatch.h"
-#include "cli/ProcessTable.h"
+#include "cli/DeathWatch.h"
+#include "cli/HeldProcess.h"
 #include "cli/check/Attention.h"
 #include "cli/check/HelperWords.h"
 #include "extension/KemviMountConfig.h"
@@ -81,9 +81,9 @@ private:
     Attention& attention_;
     kemvi::HelperProcess process_;
     HelperWords words_;
-    std::optional<ProcessHandle> handle_;
-    std::optional<HelperWatch> watch_;
-    std::string held_;   // read and not yet handed out
+    std::optional<HeldProcess> held_; // while it runs
+    std::optional<DeathWatch> watch_;
+    std::string unread_; // read and not yet handed out
     bool ended_ = false; // the helper's output has ended
     bool lost_ = false;
     std::int64_t nextID_ = 1;

@@ -8,10 +8,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <future>
 #include <sstream>
 #include <thread>
+#include <vector>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -95,6 +97,46 @@ protected:
 
     SourceDirectory source_;
     kemvi::KemviUnaryFileSystem fileSystem_;
+};
+
+/// Notes what it is told of helpers.
+class Notes final : public kemvi::HelperObserver {
+public:
+    void helperStarted(const std::shared_ptr<foundation::ChildProcess>& helper) noexcept override {
+        helpers.push_back(helper);
+        texts.push_back("started " + std::to_string(helpers.size()));
+    }
+
+    void helperEnded(const std::shared_ptr<foundation::ChildProcess>& helper,
+                     const std::string& lastRequest) noexcept override {
+        const auto place = std::find(helpers.begin(), helpers.end(), helper);
+        texts.push_back("ended " + std::to_string(place - helpers.begin() + 1) + " " + lastRequest);
+    }
+
+    std::vector<std::string> texts;
+    std::vector<std::shared_ptr<foundation::ChildProcess>> helpers;
+};
+
+// Whoever makes the file system is told of its helpers.
+class ObservedLoading : public testing::Test {
+protected:
+    static void SetUpTestSuite() { std::signal(SIGPIPE, SIG_IGN); }
+
+    std::shared_ptr<fskit::FSVolume> load() {
+        std::shared_ptr<fskit::FSVolume> loaded;
+        fileSystem_.loadResource(
+            std::make_shared<fskit::FSPathURLResource>(std::make_shared<foundation::URL>(source_.path()), true), {},
+            fskit::VolumeReply([&](auto volume, const Error&) { loaded = std::move(volume); }));
+        return loaded;
+    }
+
+    static void unmount(fskit::FSVolume& volume) {
+        dynamic_cast<fskit::FSVolumeOperations&>(volume).unmount(fskit::Reply<>([] {}));
+    }
+
+    SourceDirectory source_;
+    Notes notes_;
+    kemvi::KemviUnaryFileSystem fileSystem_{notes_};
 };
 
 class Probing : public UnaryFileSystem {};
@@ -375,6 +417,41 @@ TEST_F(ScopedAccess, thatWasNotBegunIsNotEnded) {
     loadAndExpectAccessToEndLast(false);
     source_.configure("exit 1\n");
     loadAndExpectAccessToEndLast(false);
+}
+
+TEST_F(ObservedLoading, tellsOfEachHelperThatStartsAndEnds) {
+    source_.configure(agreeableHelper());
+    const auto first = load();
+    ASSERT_TRUE(first);
+    EXPECT_THAT(notes_.texts, ElementsAre("started 1"));
+    const auto second = load();
+    ASSERT_TRUE(second);
+    unmount(*first);
+    unmount(*second);
+    unmount(*second);
+    EXPECT_THAT(notes_.texts, ElementsAre("started 1", "started 2", "ended 1 ", "ended 2 "));
+    EXPECT_EQ(notes_.helpers.at(1)->exitStatus()->code(), 0);
+}
+
+TEST_F(ObservedLoading, tellsOfAHelperThatEndsInsteadOfAnswering) {
+    source_.configure("read -r request; exit 3\n");
+    EXPECT_FALSE(load());
+    EXPECT_THAT(notes_.texts, ElementsAre("started 1", "ended 1 ping"));
+    notes_.helpers.at(0)->waitUntilExit();
+    EXPECT_EQ(notes_.helpers.at(0)->exitStatus()->code(), 3);
+}
+
+TEST_F(ObservedLoading, tellsOfNoEndWhereTheAnswerWasWrong) {
+    source_.configure("read -r request; echo 'Hello there'; read -r request; exit 4\n");
+    EXPECT_FALSE(load());
+    EXPECT_THAT(notes_.texts, ElementsAre("started 1"));
+    notes_.helpers.at(0)->waitUntilExit(); // its input has ended with the client
+    EXPECT_EQ(notes_.helpers.at(0)->exitStatus()->code(), 4);
+}
+
+TEST_F(ObservedLoading, tellsNothingWhereNoHelperIsStarted) {
+    EXPECT_FALSE(load());
+    EXPECT_THAT(notes_.texts, testing::IsEmpty());
 }
 
 TEST_F(Unloading, completesWithoutErrorOnAnotherThreadThoughNothingWasLoaded) {
