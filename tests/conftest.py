@@ -12,6 +12,7 @@ import pytest
 
 from harness import system
 from harness.deadline import SLOWNESS, Late, eventually
+from harness.length import IS_SHORT
 
 DEFAULT_LIMIT = 60
 
@@ -23,6 +24,7 @@ def pytest_addoption(parser):
 
 def pytest_configure(config):
     config.addinivalue_line("markers", "limit(seconds): how long the test may take")
+    config.addinivalue_line("markers", "long: takes long, so a short run leaves it out")
     config.addinivalue_line("markers", "root_only: needs root")
     config.addinivalue_line("markers", "user_only: is about an ordinary user")
 
@@ -33,6 +35,8 @@ def pytest_collection_modifyitems(items):
             item.add_marker(pytest.mark.skip(reason="needs root"))
         if item.get_closest_marker("user_only") and os.getuid() == 0:
             item.add_marker(pytest.mark.skip(reason="is about an ordinary user"))
+        if item.get_closest_marker("long") and IS_SHORT:
+            item.add_marker(pytest.mark.skip(reason="is long, and this is a short run"))
 
 
 def pytest_sessionfinish(session, exitstatus):

@@ -1,6 +1,6 @@
 """One file, many random reads, writes, resizes and maps: every byte is compared with a copy in memory.
 
-KEMVI_FSX_OPERATIONS sets how many (default 100,000), KEMVI_FSX_SEED the seed. A failure tells the seed and the last steps.
+KEMVI_FSX_OPERATIONS sets how many (default 100,000, in a short run 12,000), KEMVI_FSX_SEED the seed. A failure tells the seed and the last steps.
 """
 
 import mmap
@@ -9,7 +9,9 @@ import random
 
 import pytest
 
-OPERATIONS = int(os.environ.get("KEMVI_FSX_OPERATIONS", "100000"))
+from harness.length import amount
+
+OPERATIONS = int(os.environ.get("KEMVI_FSX_OPERATIONS", amount(100_000, 12_000)))
 LARGEST = 200_000
 LONGEST = 20_000
 OPTIONS = {"default": [], "small requests": ["request_size=4096"], "writeback": ["writeback"],

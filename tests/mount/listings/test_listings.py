@@ -25,6 +25,7 @@ def test_empty_folder_lists_itself_and_its_parent(volume):
     os.close(descriptor)
 
 
+@pytest.mark.long
 @pytest.mark.limit(240)
 def test_fifty_thousand_entries_are_each_listed_once_in_one_request(mount):
     volume = mount(control=True)

@@ -1,7 +1,7 @@
 """Random sequences of operations by several processes, on the volume and on a plain directory: all results and the trees
 left in the end are the same, but for the differences that are listed.
 
-KEMVI_MODEL_SECONDS sets how long to go on (default 100), KEMVI_MODEL_SEED the first seed. A failure prints its seed and
+KEMVI_MODEL_SECONDS sets how long to go on (default 100, in a short run 12), KEMVI_MODEL_SEED the first seed. A failure prints its seed and
 the shortest sequence found that still fails.
 """
 
@@ -13,13 +13,14 @@ import time
 import pytest
 
 from harness.deadline import eventually
+from harness.length import amount
 from model.differences import known
 from model.operations import GENERATORS, generate, snapshot
 from model.players import Cast
 
 PROCESSES = 3
 LENGTH = 400
-SECONDS = float(os.environ.get("KEMVI_MODEL_SECONDS", "100"))
+SECONDS = float(os.environ.get("KEMVI_MODEL_SECONDS", amount(100, 12)))
 SHORTENING = 60  # seconds for making a failure shorter
 OPTIONS = [[], ["entry_timeout=0", "attr_timeout=0"], ["entry_timeout=60", "attr_timeout=60"], ["request_size=4096"]]
 

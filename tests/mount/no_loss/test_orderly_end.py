@@ -127,7 +127,7 @@ def test_second_signal_ends_the_writing_where_the_helper_hangs(mount, workspace)
     assert worker.is_gone(5)
 
 
-@pytest.mark.root_only  # it takes as long as the limit; once is enough
+@pytest.mark.long  # as long as the limit
 def test_writing_is_given_up_at_the_limit_that_was_told(mount, workspace):
     volume = mount(options=["writeback"], control=True)
     volume.expects_exit = 1

@@ -66,7 +66,7 @@ def contents(folder):
 # git
 
 @pytest.mark.limit(300)
-@pytest.mark.parametrize("count", [300, 2500])
+@pytest.mark.parametrize("count", [300, pytest.param(2500, marks=pytest.mark.long)])
 def test_git_clones_commits_packs_and_checks(volume, workspace, count):
     need("git")
     origin = make_tree(workspace / "origin", count)
@@ -235,6 +235,7 @@ def test_cp_r_in_and_out_is_the_same(volume, original, workspace):
     assert os.listdir(volume.backing) == []
 
 
+@pytest.mark.long
 @pytest.mark.limit(200)
 def test_file_of_300_mib_comes_back_the_same(volume, workspace):
     block = random.Random(7).randbytes(1 << 20)
@@ -286,6 +287,7 @@ def test_cmake_project_builds_runs_and_rebuilds_only_what_changed(request, volum
     assert run(volume.path / "build" / "small") == "63\n"
 
 
+@pytest.mark.long
 @pytest.mark.limit(200)
 def test_npm_installs_a_local_package_with_many_files(volume, workspace):
     need("npm")

@@ -8,6 +8,7 @@ import pytest
 
 from harness import libc
 from harness.calls import failure
+from harness.length import amount
 
 DATA = bytes(range(256)) * 40  # 10,240 bytes
 
@@ -108,7 +109,7 @@ def shrink_until(mount, nth):
 
 @pytest.mark.limit(120)
 def test_head_is_in_the_file_or_in_a_copy_beside_it_whenever_host_and_helper_are_killed(mount):
-    for nth in range(1, 100, 1 if os.getuid() == 0 else 6):
+    for nth in range(1, 100, amount(1, 6)):
         volume, died = shrink_until(mount, nth)
         names = os.listdir(volume.backing)
         copies = [name for name in names if name.startswith(".kemvi-hidden-") and name.endswith("-head-of-file")]
