@@ -14,7 +14,7 @@ namespace cli {
 
 namespace {
 
-constexpr std::size_t longestLogLine = 4096; // bytes; a longer line is logged in pieces
+constexpr std::size_t longestLogLine = 4096; // bytes; a line that grows longer is logged in pieces
 
 const foundation::Logger& helperLog() {
     static const foundation::Logger logger("kemvi", "Helper");
@@ -46,7 +46,7 @@ void writeAll(int descriptor, std::string_view bytes) {
 
 } // namespace
 
-StderrRelay::StderrRelay() {
+StderrRelay::StderrRelay() : lines_(longestLogLine) {
     terminal_ = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
     const auto stream = makePipe();
     const auto commands = makePipe();
@@ -110,7 +110,8 @@ void StderrRelay::obey(Command command) {
     finished_ = command == Command::finish; // whatever becomes of the last words
     forwardAvailable();
     if (finished_) {
-        logLines(true);
+        if (const auto last = lines_.rest())
+            log(*last);
         return;
     }
     if (command == Command::switchToLogAlone) {
@@ -137,21 +138,12 @@ void StderrRelay::forward(std::string_view bytes) {
         writeAll(terminal_, bytes);
         return;
     }
-    unfinished_ += bytes;
-    logLines(false);
+    for (const std::string& line : lines_.take(bytes))
+        log(line);
 }
 
-void StderrRelay::logLines(bool includingUnfinished) {
-    std::size_t start = 0;
-    for (auto end = unfinished_.find('\n'); end != std::string::npos; end = unfinished_.find('\n', start)) {
-        helperLog().warning({foundation::logPublic(std::string_view(unfinished_).substr(start, end - start))});
-        start = end + 1;
-    }
-    unfinished_.erase(0, start);
-    if (unfinished_.size() > longestLogLine || (includingUnfinished && !unfinished_.empty())) {
-        helperLog().warning({foundation::logPublic(unfinished_)});
-        unfinished_.clear();
-    }
+void StderrRelay::log(const std::string& line) {
+    helperLog().warning({foundation::logPublic(line)});
 }
 
 } // namespace cli

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "cli/LineSplitter.h"
+
 #include <future>
 #include <string>
 #include <thread>
@@ -39,7 +41,7 @@ private:
     /// Reads what is there. False at the end of the stream.
     bool forwardAvailable();
     void forward(std::string_view bytes);
-    void logLines(bool includingUnfinished);
+    void log(const std::string& line);
     void obey(Command command);
 
     int terminal_ = -1;  // the original standard error; -1 once let go
@@ -47,7 +49,7 @@ private:
     int readEnd_ = -1;
     int commandRead_ = -1;
     int commandWrite_ = -1;
-    std::string unfinished_; // the start of a log line whose end has not come yet
+    LineSplitter lines_; // the relay thread's own
     std::promise<void> switched_;
     bool finished_ = false; // the relay thread's own
     std::thread thread_;
