@@ -35,7 +35,7 @@ def test_hard_link_is_not_supported(controlled, file):
 
 def test_hard_link_over_an_existing_name_is_refused_and_keeps_it(controlled, file):
     (controlled.path / "other").write_bytes(b"other")
-    assert failure(os.link, file, controlled.path / "other") in (errno.EEXIST, errno.EOPNOTSUPP)
+    assert failure(os.link, file, controlled.path / "other") == errno.EEXIST
     assert (controlled.path / "other").read_bytes() == b"other"
 
 
@@ -73,10 +73,7 @@ def test_extended_attributes_are_not_supported_and_never_reach_the_helper(contro
         assert failure(os.setxattr, file, "user.name", b"value") == errno.EOPNOTSUPP
         assert failure(os.getxattr, file, "user.name") == errno.EOPNOTSUPP
         assert failure(os.removexattr, file, "user.name") == errno.EOPNOTSUPP
-        try:
-            assert os.listxattr(file) == []
-        except OSError as error:
-            assert error.errno == errno.EOPNOTSUPP
+        assert failure(os.listxattr, file) == errno.EOPNOTSUPP
     assert changes(controlled) == 0
 
 
@@ -106,7 +103,7 @@ def test_file_locks_of_one_machine_work(volume):
         def try_range():
             with open(volume.path / "file", "r+b") as other:
                 fcntl.lockf(other, fcntl.LOCK_EX | fcntl.LOCK_NB, 10, 5)
-        assert failure(lambda: in_child(try_range)) in (errno.EAGAIN, errno.EACCES)
+        assert failure(lambda: in_child(try_range)) == errno.EAGAIN
 
 
 def test_links_count_as_one_for_files_and_two_for_folders(mount):

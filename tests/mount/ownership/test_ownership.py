@@ -2,12 +2,15 @@
 
 import errno
 import os
+import shutil
 import stat
 import subprocess
 
 import pytest
 
 from harness.calls import failure, put
+from harness.place import HELPERS
+from harness.program import KEMVI, Program, write_configuration
 
 UID, GID = os.getuid(), os.getgid()
 
@@ -172,16 +175,50 @@ def test_programs_that_ask_for_such_bits_succeed(mount):
 
 # Other users
 
+@pytest.mark.root_only
 def test_other_users_have_no_access(mount):
-    """Without allow_other, not even root may look into an ordinary user's mount, nor anybody into root's."""
     volume = mount()
     (volume.path / "file").write_bytes(b"content")
-    if os.getuid() != 0:
-        pytest.skip("needs a second user")
     os.chmod(volume.workspace, 0o755)
     command = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "cat", str(volume.path / "file")]
     done = subprocess.run(command, capture_output=True, check=False, timeout=20)
     assert done.returncode != 0 and done.stdout == b""
+
+
+# Mounts as an ordinary user, and tells what that user and root get to see. What the user needs lies in /mnt, which only
+# this shell sees; the arguments are the options of the mount.
+ROOT_LOOKS_ON = """
+mount --bind . /mnt && cd /mnt
+mkdir dev && mount -t tmpfs none dev && mknod -m 666 dev/fuse c 10 229 && mount --bind dev/fuse /dev/fuse
+mount --bind fuse.conf /etc/fuse.conf
+user="setpriv --reuid=65534 --regid=65534 --clear-groups"
+$user ./kemvi mount --log-file /mnt/log "$@" /mnt/source /mnt/point
+echo "user: $($user stat -c %s /mnt/point/a.txt 2>&1)"
+echo "root: $(stat -c %s /mnt/point/a.txt 2>&1)"
+echo "root: $(ls /mnt/point 2>&1)"
+$user ./kemvi unmount /mnt/point
+"""
+
+
+@pytest.mark.root_only
+@pytest.mark.parametrize("options,size,listing", [([], "Permission denied", "Permission denied"),
+                                                  (["-o", "allow_other"], "6", "a.txt")], ids=["alone", "allow_other"])
+def test_root_has_access_to_the_mount_of_a_user_only_when_allowed(workspace, options, size, listing):
+    for name in ("source", "point"):
+        (workspace / name).mkdir()
+        (workspace / name).chmod(0o777)
+    workspace.chmod(0o777)
+    shutil.copy(KEMVI, workspace / "kemvi")
+    shutil.copy(HELPERS / "answering.mjs", workspace)
+    (workspace / "helper.mjs").write_text("import { serve } from './answering.mjs'; serve();")
+    (workspace / "fuse.conf").write_text("user_allow_other\n")
+    write_configuration(workspace / "source", "/mnt/helper.mjs", "/mnt/tree")
+    done = subprocess.run(["unshare", "--mount", "--propagation", "private", "sh", "-ec", ROOT_LOOKS_ON, "sh", *options],
+                          cwd=workspace, env=Program(workspace).environment, capture_output=True, text=True,
+                          timeout=30, check=False)
+    assert done.returncode == 0, done.stderr
+    user, *root = [line.split(": ")[0] + ": " + line.split(": ")[-1] for line in done.stdout.splitlines()]
+    assert user == "user: 6" and root == [f"root: {size}", f"root: {listing}"], done.stdout
 
 
 @pytest.mark.root_only

@@ -73,7 +73,7 @@ def test_missing_folder_is_not_found(volume):
 
 def test_mount_point_cannot_be_removed(mount):
     volume = mount()
-    assert failure(os.rmdir, volume.path) in (errno.EBUSY, errno.EACCES, errno.EPERM)
+    assert failure(os.rmdir, volume.path) == errno.EBUSY
 
 
 def test_error_of_the_listing_keeps_the_folder(controlled):
@@ -99,7 +99,7 @@ def test_working_folder_of_a_process_can_be_removed(volume):
         os.chdir(volume.path / "folder")
         os.rmdir(volume.path / "folder")
         return failure(os.open, "file", os.O_WRONLY | os.O_CREAT)
-    assert in_child(stay) in (errno.ENOENT, errno.ESTALE)
+    assert in_child(stay) == errno.ENOENT
     assert os.listdir(volume.path) == []
 
 

@@ -94,7 +94,7 @@ def test_locks_hold(volume):
     for how in (fcntl.flock, fcntl.lockf):
         with open(volume.path / "file", "r+b") as file:
             how(file, fcntl.LOCK_EX)
-            assert failure(in_child, lock, how) in (errno.EAGAIN, errno.EACCES)
+            assert failure(in_child, lock, how) == errno.EAGAIN
         in_child(lock, how)
 
 
@@ -175,7 +175,7 @@ def test_folder_with_entries_stays(controlled):
         (controlled.path / name).mkdir()
         put(controlled.path / name / "file")
     assert failure(os.rmdir, controlled.path / "one") == errno.ENOTEMPTY
-    assert failure(os.rename, controlled.path / "one", controlled.path / "two") in (errno.ENOTEMPTY, errno.EEXIST)
+    assert failure(os.rename, controlled.path / "one", controlled.path / "two") == errno.ENOTEMPTY
     assert (controlled.backing / "one" / "file").exists() and (controlled.backing / "two" / "file").exists()
 
 
@@ -264,9 +264,9 @@ def test_pages_that_cannot_be_written(mount):
     descriptor = os.open(volume.path / "file", os.O_WRONLY | os.O_CREAT)
     rule = volume.helper.fail("write", "ENOSPC")
     os.write(descriptor, b"content")
-    assert failure(os.fsync, descriptor) in (errno.EIO, errno.ENOSPC)
+    assert failure(os.fsync, descriptor) == errno.EIO
     volume.helper.drop(rule)
-    assert failure(os.close, descriptor) in (errno.EIO, errno.ENOSPC)
+    assert failure(os.close, descriptor) == errno.EIO
 
 
 @claim("sync, syncfs and fsync of a folder do not reach the helper.")
@@ -421,7 +421,7 @@ def test_no_extended_attributes(mount):
     volume = mount()
     put(volume.path / "file")
     assert failure(os.getxattr, volume.path / "file", "user.name") == errno.EOPNOTSUPP
-    assert failure(os.getxattr, volume.path / "file", "system.posix_acl_access") in (errno.ENODATA, errno.EOPNOTSUPP)
+    assert failure(os.getxattr, volume.path / "file", "system.posix_acl_access") == errno.EOPNOTSUPP
     access_list = bytes.fromhex("0200000001000600ffffffff04000400ffffffff20000400ffffffff")
     for name, value in (("user.name", b"value"), ("system.posix_acl_access", access_list)):
         assert failure(os.setxattr, volume.path / "file", name, value) == errno.EOPNOTSUPP
@@ -600,7 +600,7 @@ def test_names_that_are_not_utf8(mount):
 
 @claim("What changes behind the mount is seen within a second.")
 def test_changes_are_seen(mount):
-    for options, seconds in ((AT_ONCE, 0), ([], 3)):
+    for options, seconds in ((AT_ONCE, 0), ([], 1)):
         volume = mount(options=options)
         put(volume.backing / "file")
         os.stat(volume.path / "file")
