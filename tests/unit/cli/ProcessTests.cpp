@@ -86,8 +86,8 @@ TEST(ProcessTable, findsChildrenWhateverTheirNamesHold) {
     for (const char* name : {"plain", "a) Z 1 1", "(((", "))", " 1 2 3", "new\nline"}) {
         const Child child(named(name));
         EXPECT_THAT(childrenOf(::getpid()).helpers, Contains(child.pid())) << name;
-        EXPECT_EQ(handlesOfChildren({child.pid()}, ::getpid()).size(), 1U) << name;
-        EXPECT_TRUE(handlesOfChildren({child.pid()}, child.pid()).empty()) << name;
+        EXPECT_EQ(heldChildren({child.pid()}, ::getpid()).size(), 1U) << name;
+        EXPECT_TRUE(heldChildren({child.pid()}, child.pid()).empty()) << name;
     }
 }
 
@@ -97,15 +97,15 @@ TEST(ProcessTable, tellsTheProgramOfTheKernelsMountsFromAHelper) {
     EXPECT_THAT(childrenOf(::getpid()).helpers, Not(Contains(child.pid())));
 }
 
-TEST(ProcessTable, holdsNoHandleOfAChildThatHasEnded) {
+TEST(ProcessTable, holdsNoChildThatHasEnded) {
     Child child(named("child"));
     const pid_t pid = child.pid();
-    const ProcessHandle handle(pid);
-    EXPECT_FALSE(handle.gone());
+    const HeldProcess held(pid);
+    EXPECT_FALSE(held.gone());
     child.end();
-    EXPECT_TRUE(handle.gone());
-    EXPECT_TRUE(ProcessHandle(pid).gone());
-    EXPECT_TRUE(handlesOfChildren({pid}, ::getpid()).empty());
+    EXPECT_TRUE(held.gone());
+    EXPECT_TRUE(HeldProcess(pid).gone());
+    EXPECT_TRUE(heldChildren({pid}, ::getpid()).empty());
 }
 
 TEST(ProcessTable, namesWhoUsesAFolder) {
