@@ -3,6 +3,7 @@
 #include "cli/CommandError.h"
 #include "cli/Signals.h"
 #include "cli/StderrRelay.h"
+#include "foundation/Descriptor.h"
 
 #include <array>
 #include <cerrno>
@@ -13,8 +14,11 @@
 #include <sys/signalfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 namespace cli {
+
+using foundation::Descriptor;
 
 namespace {
 
@@ -26,14 +30,12 @@ void dieWithParent(pid_t parent) {
 }
 
 void replaceByNull(int descriptor, int flags) {
-    const int null = ::open("/dev/null", flags | O_CLOEXEC);
-    if (null >= 0) {
-        ::dup2(null, descriptor);
-        ::close(null);
-    }
+    const Descriptor null(::open("/dev/null", flags | O_CLOEXEC));
+    if (null.isOpen())
+        ::dup2(null.number(), descriptor);
 }
 
-[[noreturn]] void serveInChild(const std::function<ExitCode(const Progress&)>& serve, pid_t parent, int status) {
+[[noreturn]] void serveInChild(const std::function<ExitCode(const Progress&)>& serve, pid_t parent, Descriptor status) {
     dieWithParent(parent);
     ::setsid();
     heedAllStopSignals();
@@ -47,8 +49,8 @@ void replaceByNull(int descriptor, int flags) {
         progress.ready = [&] {
             relay.switchToLogAlone();
             const char ready = static_cast<char>(ExitCode::success);
-            [[maybe_unused]] const auto written = ::write(status, &ready, 1);
-            ::close(status);
+            [[maybe_unused]] const auto written = ::write(status.number(), &ready, 1);
+            status.reset();
         };
         code = reportingErrors([&] { return serve(progress); });
     }
@@ -67,19 +69,19 @@ ExitCode exitCodeOf(pid_t child) {
                            " before the mount was ready");
 }
 
-ExitCode awaitReadiness(pid_t child, int status) {
+ExitCode awaitReadiness(pid_t child, const Descriptor& status) {
     const sigset_t stopSet = stopSignals();
-    const int signals = ::signalfd(-1, &stopSet, SFD_CLOEXEC);
-    std::array<pollfd, 2> sources{pollfd{status, POLLIN, 0}, pollfd{signals, POLLIN, 0}};
+    const Descriptor signals(::signalfd(-1, &stopSet, SFD_CLOEXEC));
+    std::array<pollfd, 2> sources{pollfd{status.number(), POLLIN, 0}, pollfd{signals.number(), POLLIN, 0}};
     for (;;) {
         if (::poll(sources.data(), sources.size(), -1) < 0)
             continue;
         signalfd_siginfo received{};
-        if (sources[1].revents != 0 && ::read(signals, &received, sizeof received) == sizeof received)
+        if (sources[1].revents != 0 && ::read(signals.number(), &received, sizeof received) == sizeof received)
             ::kill(child, SIGTERM);
         if (sources[0].revents != 0) {
             char ready = 0;
-            return ::read(status, &ready, 1) == 1 ? ExitCode::success : exitCodeOf(child);
+            return ::read(status.number(), &ready, 1) == 1 ? ExitCode::success : exitCodeOf(child);
         }
     }
 }
@@ -89,19 +91,19 @@ ExitCode awaitReadiness(pid_t child, int status) {
 ExitCode runInBackground(const std::function<ExitCode(const Progress&)>& serve) {
     // A descriptor inherited from the caller (the pipe of a script, say) must not live as long as the mount.
     ::close_range(STDERR_FILENO + 1, ~0U, 0);
-    std::array<int, 2> status{};
-    if (::pipe2(status.data(), O_CLOEXEC) != 0)
+    auto status = foundation::openPipe();
+    if (!status.reading.isOpen())
         throw CommandError(ExitCode::failure, "mount", "no pipe to the background: " + errnoText(errno));
     const pid_t parent = ::getpid();
     const pid_t child = ::fork();
     if (child < 0)
         throw CommandError(ExitCode::failure, "mount", "cannot go to the background: " + errnoText(errno));
     if (child == 0) {
-        ::close(status[0]);
-        serveInChild(serve, parent, status[1]);
+        status.reading.reset();
+        serveInChild(serve, parent, std::move(status.writing));
     }
-    ::close(status[1]);
-    return awaitReadiness(child, status[0]);
+    status.writing.reset();
+    return awaitReadiness(child, status.reading);
 }
 
 ExitCode reportingErrors(const std::function<ExitCode()>& serve) {

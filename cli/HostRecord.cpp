@@ -95,17 +95,13 @@ std::optional<ServingProcess> servingProcess(pid_t pid) {
 
 HostRecord::HostRecord(const std::string& mountPoint) : descriptor_(::memfd_create(recordName, MFD_CLOEXEC)) {
     const std::string text = numberField(std::nullopt) + mountPoint;
-    if (descriptor_ < 0 || ::pwrite(descriptor_, text.data(), text.size(), 0) < 0)
+    if (!descriptor_.isOpen() || ::pwrite(descriptor_.number(), text.data(), text.size(), 0) < 0)
         throw CommandError(ExitCode::failure, mountPoint, "cannot be noted as mounted: " + errnoText(errno));
-}
-
-HostRecord::~HostRecord() {
-    ::close(descriptor_);
 }
 
 void HostRecord::setDevice(std::optional<unsigned> deviceMinor) {
     const std::string field = numberField(deviceMinor);
-    [[maybe_unused]] const auto written = ::pwrite(descriptor_, field.data(), field.size(), 0);
+    [[maybe_unused]] const auto written = ::pwrite(descriptor_.number(), field.data(), field.size(), 0);
 }
 
 std::vector<ServingProcess> servingProcesses() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cli/HeldProcess.h"
+#include "foundation/Descriptor.h"
 
 #include <optional>
 #include <string>
@@ -16,15 +17,12 @@ class HostRecord {
 public:
     /// A mount at this real path is being made; it has no device number yet. Throws CommandError.
     explicit HostRecord(const std::string& mountPoint);
-    ~HostRecord();
-    HostRecord(const HostRecord&) = delete;
-    HostRecord& operator=(const HostRecord&) = delete;
 
     /// Names the minor device number of the mount, or, with nothing, says that it is mounted no more.
     void setDevice(std::optional<unsigned> deviceMinor);
 
 private:
-    int descriptor_ = -1;
+    foundation::Descriptor descriptor_;
 };
 
 /// A process that holds such a record.

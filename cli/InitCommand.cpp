@@ -3,6 +3,7 @@
 #include "cli/CommandError.h"
 #include "cli/MountSource.h"
 #include "cli/Paths.h"
+#include "foundation/Descriptor.h"
 #include "foundation/JSONWriter.h"
 #include "foundation/Utf8.h"
 
@@ -98,14 +99,13 @@ std::string jsonText(const std::array<Entry, 4>& entries) {
 /// Puts the whole file in place in one step, so that neither a mount nor a crash ever meets half of it.
 void writeFile(const std::string& path, const std::string& text, bool replace) {
     std::string temporary = path + ".XXXXXX";
-    const int file = ::mkostemp(temporary.data(), O_CLOEXEC);
-    if (file < 0)
+    foundation::Descriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
+    if (!file.isOpen())
         refuseWriting(path);
-    ::fchmod(file, 0644);
-    const bool written = ::write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    const bool closed = ::close(file) == 0;
+    ::fchmod(file.number(), 0644);
+    const bool written = ::write(file.number(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
     const bool placed =
-        written && closed &&
+        written && file.close() &&
         (replace ? ::rename(temporary.c_str(), path.c_str()) : ::link(temporary.c_str(), path.c_str())) == 0;
     const int error = errno;
     if (!placed || !replace)

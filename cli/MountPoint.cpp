@@ -114,23 +114,14 @@ bool userMayAllowOther() {
 
 MountPointLock::MountPointLock(const std::string& mountPoint)
     : directory_(::open(mountPoint.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)) {
-    try {
-        if (directory_ < 0)
-            refuse(mountPoint, "cannot be opened: " + errnoText(errno));
-        // Some network file systems lock no directories; there, as with any other program, mounts may meet.
-        if (::flock(directory_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-            refuseMounted(mountPoint);
-            refuseBeingMounted(mountPoint);
-        }
+    if (!directory_.isOpen())
+        refuse(mountPoint, "cannot be opened: " + errnoText(errno));
+    // Some network file systems lock no directories; there, as with any other program, mounts may meet.
+    if (::flock(directory_.number(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
         refuseMounted(mountPoint);
-    } catch (...) {
-        ::close(directory_);
-        throw;
+        refuseBeingMounted(mountPoint);
     }
-}
-
-MountPointLock::~MountPointLock() {
-    ::close(directory_);
+    refuseMounted(mountPoint);
 }
 
 std::string checkedMountPoint(const std::string& mountPoint, const MountSource& source, bool allowNonEmpty) {
@@ -144,13 +135,11 @@ void checkFuseAvailable(bool allowOther) {
     const auto unavailable = [](std::string_view subject, const std::string& problem) {
         throw CommandError(ExitCode::fuseUnavailable, subject, problem);
     };
-    const int device = ::open("/dev/fuse", O_RDWR | O_CLOEXEC);
-    if (device < 0) {
+    if (!foundation::Descriptor(::open("/dev/fuse", O_RDWR | O_CLOEXEC)).isOpen()) {
         unavailable("/dev/fuse", errno == ENOENT ? "does not exist; load the kernel module: modprobe fuse"
                                                  : "cannot be opened: " + errnoText(errno) +
                                                        "; root can let you with: chmod 666 /dev/fuse");
     }
-    ::close(device);
     if (::geteuid() == 0)
         return;
     if (!findInPath("fusermount3")) {

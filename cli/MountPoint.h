@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cli/MountSource.h"
+#include "foundation/Descriptor.h"
 
 #include <string>
 
@@ -18,12 +19,9 @@ public:
     /// Takes the lock and looks once more that nothing is mounted on this real path. Throws CommandError if something
     /// is, or if a mount is being made there.
     explicit MountPointLock(const std::string& mountPoint);
-    ~MountPointLock();
-    MountPointLock(const MountPointLock&) = delete;
-    MountPointLock& operator=(const MountPointLock&) = delete;
 
 private:
-    int directory_ = -1;
+    foundation::Descriptor directory_;
 };
 
 /// Throws CommandError unless this user can mount FUSE file systems here, with `allow_other` if that is asked for.

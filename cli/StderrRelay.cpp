@@ -21,16 +21,11 @@ const foundation::Logger& helperLog() {
     return logger;
 }
 
-struct PipeEnds {
-    int read;
-    int write;
-};
-
-PipeEnds makePipe() {
-    std::array<int, 2> ends{};
-    if (::pipe2(ends.data(), O_CLOEXEC) != 0)
+foundation::PipeEnds makePipe() {
+    auto ends = foundation::openPipe();
+    if (!ends.reading.isOpen())
         throw CommandError(ExitCode::failure, "standard error", "cannot be relayed: " + errnoText(errno));
-    return {ends[0], ends[1]};
+    return ends;
 }
 
 void writeAll(int descriptor, std::string_view bytes) {
@@ -46,33 +41,27 @@ void writeAll(int descriptor, std::string_view bytes) {
 
 } // namespace
 
-StderrRelay::StderrRelay() : lines_(longestLogLine) {
-    terminal_ = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
-    const auto stream = makePipe();
-    const auto commands = makePipe();
-    readEnd_ = stream.read;
-    commandRead_ = commands.read;
-    commandWrite_ = commands.write;
-    ::fcntl(readEnd_, F_SETFL, O_NONBLOCK);
-    ::dup2(stream.write, STDERR_FILENO); // without close-on-exec: the helper inherits it
-    ::close(stream.write);
+StderrRelay::StderrRelay() : terminal_(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)), lines_(longestLogLine) {
+    auto stream = makePipe();
+    commands_ = makePipe();
+    readEnd_ = std::move(stream.reading);
+    ::fcntl(readEnd_.number(), F_SETFL, O_NONBLOCK);
+    ::dup2(stream.writing.number(), STDERR_FILENO); // without close-on-exec: the helper inherits it
+    stream.writing.reset();
     thread_ = std::thread([this] { run(); });
 }
 
 StderrRelay::~StderrRelay() {
     send(Command::finish);
     thread_.join();
-    if (terminal_ >= 0) {
-        ::dup2(terminal_, STDERR_FILENO);
+    if (terminal_.isOpen()) {
+        ::dup2(terminal_.number(), STDERR_FILENO);
         sendMessagesToLog(false);
     }
-    for (const int descriptor : {terminal_, readEnd_, commandRead_, commandWrite_})
-        if (descriptor >= 0)
-            ::close(descriptor);
 }
 
 void StderrRelay::send(Command command) {
-    writeAll(commandWrite_, {reinterpret_cast<const char*>(&command), 1});
+    writeAll(commands_.writing.number(), {reinterpret_cast<const char*>(&command), 1});
 }
 
 void StderrRelay::switchToLog() {
@@ -87,12 +76,12 @@ void StderrRelay::switchToLogAlone() {
     sendMessagesToLog(true);
 }
 
-int StderrRelay::duplicateOfTerminal() const {
-    return ::fcntl(terminal_, F_DUPFD_CLOEXEC, 3);
+foundation::Descriptor StderrRelay::duplicateOfTerminal() const {
+    return foundation::Descriptor(::fcntl(terminal_.number(), F_DUPFD_CLOEXEC, 3));
 }
 
 void StderrRelay::run() {
-    std::array<pollfd, 2> sources{pollfd{readEnd_, POLLIN, 0}, pollfd{commandRead_, POLLIN, 0}};
+    std::array<pollfd, 2> sources{pollfd{readEnd_.number(), POLLIN, 0}, pollfd{commands_.reading.number(), POLLIN, 0}};
     while (!finished_) {
         if (::poll(sources.data(), sources.size(), -1) < 0)
             continue;
@@ -100,7 +89,7 @@ void StderrRelay::run() {
             if (sources[0].revents != 0 && !forwardAvailable())
                 sources[0].fd = -1;
             Command command{};
-            if (sources[1].revents != 0 && ::read(commandRead_, &command, 1) == 1)
+            if (sources[1].revents != 0 && ::read(commands_.reading.number(), &command, 1) == 1)
                 obey(command);
         });
     }
@@ -114,10 +103,8 @@ void StderrRelay::obey(Command command) {
             log(*last);
         return;
     }
-    if (command == Command::switchToLogAlone) {
-        ::close(terminal_);
-        terminal_ = -1;
-    }
+    if (command == Command::switchToLogAlone)
+        terminal_.reset();
     toLog_ = true;
     switched_.set_value();
 }
@@ -125,7 +112,7 @@ void StderrRelay::obey(Command command) {
 bool StderrRelay::forwardAvailable() {
     std::array<char, 16384> bytes{};
     for (;;) {
-        const auto count = ::read(readEnd_, bytes.data(), bytes.size());
+        const auto count = ::read(readEnd_.number(), bytes.data(), bytes.size());
         if (count > 0)
             forward({bytes.data(), static_cast<std::size_t>(count)});
         else if (count == 0 || errno != EINTR)
@@ -135,7 +122,7 @@ bool StderrRelay::forwardAvailable() {
 
 void StderrRelay::forward(std::string_view bytes) {
     if (!toLog_) {
-        writeAll(terminal_, bytes);
+        writeAll(terminal_.number(), bytes);
         return;
     }
     for (const std::string& line : lines_.take(bytes))

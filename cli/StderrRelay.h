@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cli/LineSplitter.h"
+#include "foundation/Descriptor.h"
 
 #include <future>
 #include <string>
@@ -29,8 +30,8 @@ public:
     /// The same, and lets go of the terminal.
     void switchToLogAlone();
 
-    /// A descriptor of the original standard error, for whoever takes it over.
-    int duplicateOfTerminal() const;
+    /// The original standard error once more; owns nothing if the process can have no more descriptors.
+    foundation::Descriptor duplicateOfTerminal() const;
 
 private:
     enum class Command : char { switchToLog, switchToLogAlone, finish };
@@ -44,11 +45,10 @@ private:
     void log(const std::string& line);
     void obey(Command command);
 
-    int terminal_ = -1;  // the original standard error; -1 once let go
-    bool toLog_ = false; // the relay thread's own
-    int readEnd_ = -1;
-    int commandRead_ = -1;
-    int commandWrite_ = -1;
+    foundation::Descriptor terminal_; // the original standard error, until it is let go
+    bool toLog_ = false;              // the relay thread's own
+    foundation::Descriptor readEnd_;
+    foundation::PipeEnds commands_;
     LineSplitter lines_; // the relay thread's own
     std::promise<void> switched_;
     bool finished_ = false; // the relay thread's own

@@ -1,5 +1,6 @@
 #include "foundation/FileContents.h"
 
+#include "foundation/Descriptor.h"
 #include "foundation/Error.h"
 
 #include <cerrno>
@@ -12,25 +13,6 @@
 
 namespace foundation {
 namespace {
-
-class OpenFile {
-public:
-    // Without O_NONBLOCK a named pipe would keep the caller waiting for a writer.
-    explicit OpenFile(const std::string& path) : descriptor_(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
-
-    ~OpenFile() {
-        if (descriptor_ >= 0)
-            ::close(descriptor_);
-    }
-
-    OpenFile(const OpenFile&) = delete;
-    OpenFile& operator=(const OpenFile&) = delete;
-
-    int descriptor() const { return descriptor_; }
-
-private:
-    int descriptor_;
-};
 
 [[noreturn]] void throwUnreadable(const std::string& path, int code, std::string_view reason) {
     std::string message = "The file \"" + path + "\" couldn't be opened because " + std::string(reason) + ".";
@@ -49,13 +31,14 @@ private:
 } // namespace
 
 std::string contentsOfFile(const std::string& path) {
-    const OpenFile file(path);
-    if (file.descriptor() < 0)
+    // Without O_NONBLOCK a named pipe would keep the caller waiting for a writer.
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file.isOpen())
         throwForErrno(path, errno);
 
     struct stat status {};
 
-    if (::fstat(file.descriptor(), &status) != 0)
+    if (::fstat(file.number(), &status) != 0)
         throwForErrno(path, errno);
     if (!S_ISREG(status.st_mode))
         throwUnreadable(path, cocoaError::fileReadUnknown, "it is not a regular file");
@@ -63,7 +46,7 @@ std::string contentsOfFile(const std::string& path) {
     std::string contents;
     char block[16384];
     for (;;) {
-        const ssize_t count = ::read(file.descriptor(), block, sizeof block);
+        const ssize_t count = ::read(file.number(), block, sizeof block);
         if (count > 0)
             contents.append(block, static_cast<std::size_t>(count));
         else if (count == 0)

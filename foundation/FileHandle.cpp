@@ -49,37 +49,33 @@ bool awaitRoom(int descriptor, int answers) {
 
 } // namespace
 
-class FileHandle::Descriptor {
+class FileHandle::Stream {
 public:
-    explicit Descriptor(int owned) : number(owned) {}
+    explicit Stream(Descriptor descriptor) : descriptor_(std::move(descriptor)) {}
 
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    ~Descriptor() { ::close(number); }
+    int number() const { return descriptor_.number(); }
 
     // Only for a writing end: the other end of a pipe, which a child may share, has flags of its own.
     void neverBlock() {
         if (!neverBlocks_.exchange(true, std::memory_order_relaxed))
-            (void)::fcntl(number, F_SETFL, ::fcntl(number, F_GETFL) | O_NONBLOCK);
+            (void)::fcntl(number(), F_SETFL, ::fcntl(number(), F_GETFL) | O_NONBLOCK);
     }
 
-    const int number;
-
 private:
+    const Descriptor descriptor_;
     std::atomic<bool> neverBlocks_{false};
 };
 
-FileHandle::FileHandle(int descriptor) {
-    if (descriptor >= 0)
-        descriptor_ = std::make_shared<Descriptor>(descriptor);
+FileHandle::FileHandle(Descriptor descriptor) {
+    if (descriptor.isOpen())
+        stream_ = std::make_shared<Stream>(std::move(descriptor));
 }
 
 FileHandle::~FileHandle() = default;
 
-std::shared_ptr<FileHandle::Descriptor> FileHandle::use() const {
+std::shared_ptr<FileHandle::Stream> FileHandle::use() const {
     std::lock_guard guard(lock_);
-    return descriptor_;
+    return stream_;
 }
 
 bool FileHandle::isOpen() const {
@@ -87,25 +83,25 @@ bool FileHandle::isOpen() const {
 }
 
 int FileHandle::fileDescriptor() const {
-    const auto descriptor = use();
-    return descriptor ? descriptor->number : -1;
+    const auto stream = use();
+    return stream ? stream->number() : -1;
 }
 
 bool FileHandle::close() {
-    std::shared_ptr<Descriptor> closing;
+    std::shared_ptr<Stream> closing;
     std::lock_guard guard(lock_);
-    closing = std::exchange(descriptor_, nullptr);
+    closing = std::exchange(stream_, nullptr);
     return closing != nullptr;
 }
 
 bool FileHandle::refill() {
-    const auto descriptor = use();
-    if (!descriptor)
+    const auto stream = use();
+    if (!stream)
         return false;
     held_.clear();
     heldStart_ = 0;
     held_.reserve(firstReadSize);
-    held_.setSize(readSome(descriptor->number, held_.data(), held_.capacity()));
+    held_.setSize(readSome(stream->number(), held_.data(), held_.capacity()));
     ended_ = held_.size() == 0;
     return !ended_;
 }
@@ -128,15 +124,15 @@ bool FileHandle::readLine(ByteBuffer& line) {
     line.clear();
     if (takeHeldLine(line))
         return true;
-    const auto descriptor = use();
-    if (!descriptor)
+    const auto stream = use();
+    if (!stream)
         return false;
     for (;;) {
         // Straight into the line, so that a long answer is copied once only; a full buffer doubles.
         if (line.size() == line.capacity())
             line.reserve(line.capacity() < firstReadSize ? firstReadSize : line.capacity() * 2);
         char* const fresh = line.data() + line.size();
-        const std::size_t count = readSome(descriptor->number, fresh, line.capacity() - line.size());
+        const std::size_t count = readSome(stream->number(), fresh, line.capacity() - line.size());
         if (count == 0) {
             ended_ = true;
             return false;
@@ -158,21 +154,20 @@ bool FileHandle::write(std::string_view bytes) {
 }
 
 bool FileHandle::write(std::span<const std::string_view> pieces) {
-    const auto descriptor = use();
-    return descriptor && writeAll(*descriptor, pieces, nullptr);
+    const auto stream = use();
+    return stream && writeAll(*stream, pieces, nullptr);
 }
 
 bool FileHandle::writeUnlessEnded(std::span<const std::string_view> pieces, const FileHandle& answers) {
-    const auto descriptor = use();
+    const auto stream = use();
     const auto watched = answers.use();
-    if (!descriptor || !watched || answers.ended_)
+    if (!stream || !watched || answers.ended_)
         return false;
-    descriptor->neverBlock();
-    return writeAll(*descriptor, pieces, watched.get());
+    stream->neverBlock();
+    return writeAll(*stream, pieces, watched.get());
 }
 
-bool FileHandle::writeAll(const Descriptor& descriptor, std::span<const std::string_view> pieces,
-                          const Descriptor* answers) {
+bool FileHandle::writeAll(const Stream& stream, std::span<const std::string_view> pieces, const Stream* answers) {
     std::array<iovec, mostPieces> vectors;
     std::size_t count = 0;
     for (const std::string_view piece : pieces)
@@ -180,10 +175,10 @@ bool FileHandle::writeAll(const Descriptor& descriptor, std::span<const std::str
             vectors.at(count++) = {const_cast<char*>(piece.data()), piece.size()};
     std::size_t first = 0;
     while (first < count) {
-        const ssize_t result = writeSome(descriptor.number, &vectors[first], count - first);
+        const ssize_t result = writeSome(stream.number(), &vectors[first], count - first);
         if (result < 0) {
             const bool isFull = errno == EAGAIN || errno == EWOULDBLOCK;
-            if (errno != EINTR && !(isFull && awaitRoom(descriptor.number, answers ? answers->number : -1)))
+            if (errno != EINTR && !(isFull && awaitRoom(stream.number(), answers ? answers->number() : -1)))
                 return false;
             continue;
         }

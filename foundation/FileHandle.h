@@ -1,6 +1,7 @@
 #pragma once
 
 #include "foundation/ByteBuffer.h"
+#include "foundation/Descriptor.h"
 
 #include <atomic>
 #include <cstddef>
@@ -21,8 +22,8 @@ class FileHandle {
 public:
     /// A handle that is closed.
     FileHandle() = default;
-    /// Takes over `descriptor`; a negative one makes a closed handle.
-    explicit FileHandle(int descriptor);
+    /// Takes over `descriptor`; one that owns nothing makes a closed handle.
+    explicit FileHandle(Descriptor descriptor);
     FileHandle(const FileHandle&) = delete;
     FileHandle& operator=(const FileHandle&) = delete;
     ~FileHandle();
@@ -58,17 +59,16 @@ public:
     bool writeUnlessEnded(std::span<const std::string_view> pieces, const FileHandle& answers);
 
 private:
-    class Descriptor;
+    class Stream;
 
-    std::shared_ptr<Descriptor> use() const;
-    static bool writeAll(const Descriptor& descriptor, std::span<const std::string_view> pieces,
-                         const Descriptor* answers);
+    std::shared_ptr<Stream> use() const;
+    static bool writeAll(const Stream& stream, std::span<const std::string_view> pieces, const Stream* answers);
     bool refill();
     bool takeHeldLine(ByteBuffer& line);
 
     std::atomic<bool> ended_{false}; // a read has met the end of the stream
-    mutable std::mutex lock_;        // guards descriptor_ alone
-    std::shared_ptr<Descriptor> descriptor_;
+    mutable std::mutex lock_;        // guards stream_ alone
+    std::shared_ptr<Stream> stream_; // none once closed; whoever uses it keeps it open
     ByteBuffer
         held_; // bytes read and not yet handed out: those from heldStart_ on; touched by the reading thread alone
     std::size_t heldStart_ = 0;

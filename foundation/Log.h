@@ -1,5 +1,7 @@
 #pragma once
 
+#include "foundation/Descriptor.h"
+
 #include <memory>
 #include <string>
 #include <string_view>
@@ -52,7 +54,7 @@ bool isWritten(LogLevel level);
 /// Standard error.
 std::shared_ptr<LogSink> makeStderrLogSink();
 /// A descriptor, which the sink takes over.
-std::shared_ptr<LogSink> makeDescriptorLogSink(int descriptor, std::string subject);
+std::shared_ptr<LogSink> makeDescriptorLogSink(Descriptor descriptor, std::string subject);
 /// A file, to whose end lines are written; made if it does not exist (mode 0640). One that was moved away or removed is
 /// made anew for the next line, so that a rotation needs nobody to tell. Throws NSErrorException with the POSIX error.
 std::shared_ptr<LogSink> makeFileLogSink(std::string path, std::string subject);

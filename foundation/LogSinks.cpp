@@ -1,3 +1,4 @@
+#include "foundation/Descriptor.h"
 #include "foundation/Error.h"
 #include "foundation/Log.h"
 #include "foundation/PosixErrno.h"
@@ -93,16 +94,14 @@ private:
 
 // Whether a log takes lines at /dev/log, which is where they are sent.
 bool canReachLog(int type) {
-    const int log = ::socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
-    if (log < 0)
+    const Descriptor log(::socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
+    if (!log.isOpen())
         return false;
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     constexpr std::string_view path = "/dev/log";
     path.copy(address.sun_path, path.size());
-    const bool reached = ::connect(log, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    ::close(log);
-    return reached;
+    return ::connect(log.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
 #endif
@@ -116,28 +115,24 @@ void writeLine(int descriptor, const std::string& line) {
     while (written < 0 && errno == EINTR);
 }
 
+class StderrSink final : public LogSink {
+public:
+    void write(LogLevel level, std::string_view, std::string_view category, std::string_view line) override {
+        writeLine(STDERR_FILENO, stamped(level, textOf("", category, line)));
+    }
+};
+
 class DescriptorSink final : public LogSink {
 public:
-    enum class Ownership { shared, taken };
-
-    DescriptorSink(int descriptor, Ownership ownership, std::string subject)
-        : descriptor_(descriptor), ownership_(ownership), subject_(std::move(subject)) {}
-
-    ~DescriptorSink() override {
-        if (ownership_ == Ownership::taken)
-            ::close(descriptor_);
-    }
-
-    DescriptorSink(const DescriptorSink&) = delete;
-    DescriptorSink& operator=(const DescriptorSink&) = delete;
+    DescriptorSink(Descriptor descriptor, std::string subject)
+        : descriptor_(std::move(descriptor)), subject_(std::move(subject)) {}
 
     void write(LogLevel level, std::string_view, std::string_view category, std::string_view line) override {
-        writeLine(descriptor_, stamped(level, textOf(subject_, category, line)));
+        writeLine(descriptor_.number(), stamped(level, textOf(subject_, category, line)));
     }
 
 private:
-    const int descriptor_;
-    const Ownership ownership_;
+    const Descriptor descriptor_;
     const std::string subject_;
 };
 
@@ -145,24 +140,19 @@ class FileSink final : public LogSink {
 public:
     FileSink(std::string path, std::string subject)
         : path_(std::move(path)), subject_(std::move(subject)), descriptor_(openFile()) {
-        if (descriptor_ < 0)
+        if (!descriptor_.isOpen())
             throwPosix(darwinErrno(errno));
     }
 
-    ~FileSink() override { ::close(descriptor_); }
-
-    FileSink(const FileSink&) = delete;
-    FileSink& operator=(const FileSink&) = delete;
-
     void write(LogLevel level, std::string_view, std::string_view category, std::string_view line) override {
         reopenIfMoved();
-        writeLine(descriptor_, stamped(level, textOf(subject_, category, line)));
+        writeLine(descriptor_.number(), stamped(level, textOf(subject_, category, line)));
     }
 
 private:
-    int openFile() const {
+    Descriptor openFile() const {
         constexpr mode_t mode = 0640; // paths may be in it
-        return ::open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, mode);
+        return Descriptor(::open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, mode));
     }
 
     void reopenIfMoved() {
@@ -170,28 +160,26 @@ private:
 
         struct stat held {};
 
-        if (::stat(path_.c_str(), &named) == 0 && ::fstat(descriptor_, &held) == 0 && named.st_ino == held.st_ino &&
-            named.st_dev == held.st_dev)
+        if (::stat(path_.c_str(), &named) == 0 && ::fstat(descriptor_.number(), &held) == 0 &&
+            named.st_ino == held.st_ino && named.st_dev == held.st_dev)
             return;
-        if (const int fresh = openFile(); fresh >= 0) {
-            ::close(descriptor_);
-            descriptor_ = fresh;
-        }
+        if (Descriptor fresh = openFile(); fresh.isOpen())
+            descriptor_ = std::move(fresh);
     }
 
     const std::string path_;
     const std::string subject_;
-    int descriptor_;
+    Descriptor descriptor_;
 };
 
 } // namespace
 
 std::shared_ptr<LogSink> makeStderrLogSink() {
-    return std::make_shared<DescriptorSink>(STDERR_FILENO, DescriptorSink::Ownership::shared, "");
+    return std::make_shared<StderrSink>();
 }
 
-std::shared_ptr<LogSink> makeDescriptorLogSink(int descriptor, std::string subject) {
-    return std::make_shared<DescriptorSink>(descriptor, DescriptorSink::Ownership::taken, std::move(subject));
+std::shared_ptr<LogSink> makeDescriptorLogSink(Descriptor descriptor, std::string subject) {
+    return std::make_shared<DescriptorSink>(std::move(descriptor), std::move(subject));
 }
 
 std::shared_ptr<LogSink> makeFileLogSink(std::string path, std::string subject) {

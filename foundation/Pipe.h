@@ -23,8 +23,7 @@ public:
 
 private:
     struct Ends {
-        int reading = -1;
-        int writing = -1;
+        PipeEnds pipe;
         std::int32_t error = 0;
     };
 

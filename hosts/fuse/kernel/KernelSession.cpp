@@ -74,12 +74,11 @@ std::vector<unsigned> ownDevicesAt(const std::string& mountPoint) {
 }
 
 /// The writing end of a pipe that nobody reads.
-int makeBrokenPipe() {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0)
+foundation::Descriptor makeBrokenPipe() {
+    foundation::PipeEnds ends = foundation::openPipe();
+    if (!ends.writing.isOpen())
         throw MountError(std::string("cannot make a pipe: ") + std::strerror(errno));
-    close(ends[0]);
-    return ends[1];
+    return std::move(ends.writing);
 }
 
 } // namespace
@@ -100,8 +99,6 @@ KernelSession::KernelSession(KernelContext& context, const std::string& source, 
 KernelSession::~KernelSession() {
     unmount();
     fuse_session_destroy(session_);
-    if (brokenPipe_ >= 0)
-        close(brokenPipe_);
 }
 
 int KernelSession::descriptor() const {
@@ -164,7 +161,7 @@ bool KernelSession::isSevered() const {
 void KernelSession::dropConnection() noexcept {
     if (descriptor() < 0)
         return;
-    dup3(brokenPipe_, descriptor(), O_CLOEXEC);
+    dup3(brokenPipe_.number(), descriptor(), O_CLOEXEC);
     fuse_session_unmount(session_);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "foundation/Descriptor.h"
 #include "hosts/fuse/kernel/KernelOperations.h"
 #include "hosts/fuse/mounting/MountOptions.h"
 
@@ -44,7 +45,7 @@ private:
     std::string mountPoint_;
     bool mounted_ = false;
     std::optional<unsigned> deviceMinor_;
-    int brokenPipe_ = -1; // put in the connection's place to drop it
+    foundation::Descriptor brokenPipe_; // put in the connection's place to drop it
 };
 
 } // namespace fusehost

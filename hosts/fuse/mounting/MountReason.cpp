@@ -6,6 +6,9 @@
 #include <unistd.h>
 
 namespace fusehost {
+
+using foundation::Descriptor;
+
 namespace {
 
 struct KnownReason {
@@ -83,12 +86,12 @@ std::string mountReason(std::string_view line) {
 }
 
 GatheredErrors::GatheredErrors() {
-    saved_ = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
-    if (saved_ < 0)
+    saved_ = Descriptor(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3));
+    if (!saved_.isOpen())
         return;
-    file_ = memfd_create("kemvi-errors", MFD_CLOEXEC);
-    if (file_ >= 0)
-        dup2(file_, STDERR_FILENO);
+    file_ = Descriptor(memfd_create("kemvi-errors", MFD_CLOEXEC));
+    if (file_.isOpen())
+        dup2(file_.number(), STDERR_FILENO);
 }
 
 GatheredErrors::~GatheredErrors() {
@@ -96,19 +99,20 @@ GatheredErrors::~GatheredErrors() {
 }
 
 std::string GatheredErrors::finish() {
-    if (saved_ < 0)
+    if (!saved_.isOpen())
         return {};
-    dup2(saved_, STDERR_FILENO);
-    close(saved_);
-    saved_ = -1;
-    if (file_ < 0)
+    dup2(saved_.number(), STDERR_FILENO);
+    saved_.reset();
+    if (!file_.isOpen())
         return {};
     std::string text;
     std::array<char, 4096> piece{};
-    for (ssize_t count = 0; (count = pread(file_, piece.data(), piece.size(), static_cast<off_t>(text.size()))) > 0;)
+    const auto readOn = [&] {
+        return pread(file_.number(), piece.data(), piece.size(), static_cast<off_t>(text.size()));
+    };
+    for (ssize_t count = 0; (count = readOn()) > 0;)
         text.append(piece.data(), static_cast<std::size_t>(count));
-    close(file_);
-    file_ = -1;
+    file_.reset();
     std::string told;
     for (std::size_t begin = 0; begin < text.size();) {
         const auto end = std::min(text.find('\n', begin), text.size());

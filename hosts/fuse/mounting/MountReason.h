@@ -1,5 +1,7 @@
 #pragma once
 
+#include "foundation/Descriptor.h"
+
 #include <string>
 #include <string_view>
 
@@ -23,8 +25,8 @@ public:
     std::string finish();
 
 private:
-    int file_ = -1;
-    int saved_ = -1;
+    foundation::Descriptor file_;
+    foundation::Descriptor saved_; // the standard error of before; owns nothing when the gathering is over
 };
 
 } // namespace fusehost

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "foundation/Descriptor.h"
+
 namespace fusehost {
 
 /// An eventfd: readable once it was signalled, until it is cleared. Any thread may signal.
@@ -7,18 +9,15 @@ class EventDescriptor {
 public:
     /// Throws std::system_error if the process can have no more descriptors.
     EventDescriptor();
-    ~EventDescriptor();
-    EventDescriptor(const EventDescriptor&) = delete;
-    EventDescriptor& operator=(const EventDescriptor&) = delete;
 
-    int number() const { return number_; }
+    int number() const { return descriptor_.number(); }
 
     /// Async-signal-safe.
     void signal() const noexcept;
     void clear() const noexcept;
 
 private:
-    int number_;
+    foundation::Descriptor descriptor_;
 };
 
 } // namespace fusehost

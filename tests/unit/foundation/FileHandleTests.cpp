@@ -197,7 +197,7 @@ TEST_F(FileHandleTest, readerThatWaitsSeesTheEndWhenTheWriterCloses) {
 
 TEST(FileHandle, madeFromNoDescriptorIsClosed) {
     EXPECT_FALSE(FileHandle().isOpen());
-    EXPECT_FALSE(FileHandle(-1).isOpen());
+    EXPECT_FALSE(FileHandle(foundation::Descriptor()).isOpen());
 }
 
 TEST_F(PipeTest, isCloseOnExecAtBothEnds) {

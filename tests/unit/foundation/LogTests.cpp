@@ -147,20 +147,18 @@ TEST_F(LogTest, refusesAFileThatCannotBeWritten) {
 }
 
 TEST_F(LogTest, writesToADescriptorWithTheTimeInFront) {
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    setSink(foundation::makeDescriptorLogSink(ends[1], "/mnt/a"));
+    auto pipe = foundation::openPipe();
+    setSink(foundation::makeDescriptorLogSink(std::move(pipe.writing), "/mnt/a"));
     logger_.info({"a line"});
     setSink(nullptr); // closes the descriptor
     std::string text(200, '\0');
-    const ssize_t size = read(ends[0], text.data(), text.size());
+    const ssize_t size = read(pipe.reading.number(), text.data(), text.size());
     ASSERT_GT(size, 0);
     text.resize(static_cast<std::size_t>(size));
     EXPECT_TRUE(std::regex_match(
         text, std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} kemvi: /mnt/a: Category: a line\n)")))
         << text;
-    EXPECT_EQ(read(ends[0], text.data(), text.size()), 0);
-    close(ends[0]);
+    EXPECT_EQ(read(pipe.reading.number(), text.data(), text.size()), 0);
 }
 
 TEST_F(LogTest, writesToStandardErrorUnderTheCategory) {
