@@ -7,7 +7,7 @@ import { compileLate } from '../../sdk/node/src/compilation.mjs';
  * @param {object} codec `allocate`, `encode` and `decodeInPlace`, as the kit's
  */
 export function runBareLoop(codec) {
-    compileLate(); // as the kit does: what is compared is the loops, not how far they have been compiled
+    compileLate(); // as the helpers that ship do: what is compared is the loops, not how far they have been compiled
     const root = process.env.KEMVI_REPO_ROOT;
     const input = codec.allocate(2 << 20);
     const output = codec.allocate(256 * 1024);

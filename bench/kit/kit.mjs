@@ -1,6 +1,9 @@
 // The kit's loop over a file system that does the same work as the bare loop.
 import fs from 'node:fs';
+import { compileLate } from '../../sdk/node/src/compilation.mjs';
 import { serve } from '../../sdk/node/src/serve.mjs';
+
+compileLate(); // as the helpers that ship do
 
 const root = process.env.KEMVI_REPO_ROOT;
 const { O_RDWR, O_CREAT, O_RDONLY } = fs.constants;

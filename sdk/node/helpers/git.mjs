@@ -1,6 +1,9 @@
 // Serves the repository in KEMVI_REPO_ROOT, read-only: branches, tags and commits as folders.
+import { compileLate } from '../src/compilation.mjs';
 import { serve } from '../src/serve.mjs';
 import { GitFileSystem } from '../src/filesystems/git.mjs';
+
+compileLate();
 
 const root = process.env.KEMVI_REPO_ROOT;
 try {

@@ -1,6 +1,9 @@
 // Serves the folder in KEMVI_REPO_ROOT.
+import { compileLate } from '../src/compilation.mjs';
 import { serve } from '../src/serve.mjs';
 import { LocalFileSystem } from '../src/filesystems/local.mjs';
+
+compileLate();
 
 const root = process.env.KEMVI_REPO_ROOT;
 try {

@@ -1,7 +1,10 @@
 // Serves an empty tree in memory, gone when it is unmounted. KEMVI_MEMORY_LIMIT: how much it may hold, in bytes or as
 // 64K, 512M, 2G; 256M when it is not set.
+import { compileLate } from '../src/compilation.mjs';
 import { serve } from '../src/serve.mjs';
 import { MemoryFileSystem } from '../src/filesystems/memory.mjs';
+
+compileLate();
 
 const text = process.env.KEMVI_MEMORY_LIMIT ?? '256M';
 const match = /^([1-9]\d{0,9})([KMG]?)$/.exec(text);

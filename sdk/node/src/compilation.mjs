@@ -1,4 +1,5 @@
-// How soon node compiles what a helper runs often.
+// How soon node compiles what a helper runs often: a setting of the whole process, made by the helpers that ship, whose
+// process is theirs alone. The kit itself leaves the process of its user as it is.
 import v8 from 'node:v8';
 
 // V8 counts the bytecode a function has run and hands it to the optimising compiler after some 67 000 bytes, which a

@@ -19,7 +19,7 @@ export function runBlocking(input, lines, session) {
             const later = session.answer(lines.bytes, lines.lineStart, lines.lineEnd);
             if (later !== undefined) return later;
         }
-        const position = lines.fillPosition;
+        const position = lines.prepareFill();
         const count = readSome(input, lines.bytes, position, lines.room);
         if (count === 0) return undefined;
         lines.filled(count);

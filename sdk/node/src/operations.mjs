@@ -121,11 +121,11 @@ export const operations = {
             const path = pathField(request.path, 'path');
             const flags = openFlags(request.flags);
             if (flags.write) changing(session, 'write');
-            session.openedFlags = flags;
             return session.fileSystem.open ? session.fileSystem.open(path, flags) : openByPath(session, path);
         },
         answer(session, request, file) {
-            session.answerResult(request, '{"handle":' + session.addHandle(file) + '}');
+            const handle = session.addHandle(file, openFlags(request.flags));
+            session.answerResult(request, '{"handle":' + handle + '}');
         },
     },
 

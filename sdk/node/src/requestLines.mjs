@@ -21,8 +21,11 @@ export class LineBuffer {
         this.lineEnd = 0;
     }
 
-    /** Where the next bytes go; at least one fits between here and the end of `bytes`, with one left to spare. */
-    get fillPosition() {
+    /**
+     * Makes room for more bytes, which may move what is held.
+     * @returns {number} where in `bytes` they go; at least one fits from there, with one left to spare
+     */
+    prepareFill() {
         if (this.start_ === this.end_) {
             this.start_ = this.scanned_ = this.end_ = 0;
             this.bytes = this.first_;
@@ -32,12 +35,12 @@ export class LineBuffer {
         return this.end_;
     }
 
-    /** How many bytes fit at `fillPosition`. */
+    /** How many bytes fit where the last `prepareFill` said. */
     get room() {
         return this.bytes.length - 1 - this.end_; // one byte for the mark that `nextLine` sets
     }
 
-    /** @param {number} count bytes that were put at `fillPosition` */
+    /** @param {number} count bytes that were put where the last `prepareFill` said */
     filled(count) {
         this.end_ += count;
     }
@@ -45,7 +48,7 @@ export class LineBuffer {
     /** @param {Uint8Array} chunk bytes to take over by copying */
     append(chunk) {
         for (let taken = 0; taken < chunk.length; ) {
-            const position = this.fillPosition;
+            const position = this.prepareFill();
             const count = Math.min(this.room, chunk.length - taken);
             this.bytes.set(chunk.subarray(taken, taken + count), position);
             this.filled(count);

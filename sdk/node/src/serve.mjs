@@ -1,7 +1,6 @@
 // The main loop of a helper.
 import fs from 'node:fs';
 import { makeCodec } from './base64/codec.mjs';
-import { compileLate } from './compilation.mjs';
 import { asyncFunctions, checkFileSystem } from './fileSystem.mjs';
 import { runBlocking, runInEventLoop, writeAll } from './loops.mjs';
 import { LineBuffer } from './requestLines.mjs';
@@ -32,7 +31,6 @@ if (process.env.KEMVI_DRIVE_ID !== undefined) takeStandardStreams();
  */
 export async function serve(fileSystem, options = {}) {
     checkFileSystem(fileSystem);
-    compileLate();
     const { input, output } = takeStandardStreams();
     const codec = makeCodec();
     const session = new Session(fileSystem, codec, (bytes, from, to) => writeAll(output, bytes, from, to), report);

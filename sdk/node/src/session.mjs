@@ -38,8 +38,6 @@ export class Session {
          * @type {(error: unknown) => void}
          */
         this.abandon_ = () => {};
-        /** @type {import('./fileSystem.mjs').OpenFlags} of the open that is under way */
-        this.openedFlags = { read: false, write: false, create: false, truncate: false };
     }
 
     /**
@@ -272,9 +270,12 @@ export class Session {
         }
     }
 
-    /** @param {any} file @returns {number} a number that was never used before */
-    addHandle(file) {
-        const { read, write } = this.openedFlags;
+    /**
+     * @param {any} file
+     * @param {import('./fileSystem.mjs').OpenFlags} flags with which it was opened
+     * @returns {number} a number that was never used before
+     */
+    addHandle(file, { read, write }) {
         this.handles_.set(++this.lastHandle_, { file, read, write });
         return this.lastHandle_;
     }

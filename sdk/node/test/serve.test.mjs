@@ -1,8 +1,9 @@
 // What the loop promises, whatever the file system's functions are like.
 import assert from 'node:assert/strict';
 import { createHash, randomBytes } from 'node:crypto';
+import path from 'node:path';
 import test from 'node:test';
-import { betweenPipes, Driver, serverCommand } from './driver.mjs';
+import { betweenPipes, Driver, helperCommand, packageFolder, serverCommand } from './driver.mjs';
 import { pattern } from './servers/oddFileSystem.mjs';
 
 for (const kind of ['plain', 'async', 'promising']) {
@@ -433,3 +434,18 @@ test('an answer that comes after the end of the input is written all the same', 
     first.child.stdin.end();
     assert.equal((await answer).ok, true);
 });
+
+// A setting of V8 holds for the whole process, which is not the kit's but its user's.
+for (const [name, command, sets] of [
+    ['a program that uses the kit keeps its settings of V8', serverCommand('plain'), false],
+    ['a helper that ships has V8 compile late', helperCommand('memory'), true],
+]) {
+    test(name, { timeout: 60_000 }, async (t) => {
+        const [node, ...script] = command;
+        const telling = path.join(packageFolder, 'test', 'servers', 'tellsOfSettings.cjs');
+        const helper = new Driver(t, [node, '--require', telling, ...script]);
+        await helper.ok('ping');
+        await helper.end();
+        assert.equal(/V8 is set: --interrupt-budget=\d/.test(helper.stderr), sets, helper.stderr);
+    });
+}

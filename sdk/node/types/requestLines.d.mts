@@ -21,11 +21,14 @@ export class LineBuffer {
     end_: number;
     lineStart: number;
     lineEnd: number;
-    /** Where the next bytes go; at least one fits between here and the end of `bytes`, with one left to spare. */
-    get fillPosition(): number;
-    /** How many bytes fit at `fillPosition`. */
+    /**
+     * Makes room for more bytes, which may move what is held.
+     * @returns {number} where in `bytes` they go; at least one fits from there, with one left to spare
+     */
+    prepareFill(): number;
+    /** How many bytes fit where the last `prepareFill` said. */
     get room(): number;
-    /** @param {number} count bytes that were put at `fillPosition` */
+    /** @param {number} count bytes that were put where the last `prepareFill` said */
     filled(count: number): void;
     /** @param {Uint8Array} chunk bytes to take over by copying */
     append(chunk: Uint8Array): void;

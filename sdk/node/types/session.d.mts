@@ -23,8 +23,6 @@ export class Session {
      * @type {(error: unknown) => void}
      */
     abandon_: (error: unknown) => void;
-    /** @type {import('./fileSystem.mjs').OpenFlags} of the open that is under way */
-    openedFlags: import('./fileSystem.mjs').OpenFlags;
     /**
      * Answers one request line.
      * @param {Buffer} bytes
@@ -121,8 +119,12 @@ export class Session {
     answerMalformed_(head: string, error: unknown): void;
     /** @param {Request} request an object without an id or an op that are strings */
     answerIncomplete_(request: Request): void;
-    /** @param {any} file @returns {number} a number that was never used before */
-    addHandle(file: any): number;
+    /**
+     * @param {any} file
+     * @param {import('./fileSystem.mjs').OpenFlags} flags with which it was opened
+     * @returns {number} a number that was never used before
+     */
+    addHandle(file: any, { read, write }: import('./fileSystem.mjs').OpenFlags): number;
     /** @param {unknown} handle @returns {OpenFile} */
     openFile(handle: unknown): OpenFile;
     /**
