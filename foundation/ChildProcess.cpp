@@ -18,7 +18,8 @@ namespace {
 constexpr std::int64_t noSuchFileCode = 4; // NSFileNoSuchFileError
 
 [[noreturn]] void throwLaunchError(int error, const std::string& executable) {
-    const bool missing = error == ENOENT && ::access(executable.c_str(), F_OK) != 0;
+    const bool isPath = executable.find('/') != std::string::npos;
+    const bool missing = error == ENOENT && (!isPath || ::access(executable.c_str(), F_OK) != 0);
     NSError value = missing ? NSError{std::string(NSCocoaErrorDomain), noSuchFileCode, std::nullopt, {}}
                             : NSError::posix(darwinErrno(error));
     value.localizedDescription = missing ? "the program " + executable + " does not exist"
@@ -168,8 +169,8 @@ void ChildProcess::launch(const Options& options) {
     actions.closeTheRest();
     const SpawnAttributes attributes;
     pid_t pid = 0;
-    const int error = ::posix_spawn(&pid, options.executable.c_str(), actions.get(), attributes.get(),
-                                    pointers(arguments).data(), pointers(environment).data());
+    const int error = ::posix_spawnp(&pid, options.executable.c_str(), actions.get(), attributes.get(),
+                                     pointers(arguments).data(), pointers(environment).data());
     if (error != 0)
         throwLaunchError(error, options.executable);
     pid_ = pid;

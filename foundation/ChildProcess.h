@@ -19,7 +19,7 @@ namespace foundation {
 class ChildProcess {
 public:
     struct Options {
-        std::string executable;                         // absolute path
+        std::string executable;                         // absolute path, or a name to be found along our PATH
         std::vector<std::string> arguments;             // without the program's own name
         std::map<std::string, std::string> environment; // the whole environment of the child
         int standardInput = 0; // descriptors of this process that the child gets as its 0 and 1

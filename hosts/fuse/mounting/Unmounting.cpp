@@ -1,18 +1,18 @@
 #include "hosts/fuse/mounting/Unmounting.h"
 
+#include "foundation/ChildProcess.h"
+#include "foundation/Error.h"
+#include "foundation/Pipe.h"
+#include "foundation/PosixErrno.h"
 #include "hosts/fuse/mounting/MountReason.h"
 #include "hosts/fuse/mounting/MountTable.h"
 
-#include <array>
 #include <cerrno>
-#include <csignal>
+#include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
-#include <spawn.h>
+#include <map>
 #include <sys/mount.h>
-#include <sys/wait.h>
 #include <system_error>
-#include <unistd.h>
 
 namespace fusehost {
 
@@ -27,39 +27,45 @@ struct Outcome {
     std::string messages;
 };
 
-/// Runs fusermount3 and gathers what it says, in English whatever the user's language.
+std::map<std::string, std::string> fusermountEnvironment() {
+    const char* path = std::getenv("PATH");
+    // In English whatever the user's language: what it says is looked into.
+    return {{"LC_ALL", "C"}, {"PATH", path != nullptr ? path : "/usr/bin:/bin"}};
+}
+
+std::string launchProblem(const foundation::NSError& error) {
+    return error.isPosix() ? errnoText(foundation::platformErrno(static_cast<std::int32_t>(error.code)))
+                           : "fusermount3 is not in PATH; install the package fuse3";
+}
+
+std::string everythingFrom(foundation::FileHandle& stream) {
+    std::string text;
+    while (const auto byte = stream.readByte())
+        text += static_cast<char>(*byte);
+    return text;
+}
+
+/// Runs fusermount3 and gathers what it says.
 Outcome runFusermount(const char* how, const std::string& mountPoint) {
-    std::array<int, 2> ends{};
-    if (::pipe2(ends.data(), O_CLOEXEC) != 0)
-        return {-1, errnoText(errno)};
-    posix_spawn_file_actions_t actions;
-    ::posix_spawn_file_actions_init(&actions);
-    ::posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
-    std::string program = "fusermount3";
-    std::string option = how;
-    std::string end = "--";
-    std::string path = mountPoint;
-    std::array<char*, 5> arguments{program.data(), option.data(), end.data(), path.data(), nullptr};
-    std::string language = "LC_ALL=C";
-    std::string search =
-        std::string("PATH=") + (std::getenv("PATH") != nullptr ? std::getenv("PATH") : "/usr/bin:/bin");
-    std::array<char*, 3> environment{language.data(), search.data(), nullptr};
-    pid_t pid = -1;
-    const int error = ::posix_spawnp(&pid, program.c_str(), &actions, nullptr, arguments.data(), environment.data());
-    ::posix_spawn_file_actions_destroy(&actions);
-    ::close(ends[1]);
-    Outcome outcome;
-    if (error != 0) {
-        outcome.messages = error == ENOENT ? "fusermount3 is not in PATH; install the package fuse3" : errnoText(error);
-    } else {
-        std::array<char, 512> bytes{};
-        for (ssize_t count = 0; (count = ::read(ends[0], bytes.data(), bytes.size())) > 0;)
-            outcome.messages.append(bytes.data(), static_cast<std::size_t>(count));
-        int status = 0;
-        if (::waitpid(pid, &status, 0) == pid && WIFEXITED(status))
-            outcome.status = WEXITSTATUS(status);
+    foundation::Pipe messages;
+    if (messages.creationError() != 0)
+        return {-1, errnoText(foundation::platformErrno(messages.creationError()))};
+    foundation::ChildProcess::Options options;
+    options.executable = "fusermount3";
+    options.arguments = {how, "--", mountPoint};
+    options.environment = fusermountEnvironment();
+    options.standardError = messages.fileHandleForWriting().fileDescriptor();
+    foundation::ChildProcess program;
+    try {
+        program.launch(options);
+    } catch (const foundation::NSErrorException& error) {
+        return {-1, launchProblem(error.nsError())};
     }
-    ::close(ends[0]);
+    messages.fileHandleForWriting().close();
+    Outcome outcome{-1, everythingFrom(messages.fileHandleForReading())};
+    program.waitUntilExit();
+    if (const auto status = program.exitStatus())
+        outcome.status = status->code().value_or(-1);
     while (!outcome.messages.empty() && outcome.messages.back() == '\n')
         outcome.messages.pop_back();
     return outcome;

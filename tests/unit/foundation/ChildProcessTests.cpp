@@ -267,4 +267,32 @@ TEST(ChildProcess, howItEndedCanStillBeAskedWhenItsObjectHasGone) {
     EXPECT_EQ(information.si_status, 3);
 }
 
+TEST(ChildProcess, findsAProgramAlongThePath) {
+    Pipe output;
+    ChildProcess process;
+    ChildProcess::Options options;
+    options.executable = "sh";
+    options.arguments = {"-c", "echo found"};
+    options.standardOutput = output.fileHandleForWriting().fileDescriptor();
+    process.launch(options);
+    output.fileHandleForWriting().close();
+    ByteBuffer line;
+    ASSERT_TRUE(output.fileHandleForReading().readLine(line));
+    EXPECT_EQ(line.view(), "found");
+    process.waitUntilExit();
+}
+
+TEST(ChildProcess, tellsOfAProgramThatIsNotAlongThePath) {
+    ChildProcess process;
+    ChildProcess::Options options;
+    options.executable = "unmistakable-program";
+    try {
+        process.launch(options);
+        ADD_FAILURE() << "it was launched";
+    } catch (const foundation::NSErrorException& error) {
+        EXPECT_EQ(error.nsError().domain, foundation::NSCocoaErrorDomain);
+        EXPECT_EQ(error.nsError().code, 4);
+    }
+}
+
 } // namespace
