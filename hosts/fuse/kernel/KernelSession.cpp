@@ -15,15 +15,38 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <mutex>
 #include <poll.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace fusehost {
 namespace {
 
-// libfuse reports through one function per process. What it last said is the reason of a failed mount.
-std::string lastMessage;
+/// What libfuse said last, which is the reason of a failed mount. It reports through one function per process, which
+/// knows neither session nor caller, so there is one of these per process. Any thread.
+class LastMessage {
+public:
+    static LastMessage& ofLibFuse() {
+        static auto* const kept = new LastMessage; // threads of libfuse may outlive every static object
+        return *kept;
+    }
+
+    void keep(std::string text) {
+        const std::lock_guard guard(lock_);
+        text_ = std::move(text);
+    }
+
+    std::string text() const {
+        const std::lock_guard guard(lock_);
+        return text_;
+    }
+
+private:
+    mutable std::mutex lock_;
+    std::string text_;
+};
 
 void keepMessage(fuse_log_level level, const char* format, va_list arguments) noexcept {
     char text[512];
@@ -33,7 +56,7 @@ void keepMessage(fuse_log_level level, const char* format, va_list arguments) no
         while (!line.empty() && line.back() == '\n')
             line.pop_back();
         if (level <= FUSE_LOG_ERR)
-            lastMessage = line;
+            LastMessage::ofLibFuse().keep(line);
         hostLog().debug({"libfuse: ", foundation::logPublic(line)});
     });
 }
@@ -93,7 +116,7 @@ KernelSession::KernelSession(KernelContext& context, const std::string& source, 
     session_ = fuse_session_new(&args, &kernelOperations(), sizeof(fuse_lowlevel_ops), &context);
     fuse_opt_free_args(&args);
     if (session_ == nullptr)
-        throw MountError("libfuse refuses the mount options \"" + list + "\": " + lastMessage);
+        throw MountError("libfuse refuses the mount options \"" + list + "\": " + LastMessage::ofLibFuse().text());
 }
 
 KernelSession::~KernelSession() {
@@ -106,14 +129,15 @@ int KernelSession::descriptor() const {
 }
 
 void KernelSession::mount(const std::string& mountPoint) {
-    lastMessage.clear();
+    LastMessage::ofLibFuse().keep({});
     brokenPipe_ = makeBrokenPipe();
     const auto before = ownDevicesAt(mountPoint);
     GatheredErrors errors;
     const int result = fuse_session_mount(session_, mountPoint.c_str());
     const std::string told = errors.finish();
     if (result != 0) {
-        const std::string fallback = lastMessage.empty() ? "no reason was given" : mountReason(lastMessage);
+        const std::string last = LastMessage::ofLibFuse().text();
+        const std::string fallback = last.empty() ? "no reason was given" : mountReason(last);
         throw MountError("cannot mount here: " + (told.empty() ? fallback : told));
     }
     if (!told.empty())
