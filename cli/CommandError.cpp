@@ -20,8 +20,12 @@ std::atomic<bool>& messagesGoToLog() {
 CommandError::CommandError(ExitCode code, std::string_view subject, std::string_view problem)
     : std::runtime_error(std::string(subject) + ": " + std::string(problem)), code_(code) {}
 
-void sendMessagesToLog(bool toLog) {
-    messagesGoToLog() = toLog;
+void sendMessagesToLog() {
+    messagesGoToLog() = true;
+}
+
+void sendMessagesToStandardError() {
+    messagesGoToLog() = false;
 }
 
 void printMessage(std::string_view text) {

@@ -26,7 +26,10 @@ private:
 void printMessage(std::string_view text);
 
 /// From here on messages are lines of the log: standard error leads nowhere any more, or back into the log.
-void sendMessagesToLog(bool toLog);
+void sendMessagesToLog();
+
+/// From here on messages go to standard error, as at the beginning.
+void sendMessagesToStandardError();
 
 using foundation::escapedControls;
 

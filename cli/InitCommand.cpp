@@ -96,19 +96,21 @@ std::string jsonText(const std::array<Entry, 4>& entries) {
                                        : "cannot be written: " + errnoText(errno));
 }
 
+enum class Existing { kept, replaced };
+
 /// Puts the whole file in place in one step, so that neither a mount nor a crash ever meets half of it.
-void writeFile(const std::string& path, const std::string& text, bool replace) {
+void writeFile(const std::string& path, const std::string& text, Existing existing) {
     std::string temporary = path + ".XXXXXX";
     foundation::Descriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
     if (!file.isOpen())
         refuseWriting(path);
     ::fchmod(file.number(), 0644);
     const bool written = ::write(file.number(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    const bool placed =
-        written && file.close() &&
-        (replace ? ::rename(temporary.c_str(), path.c_str()) : ::link(temporary.c_str(), path.c_str())) == 0;
+    const bool placed = written && file.close() &&
+                        (existing == Existing::replaced ? ::rename(temporary.c_str(), path.c_str())
+                                                        : ::link(temporary.c_str(), path.c_str())) == 0;
     const int error = errno;
-    if (!placed || !replace)
+    if (!placed || existing == Existing::kept)
         ::unlink(temporary.c_str());
     if (!placed) {
         errno = error;
@@ -126,7 +128,7 @@ ExitCode run(const Request& request) {
     if (error)
         throw CommandError(ExitCode::configuration, request.source, "cannot be created: " + error.message());
     const std::string path = configurationPath(absolutePath(request.source));
-    writeFile(path, text, request.force);
+    writeFile(path, text, request.force ? Existing::replaced : Existing::kept);
     std::printf("Wrote %s:\n", escapedControls(path).c_str());
     for (const auto& [key, value] : entries)
         std::printf("  %-10s  %s\n", key, escapedControls(value).c_str());

@@ -84,13 +84,13 @@ std::shared_ptr<foundation::LogSink> fileSink(const MountPlan& plan) {
 }
 
 /// What fails before the mount is ready is told in one message of the command's own; the log would tell it twice.
-ExitCode runInForeground(const MountPlan& plan, bool verbose) {
+ExitCode runInForeground(const MountPlan& plan, const MountRequest& request) {
     StderrRelay relay;
     foundation::Log::setSink(plan.options.logFile
                                  ? fileSink(plan)
                                  : foundation::makeDescriptorLogSink(relay.duplicateOfTerminal(), plan.mountPoint));
-    const LogLevel level = plan.options.logLevel.value_or(verbose ? LogLevel::info : LogLevel::warning);
-    setLevel(verbose || plan.options.logFile ? level : LogLevel::fault);
+    const LogLevel level = plan.options.logLevel.value_or(request.verbose ? LogLevel::info : LogLevel::warning);
+    setLevel(request.verbose || plan.options.logFile ? level : LogLevel::fault);
     Progress progress;
     progress.mounted = [&] {
         setLevel(level);
@@ -119,9 +119,9 @@ ExitCode runInTheBackground(const MountPlan& plan) {
 ExitCode mount(const MountRequest& request) {
     auto options = parseOptions(request.options);
     const MountSource source = readMountSource(request.source);
-    const std::string mountPoint = checkedMountPoint(request.mountPoint, source, options.nonEmpty);
+    const std::string mountPoint = checkedMountPoint(request.mountPoint, source, options);
     checkHelperAvailable(source);
-    checkFuseAvailable(options.allowOther);
+    checkFuseAvailable(options);
     if (request.checkOnly)
         return ExitCode::success;
     addLogOptions(options, request);
@@ -130,7 +130,7 @@ ExitCode mount(const MountRequest& request) {
     tellSourceToHelpers(source);
     const MountPlan plan{source.path, mountPoint, source.config.helperPath, std::move(options)};
     foundation::Log::showPrivateValues(plan.options.showPrivate);
-    return request.foreground ? runInForeground(plan, request.verbose) : runInTheBackground(plan);
+    return request.foreground ? runInForeground(plan, request) : runInTheBackground(plan);
 }
 
 void addMountCommand(CLI::App& app, ExitCode& result) {

@@ -54,7 +54,7 @@ std::string resolvedMountPoint(const std::string& mountPoint) {
     return *resolved;
 }
 
-void checkDirectory(const std::string& mountPoint, bool allowNonEmpty) {
+void checkDirectory(const std::string& mountPoint, const fusehost::MountOptions& options) {
     std::error_code error;
     if (!filesystem::is_directory(mountPoint, error))
         refuse(mountPoint, "is not a directory; give an empty directory");
@@ -65,7 +65,7 @@ void checkDirectory(const std::string& mountPoint, bool allowNonEmpty) {
         refuseMounted(mountPoint); // by somebody who came between; what was listed is that mount
     if (error)
         refuse(mountPoint, "cannot be listed: " + error.message());
-    if (!empty && !allowNonEmpty)
+    if (!empty && !options.nonEmpty)
         refuse(mountPoint, "is not empty; give an empty directory, or hide what is in it with -o nonempty");
 }
 
@@ -124,14 +124,15 @@ MountPointLock::MountPointLock(const std::string& mountPoint)
     refuseMounted(mountPoint);
 }
 
-std::string checkedMountPoint(const std::string& mountPoint, const MountSource& source, bool allowNonEmpty) {
+std::string checkedMountPoint(const std::string& mountPoint, const MountSource& source,
+                              const fusehost::MountOptions& options) {
     const std::string resolved = resolvedMountPoint(mountPoint);
-    checkDirectory(resolved, allowNonEmpty);
+    checkDirectory(resolved, options);
     checkSurroundings(resolved, source);
     return resolved;
 }
 
-void checkFuseAvailable(bool allowOther) {
+void checkFuseAvailable(const fusehost::MountOptions& options) {
     const auto unavailable = [](std::string_view subject, const std::string& problem) {
         throw CommandError(ExitCode::fuseUnavailable, subject, problem);
     };
@@ -146,7 +147,7 @@ void checkFuseAvailable(bool allowOther) {
         unavailable("fusermount3",
                     "is not in PATH, and an ordinary user cannot mount without it; install the package fuse3");
     }
-    if (allowOther && !userMayAllowOther()) {
+    if (options.allowOther && !userMayAllowOther()) {
         unavailable("allow_other",
                     "is refused to ordinary users here; add the line user_allow_other to /etc/fuse.conf");
     }

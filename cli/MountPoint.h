@@ -2,15 +2,17 @@
 
 #include "cli/MountSource.h"
 #include "foundation/Descriptor.h"
+#include "hosts/fuse/mounting/MountOptions.h"
 
 #include <string>
 
 namespace cli {
 
 /// Looks at everything that would make mounting on `mountPoint` fail or go wrong, before anything is started: it must
-/// be an existing directory, empty unless `allowNonEmpty`, with nothing mounted on it, and neither inside the served
-/// tree nor around anything that the helper needs. Returns its real path. Throws CommandError.
-std::string checkedMountPoint(const std::string& mountPoint, const MountSource& source, bool allowNonEmpty);
+/// be an existing directory, empty unless the options say otherwise, with nothing mounted on it, and neither inside the
+/// served tree nor around anything that the helper needs. Returns its real path. Throws CommandError.
+std::string checkedMountPoint(const std::string& mountPoint, const MountSource& source,
+                              const fusehost::MountOptions& options);
 
 /// Keeps every other mount off a mount point while one is being made there: a lock on the directory itself, which needs
 /// no right to write and goes with the process that holds it.
@@ -24,7 +26,7 @@ private:
     foundation::Descriptor directory_;
 };
 
-/// Throws CommandError unless this user can mount FUSE file systems here, with `allow_other` if that is asked for.
-void checkFuseAvailable(bool allowOther);
+/// Throws CommandError unless this user can mount FUSE file systems with these options here.
+void checkFuseAvailable(const fusehost::MountOptions& options);
 
 } // namespace cli

@@ -56,7 +56,7 @@ StderrRelay::~StderrRelay() {
     thread_.join();
     if (terminal_.isOpen()) {
         ::dup2(terminal_.number(), STDERR_FILENO);
-        sendMessagesToLog(false);
+        sendMessagesToStandardError();
     }
 }
 
@@ -67,13 +67,13 @@ void StderrRelay::send(Command command) {
 void StderrRelay::switchToLog() {
     send(Command::switchToLog);
     switched_.get_future().wait();
-    sendMessagesToLog(true);
+    sendMessagesToLog();
 }
 
 void StderrRelay::switchToLogAlone() {
     send(Command::switchToLogAlone);
     switched_.get_future().wait();
-    sendMessagesToLog(true);
+    sendMessagesToLog();
 }
 
 foundation::Descriptor StderrRelay::duplicateOfTerminal() const {

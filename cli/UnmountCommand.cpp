@@ -224,22 +224,21 @@ void unmountByForce(const fusehost::MountEntry& mount, const Processes& processe
 }
 
 /// Where nothing is mounted: processes may be left of a mount whose end hangs, or of one that does not get ready.
-void endLeftovers(const std::string& path, const Processes& processes, bool force) {
+[[noreturn]] void refuseUnmounted(const std::string& path, const Processes& processes) {
     if (processes.hosts.empty())
         throw CommandError(ExitCode::notMounted, path, "nothing is mounted here");
-    if (!force) {
-        throw CommandError(ExitCode::notMounted, path,
-                           "nothing is mounted here, but process " + std::to_string(processes.hosts[0].pid()) +
-                               " of a mount here still runs; to end it and its helper: kemvi unmount --force " + path);
-    }
-    endByForce(path, processes);
+    throw CommandError(ExitCode::notMounted, path,
+                       "nothing is mounted here, but process " + std::to_string(processes.hosts[0].pid()) +
+                           " of a mount here still runs; to end it and its helper: kemvi unmount --force " + path);
 }
 
 ExitCode run(const Request& request) {
     const Target target = findTarget(request.mountPoint);
     const Processes processes = processesBehind(target);
+    if (!target.mount && (processes.hosts.empty() || !request.force))
+        refuseUnmounted(target.path, processes);
     if (!target.mount)
-        endLeftovers(target.path, processes, request.force);
+        endByForce(target.path, processes);
     else if (request.force)
         unmountByForce(*target.mount, processes);
     else

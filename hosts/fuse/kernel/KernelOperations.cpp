@@ -104,20 +104,18 @@ constexpr unsigned largestWrite = 1024 * 1024; // what kernels accept
 
 void opInit(void* userdata, fuse_conn_info* connection) {
     const KernelContext& context = *static_cast<KernelContext*>(userdata);
-    const auto want = [&](unsigned capability, bool wanted) {
-        if (wanted)
-            connection->want |= connection->capable & capability;
-        else
-            connection->want &= ~capability;
-    };
-    want(FUSE_CAP_WRITEBACK_CACHE, context.options.writeback);
-    want(FUSE_CAP_READDIRPLUS | FUSE_CAP_READDIRPLUS_AUTO, true);
-    want(FUSE_CAP_AUTO_INVAL_DATA | FUSE_CAP_ATOMIC_O_TRUNC, true);
+    const auto want = [&](unsigned capabilities) { connection->want |= connection->capable & capabilities; };
+    const auto refuse = [&](unsigned capabilities) { connection->want &= ~capabilities; };
+    refuse(FUSE_CAP_WRITEBACK_CACHE);
+    if (context.options.writeback)
+        want(FUSE_CAP_WRITEBACK_CACHE);
+    want(FUSE_CAP_READDIRPLUS | FUSE_CAP_READDIRPLUS_AUTO);
+    want(FUSE_CAP_AUTO_INVAL_DATA | FUSE_CAP_ATOMIC_O_TRUNC);
     // Taking the bits that let a program run as its owner from a file that is changed is the helper's affair; it cannot
     // be promised for every helper. They are never shown, so the kernel has none to take away either.
-    want(FUSE_CAP_HANDLE_KILLPRIV, false);
+    refuse(FUSE_CAP_HANDLE_KILLPRIV);
     // Splicing does not pay where every byte is encoded anyway.
-    want(FUSE_CAP_SPLICE_READ | FUSE_CAP_SPLICE_WRITE | FUSE_CAP_SPLICE_MOVE, false);
+    refuse(FUSE_CAP_SPLICE_READ | FUSE_CAP_SPLICE_WRITE | FUSE_CAP_SPLICE_MOVE);
     connection->max_read = context.options.requestSize;
     // One hand-over from the kernel for several requests to the helper: each costs two changes of process.
     connection->max_write = std::min(context.options.requestSize * writesPerOperation, largestWrite);
