@@ -116,6 +116,11 @@ private:
             tree_.chmod(asked.string("path"), static_cast<std::uint32_t>(asked.integer("mode")));
             return ScriptedAnswer::success();
         });
+        on("utimes", [this](const ScriptedRequest& asked) {
+            const auto time = foundation::ISO8601DateFormatter().date(asked.string("mtime"));
+            tree_.utimes(asked.string("path"), time ? time->secondsSince1970 : -1);
+            return ScriptedAnswer::success();
+        });
         on("statfs", [this](const ScriptedRequest&) {
             tree_.statfs();
             return ScriptedAnswer::success("{}");
@@ -193,6 +198,48 @@ public:
         });
     }
 
+    void setTime(const FSItemPtr& item, timespec time) {
+        step("time", [&] {
+            fskit::FSItemSetAttributesRequest request;
+            request.setModifyTime(time);
+            say(shown(calls_.setAttributes(item, request)));
+        });
+    }
+
+    void setEverything(const FSItemPtr& item) {
+        step("everything", [&] {
+            fskit::FSItemSetAttributesRequest request;
+            request.setModifyTime({5000, 0});
+            request.setMode(0100751);
+            request.setUid(7);
+            request.setGid(7);
+            request.setFlags(1);
+            request.setSize(3);
+            say(shown(calls_.setAttributes(item, request)));
+        });
+    }
+
+    /// What items tell without asking.
+    void compareItems(const FSItemPtr& one, const FSItemPtr& other) {
+        step("items", [&] {
+            say(one->isSame(*other) ? "same" : "different");
+            const auto known = one->knownAttributes();
+            say(known ? shown(*known) : "nothing known");
+            say(known && known->fileID() == one->identifier() ? "of its own number" : "of another number");
+        });
+    }
+
+    /// What a directory tells of a member that it was told of by a listing.
+    void compareMember(const FSItemPtr& directory, const std::string& name) {
+        step("member " + name, [&] {
+            const FSItemPtr member = directory->member(name, FSItemType::file, 7);
+            say(directory->hasMember(name, member->identifier()) ? "has it" : "has it not");
+            say(directory->hasMember(name + "x", member->identifier()) ? "has another" : "has no other");
+            say(member->isSame(*calls_.lookup(directory, name).item) ? "same" : "different");
+            say(shown(*member->knownAttributes()));
+        });
+    }
+
     void open(const FSItemPtr& item, Modes modes) {
         step("open", [&] { calls_.open(item, modes); });
     }
@@ -253,7 +300,8 @@ public:
 
     ServedTree& tree() { return tree_; }
 
-    const std::vector<std::string>& said() const { return said_; }
+    /// One line per step, request and result.
+    const std::string& said() const { return said_; }
 
 private:
     struct Packer final : fskit::FSDirectoryEntryPacker {
@@ -275,7 +323,7 @@ private:
                std::to_string(attributes.modifyTime().tv_sec);
     }
 
-    void say(const std::string& text) { said_.push_back(text); }
+    void say(const std::string& text) { said_ += text + "\n"; }
 
     template <typename Operation>
     void step(const std::string& name, Operation&& operation) {
@@ -291,7 +339,7 @@ private:
 
     ServedTree& tree_;
     fusehost::VolumeCalls calls_;
-    std::vector<std::string> said_;
+    std::string said_;
 };
 
 class StandIn : public testing::Test {
@@ -312,7 +360,7 @@ protected:
                                                            fskit::FSFileName("Kemvi"), helper.client()));
         play(volume);
         volume.end();
-        EXPECT_THAT(memory.said(), testing::ElementsAreArray(volume.said()));
+        EXPECT_EQ(memory.said(), volume.said());
     }
 };
 
@@ -442,6 +490,68 @@ TEST_F(StandIn, failsToGiveBackAlike) {
         played.tree().before = refuseOnce("release", posixErrno::EACCES_);
         played.close(item, Modes::none);
         played.tree().before = {};
+    });
+}
+
+TEST_F(StandIn, changesTimesAndEverythingAtOnceInOneOrder) {
+    compare(twoFiles, [](Played& played) {
+        const FSItemPtr item = played.find("a");
+        played.setTime(item, {1234, 0});
+        played.setTime(item, {4321, 250'000'000});
+        played.setTime(played.find("d"), {99, 0});
+        played.setEverything(item);
+        played.setEverything(played.find("d"));
+        played.tree().erase("/a");
+        played.setEverything(item);
+    });
+}
+
+TEST_F(StandIn, failsWhereverTheHelperRefuses) {
+    for (const char* request : {"getattr", "readdir", "mkdir", "unlink", "rename", "chmod", "utimes", "open read",
+                                "open write", "read", "write", "flush", "release", "statfs"})
+        compare(twoFiles, [&](Played& played) {
+            const FSItemPtr a = played.find("a");
+            const FSItemPtr d = played.find("d");
+            const FSItemPtr b = played.find("b");
+            played.open(b, Modes::read);
+            played.tree().before = fusehosttests::refuseAlways(request, posixErrno::EACCES_);
+            played.show(a);
+            played.find("b");
+            played.list(d);
+            played.make("new", FSItemType::file);
+            played.make("folder", FSItemType::directory);
+            played.open(a, Modes::readWrite);
+            played.read(a, 0, 4);
+            played.write(a, 0, "x");
+            played.setEverything(a);
+            played.synchronize();
+            played.close(a, Modes::none);
+            played.rename(a, "a", d, "a");
+            played.remove(b, "b");
+            played.tree().before = {};
+        });
+}
+
+TEST_F(StandIn, takesNoNameThatNoHelperCanBeAskedFor) {
+    compare(twoFiles, [](Played& played) {
+        played.find("");
+        played.find("\xff");
+        played.find(played.find("a"), "");
+    });
+}
+
+TEST_F(StandIn, tellsTheSameOfItemsWithoutAsking) {
+    compare(twoFiles, [](Played& played) {
+        const FSItemPtr a = played.find("a");
+        const FSItemPtr b = played.find("b");
+        const FSItemPtr d = played.find("d");
+        played.compareItems(a, played.find("a"));
+        played.compareItems(a, b);
+        played.compareItems(d, played.root);
+        played.compareMember(d, "c");
+        played.compareMember(played.root, "a");
+        played.tree().append("/a", "more");
+        played.compareItems(a, played.find("a"));
     });
 }
 
