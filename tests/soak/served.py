@@ -79,6 +79,7 @@ class Served:
                               capture_output=True, text=True, timeout=120, check=False)
         if done.returncode:
             raise Fault(f"kemvi {arguments[0]} ended with {done.returncode}: {done.stdout}{done.stderr}")
+        return done.stdout + done.stderr
 
     def start(self, number, options, seed):
         self.log = self.control.logs / f"host-{number}.log"
@@ -150,9 +151,14 @@ class Served:
 
     def end(self, kind):
         """After a kill, or orderly (None): holds the mount to leaving nothing."""
+        told = ""
         if kind in (None, "helper"):
-            self._command("unmount", self.control.mount)
-        code = self.host.wait(120)
+            told = self._command("unmount", self.control.mount)
+        try:
+            code = self.host.wait(120)
+        except subprocess.TimeoutExpired:
+            # A container that was started meanwhile has a copy of the mount, and keeps it; the command says so.
+            raise Fault(f"the host did not end after {kind or 'kemvi unmount'}, which said: {told}") from None
         expected = {None: (0,), "helper": (0, 1), "host": (-signal.SIGKILL,), "order": (0,)}[kind]
         if code not in expected:
             raise Fault(f"the host ended with {code} after {kind or 'kemvi unmount'}")
