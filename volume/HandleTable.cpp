@@ -17,9 +17,9 @@ std::optional<std::int64_t> HandleTable::find(Direction direction, fskit::FSItem
     return found == in(direction).end() ? std::nullopt : std::optional(found->second.handle);
 }
 
-HandleTable::Shared HandleTable::share(Direction direction, fskit::FSItemID item, OpenHandle opened) {
+HandleTable::Shared HandleTable::share(Direction direction, fskit::FSItemID item, const OpenHandle& opened) {
     const std::lock_guard guard(lock_);
-    const auto [entry, isNew] = in(direction).try_emplace(key(item), std::move(opened));
+    const auto [entry, isNew] = in(direction).try_emplace(key(item), opened);
     return {entry->second.handle, isNew};
 }
 

@@ -38,7 +38,7 @@ public:
 
     /// Remembers a handle just opened, unless there is one already. Returns the one that is shared from here on; a
     /// helper may give the same number twice, so the number does not tell whose it is.
-    Shared share(Direction direction, fskit::FSItemID item, OpenHandle opened);
+    Shared share(Direction direction, fskit::FSItemID item, const OpenHandle& opened);
 
     /// Forgets the handle for this item and returns it, if there is one.
     std::optional<OpenHandle> take(Direction direction, fskit::FSItemID item);
