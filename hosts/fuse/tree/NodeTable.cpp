@@ -83,6 +83,13 @@ void NodeTable::attach(Node& node, Node& directory, std::string_view name, std::
 }
 
 void NodeTable::detach(Node& node) {
+    const Node* directory = node.parent;
+    unlink(node);
+    if (directory != nullptr && isUnused(*directory))
+        bereaved_.push_back(directory->id);
+}
+
+void NodeTable::unlink(Node& node) {
     if (node.parent == nullptr)
         return;
     names_.erase(node);
@@ -110,7 +117,7 @@ void NodeTable::move(Node& node, Node& directory, std::string_view name) {
         deleteIfUnused(*replaced);
     }
     Node* oldParent = node.parent;
-    detach(node);
+    unlink(node);
     attach(node, directory, name, hashOf(directory, name));
     if (oldParent != nullptr)
         deleteIfUnused(*oldParent);
@@ -125,23 +132,33 @@ std::shared_ptr<fskit::FSItem> NodeTable::forget(NodeID id, std::uint64_t lookup
     if (node->lookups == 0 && !node->isOpen())
         reclaimed = std::move(node->item);
     deleteIfUnused(*node);
+    deleteBereaved();
     return reclaimed;
 }
 
 void NodeTable::deleteIfUnused(Node& node) {
     Node* current = &node;
-    while (current != nullptr && current != root_ && current->lookups == 0 && !current->isOpen() && !current->hidden &&
-           current->firstChild == nullptr) {
+    while (current != nullptr && isUnused(*current)) {
         Node* parent = current->parent;
         // What the table no longer knows of the child, the directory remembers: an older listing must not be believed.
         if (parent != nullptr) {
             parent->changed = std::max(parent->changed, current->changed);
             forgottenDue_ = forgottenDue_ || current->safety == Safety::due;
         }
-        detach(*current);
+        unlink(*current);
         erase(*current);
         current = parent;
     }
+}
+
+bool NodeTable::isUnused(const Node& node) const {
+    return &node != root_ && node.lookups == 0 && !node.isOpen() && !node.hidden && node.firstChild == nullptr;
+}
+
+void NodeTable::deleteBereaved() {
+    for (const NodeID id : std::exchange(bereaved_, {}))
+        if (Node* node = find(id))
+            deleteIfUnused(*node);
 }
 
 void NodeTable::erase(Node& node) {

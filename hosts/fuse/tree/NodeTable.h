@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace fusehost {
 
@@ -39,6 +40,17 @@ private:
 
 /// One file or directory that the kernel knows of, or one on the way to it. Kept small, as a walk through a large tree
 /// makes millions.
+///
+/// How long a `Node&` lives: until NodeTable deletes the node, which it does when nothing needs it any more. The
+/// kernel's references, openers, being hidden and children that live keep a node, so that these alone can end it:
+///
+/// - `forget`, and `deleteIfUnused` after what kept the node is gone: with the node go ancestors kept for its sake;
+/// - `move`, which ends a node that had the name already, and the former directory if it was kept for the node alone;
+/// - whatever finds that a file has gone (`Nodes::find`, `lookUpAgain`, `itemOf`, `adopt`, `dropVanished`,
+///   `Attributes::ask`): the node of that file, never its directory.
+///
+/// A node that a request names is held by the kernel until the request is answered. All others, such as the child of
+/// some name, are to be taken for gone after a call that may end them; `NodeTable::find` tells by the id.
 struct Node {
     // What is looked at when a node is looked for stands together.
     NodeID id = 0;
@@ -100,7 +112,8 @@ public:
     /// Gives the node a new name. A node that has that name already loses it. Items of the node and of everything
     /// beneath it are dropped, since they stand for old paths.
     void move(Node& node, Node& directory, std::string_view name);
-    /// Takes the node's name away: it was removed or replaced. It lives on only for the kernel's references.
+    /// Takes the node's name away: it was removed or replaced. It lives on only for the kernel's references. Its former
+    /// directory, which whoever calls may go on using, lives until the next `forget` at least.
     void detach(Node& node);
 
     /// Whether a node was deleted whose file still has its name and something written to it that is not safe.
@@ -124,6 +137,9 @@ private:
 
     Node* childOfHash(const Node& directory, std::string_view name, std::uint32_t hash);
     void attach(Node& node, Node& directory, std::string_view name, std::uint32_t hash);
+    void unlink(Node& node);
+    bool isUnused(const Node& node) const;
+    void deleteBereaved();
     void dropItemsBeneath(Node& node);
     void erase(Node& node);
 
@@ -132,6 +148,7 @@ private:
     std::size_t erased_ = 0; // since free memory was last given back
     NodeID nextID_ = rootNodeID + 1;
     bool forgottenDue_ = false;
+    std::vector<NodeID> bereaved_; // have lost a child that they may have been kept for
     Node* root_;
 };
 

@@ -194,6 +194,20 @@ TEST(NodeTable, detachedNodeLosesItsNameAndTheItemsBeneathIt) {
     EXPECT_NE(other.id, directory.id);
 }
 
+TEST(NodeTable, aDirectoryKeptForAChildThatLosesItsNameGoesWithTheNextForget) {
+    NodeTable table;
+    Node& above = held(table, table.root(), "above");
+    Node& directory = held(table, above, "directory");
+    Node& child = held(table, directory, "child");
+    Node& other = held(table, table.root(), "other");
+    table.forget(above.id, 1);
+    table.forget(directory.id, 1);
+    table.detach(child);
+    EXPECT_EQ(table.size(), 5U) << "whoever took the name away may go on using the directory";
+    table.forget(other.id, 1);
+    EXPECT_EQ(table.size(), 2U) << "the root, and the child, which the kernel holds";
+}
+
 TEST(NodeTable, detachLetsGoOfTheMiddleOfManySiblings) {
     NodeTable table;
     Node& a = held(table, table.root(), "a");
