@@ -1,0 +1,53 @@
+#pragma once
+
+#include "hosts/fuse/tree/AttributeChanges.h"
+#include "hosts/fuse/tree/Creation.h"
+#include "hosts/fuse/tree/Durability.h"
+#include "hosts/fuse/tree/FileAccess.h"
+#include "hosts/fuse/tree/FileTree.h"
+#include "hosts/fuse/tree/Listings.h"
+#include "hosts/fuse/tree/Lookup.h"
+#include "hosts/fuse/tree/Opening.h"
+#include "hosts/fuse/tree/Removal.h"
+#include "hosts/fuse/tree/Renaming.h"
+
+namespace fusehost {
+
+/// All rooms of one tree. Each is given those above it that it needs; none reaches down.
+struct FileTree::Rooms {
+    Rooms(VolumeCalls& itsVolume, const MountOptions& options, const Clock& clock)
+        : volume(itsVolume), attributeMap(options), freshness(options.attrTimeout, clock),
+          absence(options.entryTimeout > Seconds(0) && options.negativeTimeout <= Seconds(0), clock),
+          handles(volume, table, options.attrTimeout), contents(nodes, handles, freshness, options.requestSize),
+          attributeChanges(changes, nodes, attributes, resizing, options.quiet),
+          files(nodes, handles, hidden, options.writeback) {}
+
+    VolumeCalls& volume;
+    const AttributeMap attributeMap;
+    NodeTable table;
+    HiddenNames hiddenNames;
+    Freshness freshness;
+    Absence absence;
+    VolumeHandles handles;
+    Nodes nodes{volume, table, handles};
+    Changes changes{handles, freshness, absence};
+    Attributes attributes{volume, nodes, freshness, attributeMap};
+    Contents contents;
+    HiddenFiles hidden{nodes, handles, freshness, hiddenNames};
+    Lookup lookup{nodes, hidden, attributes, absence};
+    Durability durability{nodes, handles, attributes};
+    NewItems newItems{volume, nodes};
+    HeadCopies headCopies{changes, nodes, newItems, hiddenNames};
+    Shrinking shrinking{nodes, contents, durability, headCopies};
+    Resizing resizing{nodes, handles, attributes, contents, shrinking};
+    AttributeChanges attributeChanges;
+    OpenFiles files;
+    Opening opening{nodes, handles, resizing, files};
+    FileAccess access{files, handles, contents};
+    Listings listings{volume, nodes, hidden, attributes, freshness};
+    Creation creation{changes, nodes, hidden, newItems, attributes, opening};
+    Removal removal{changes, nodes, hidden, listings};
+    Renaming renaming{changes, nodes, hidden, listings};
+};
+
+} // namespace fusehost
