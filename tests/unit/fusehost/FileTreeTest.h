@@ -24,8 +24,8 @@ namespace fusehosttests {
 
 namespace posixErrno = foundation::posixErrno;
 
-using fusehost::OpenFileID;
 using fusehost::NodeID;
+using fusehost::OpenFileID;
 using fusehost::rootNodeID;
 using fusehost::TreeEntry;
 using testing::ElementsAre;
