@@ -2,7 +2,8 @@
 """Runs folders or files of tests of the real command for CTest: as the caller, or with --user as an ordinary user.
 
 Exit codes are those that CTest knows: 0 passed, 77 skipped (no way to mount here, said on the output), else failed.
-Where root runs everything as itself, the run as an ordinary user is a short one (KEMVI_TEST_SHORT). It works on copies in a folder of that user, so that the tree itself need not be readable to it.
+Where root runs everything as itself, the run as an ordinary user is a short one (KEMVI_TEST_SHORT). It works on copies
+in a folder of that user, so that the tree itself need not be readable to it.
 
 What a sanitizer has to say goes to files in the folder that KEMVI_SANITIZER_LOGS names (otherwise to one that goes with
 the run), because a mount in the background has no output. A test after which there is a new one fails.

@@ -88,7 +88,8 @@ def stuck(controlled):
     return controlled
 
 
-@pytest.mark.parametrize("number", [signal.SIGKILL, signal.SIGINT], ids=["SIGKILL", "SIGINT"])
+@pytest.mark.parametrize("number", [signal.SIGKILL, pytest.param(signal.SIGINT, marks=pytest.mark.long)],
+                         ids=["SIGKILL", "SIGINT"])
 @pytest.mark.parametrize("what", WAITS)
 def test_waiting_process_is_ended_at_once_and_the_mount_goes_on(stuck, what, number):
     op, wait = WAITS[what]
