@@ -18,7 +18,7 @@ namespace {
 struct Request {
     std::string source;
     std::string writeDirectory;
-    double opTimeout = 10; // seconds
+    double opTimeout = 10; // in seconds, as it is typed
     bool json = false;
     bool tap = false;
 };
@@ -40,7 +40,8 @@ ExitCode examine(const Request& request, check::Report& report) {
                                             {},
                                             {}});
         }
-        const auto limit = std::chrono::milliseconds(static_cast<long>(request.opTimeout * 1000));
+        const auto limit =
+            std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::duration<double>(request.opTimeout));
         check::Conversation talk(source.config, limit, report);
         if (!talk.start())
             return ExitCode::helperFailed;

@@ -1,6 +1,7 @@
 #include "cli/check/CheckNames.h"
 #include "cli/check/Checks.h"
 
+#include <chrono>
 #include <cmath>
 #include <deque>
 #include <set>
@@ -28,9 +29,9 @@ constexpr const char* nothingServed = "there is nothing to mount; does \"repoRoo
 constexpr std::size_t mostFolders = 40;
 constexpr std::size_t mostCompared = 200;
 constexpr std::size_t mostSamples = 8;
-constexpr std::size_t longestName = 255;   // bytes
-constexpr double slowPerEntry = 0.0001;    // seconds: a listing of 10,000 entries takes a second
-constexpr std::size_t measuredFrom = 1000; // entries; shorter listings say nothing of speed
+constexpr std::size_t longestName = 255;               // bytes
+constexpr std::chrono::microseconds slowPerEntry{100}; // a listing of 10,000 entries takes a second
+constexpr std::size_t measuredFrom = 1000;             // entries; shorter listings say nothing of speed
 
 class TreeExamination {
 public:
@@ -133,8 +134,7 @@ void TreeExamination::checkFolder(const std::string& path) {
         reportUnlisted(path, answer);
         return;
     }
-    if (entries->size() >= measuredFrom &&
-        answer.exchange.took.count() > slowPerEntry * static_cast<double>(entries->size())) {
+    if (entries->size() >= measuredFrom && answer.exchange.took > slowPerEntry * entries->size()) {
         talk_.find(speed, Severity::warning, answer,
                    std::to_string(entries->size()) + " entries took " + std::to_string(answer.exchange.took.count()) +
                        " s",

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <exception>
 #include <set>
 #include <span>
@@ -30,7 +31,7 @@ constexpr const char* manyEntries = "a folder of 10,000 entries is listed whole,
 constexpr const char* cleanedUp = "what was made is removed again";
 
 constexpr int manyFiles = 10000;
-constexpr double longestListing = 1.0; // seconds
+constexpr std::chrono::seconds longestListing{1};
 constexpr const char* whatIsMade = "about 10,000 files in it, with 13 MB at a time";
 constexpr std::array writeSizes{std::size_t{768} << 10, std::size_t{12} << 20}; // lines of 1 and 16 MiB
 
@@ -338,7 +339,7 @@ void WriteExamination::checkManyEntries() {
     if (entries == nullptr || entries->size() != manyFiles) {
         talk_.find(manyEntries, Severity::error, answer, "not every file is listed",
                    "files in large folders are not seen");
-    } else if (answer.exchange.took.count() > longestListing) {
+    } else if (answer.exchange.took > longestListing) {
         talk_.find(manyEntries, Severity::warning, answer,
                    "it took " + std::to_string(answer.exchange.took.count()) + " s",
                    "ls waits noticeably in large folders");
