@@ -126,7 +126,7 @@ MountPointLock::MountPointLock(const std::string& mountPoint)
 
 std::string checkedMountPoint(const std::string& mountPoint, const MountSource& source,
                               const fusehost::MountOptions& options) {
-    const std::string resolved = resolvedMountPoint(mountPoint);
+    std::string resolved = resolvedMountPoint(mountPoint);
     checkDirectory(resolved, options);
     checkSurroundings(resolved, source);
     return resolved;
