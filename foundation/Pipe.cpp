@@ -20,8 +20,8 @@ Descriptor movedClearOfStandard(Descriptor descriptor) {
     return Descriptor(::fcntl(descriptor.number(), F_DUPFD_CLOEXEC, firstFreeDescriptor));
 }
 
-void setUp(const Descriptor& writing) {
-#ifdef F_SETPIPE_SZ
+void setUp([[maybe_unused]] const Descriptor& writing) {
+#ifdef __linux__
     // Refused beyond the user's limit; the pipe then keeps its ordinary size.
     (void)::fcntl(writing.number(), F_SETPIPE_SZ, wantedCapacity);
 #else
