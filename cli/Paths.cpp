@@ -45,7 +45,7 @@ std::optional<std::string> findInPath(const std::string& program) {
     for (;;) {
         const auto end = rest.find(':');
         const auto folder = rest.substr(0, end);
-        const std::string candidate = (folder.empty() ? "." : std::string(folder)) + "/" + program;
+        std::string candidate = (folder.empty() ? "." : std::string(folder)) + "/" + program;
         std::error_code ignored;
         if (filesystem::is_regular_file(candidate, ignored) && ::access(candidate.c_str(), X_OK) == 0)
             return candidate;
