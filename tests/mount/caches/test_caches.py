@@ -204,6 +204,7 @@ def resident_kib(pid):
         return next(int(line.split()[1]) for line in status if line.startswith("VmRSS"))
 
 
+@pytest.mark.long
 def test_files_that_came_and_went_leave_nothing_in_the_host(mount):
     if os.environ.get("KEMVI_TEST_SLOWNESS", "1") != "1":
         pytest.skip("sanitizers keep freed memory")

@@ -146,6 +146,7 @@ def test_entries_renamed_while_listing_keep_the_others_complete(volume):
     assert len(seen) == len(set(seen)) and {name for name in wanted if int(name[5:]) % 3} <= set(seen)
 
 
+@pytest.mark.long
 @pytest.mark.limit(120)
 def test_rm_r_removes_a_large_tree(volume):
     for folder in range(20):

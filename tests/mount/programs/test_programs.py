@@ -269,6 +269,7 @@ SOURCES = {
 }
 
 
+@pytest.mark.long
 @pytest.mark.limit(200)
 def test_cmake_project_builds_runs_and_rebuilds_only_what_changed(request, volume):
     need("cmake")
