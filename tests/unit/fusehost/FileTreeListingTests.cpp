@@ -10,21 +10,21 @@ class FileTreeListing : public FileTreeTest {
 protected:
     /// Opens the directory and takes its listing.
     fusehost::OpenDirectoryID listing(const std::string& path = "/") {
-        const auto handle = tree().openDirectory(path == "/" ? rootNodeID : node(path));
-        tree().startListing(handle);
-        return handle;
+        const auto listed = tree().openDirectory(path == "/" ? rootNodeID : node(path));
+        tree().startListing(listed);
+        return listed;
     }
 
-    const fusehost::ListedEntry* entry(fusehost::OpenDirectoryID handle, const std::string& name) {
-        for (std::size_t index = 0; index < tree().listedCount(handle); ++index)
-            if (const auto* found = tree().listedEntry(handle, index); found != nullptr && found->name == name)
+    const fusehost::ListedEntry* entry(fusehost::OpenDirectoryID listed, const std::string& name) {
+        for (std::size_t index = 0; index < tree().listedCount(listed); ++index)
+            if (const auto* found = tree().listedEntry(listed, index); found != nullptr && found->name == name)
                 return found;
         return nullptr;
     }
 
     /// The node that the listing gives for a name; its reference is given back.
-    std::optional<TreeEntry> listedNode(fusehost::OpenDirectoryID handle, const std::string& name) {
-        const auto found = tree().listedNode(handle, *entry(handle, name));
+    std::optional<TreeEntry> listedNode(fusehost::OpenDirectoryID listed, const std::string& name) {
+        const auto found = tree().listedNode(listed, *entry(listed, name));
         if (found)
             tree().forget(found->node, 1);
         return found;
@@ -46,10 +46,10 @@ TEST_F(FileTreeListing, ofAFileIsENOTDIR) {
 TEST_F(FileTreeListing, neitherSkipsNorRepeatsWhenEntriesGoWhileItIsRead) {
     for (const char* name : {"/a", "/b", "/c", "/d"})
         served.put(name, "");
-    const auto handle = listing();
+    const auto listed = listing();
     std::vector<std::string> seen;
-    for (std::size_t index = 2; index < tree().listedCount(handle); ++index) {
-        const std::string name = tree().listedEntry(handle, index)->name;
+    for (std::size_t index = 2; index < tree().listedCount(listed); ++index) {
+        const std::string name = tree().listedEntry(listed, index)->name;
         seen.push_back(name);
         remove("/" + name);
     }
@@ -59,41 +59,41 @@ TEST_F(FileTreeListing, neitherSkipsNorRepeatsWhenEntriesGoWhileItIsRead) {
 
 TEST_F(FileTreeListing, fromTheStartIsTakenAnew) {
     served.put("/a", "");
-    const auto handle = listing();
+    const auto listed = listing();
     served.put("/b", "");
-    EXPECT_EQ(entry(handle, "b"), nullptr);
-    tree().startListing(handle);
-    EXPECT_NE(entry(handle, "b"), nullptr);
+    EXPECT_EQ(entry(listed, "b"), nullptr);
+    tree().startListing(listed);
+    EXPECT_NE(entry(listed, "b"), nullptr);
 }
 
 TEST_F(FileTreeListing, thatFailsIsReportedAndServesNothing) {
     served.put("/a", "");
-    const auto handle = listing();
+    const auto listed = listing();
     served.before = refuseOnce("readdir", posixErrno::EACCES_);
-    EXPECT_EQ(errnoOf([&] { tree().startListing(handle); }), EACCES);
-    EXPECT_EQ(tree().listedCount(handle), 0U);
+    EXPECT_EQ(errnoOf([&] { tree().startListing(listed); }), EACCES);
+    EXPECT_EQ(tree().listedCount(listed), 0U);
 }
 
 TEST_F(FileTreeListing, ofARemovedDirectoryIsEmpty) {
     makeDirectory("/d");
-    const auto handle = tree().openDirectory(node("/d"));
+    const auto listed = tree().openDirectory(node("/d"));
     removeDirectory("/d");
-    tree().startListing(handle);
-    EXPECT_EQ(tree().listedCount(handle), 0U);
-    EXPECT_EQ(tree().remainingTrust(handle, fusehost::Seconds(1)), fusehost::Seconds(0));
-    tree().releaseDirectory(handle);
-    EXPECT_EQ(errnoOf([&] { tree().listedCount(handle); }), EBADF);
+    tree().startListing(listed);
+    EXPECT_EQ(tree().listedCount(listed), 0U);
+    EXPECT_EQ(tree().remainingTrust(listed, fusehost::Seconds(1)), fusehost::Seconds(0));
+    tree().releaseDirectory(listed);
+    EXPECT_EQ(errnoOf([&] { tree().listedCount(listed); }), EBADF);
 }
 
 TEST_F(FileTreeListing, givesNodesWithAttributesAndWithoutARequest) {
     served.put("/a", "12345");
     served.putDirectory("/d");
-    const auto handle = listing();
+    const auto listed = listing();
     served.takeRequests();
-    const auto file = listedNode(handle, "a");
+    const auto file = listedNode(listed, "a");
     ASSERT_TRUE(file);
     EXPECT_EQ(file->attributes.st_size, 5);
-    const auto directory = listedNode(handle, "d");
+    const auto directory = listedNode(listed, "d");
     ASSERT_TRUE(directory);
     EXPECT_TRUE(S_ISDIR(directory->attributes.st_mode));
     EXPECT_THAT(served.takeRequests(), IsEmpty());
@@ -101,8 +101,8 @@ TEST_F(FileTreeListing, givesNodesWithAttributesAndWithoutARequest) {
 
 TEST_F(FileTreeListing, aListedNodeIsOpenedWithoutALookup) {
     served.put("/a", "12345");
-    const auto handle = listing();
-    const auto file = tree().listedNode(handle, *entry(handle, "a"));
+    const auto listed = listing();
+    const auto file = tree().listedNode(listed, *entry(listed, "a"));
     ASSERT_TRUE(file);
     served.takeRequests();
     const OpenFileID opened = tree().open(file->node, O_RDONLY);
@@ -115,8 +115,8 @@ TEST_F(FileTreeListing, aListedNodeIsOpenedWithoutALookup) {
 
 TEST_F(FileTreeListing, aListedNodeThatVanishedSinceIsStaleToAnOpener) {
     served.put("/a", "12345");
-    const auto handle = listing();
-    const auto file = listedNode(handle, "a");
+    const auto listed = listing();
+    const auto file = listedNode(listed, "a");
     ASSERT_TRUE(file);
     served.erase("/a");
     EXPECT_EQ(errnoOf([&] { tree().open(file->node, O_RDONLY); }), ESTALE);
@@ -124,8 +124,8 @@ TEST_F(FileTreeListing, aListedNodeThatVanishedSinceIsStaleToAnOpener) {
 
 TEST_F(FileTreeListing, aListedFileIsRemovedWithoutALookup) {
     served.put("/a", "12345");
-    const auto handle = listing();
-    const auto file = tree().listedNode(handle, *entry(handle, "a"));
+    const auto listed = listing();
+    const auto file = tree().listedNode(listed, *entry(listed, "a"));
     ASSERT_TRUE(file);
     served.takeRequests();
     tree().removeFile(rootNodeID, "a");
@@ -136,8 +136,8 @@ TEST_F(FileTreeListing, aListedFileIsRemovedWithoutALookup) {
 TEST_F(FileTreeListing, membersOfAListedDirectoryAreFound) {
     served.putDirectory("/d");
     served.put("/d/a", "text");
-    const auto handle = listing();
-    const auto directory = tree().listedNode(handle, *entry(handle, "d"));
+    const auto listed = listing();
+    const auto directory = tree().listedNode(listed, *entry(listed, "d"));
     ASSERT_TRUE(directory);
     served.takeRequests();
     const TreeEntry member = tree().lookup(directory->node, "a");
@@ -154,16 +154,16 @@ TEST_F(FileTreeListing, isTrustedFromItsAnswerOnHoweverLongThatTook) {
         if (request.starts_with("readdir"))
             std::this_thread::sleep_for(std::chrono::milliseconds(200));
     };
-    const auto handle = listing();
+    const auto listed = listing();
     const auto taken = std::chrono::steady_clock::now() - before;
-    EXPECT_GT(tree().remainingTrust(handle, options.attrTimeout),
+    EXPECT_GT(tree().remainingTrust(listed, options.attrTimeout),
               options.attrTimeout - taken + std::chrono::milliseconds(100));
 }
 
 TEST_F(FileTreeListing, givesNoNodesForDotAndDotDot) {
-    const auto handle = listing();
-    EXPECT_FALSE(listedNode(handle, "."));
-    EXPECT_FALSE(listedNode(handle, ".."));
+    const auto listed = listing();
+    EXPECT_FALSE(listedNode(listed, "."));
+    EXPECT_FALSE(listedNode(listed, ".."));
 }
 
 TEST_F(FileTreeListing, withTimeoutsOfZeroGivesNamesAlone) {
@@ -174,57 +174,57 @@ TEST_F(FileTreeListing, withTimeoutsOfZeroGivesNamesAlone) {
 
 TEST_F(FileTreeListing, doesNotTellOfAFileWrittenSince) {
     const OpenFileID file = create("/a");
-    const auto handle = listing();
+    const auto listed = listing();
     write(file, 0, "0123");
-    EXPECT_FALSE(listedNode(handle, "a"));
+    EXPECT_FALSE(listedNode(listed, "a"));
     EXPECT_TRUE(listedNode(listing(), "a"));
 }
 
 TEST_F(FileTreeListing, doesNotTellOfAFileWrittenSinceAndForgotten) {
     served.put("/a", "1");
-    const auto handle = listing();
+    const auto listed = listing();
     const OpenFileID file = open("/a", O_WRONLY);
     write(file, 0, "0123");
     close(file);
     forget(node("/a"));
-    EXPECT_FALSE(listedNode(handle, "a")) << "the old size would make the kernel cut the file";
+    EXPECT_FALSE(listedNode(listed, "a")) << "the old size would make the kernel cut the file";
 }
 
 TEST_F(FileTreeListing, doesNotTellOfAFileWhoseSizeOrModeOrTimeWasSetSince) {
     served.put("/a", "0123");
     node("/a");
-    const auto handle = listing();
+    const auto listed = listing();
     truncate("/a", 2);
-    EXPECT_FALSE(listedNode(handle, "a"));
+    EXPECT_FALSE(listedNode(listed, "a"));
 }
 
 TEST_F(FileTreeListing, doesNotTellOfAFileRemovedOrMovedOrMadeSince) {
     for (const char* name : {"/a", "/b", "/c"})
         served.put(name, "x");
-    const auto handle = listing();
+    const auto listed = listing();
     remove("/a");
     rename("/b", "/d");
     remove("/c");
     create("/c");
     for (const char* name : {"a", "b", "c"})
-        EXPECT_FALSE(listedNode(handle, name)) << name;
+        EXPECT_FALSE(listedNode(listed, name)) << name;
 }
 
 TEST_F(FileTreeListing, doesNotTakeBackWhatTheKernelWasToldSince) {
     served.put("/a", "1");
-    const auto handle = listing();
+    const auto listed = listing();
     served.append("/a", "234");
     EXPECT_EQ(lookup("/a").attributes.st_size, 4);
-    EXPECT_FALSE(listedNode(handle, "a")) << "it would show the size of before";
+    EXPECT_FALSE(listedNode(listed, "a")) << "it would show the size of before";
 }
 
 TEST_F(FileTreeListing, doesNotTellOfAFileThatBecameADirectory) {
     served.put("/a", "1");
-    const auto handle = listing();
+    const auto listed = listing();
     served.erase("/a");
     served.putDirectory("/a");
     node("/a");
-    EXPECT_FALSE(listedNode(handle, "a"));
+    EXPECT_FALSE(listedNode(listed, "a"));
 }
 
 TEST_F(FileTreeListing, aHelperThatTellsNamesAloneIsAskedForTheRest) {
@@ -235,12 +235,12 @@ TEST_F(FileTreeListing, aHelperThatTellsNamesAloneIsAskedForTheRest) {
 
 TEST_F(FileTreeListing, leavesOutHiddenFiles) {
     const OpenFileID file = create("/a");
-    const auto handle = listing();
+    const auto listed = listing();
     remove("/a");
-    EXPECT_NE(entry(handle, "a"), nullptr) << "it was there when the listing was taken";
-    tree().startListing(handle);
-    EXPECT_EQ(tree().listedCount(handle), 3U);
-    EXPECT_EQ(tree().listedEntry(handle, 2), nullptr);
+    EXPECT_NE(entry(listed, "a"), nullptr) << "it was there when the listing was taken";
+    tree().startListing(listed);
+    EXPECT_EQ(tree().listedCount(listed), 3U);
+    EXPECT_EQ(tree().listedEntry(listed, 2), nullptr);
     close(file);
 }
 

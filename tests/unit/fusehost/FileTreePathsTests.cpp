@@ -14,12 +14,12 @@ protected:
 
     /// What `ls -l` does: the nodes of all entries of the root, as the listing tells them.
     void listLong(const std::string& path = "/") {
-        const auto handle = tree().openDirectory(path == "/" ? rootNodeID : node(path));
-        tree().startListing(handle);
-        for (std::size_t index = 0; index < tree().listedCount(handle); ++index)
-            if (const auto entry = tree().listedNode(handle, *tree().listedEntry(handle, index)))
+        const auto opened = tree().openDirectory(path == "/" ? rootNodeID : node(path));
+        tree().startListing(opened);
+        for (std::size_t index = 0; index < tree().listedCount(opened); ++index)
+            if (const auto entry = tree().listedNode(opened, *tree().listedEntry(opened, index)))
                 listed_.push_back(entry->node);
-        tree().releaseDirectory(handle);
+        tree().releaseDirectory(opened);
         served.takeRequests();
     }
 
@@ -57,11 +57,11 @@ TEST_F(FileTreePaths, aListedFileIsWrittenByThePathThatWasReported) {
 }
 
 TEST_F(FileTreePaths, aListedFileThatIsUsedByItsNodeIsLookedUpFirst) {
-    const auto handle = tree().openDirectory(rootNodeID);
-    tree().startListing(handle);
-    for (std::size_t index = 0; index < tree().listedCount(handle); ++index) {
-        const fusehost::ListedEntry& entry = *tree().listedEntry(handle, index);
-        const auto listed = tree().listedNode(handle, entry);
+    const auto opened = tree().openDirectory(rootNodeID);
+    tree().startListing(opened);
+    for (std::size_t index = 0; index < tree().listedCount(opened); ++index) {
+        const fusehost::ListedEntry& entry = *tree().listedEntry(opened, index);
+        const auto listed = tree().listedNode(opened, entry);
         if (!listed)
             continue;
         served.takeRequests();
@@ -73,7 +73,7 @@ TEST_F(FileTreePaths, aListedFileThatIsUsedByItsNodeIsLookedUpFirst) {
             EXPECT_THAT(served.takeRequests(), ElementsAre("open read /kept", "release /kept"));
         tree().forget(listed->node, 1);
     }
-    tree().releaseDirectory(handle);
+    tree().releaseDirectory(opened);
 }
 
 TEST_F(FileTreePaths, whatLiesInAListedDirectoryIsFoundBeneathThePathThatWasReported) {

@@ -38,7 +38,7 @@ protected:
         EXPECT_EQ(kernel.answerTo(marker).error, EINTR);
     }
 
-    /// The node and handle of a file with something written to it.
+    /// The node and the number of an open file with something written to it.
     std::pair<NodeID, std::uint64_t> openForWriting(const std::string& name) {
         const NodeID node = lookedUp(name);
         fuse_open_in asked{};
