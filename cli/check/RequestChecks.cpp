@@ -17,7 +17,7 @@ constexpr const char* longLines = "request lines of 1 MiB and 16 MiB are answere
 constexpr const char* missing = "/kemvi-check: no such name";
 
 void checkMissingName(Conversation& talk) {
-    for (auto request : {pathRequest("getattr", missing), openRequest(missing, {"read"})}) {
+    for (const auto& request : {pathRequest("getattr", missing), openRequest(missing, {"read"})}) {
         const Answer answer = talk.ask(request);
         if (answer.response && (answer.ok() || answer.code() != "ENOENT")) {
             talk.find(missingNames, Severity::error, answer,
