@@ -1,11 +1,14 @@
 // Serves the folder in KEMVI_REPO_ROOT. Started as "node SCRIPT"; the script is not looked at.
 #include "ServedFolder.h"
 
+#include "foundation/Descriptor.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <system_error>
+#include <unistd.h>
 
 namespace {
 
@@ -32,8 +35,8 @@ int main() {
         std::fputs("kemvi_bench_helper: KEMVI_REPO_ROOT is not set; expected the folder to serve\n", stderr);
         return 1;
     }
-    foundation::FileHandle input(0);
-    foundation::FileHandle output(1);
+    foundation::FileHandle input{foundation::Descriptor(STDIN_FILENO)};
+    foundation::FileHandle output{foundation::Descriptor(STDOUT_FILENO)};
     foundation::ByteBuffer line;
     foundation::JSONReader reader;
     bench::RequestFields request;
