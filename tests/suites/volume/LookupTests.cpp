@@ -1,7 +1,9 @@
 #include "suites/volume/VolumeFixture.h"
 
+#include <algorithm>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 // Lookup, attributes and listing.
 namespace volumesuite {
@@ -251,6 +253,16 @@ TEST_F(Enumeration, endsWithoutErrorWhereThePackerRefuses) {
     EXPECT_EQ(listing.entries.back().nextCookie, 3U);
 }
 
+TEST_F(Enumeration, offersNothingMoreWhereverThePackerRefuses) {
+    for (const bool withAttributes : {false, true})
+        for (std::size_t capacity = 0; capacity < 6; ++capacity) {
+            const Listing listing =
+                volume_->enumerateDirectory(folder_, {.withAttributes = withAttributes, .capacity = capacity});
+            EXPECT_EQ(listing.error, success);
+            EXPECT_EQ(listing.entries.size(), std::min<std::size_t>(capacity, 5)) << capacity;
+        }
+}
+
 TEST_F(Enumeration, resumesWithTheRefusedEntryFromANewListing) {
     const Listing first = volume_->enumerateDirectory(folder_, {.capacity = 3});
     const Listing second =
@@ -329,6 +341,25 @@ TEST_F(Enumeration, givesEachEntryTheParentOfItsOwnPath) {
         EXPECT_EQ(static_cast<std::uint64_t>(entry.parentID()), parents[i].second) << parents[i].first;
         EXPECT_EQ(static_cast<std::uint64_t>(entry.fileID()), listing.entries[i].itemID) << parents[i].first;
     }
+}
+
+// The parent of an entry is remembered for the next one: one without a slash, or with one at its end, is of no use to
+// it.
+TEST_F(Enumeration, givesAnEntryWithAnOddPathItsParentWhateverItStandsBeside) {
+    const auto parentsOf = [&](std::vector<std::string> paths) {
+        std::string result;
+        for (const std::string& path : paths)
+            result.append(result.empty() ? "[" : ",").append(R"({"path":")").append(path).append("\"}");
+        helper_.on("readdir", ScriptedAnswer::success(result + "]"));
+        const Listing listing = volume_->enumerateDirectory(folder_, {.cookie = 2, .withAttributes = true});
+        std::vector<std::uint64_t> parents;
+        for (const PackedEntry& entry : listing.entries)
+            parents.push_back(static_cast<std::uint64_t>(entry.attributes->parentID()));
+        return parents;
+    };
+    EXPECT_THAT(parentsOf({"bare"}), ElementsAre(rootID));
+    EXPECT_THAT(parentsOf({"/a/", "/a/b"}), ElementsAre(rootID, idOfA));
+    EXPECT_THAT(parentsOf({"/a/b", "/a/"}), ElementsAre(idOfA, rootID));
 }
 
 TEST_F(Enumeration, theDotReportsWhatTheItemKnowsAndAsksNoFreshFacts) {

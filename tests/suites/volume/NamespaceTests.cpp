@@ -94,6 +94,11 @@ TEST_F(Resizing, ofAFileThatTheItemTakesForEmptyKeepsNothing) {
                                                      "flush #1", "release #1", "getattr /a"));
 }
 
+TEST_F(Resizing, takesTheLargestSizeThatIsASignedCount) {
+    EXPECT_EQ(resize(file("/a", 0), 9223372036854775807U).error, success);
+    EXPECT_EQ(helper_.takeSummaries().size(), 5U); // open, write of the last byte, flush, release, getattr
+}
+
 TEST_F(Resizing, ofAnItemOfNegativeSizeKeepsNothing) {
     EXPECT_EQ(resize(file("/a", -1), 1).error, success);
     EXPECT_THAT(helper_.takeSummaries(), ElementsAre("open /a write,create,truncate", "write #1 @0 " + zeroByte,

@@ -119,6 +119,44 @@ TEST_F(FailureLogTest, tellsOneLineForManyFailuresOfOneKindAndTheirNumberAtTheEn
                                          HasSubstr("(programs see \"Input/output error\"), 999 times since")));
 }
 
+TEST_F(FailureLogTest, countsUnderTheLatestOfTheFailures) {
+    foundation::Log::showPrivateValues(true);
+    {
+        FailureLog failures({}, forEver);
+        for (const char* path : {"/first", "/middle", "/latest"})
+            failures.note(failure("write", path, "ENOSPC", "at " + std::string(path)), EIO);
+    }
+    EXPECT_THAT(log.texts(),
+                ElementsAre(HasSubstr("/first"), HasSubstr("write of /latest failed: ENOSPC: at /latest")));
+}
+
+TEST_F(FailureLogTest, tellsAFailureAtOnceWhereTheLatestOfItsKindIsLongAgo) {
+    FailureLog failures({}, 0ms);
+    for (int i = 0; i < 3; ++i)
+        failures.note(failure("write", "/a", "ENOSPC", "m"), EIO);
+    EXPECT_THAT(log.texts(), testing::Each(testing::Not(HasSubstr("times"))));
+    EXPECT_EQ(log.texts().size(), 3U);
+}
+
+TEST_F(FailureLogTest, countsFromTheLatestLineOn) {
+    FailureLog failures({}, 50ms);
+    for (int i = 0; i < 4; ++i)
+        failures.note(failure("write", "/a", "ENOSPC", "m"), EIO);
+    ASSERT_THAT(linesOnceThereAre(2), ElementsAre(HasSubstr("write"), HasSubstr("3 times")));
+    // However long that takes: these are told together, or the first by itself and the other one after it.
+    for (int i = 0; i < 2; ++i)
+        failures.note(failure("write", "/a", "ENOSPC", "m"), EIO);
+    for (const std::string& line : linesOnceThereAre(4))
+        EXPECT_THAT(line, testing::Not(testing::AnyOf(HasSubstr("4 times"), HasSubstr("5 times"))));
+}
+
+TEST_F(FailureLogTest, saysNoMoreOfAnErrorThanALineHolds) {
+    FailureLog failures;
+    failures.note(failure("write", "/a", std::string(5000, 'E'), std::string(100'000, 'm')), EIO);
+    ASSERT_EQ(log.texts().size(), 1U);
+    EXPECT_LT(log.texts().front().size(), 3000U);
+}
+
 TEST_F(FailureLogTest, tellsTheNumberWhenTheIntervalIsOverThoughNothingMoreHappens) {
     FailureLog failures({}, 50ms);
     for (int i = 0; i < 4; ++i)

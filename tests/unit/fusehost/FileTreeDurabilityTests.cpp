@@ -208,6 +208,20 @@ TEST_F(FileTreeDurability, pagesThatCannotAllBeWrittenAreAnErrorNowAndAtTheNextF
     EXPECT_EQ(synchronize(file), 0);
 }
 
+TEST_F(FileTreeDurability, theFirstErrorOfSeveralPagesIsTheOneTold) {
+    options.requestSize = 4096;
+    const OpenFileID file = create("/a");
+    served.before = [](const std::string& request) {
+        if (request.starts_with("write /a 4096"))
+            foundation::throwPosix(posixErrno::ENOSPC_);
+        if (request.starts_with("write /a 8192"))
+            foundation::throwPosix(posixErrno::EIO_);
+    };
+    EXPECT_EQ(writePages(file, 0, std::string(12288, 'x')), ENOSPC);
+    served.before = {};
+    EXPECT_EQ(synchronize(file), ENOSPC);
+}
+
 TEST_F(FileTreeDurability, pagesThatCannotAllBeWrittenAreWrittenAsFarAsCanBe) {
     options.requestSize = 4096;
     const OpenFileID file = create("/a");

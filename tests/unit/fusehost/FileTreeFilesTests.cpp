@@ -443,12 +443,13 @@ TEST_F(FileTreeFiles, whateverIsThrownWhileReadingAheadIsMetByTheReadThatWantsTh
 }
 
 TEST_F(FileTreeFiles, aBlockReadAheadThatCameShortIsCompleted) {
-    served.put("/a", "0011223344");
+    served.put("/a", "00112233445566");
     const OpenFileID file = open("/a", O_RDONLY);
     served.mostPerRead = 3;
     EXPECT_EQ(read(file, 0, 4), "0011");
     EXPECT_EQ(read(file, 4, 4), "2233");
-    EXPECT_EQ(read(file, 8, 4), "44");
+    EXPECT_EQ(read(file, 8, 4), "4455"); // three of them were read ahead
+    EXPECT_EQ(read(file, 12, 4), "66");
     close(file);
 }
 

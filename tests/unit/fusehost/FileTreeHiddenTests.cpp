@@ -174,6 +174,22 @@ TEST_F(FileTreeHidden, itMovesUpThroughEveryDirectoryThatIsRemoved) {
     EXPECT_THAT(served.names("/"), IsEmpty());
 }
 
+TEST_F(FileTreeHidden, itAloneIsMovedOutOfADirectoryThatIsRemoved) {
+    makeDirectory("/d");
+    const OpenFileID file = create("/d/a");
+    write(file, 0, "0123");
+    served.put("/d/known", "x");
+    node("/d/known");
+    served.erase("/d/known");
+    remove("/d/a");
+    served.takeRequests();
+    removeDirectory("/d");
+    EXPECT_THAT(served.takeRequests(), testing::Not(testing::Contains(testing::HasSubstr("known"))));
+    EXPECT_EQ(read(file), "0123");
+    EXPECT_EQ(close(file), 0);
+    EXPECT_THAT(served.names("/"), IsEmpty());
+}
+
 TEST_F(FileTreeHidden, itDoesNotKeepItsDirectoryFromBeingReplaced) {
     for (const bool replaces : {true, false}) {
         served.renameReplaces = replaces;

@@ -33,6 +33,20 @@ TEST_F(FileTreeLookup, inAFileIsENOTDIR) {
     EXPECT_EQ(errnoOf([&] { tree().lookup(file, "b"); }), ENOTDIR);
 }
 
+TEST_F(FileTreeLookup, aFileInWhosePlaceThereIsADirectoryNowIsESTALEAndIsNotChanged) {
+    served.put("/a", "12345");
+    const NodeID file = node("/a");
+    served.erase("/a");
+    served.putDirectory("/a");
+    served.takeRequests();
+    fusehost::AttributeChange change;
+    change.size = 3;
+    EXPECT_EQ(errnoOf([&] { tree().setAttributes(file, change); }), ESTALE);
+    EXPECT_THAT(served.takeRequests(), testing::Each(testing::StartsWith("getattr")));
+    EXPECT_EQ(errnoOf([&] { tree().getAttributes(file); }), ESTALE);
+    EXPECT_TRUE(S_ISDIR(lookup("/a").attributes.st_mode));
+}
+
 TEST_F(FileTreeLookup, inAnUnknownNodeIsESTALE) {
     EXPECT_EQ(errnoOf([&] { tree().lookup(4711, "a"); }), ESTALE);
     EXPECT_EQ(errnoOf([&] { tree().getAttributes(4711); }), ESTALE);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
 
 namespace fusehosttests {
 namespace {
@@ -224,6 +225,39 @@ TEST_F(FileTreeShrinking, shrinkingSurvivesShortReads) {
     served.mostPerRead = 1000;
     EXPECT_EQ(truncate("/a", 20001).st_size, 20001);
     EXPECT_EQ(served.bytes("/a"), all.substr(0, 20001));
+}
+
+TEST_F(FileTreeShrinking, fillsUpWithZerosWhatAFileLacksThatIsShorterThanItsSizeSays) {
+    served.put("/a", "0123456789");
+    node("/a");
+    served.before = [&, isDone = false](const std::string& request) mutable {
+        if (request == "open read /a" && !std::exchange(isDone, true))
+            served.put("/a", "0123"); // behind the mount, just now
+    };
+    EXPECT_EQ(truncate("/a", 8).st_size, 8);
+    EXPECT_EQ(served.bytes("/a"), std::string("0123\0\0\0\0", 8));
+}
+
+// A helper may refuse a name that is not UTF-8.
+TEST_F(FileTreeShrinking, cutsTheNameOfTheFileInThatOfItsCopyOnlyBetweenCharacters) {
+    std::string twoBytesEach;
+    for (int i = 0; i < 127; ++i)
+        twoBytesEach += "\xC3\xA4";
+    for (const std::string& name : {twoBytesEach, "x" + twoBytesEach}) {
+        served.put("/" + name, "0123456789");
+        std::vector<std::string> seen;
+        served.before = [&](const std::string& request) {
+            if (request.starts_with("open write,create,truncate /" + name))
+                seen = copies();
+        };
+        truncate("/" + name, 4);
+        served.before = {};
+        ASSERT_THAT(seen, SizeIs(1));
+        const std::string ofTheFile = seen[0].substr(seen[0].find("-head-of-") + 9);
+        EXPECT_GE(seen[0].size(), 254U);
+        EXPECT_EQ((ofTheFile.size() - (name.size() - twoBytesEach.size())) % 2, 0U);
+        EXPECT_TRUE(name.starts_with(ofTheFile));
+    }
 }
 
 TEST_F(FileTreeShrinking, aReadErrorWhileShrinkingLeavesTheFileAlone) {

@@ -3,6 +3,7 @@
 #include "hosts/fuse/kernel/LibFuse.h"
 
 #include <chrono>
+#include <dirent.h>
 #include <linux/fuse.h>
 #include <new>
 #include <stdexcept>
@@ -152,6 +153,16 @@ TEST_F(KernelOperations, lookupOfAMissingNameIsRememberedByTheKernelWhereThatIsA
     EXPECT_EQ(fromBytes<fuse_entry_out>(answer.body).entry_valid, 3U);
 }
 
+// A kernel that took a failure for an absence would let programs make what is there already.
+TEST_F(KernelOperations, lookupThatFailsIsNoAbsenceWhereAbsencesAreRemembered) {
+    options.negativeTimeout = fusehost::Seconds(3);
+    served.put("/a", "x");
+    start();
+    served.before = refuseOnce("getattr /a", posixErrno::EACCES_);
+    EXPECT_EQ(kernel.call(FUSE_LOOKUP, rootNodeID, named("a")).error, EACCES);
+    EXPECT_NE(lookedUp("a"), 0U);
+}
+
 TEST_F(KernelOperations, createWriteReadAndReleaseWorkTogether) {
     start();
     const Answer made = create("a");
@@ -198,6 +209,9 @@ TEST_F(KernelOperations, openKeepsThePagesAndSparesReadersTheFlush) {
     const NodeID node = lookedUp("a");
     EXPECT_EQ(opened(node, O_RDONLY).open_flags, static_cast<unsigned>(FOPEN_KEEP_CACHE | FOPEN_NOFLUSH));
     EXPECT_EQ(opened(node, O_RDWR).open_flags, static_cast<unsigned>(FOPEN_KEEP_CACHE));
+    const Answer made = create("b");
+    EXPECT_EQ(fromBytes<fuse_open_out>(made.body, sizeof(fuse_entry_out)).open_flags,
+              static_cast<unsigned>(FOPEN_KEEP_CACHE));
 }
 
 TEST_F(KernelOperations, setattrChangesOnlyWhatIsAsked) {
@@ -244,6 +258,7 @@ TEST_F(KernelOperations, statfsTellsTheVolumesFigures) {
     EXPECT_EQ(figures.files, 70U);
     EXPECT_EQ(figures.ffree, 60U);
     EXPECT_EQ(figures.bsize, 1U << 20);
+    EXPECT_EQ(figures.frsize, 4096U); // what the counts of blocks are in
     EXPECT_EQ(figures.namelen, 255U);
 }
 
@@ -295,6 +310,70 @@ TEST_F(KernelOperations, readdirStopsWhereTheBufferEnds) {
         more = part.body.size() / FUSE_DIRENT_ALIGN(FUSE_NAME_OFFSET + 1);
     }
     EXPECT_EQ(count, 5U);
+}
+
+TEST_F(KernelOperations, readdirTellsTypeAndInodeNumberOfEachName) {
+    served.put("/a", "x");
+    served.putDirectory("/d");
+    start();
+    const std::string listing = kernel.call(FUSE_READDIR, rootNodeID, readOf(openedRoot(), 0, 4096)).body;
+    std::map<std::string, fuse_dirent> entries;
+    for (std::size_t at = 0; at < listing.size();) {
+        const auto entry = fromBytes<fuse_dirent>(listing, at);
+        entries[listing.substr(at + FUSE_NAME_OFFSET, entry.namelen)] = entry;
+        at += FUSE_DIRENT_ALIGN(FUSE_NAME_OFFSET + entry.namelen);
+    }
+    const auto looked = [&](const char* name) {
+        return fromBytes<fuse_entry_out>(kernel.call(FUSE_LOOKUP, rootNodeID, named(name)).body).attr.ino;
+    };
+    EXPECT_EQ(entries["a"].type, static_cast<unsigned>(DT_REG));
+    EXPECT_EQ(entries["a"].ino, looked("a"));
+    EXPECT_EQ(entries["d"].type, static_cast<unsigned>(DT_DIR));
+    EXPECT_EQ(entries["d"].ino, looked("d"));
+    EXPECT_EQ(entries["."].type, static_cast<unsigned>(DT_DIR));
+}
+
+TEST_F(KernelOperations, readdirplusTrustsWhatItHandsOutNoLongerThanTheListing) {
+    options.entryTimeout = options.attrTimeout = fusehost::Seconds(1000);
+    served.put("/a", "x");
+    start();
+    const std::uint64_t directory = openedRoot();
+    constexpr std::uint32_t dots = 2 * FUSE_DIRENT_ALIGN(FUSE_NAME_OFFSET_DIRENTPLUS + 2);
+    const std::string first = kernel.call(FUSE_READDIRPLUS, rootNodeID, readOf(directory, 0, dots)).body;
+    EXPECT_EQ(fromBytes<fuse_dirent>(first, sizeof(fuse_entry_out)).type, static_cast<unsigned>(DT_DIR));
+    const auto coarseTime = [] {
+        timespec now{};
+        ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+        return std::pair(now.tv_sec, now.tv_nsec);
+    };
+    for (const auto before = coarseTime(); coarseTime() == before;) // by which a listing's age is told
+        std::this_thread::yield();
+    const std::string rest = kernel.call(FUSE_READDIRPLUS, rootNodeID, readOf(directory, 2, 4096)).body;
+    const auto entry = fromBytes<fuse_entry_out>(rest);
+    EXPECT_NE(entry.nodeid, 0U);
+    EXPECT_EQ(entry.attr_valid, 999U);
+    EXPECT_EQ(entry.entry_valid, 999U);
+}
+
+TEST_F(KernelOperations, aListingIsMadeWhenItBeginsAndNotForEachPiece) {
+    for (const char* path : {"/a", "/b", "/c"})
+        served.put(path, "x");
+    start();
+    for (const auto operation : {FUSE_READDIR, FUSE_READDIRPLUS}) {
+        const std::uint64_t directory = openedRoot();
+        kernel.call(operation, rootNodeID, readOf(directory, 0, 4096));
+        served.takeRequests();
+        kernel.call(operation, rootNodeID, readOf(directory, 3, 4096));
+        EXPECT_THAT(served.takeRequests(), testing::Not(Contains("readdir /")));
+    }
+}
+
+TEST_F(KernelOperations, aDirectoryThatWasReleasedIsOpenNoMore) {
+    start();
+    fuse_release_in released{};
+    released.fh = openedRoot();
+    EXPECT_EQ(kernel.call(FUSE_RELEASEDIR, rootNodeID, bytesOf(released)).error, 0);
+    EXPECT_EQ(kernel.call(FUSE_READDIR, rootNodeID, readOf(released.fh, 0, 4096)).error, EBADF);
 }
 
 // Replies that nobody takes

@@ -101,6 +101,7 @@ fskit::FSStatFSResult MemoryVolume::volumeStatistics() const {
     if (onStatistics)
         onStatistics();
     fskit::FSStatFSResult figures;
+    figures.blockSize = 4096;
     figures.ioSize = 1 << 20;
     figures.totalBlocks = 1000;
     figures.freeBlocks = 900;

@@ -136,7 +136,8 @@ TEST(MountOptions, takesRequestSizesThatAreWholePages) {
     EXPECT_EQ(parsed("request_size=1m").requestSize, 1048576U);
     EXPECT_EQ(parsed("request_size=1M").requestSize, 1048576U);
     for (const std::string value : {"", "0", "4095", "4097", "1052672", "-4096", "4294971392", "k", "m", "5k", "2m",
-                                    "64kb", "64 k", "-4k", "4194305k", "4294967295m"})
+                                    "64kb", "64 k", "-4k", "4194305k", "4294967295m", "4194308k",
+                                    "4097m"}) // the last two would be 4096 and 1048576 if 32 bits overflowed
         EXPECT_EQ(problem("request_size=" + value),
                   "option \"request_size\": expected a multiple of 4096 bytes from 4096 to 1048576")
             << value;

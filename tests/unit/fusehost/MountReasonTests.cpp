@@ -66,6 +66,16 @@ TEST(GatheredErrors, keepWhatFusermountSaysAndPassOnTheRest) {
     EXPECT_EQ(told, "something new; option \"dev\" is ignored: only root may use it");
 }
 
+TEST(GatheredErrors, giveStandardErrorBackThoughNobodyAskedWhatWasSaid) {
+    testing::internal::CaptureStderr();
+    {
+        const GatheredErrors errors;
+        dprintf(STDERR_FILENO, "fusermount3: something new\nother words\n");
+    }
+    dprintf(STDERR_FILENO, "later\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "other words\nlater\n");
+}
+
 TEST(GatheredErrors, gatherNothingWhereThereIsNoStandardError) {
     const int saved = dup(STDERR_FILENO);
     close(STDERR_FILENO);

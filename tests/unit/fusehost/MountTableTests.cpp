@@ -52,4 +52,46 @@ TEST(MountTable, reachesAMountAtItsPathOrAtTheOnlyOneThereIs) {
     EXPECT_EQ(reachablePath(parseMountInfo(line("/proc")), device, "/where/it/was"), "/proc");
     EXPECT_EQ(reachablePath(parseMountInfo(line("/proc") + line("/tmp")), device, "/where/it/was"), std::nullopt);
     EXPECT_EQ(reachablePath(parseMountInfo(line("/proc") + line("/tmp")), device, "/proc"), "/proc");
+    EXPECT_EQ(reachablePath(parseMountInfo(line("/tmp") + line("/proc")), device, "/proc"), "/proc");
+}
+
+// What it returns is unmounted.
+TEST(MountTable, reachesNoMountOfAnotherKindWithTheNumberOfOurs) {
+    struct stat real {};
+
+    ASSERT_EQ(::stat("/proc", &real), 0);
+    const unsigned device = minor(real.st_dev);
+    const auto reached = [&](const std::string& number, const std::string& type) {
+        return reachablePath(parseMountInfo("31 20 " + number + " / /proc rw - " + type + " /srv/a rw\n"), device,
+                             "/proc");
+    };
+    EXPECT_EQ(reached("0:" + std::to_string(device), "fuse.kemvi"), "/proc");
+    EXPECT_EQ(reached("0:" + std::to_string(device), "fuse.sshfs"), std::nullopt);
+    EXPECT_EQ(reached("0:" + std::to_string(device), "proc"), std::nullopt);
+    EXPECT_EQ(reached("254:" + std::to_string(device), "fuse.kemvi"), std::nullopt);
+}
+
+TEST(MountTable, takesNoDiskForAMountOfOurs) {
+    // A disk's minor number may be that of one of our mounts.
+    for (const MountEntry& entry : readMountTable())
+        EXPECT_TRUE(entry.deviceMajor == 0 || !leadsToDevice(entry.mountPoint, entry.deviceMinor)) << entry.mountPoint;
+}
+
+TEST(MountTable, skipsLinesThatDoNotHaveItsForm) {
+    for (const char* line :
+         {"31 20 0:40 / /m - fuse.kemvi /srv/a rw\n", "31 20 0:40 / /m rw - fuse.kemvi\n", "31 20 0:40 / /m rw -\n",
+          "31 20 0 / /m rw - fuse.kemvi /srv/a rw\n", "31 20 0:40:1 / /m rw - fuse.kemvi /srv/a rw\n",
+          "31 20 x:40 / /m rw - fuse.kemvi /srv/a rw\n", "31 20 0:4x / /m rw - fuse.kemvi /srv/a rw\n",
+          "31 20 0: / /m rw - fuse.kemvi /srv/a rw\n"})
+        EXPECT_TRUE(parseMountInfo(line).empty()) << line;
+    EXPECT_EQ(parseMountInfo("31 20 0:40 / /m rw - fuse.kemvi /srv/a\n").size(), 1U);
+}
+
+TEST(MountTable, readsOnlyWholeOctalEscapes) {
+    const auto mountPoint = [](const std::string& text) {
+        return parseMountInfo("31 20 0:40 / " + text + " rw - fuse.kemvi /srv/a rw\n").at(0).mountPoint;
+    };
+    EXPECT_EQ(mountPoint("/a\\134b\\040c\\011"), "/a\\b c\t");
+    for (const std::string plain : {"/a\\04", "/a\\0", "/a\\", "/a\\800", "/a\\080", "/a\\008", "/a\\/00"})
+        EXPECT_EQ(mountPoint(plain), plain);
 }

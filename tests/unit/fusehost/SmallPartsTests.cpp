@@ -6,11 +6,13 @@
 #include "hosts/fuse/tree/ByteSpool.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <linux/fuse.h>
 #include <string>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
@@ -151,6 +153,27 @@ TEST(ByteSpool, givesBackWhatNoLongerFitsInMemory) {
     for (std::size_t at = 0; at < all.size(); at += block)
         spool.append(std::span(all).subspan(at, std::min(block, all.size() - at)));
     expectHolds(spool, all);
+}
+
+// What it holds may be in no other place by then.
+TEST(ByteSpool, tellsThatThereIsNoRoomForWhatItShouldHold) {
+    const fusehost::TemporaryFolder folder;
+    fusehost::ByteSpool spool(folder);
+    const auto all = pattern(20 * 1024 * 1024, 3);
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit small{1024 * 1024, before.rlim_max};
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    int error = 0;
+    try {
+        spool.append(all);
+    } catch (const fusehost::KernelError& failure) {
+        error = failure.number();
+    }
+    setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, handler);
+    EXPECT_EQ(error, EFBIG);
 }
 
 TEST(ByteSpool, takesMoreAfterItWasReadFrom) {

@@ -1,9 +1,12 @@
 #include "FileTreeTest.h"
 
 #include "foundation/Error.h"
+#include "hosts/fuse/calls/Quietly.h"
 #include "hosts/fuse/kernel/KernelAnswer.h"
 #include "hosts/fuse/mounting/MountError.h"
 #include "hosts/fuse/tree/DirectorySnapshot.h"
+
+#include <stdexcept>
 
 namespace fusehosttests {
 namespace {
@@ -25,7 +28,8 @@ class VolumeCallsTest : public testing::Test {
 protected:
     ServedTree served;
     testsupport::RecordingLog log;
-    VolumeCalls calls{std::make_shared<MemoryVolume>(served)};
+    std::shared_ptr<MemoryVolume> volume = std::make_shared<MemoryVolume>(served);
+    VolumeCalls calls{volume};
     fskit::FSItemPtr root = calls.activate();
 };
 
@@ -51,6 +55,53 @@ int answered(Call&& call) {
     } catch (...) {
         return fusehost::errnoOfFailure();
     }
+}
+
+TEST_F(VolumeCallsTest, anErrorOfTheVolumeIsThatOfTheCallWhicheverItIs) {
+    served.put("/a", "x");
+    const auto item = calls.lookup(root, "a").item;
+    served.before = [](const std::string&) { foundation::throwPosix(posixErrno::EROFS_); };
+    fskit::FSItemSetAttributesRequest mode;
+    mode.setMode(0600);
+    EXPECT_EQ(errnoOf([&] { calls.setAttributes(item, mode); }), EROFS);
+    EXPECT_EQ(errnoOf([&] { calls.getAttributes(item); }), EROFS);
+    EXPECT_EQ(errnoOf([&] { calls.create(root, "b", fskit::FSItemType::file); }), EROFS);
+    EXPECT_EQ(errnoOf([&] { calls.remove(item, root, "a"); }), EROFS);
+    EXPECT_EQ(errnoOf([&] { calls.rename(item, root, "a", root, "b"); }), EROFS);
+    EXPECT_EQ(errnoOf([&] { calls.open(item, fskit::FSVolumeOpenModes::read); }), EROFS);
+    EXPECT_EQ(errnoOf([&] { calls.synchronize(); }), EROFS);
+}
+
+TEST_F(VolumeCallsTest, aCloseThatSucceedsIsAskedForOnce) {
+    served.put("/a", "x");
+    const auto item = calls.lookup(root, "a").item;
+    int closed = 0;
+    calls.open(item, fskit::FSVolumeOpenModes::read);
+    volume->onAny = [&] { ++closed; };
+    calls.close(item, fskit::FSVolumeOpenModes::none);
+    EXPECT_EQ(closed, 1);
+}
+
+TEST_F(VolumeCallsTest, aFailureOfWhichItIsKnownWhereItAroseHasALogLine) {
+    served.before = [](const std::string&) {
+        foundation::NSErrorException failure(foundation::NSError::posix(posixErrno::EIO_, "no room"));
+        failure.setOrigin({"write", "/a", "17", "ENOSPC", ""});
+        throw failure;
+    };
+    EXPECT_EQ(answered([&] { calls.lookup(root, "a"); }), EIO);
+    EXPECT_THAT(log.texts(), ElementsAre(testing::HasSubstr("ENOSPC: no room")));
+}
+
+TEST_F(VolumeCallsTest, whatIsDoneForNobodyTellsTheLogWhyItFailed) {
+    using fusehost::quietly;
+    quietly("giving back", [] { throw fusehost::KernelError(ENOSPC); });
+    quietly("counting", [] { throw std::runtime_error("out of numbers"); });
+    quietly("guessing", [] { throw 7; });
+    served.before = [](const std::string&) { fault("it broke"); };
+    quietly("flushing", [&] { calls.synchronize(); });
+    EXPECT_THAT(log.texts(),
+                ElementsAre("giving back failed: No space left on device", "counting failed: out of numbers",
+                            "guessing failed: an exception of an unknown kind", testing::HasSubstr("it broke")));
 }
 
 TEST_F(VolumeCallsTest, aPosixErrorOfTheVolumesOwnHasNoLogLine) {

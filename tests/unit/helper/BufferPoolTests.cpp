@@ -34,6 +34,22 @@ TEST(BufferPool, doesNotKeepGiants) {
     EXPECT_EQ(pool->take()->capacity(), 0U);
 }
 
+TEST(BufferPool, keepsNoMoreThanFour) {
+    const auto pool = std::make_shared<BufferPool>();
+    const auto takeSix = [&] {
+        std::vector<std::shared_ptr<foundation::ByteBuffer>> buffers;
+        for (int i = 0; i < 6; ++i)
+            buffers.push_back(pool->take());
+        return buffers;
+    };
+    for (const auto& buffer : takeSix())
+        buffer->append("text");
+    std::size_t used = 0;
+    for (const auto& buffer : takeSix())
+        used += buffer->capacity() > 0 ? 1 : 0;
+    EXPECT_EQ(used, 4U);
+}
+
 TEST(BufferPool, mayGoBeforeItsBuffers) {
     auto pool = std::make_shared<BufferPool>();
     const auto buffer = pool->take();

@@ -117,6 +117,9 @@ TEST(KemviStatFS, readsNumbersAndTakesZeroForTheRest) {
     EXPECT_EQ(read.directories, 0);
     EXPECT_EQ(read.bytes, 0);
     EXPECT_EQ(KemviStatFS(object({})), KemviStatFS());
+    const KemviStatFS all(object({{"files", 3.0}, {"directories", 4.0}, {"bytes", 5.0}}));
+    EXPECT_EQ(all.directories, 4);
+    EXPECT_EQ(all.bytes, 5);
 }
 
 TEST(KemviStatFS, refusesAnythingButAnObject) {

@@ -68,6 +68,25 @@ TEST(HelperRequest, isOneLineWhateverThePath) {
     EXPECT_EQ(text.find('\n'), text.size() - 1);
 }
 
+// A byte takes six where it is escaped.
+TEST(HelperRequest, hasRoomForTheLongestFormOfEveryText) {
+    const std::string longText(100'000, '\x01');
+    std::string escaped;
+    for (std::size_t i = 0; i < longText.size(); ++i)
+        escaped += "\\u0001";
+    for (const auto field :
+         {&HelperRequest::path, &HelperRequest::oldPath, &HelperRequest::newPath, &HelperRequest::mtime}) {
+        HelperRequest made = request("op");
+        made.*field = longText;
+        EXPECT_NE(line(made).find(":\"" + escaped + "\"}\n"), std::string::npos);
+    }
+    HelperRequest flagged = request("op");
+    flagged.flags = {longText, longText};
+    EXPECT_NE(line(flagged).find("[\"" + escaped + "\",\"" + escaped + "\"]}\n"), std::string::npos);
+    HelperRequest named = request(longText);
+    EXPECT_NE(line(named).find(":\"" + escaped + "\"}\n"), std::string::npos);
+}
+
 TEST(HelperRequest, leavesCharactersOutsideAsciiAsTheyAre) {
     HelperRequest odd = request("mkdir");
     odd.path = "\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\xE2\x80\xA8\x7F";

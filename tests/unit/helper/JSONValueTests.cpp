@@ -24,6 +24,7 @@ std::string text(const std::string& json) {
 TEST(JSONValue, readsEachTypeIntoItsCase) {
     EXPECT_TRUE(read("null").isNull());
     EXPECT_EQ(read("null").kind(), Case::null);
+    EXPECT_FALSE(read("0").isNull());
     EXPECT_EQ(read("true"), JSONValue(true));
     EXPECT_EQ(read("false").kind(), Case::boolean);
     EXPECT_EQ(read("1"), JSONValue(1.0));
@@ -124,6 +125,7 @@ TEST(JSONObject, comparesWithoutRegardToOrder) {
     EXPECT_EQ(read(R"({"a":1,"b":2})"), read(R"({"b":2,"a":1})"));
     EXPECT_FALSE(read(R"({"a":1,"b":2})") == read(R"({"a":1})"));
     EXPECT_FALSE(read(R"({"a":1})") == read(R"({"b":1})"));
+    EXPECT_FALSE(read(R"({"a":1,"b":2})") == read(R"({"b":3,"a":1})"));
 }
 
 } // namespace

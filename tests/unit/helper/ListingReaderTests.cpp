@@ -77,6 +77,7 @@ TEST(ListingReader, letsTheLastResultCount) {
     EXPECT_EQ(listed(R"(,"result":[{"path":"/a"}],"result":[{"path":"/b"}])"), "b|file /b|0|-\n");
     EXPECT_EQ(listed(R"(,"result":[{"path":"/a"}],"result":null)"), "readdir result was not an array");
     EXPECT_EQ(listed(R"(,"result":[7],"result":[{"path":"/b"}])"), "b|file /b|0|-\n");
+    EXPECT_EQ(listed(R"(,"result":[{"size":1e300}],"result":[{"path":"/b"}])"), "b|file /b|0|-\n");
 }
 
 TEST(ListingReader, letsTheLastMemberOfOneNameCount) {

@@ -212,6 +212,14 @@ TEST_F(Operation, openCutsTheHandleOffTowardZero) {
     }
 }
 
+TEST_F(Operation, openRefusesANumberThatNoDoubleHoldsAnywhereInItsResult) {
+    for (const char* result :
+         {R"({"handle":3,"other":1e400})", R"({"other":[1e400],"handle":3})", "[1e400]", "1e400"}) {
+        answer(std::string(R"("result":)") + result);
+        EXPECT_THROW(client.open("/a", {"read"}), foundation::DecodingError) << result;
+    }
+}
+
 TEST_F(Operation, openRefusesAResultWithoutANumericHandle) {
     for (const char* members :
          {"", "\"result\":null", "\"result\":[5]", "\"result\":5", "\"result\":{}", "\"result\":{\"Handle\":5}",
