@@ -17,12 +17,14 @@ QUICK = 0.5
 
 def command_inside(arguments, room):
     """The command that runs `arguments` (this module's main) in a sandbox in which only `room` can be written."""
-    unshare = ["unshare", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc"]
+    unshare = ["unshare", "--mount", "--propagation", "slave", "--pid", "--fork", "--kill-child", "--mount-proc"]
     if os.geteuid() != 0:
         unshare += ["--user", "--map-root-user"]
-    # A tree in /tmp would be hidden by another /tmp; there are tests that need one.
-    script = ('set -e; mount --make-rprivate /; mount --bind "$1" "$1"; mount -o remount,bind,ro /; '
-              'mount -t tmpfs tmpfs "$1/tmp"; case $1 in /tmp/*) ;; *) mount --bind "$1/tmp" /tmp ;; esac; shift; exec "$@"')
+    # Mounts of user-space file systems go: a copy of one would keep it alive when it is unmounted outside. A tree in /tmp
+    # would be hidden by another /tmp; there are tests that need one.
+    script = ('set -e; awk \'$3 ~ /^fuse/ { print $2 }\' /proc/self/mounts | while read -r at; do umount -l "$at" || true; done; '
+              'mount --bind "$1" "$1"; mount -o remount,bind,ro /; mount -t tmpfs tmpfs "$1/tmp"; '
+              'case $1 in /tmp/*) ;; *) mount --bind "$1/tmp" /tmp ;; esac; shift; exec "$@"')
     return [*unshare, "sh", "-c", script, "sh", str(room), "/usr/bin/python3", str(Path(__file__)), *map(str, arguments)]
 
 
@@ -86,7 +88,7 @@ def run(program, tests, environment):
     said = room / "said"
     with open(said, "wb") as output:
         process = subprocess.Popen([program, "--gtest_fail_fast", "--gtest_filter=" + ":".join(tests)],
-                                   start_new_session=True, cwd=room, env=dict(os.environ, **environment),
+                                   cwd=room, env=dict(os.environ, **environment),
                                    stdin=subprocess.DEVNULL, stdout=output, stderr=output)
         status = wait(process, said, 5 + 8 * max(tests.values()), 30 + 8 * sum(tests.values()))
     told = re.search(r"^\[  FAILED  \] ([^\s,]+)", said.read_text(errors="replace"), re.MULTILINE)
