@@ -68,6 +68,7 @@ def owned_copy(arguments, user):
                     symlinks=True)
     shutil.copy2(SEMANTICS, home / "semantics.md")
     copy_folder(HERE / "harness", home / "tests" / "harness")
+    shutil.copy2(__file__, home / "tests")  # its own tests run it
     for conftest in arguments.tests.glob("conftest.py"):
         shutil.copy2(conftest, home / "tests")
     for name in {folder.split("/")[0] for folder in arguments.folders if (arguments.tests / folder).exists()}:
