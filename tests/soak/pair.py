@@ -2,6 +2,7 @@
 is compared. An operation is named in a log before it begins and after it has ended, so that it is known which one a kill
 met."""
 
+import contextlib
 import errno
 import json
 import os
@@ -69,6 +70,11 @@ class Pair:
         os.makedirs(self._safe, exist_ok=True)
         shutil.copyfile(f"{self.plain}/{name}", f"{self._safe}/{name}.new")
         os.replace(f"{self._safe}/{name}.new", f"{self._safe}/{name}")
+
+    def note_gone(self, name):
+        """What will have this name is another file."""
+        with contextlib.suppress(FileNotFoundError):
+            os.unlink(f"{self._safe}/{name}")
 
     def close_all(self):
         """Lets go of whatever operations have kept open, on both sides alike."""

@@ -147,10 +147,12 @@ class Kept(Program):
     def _rotate(self, log):
         if self.lots.random() < 0.5:
             self.pair.do("kept_truncate", log, 0)
+            self.pair.note_safe(log)
         else:
             self.pair.do("kept_close", log)
             self.pair.do("rename", log, log + ".1")
             self.pair.note_safe(log + ".1")
+            self.pair.note_gone(log)
 
     def _nameless(self):
         name = f"nameless{self.round % 4}"
