@@ -1,5 +1,6 @@
 """The mount of a run: its start, its end by every way, and what can be measured of it from outside."""
 
+import contextlib
 import os
 import re
 import signal
@@ -75,11 +76,25 @@ class Served:
         self._command("init", control.source, "--helper", HELPER, "--repo-root", control.tree, "--home", control.folder)
 
     def _command(self, *arguments):
-        done = subprocess.run([self.binary, *map(str, arguments)], env=self._environment, stdin=subprocess.DEVNULL,
-                              capture_output=True, text=True, timeout=120, check=False)
+        try:
+            done = subprocess.run([self.binary, *map(str, arguments)], env=self._environment, stdin=subprocess.DEVNULL,
+                                  capture_output=True, text=True, timeout=120, check=False)
+        except subprocess.TimeoutExpired as late:
+            raise Fault(f"kemvi {arguments[0]} did not end, and said: {late.stdout} {late.stderr}; mounts: "
+                        f"{mounts_below(self.control.folder)}; processes: {self._states()}") from None
         if done.returncode:
             raise Fault(f"kemvi {arguments[0]} ended with {done.returncode}: {done.stdout}{done.stderr}")
         return done.stdout + done.stderr
+
+    def _states(self):
+        """What each thread of the run's processes waits for in the kernel."""
+        told = []
+        for pid in processes_of(self.control.folder):
+            for place in sorted(Path(f"/proc/{pid}/task").glob("*/wchan")):
+                with contextlib.suppress(OSError):
+                    told.append(f"{place.parts[2]}/{place.parts[4]} {(place.parent / 'comm').read_text().strip()} "
+                                f"{place.read_text()}")
+        return told
 
     def start(self, number, options, seed):
         self.log = self.control.logs / f"host-{number}.log"
