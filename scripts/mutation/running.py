@@ -15,6 +15,15 @@ from pathlib import Path
 QUICK = 0.5
 
 
+# Every mount but that of the room, "$1": /tmp, for one, may be a file system of its own. With the options that it has, which
+# an ordinary user may not take away. What cannot be changed and can be written to ends the sandbox.
+ALL_READ_ONLY = r'''awk '$3 != "proc" { print $2, $4 }' /proc/self/mounts | while read -r at options; do
+  at=$(printf %b "$at"); [ "$at" != "$1" ] || continue
+  kept=$(printf %s "$options" | tr , '\n' | grep -xE 'nosuid|nodev|noexec|noatime|nodiratime|relatime' | tr '\n' ,)
+  mount -o "remount,bind,${kept}ro" "$at" 2>/dev/null || ! [ -w "$at" ] || { echo "$at stays writable" >&2; exit 1; }
+done; '''
+
+
 def command_inside(arguments, room):
     """The command that runs `arguments` (this module's main) in a sandbox in which only `room` can be written."""
     unshare = ["unshare", "--mount", "--propagation", "slave", "--pid", "--fork", "--kill-child", "--mount-proc"]
@@ -23,7 +32,7 @@ def command_inside(arguments, room):
     # Mounts of user-space file systems go: a copy of one would keep it alive when it is unmounted outside. A tree in /tmp
     # would be hidden by another /tmp; there are tests that need one.
     script = ('set -e; awk \'$3 ~ /^fuse/ { print $2 }\' /proc/self/mounts | while read -r at; do umount -l "$at" || true; done; '
-              'mount --bind "$1" "$1"; mount -o remount,bind,ro /; mount -t tmpfs tmpfs "$1/tmp"; '
+              'mount --bind "$1" "$1"; ' + ALL_READ_ONLY + 'mount -t tmpfs tmpfs "$1/tmp"; '
               'case $1 in /tmp/*) ;; *) mount --bind "$1/tmp" /tmp ;; esac; shift; exec "$@"')
     return [*unshare, "sh", "-c", script, "sh", str(room), "/usr/bin/python3", str(Path(__file__)), *map(str, arguments)]
 
