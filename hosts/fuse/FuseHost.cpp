@@ -8,7 +8,7 @@
 
 #include "hosts/fuse/calls/Quietly.h"
 #include "hosts/fuse/calls/VolumeCalls.h"
-#include "hosts/fuse/kernel/KernelOperations.h"
+#include "hosts/fuse/kernel/KernelContext.h"
 #include "hosts/fuse/kernel/KernelSession.h"
 #include "hosts/fuse/kernel/PageWriter.h"
 #include "hosts/fuse/kernel/SessionLoop.h"

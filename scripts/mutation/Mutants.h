@@ -22,10 +22,13 @@ inline Settings readSettings() {
         settings.chosen = std::atoi(number);
     if (const char* path = std::getenv("KEMVI_MUTANTS_SEEN")) {
         const int file = ::open(path, O_RDWR | O_CLOEXEC);
+
         struct stat about {};
+
         if (file < 0 || ::fstat(file, &about) != 0)
             std::abort();
-        void* pages = ::mmap(nullptr, static_cast<std::size_t>(about.st_size), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+        void* pages =
+            ::mmap(nullptr, static_cast<std::size_t>(about.st_size), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
         if (pages == MAP_FAILED)
             std::abort();
         settings.seen = static_cast<unsigned char*>(pages);
@@ -67,27 +70,33 @@ constexpr bool either(int number, bool value, bool changed) {
 }
 
 // By value: a constant that is only read needs no capture in a lambda.
-template <typename Left, typename Right> constexpr bool less(int number, Left left, Right right) {
+template <typename Left, typename Right>
+constexpr bool less(int number, Left left, Right right) {
     return either(number, left < right, left <= right);
 }
 
-template <typename Left, typename Right> constexpr bool lessOrEqual(int number, Left left, Right right) {
+template <typename Left, typename Right>
+constexpr bool lessOrEqual(int number, Left left, Right right) {
     return either(number, left <= right, left < right);
 }
 
-template <typename Left, typename Right> constexpr bool greater(int number, Left left, Right right) {
+template <typename Left, typename Right>
+constexpr bool greater(int number, Left left, Right right) {
     return either(number, left > right, left >= right);
 }
 
-template <typename Left, typename Right> constexpr bool greaterOrEqual(int number, Left left, Right right) {
+template <typename Left, typename Right>
+constexpr bool greaterOrEqual(int number, Left left, Right right) {
     return either(number, left >= right, left > right);
 }
 
-template <typename Left, typename Right> constexpr auto sum(int number, Left left, Right right) {
+template <typename Left, typename Right>
+constexpr auto sum(int number, Left left, Right right) {
     return !__builtin_is_constant_evaluated() && isOn(number, right != 0) ? left - right : left + right;
 }
 
-template <typename Left, typename Right> constexpr auto difference(int number, Left left, Right right) {
+template <typename Left, typename Right>
+constexpr auto difference(int number, Left left, Right right) {
     return !__builtin_is_constant_evaluated() && isOn(number, right != 0) ? left + right : left - right;
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "hosts/fuse/calls/VolumeCalls.h"
-#include "hosts/fuse/kernel/KernelOperations.h"
+#include "hosts/fuse/kernel/KernelContext.h"
 #include "hosts/fuse/kernel/KernelSession.h"
 #include "unit/fusehost/MemoryVolume.h"
 #include "unit/fusehost/ServedTree.h"

@@ -2,8 +2,9 @@
 
 #include "hosts/fuse/calls/KernelError.h"
 #include "hosts/fuse/kernel/KernelAnswer.h"
+#include "hosts/fuse/kernel/KernelContext.h"
+#include "hosts/fuse/kernel/KernelListings.h"
 #include "hosts/fuse/kernel/LibFuse.h"
-#include "hosts/fuse/tree/AttributeMap.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -12,21 +13,8 @@
 namespace fusehost {
 namespace {
 
-KernelContext& contextOf(fuse_req_t request) {
-    return *static_cast<KernelContext*>(fuse_req_userdata(request));
-}
-
 FileTree& treeOf(fuse_req_t request) {
     return contextOf(request).tree;
-}
-
-fuse_entry_param entryParam(const KernelContext& context, const TreeEntry& entry) {
-    fuse_entry_param param{};
-    param.ino = entry.node;
-    param.attr = entry.attributes;
-    param.attr_timeout = context.options.attrTimeout.count();
-    param.entry_timeout = context.options.entryTimeout.count();
-    return param;
 }
 
 std::uint64_t numberOf(OpenFileID file) {
@@ -41,51 +29,15 @@ OpenFileID fileOf(const fuse_file_info& file) {
     return OpenFileID{file.fh};
 }
 
-OpenDirectoryID directoryOf(const fuse_file_info& directory) {
-    return OpenDirectoryID{directory.fh};
-}
-
-void forget(FileTree& tree, NodeID node, std::uint64_t lookups) noexcept {
-    quietly("forgetting a node", [&] { tree.forget(node, lookups); });
-}
-
 void release(FileTree& tree, OpenFileID file) noexcept {
     quietly("closing a file whose opener is gone", [&] { tree.release(file); });
 }
-
-/// The nodes handed out with a reply: taken back unless the kernel got it.
-class HandedOut {
-public:
-    explicit HandedOut(FileTree& tree) : tree_(tree) {}
-
-    ~HandedOut() {
-        for (const NodeID node : nodes_)
-            forget(tree_, node, 1);
-    }
-
-    HandedOut(const HandedOut&) = delete;
-    HandedOut& operator=(const HandedOut&) = delete;
-
-    /// To be called before a node is handed out: adding it then cannot fail.
-    void makeRoom() {
-        if (nodes_.size() == nodes_.capacity())
-            nodes_.reserve(2 * nodes_.size() + 16);
-    }
-
-    void add(NodeID node) { nodes_.push_back(node); }
-
-    void keep() { nodes_.clear(); }
-
-private:
-    FileTree& tree_;
-    std::vector<NodeID> nodes_;
-};
 
 void replyEntry(fuse_req_t request, const TreeEntry& entry) {
     KernelContext& context = contextOf(request);
     const fuse_entry_param param = entryParam(context, entry);
     if (fuse_reply_entry(request, &param) != 0)
-        forget(context.tree, entry.node, 1);
+        forgetQuietly(context.tree, entry.node, 1);
 }
 
 void replyAttributes(fuse_req_t request, const struct stat& attributes) {
@@ -138,13 +90,13 @@ void opLookup(fuse_req_t request, fuse_ino_t parent, const char* name) {
 }
 
 void opForget(fuse_req_t request, fuse_ino_t node, std::uint64_t lookups) {
-    forget(treeOf(request), node, lookups);
+    forgetQuietly(treeOf(request), node, lookups);
     fuse_reply_none(request);
 }
 
 void opForgetMulti(fuse_req_t request, std::size_t count, fuse_forget_data* forgets) {
     for (std::size_t i = 0; i < count; ++i)
-        forget(treeOf(request), forgets[i].ino, forgets[i].nlookup);
+        forgetQuietly(treeOf(request), forgets[i].ino, forgets[i].nlookup);
     fuse_reply_none(request);
 }
 
@@ -226,7 +178,7 @@ void opCreate(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mo
         const fuse_entry_param param = entryParam(context, entry);
         if (fuse_reply_create(request, &param, file) != 0) {
             release(context.tree, opened);
-            forget(context.tree, entry.node, 1);
+            forgetQuietly(context.tree, entry.node, 1);
         }
     });
 }
@@ -245,10 +197,9 @@ void opOpen(fuse_req_t request, fuse_ino_t node, fuse_file_info* file) {
 void opRead(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offset, fuse_file_info* file) {
     KernelContext& context = contextOf(request);
     answer(request, [&] {
-        if (context.buffer.size() < size)
-            context.buffer.resize(size);
-        const std::size_t count = context.tree.read(fileOf(*file), offset, std::span(context.buffer).first(size));
-        fuse_reply_buf(request, reinterpret_cast<const char*>(context.buffer.data()), count);
+        const std::span<std::byte> buffer = context.bufferFor(size);
+        const std::size_t count = context.tree.read(fileOf(*file), offset, buffer);
+        fuse_reply_buf(request, reinterpret_cast<const char*>(buffer.data()), count);
     });
 }
 
@@ -309,88 +260,6 @@ void opFsyncdir(fuse_req_t request, fuse_ino_t, int, fuse_file_info*) {
     fuse_reply_err(request, 0);
 }
 
-char* listingBuffer(KernelContext& context, std::size_t size) {
-    if (context.buffer.size() < size)
-        context.buffer.resize(size);
-    return reinterpret_cast<char*>(context.buffer.data());
-}
-
-struct stat listedStat(const ListedEntry& entry) {
-    struct stat shown {};
-
-    shown.st_ino = static_cast<ino_t>(entry.id);
-    shown.st_mode = typeBits(entry.type);
-    return shown;
-}
-
-void opReaddir(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offset, fuse_file_info* file) {
-    KernelContext& context = contextOf(request);
-    answer(request, [&] {
-        const OpenDirectoryID directory = directoryOf(*file);
-        if (offset == 0)
-            context.tree.startListing(directory);
-        char* const buffer = listingBuffer(context, size);
-        std::size_t used = 0;
-        const std::size_t count = context.tree.listedCount(directory);
-        for (auto index = static_cast<std::size_t>(offset); index < count; ++index) {
-            const ListedEntry* entry = context.tree.listedEntry(directory, index);
-            if (entry == nullptr)
-                continue;
-            const struct stat shown = listedStat(*entry);
-            const std::size_t needed = fuse_add_direntry(request, buffer + used, size - used, entry->name.c_str(),
-                                                         &shown, static_cast<off_t>(index + 1));
-            if (needed > size - used)
-                break;
-            used += needed;
-        }
-        fuse_reply_buf(request, buffer, used);
-    });
-}
-
-fuse_entry_param listedParam(KernelContext& context, OpenDirectoryID directory, const ListedEntry& entry) {
-    const std::optional<TreeEntry> node = context.tree.listedNode(directory, entry);
-    fuse_entry_param param{};
-    if (node) {
-        param = entryParam(context, *node);
-        param.attr_timeout = context.tree.remainingTrust(directory, context.options.attrTimeout).count();
-        param.entry_timeout = context.tree.remainingTrust(directory, context.options.entryTimeout).count();
-    } else {
-        param.attr = listedStat(entry); // a name alone; the kernel looks it up when it needs more
-    }
-    return param;
-}
-
-void opReaddirplus(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offset, fuse_file_info* file) {
-    KernelContext& context = contextOf(request);
-    answer(request, [&] {
-        const OpenDirectoryID directory = directoryOf(*file);
-        if (offset == 0)
-            context.tree.startListing(directory);
-        char* const buffer = listingBuffer(context, size);
-        HandedOut handedOut(context.tree);
-        std::size_t used = 0;
-        const std::size_t count = context.tree.listedCount(directory);
-        for (auto index = static_cast<std::size_t>(offset); index < count; ++index) {
-            const ListedEntry* entry = context.tree.listedEntry(directory, index);
-            if (entry == nullptr)
-                continue;
-            // Asked for its size first: a node must not be handed out in an entry that then does not fit.
-            const std::size_t needed = fuse_add_direntry_plus(request, nullptr, 0, entry->name.c_str(), nullptr, 0);
-            if (needed > size - used)
-                break;
-            handedOut.makeRoom();
-            const fuse_entry_param param = listedParam(context, directory, *entry);
-            fuse_add_direntry_plus(request, buffer + used, size - used, entry->name.c_str(), &param,
-                                   static_cast<off_t>(index + 1));
-            if (param.ino != 0)
-                handedOut.add(param.ino);
-            used += needed;
-        }
-        if (fuse_reply_buf(request, buffer, used) == 0)
-            handedOut.keep();
-    });
-}
-
 void opStatfs(fuse_req_t request, fuse_ino_t) {
     answer(request, [&] {
         const FileTree& tree = treeOf(request);
@@ -433,8 +302,8 @@ fuse_lowlevel_ops makeOperations() {
     operations.fsync = opFsync;
     operations.release = opRelease;
     operations.opendir = opOpendir;
-    operations.readdir = opReaddir;
-    operations.readdirplus = opReaddirplus;
+    operations.readdir = readDirectory;
+    operations.readdirplus = readDirectoryPlus;
     operations.releasedir = opReleasedir;
     operations.fsyncdir = opFsyncdir;
     operations.statfs = opStatfs;

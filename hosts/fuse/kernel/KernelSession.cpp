@@ -2,6 +2,7 @@
 
 #include "foundation/Error.h"
 #include "hosts/fuse/calls/Quietly.h"
+#include "hosts/fuse/kernel/KernelOperations.h"
 #include "hosts/fuse/kernel/LibFuse.h"
 #include "hosts/fuse/mounting/MountError.h"
 #include "hosts/fuse/mounting/MountReason.h"

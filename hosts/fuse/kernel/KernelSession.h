@@ -1,7 +1,7 @@
 #pragma once
 
 #include "foundation/Descriptor.h"
-#include "hosts/fuse/kernel/KernelOperations.h"
+#include "hosts/fuse/kernel/KernelContext.h"
 #include "hosts/fuse/mounting/MountOptions.h"
 
 #include <optional>

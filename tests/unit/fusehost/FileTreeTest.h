@@ -1,11 +1,11 @@
 #pragma once
 
+#include "ErrnoOf.h"
 #include "MemoryVolume.h"
 #include "ServedTree.h"
 
 #include "foundation/Error.h"
 #include "foundation/PosixErrno.h"
-#include "hosts/fuse/calls/KernelError.h"
 #include "hosts/fuse/tree/FileTree.h"
 #include "support/RecordingLog.h"
 
@@ -30,17 +30,6 @@ using fusehost::rootNodeID;
 using fusehost::TreeEntry;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-/// The errno value of the KernelError that `operation` throws; 0 if it returns.
-template <typename Operation>
-int errnoOf(Operation&& operation) {
-    try {
-        operation();
-        return 0;
-    } catch (const fusehost::KernelError& error) {
-        return error.number();
-    }
-}
 
 /// A file tree over a MemoryVolume. The test plays the kernel through the functions below, which keep account of what
 /// was handed out. At the end of each test everything is given back, and then nothing may be left: no helper handle, no

@@ -1,5 +1,6 @@
 #include "SessionTest.h"
 
+#include "hosts/fuse/kernel/KernelOperations.h"
 #include "hosts/fuse/kernel/LibFuse.h"
 
 #include <chrono>

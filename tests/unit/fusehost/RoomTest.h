@@ -1,11 +1,11 @@
 #pragma once
 
+#include "ErrnoOf.h"
 #include "MemoryVolume.h"
 #include "ServedTree.h"
 
 #include "foundation/Error.h"
 #include "foundation/PosixErrno.h"
-#include "hosts/fuse/calls/KernelError.h"
 #include "hosts/fuse/tree/Attributes.h"
 #include "hosts/fuse/tree/Changes.h"
 #include "hosts/fuse/tree/Contents.h"
@@ -39,17 +39,6 @@ using fusehost::rootNodeID;
 using fusehost::Seconds;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-/// The errno value of the KernelError that `operation` throws; 0 if it returns.
-template <typename Operation>
-int errnoOf(Operation&& operation) {
-    try {
-        operation();
-        return 0;
-    } catch (const fusehost::KernelError& error) {
-        return error.number();
-    }
-}
 
 /// The rooms of a file tree on which the others stand, over a MemoryVolume: a room is tested with those beneath it and
 /// none above. The test says what time it is.

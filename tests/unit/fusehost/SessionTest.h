@@ -4,7 +4,7 @@
 #include "PlayedKernel.h"
 
 #include "hosts/fuse/kernel/Callers.h"
-#include "hosts/fuse/kernel/KernelOperations.h"
+#include "hosts/fuse/kernel/KernelContext.h"
 #include "hosts/fuse/kernel/KernelSession.h"
 #include "hosts/fuse/kernel/SessionLoop.h"
 #include "hosts/fuse/support/EventDescriptor.h"
