@@ -18,4 +18,8 @@ bool NameChange::knowsAbsent(const Node& directory, const std::string& name) {
     return absent && changes_.absence.tells(*absent, directory, name);
 }
 
+std::optional<FoundItem> NameChange::existing(Nodes& nodes, Node& directory, const std::string& name) {
+    return knowsAbsent(directory, name) ? std::nullopt : nodes.findIfThere(directory, name);
+}
+
 } // namespace fusehost

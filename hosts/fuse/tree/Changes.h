@@ -2,6 +2,7 @@
 
 #include "hosts/fuse/tree/Absence.h"
 #include "hosts/fuse/tree/Freshness.h"
+#include "hosts/fuse/tree/Nodes.h"
 #include "hosts/fuse/tree/VolumeHandles.h"
 
 #include <optional>
@@ -38,6 +39,9 @@ public:
     /// Whether the lookup before the change has found the name missing, just now. To be asked once: by then it is a
     /// question too old.
     bool knowsAbsent(const Node& directory, const std::string& name);
+
+    /// What has the name; asked of the helper unless the lookup before tells. As `Nodes::findIfThere`.
+    std::optional<FoundItem> existing(Nodes& nodes, Node& directory, const std::string& name);
 
     /// Notes that the change has changed the node too.
     void note(Node& node) const { changes_.freshness.noteChange(node); }

@@ -15,12 +15,6 @@ Creation::Creation(Changes& changes, Nodes& nodes, HiddenFiles& hidden, NewItems
     : changes_(changes), nodes_(nodes), hidden_(hidden), newItems_(newItems), attributes_(attributes),
       opening_(opening) {}
 
-std::optional<FoundItem> Creation::existing(NameChange& change, Node& directory, const std::string& name) {
-    if (change.knowsAbsent(directory, name))
-        return std::nullopt;
-    return nodes_.findIfThere(directory, name);
-}
-
 TreeEntry Creation::handOut(Node& directory, const FoundItem& made) {
     return attributes_.handOut(nodes_.adopt(directory, made), made.attributes);
 }
@@ -30,7 +24,7 @@ std::pair<TreeEntry, OpenFileID> Creation::create(Node& directory, const std::st
     nodes_.checkName(name);
     if (hidden_.isHidden(directory, name))
         throw KernelError(EEXIST);
-    if (const std::optional<FoundItem> found = existing(change, directory, name)) {
+    if (const std::optional<FoundItem> found = change.existing(nodes_, directory, name)) {
         if ((flags & O_EXCL) != 0)
             throw KernelError(EEXIST);
         return openExisting(nodes_.adopt(directory, *found), found->attributes, flags);
@@ -63,7 +57,7 @@ TreeEntry Creation::makeNode(Node& directory, const std::string& name, mode_t mo
     nodes_.checkName(name);
     if (!S_ISREG(mode) && (mode & S_IFMT) != 0)
         newItems_.refuseToMake(change, directory, name);
-    if (existing(change, directory, name))
+    if (change.existing(nodes_, directory, name))
         throw KernelError(EEXIST);
     return handOut(directory, newItems_.make(change, directory, name, FSItemType::file, mode));
 }

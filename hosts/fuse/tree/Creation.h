@@ -29,7 +29,6 @@ public:
     TreeEntry makeLink(Node& node, Node& directory, const std::string& name);
 
 private:
-    std::optional<FoundItem> existing(NameChange& change, Node& directory, const std::string& name);
     std::pair<TreeEntry, OpenFileID> openExisting(Node& node, const fskit::FSItemAttributes& found, int flags);
     TreeEntry handOut(Node& directory, const FoundItem& made);
 

@@ -11,12 +11,6 @@ using fskit::FSItemType;
 Renaming::Renaming(Changes& changes, Nodes& nodes, HiddenFiles& hidden, Listings& listings)
     : changes_(changes), nodes_(nodes), hidden_(hidden), listings_(listings) {}
 
-std::optional<FoundItem> Renaming::existing(NameChange& change, const Place& place) {
-    if (change.knowsAbsent(place.directory, place.name))
-        return std::nullopt;
-    return nodes_.findIfThere(place.directory, place.name);
-}
-
 void Renaming::rename(Node& from, const std::string& name, Node& to, const std::string& newName, unsigned flags) {
     NameChange change(changes_, from, to);
     if ((flags & ~static_cast<unsigned>(RENAME_NOREPLACE)) != 0)
@@ -26,7 +20,7 @@ void Renaming::rename(Node& from, const std::string& name, Node& to, const std::
     hidden_.refuseHidden(from, name);
     const Nodes::Resolved source = nodes_.resolve(from, name);
     const Place newPlace{to, newName};
-    if (hidden_.isHidden(to, newName) || ((flags & RENAME_NOREPLACE) != 0 && existing(change, newPlace)))
+    if (hidden_.isHidden(to, newName) || ((flags & RENAME_NOREPLACE) != 0 && change.existing(nodes_, to, newName)))
         throw KernelError(EEXIST);
     const Node* target = nodes_.child(to, newName);
     if (target != nullptr && target == source.node)
@@ -45,7 +39,7 @@ void Renaming::checkReplaceable(NameChange& change, bool movesDirectory, const P
             throw KernelError(EISDIR);
         return;
     }
-    const std::optional<FoundItem> replaced = existing(change, to);
+    const std::optional<FoundItem> replaced = change.existing(nodes_, to.directory, to.name);
     if (!replaced)
         return;
     if (replaced->attributes.type() != FSItemType::directory)

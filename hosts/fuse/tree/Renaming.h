@@ -26,7 +26,6 @@ private:
         const std::string& name;
     };
 
-    std::optional<FoundItem> existing(NameChange& change, const Place& place);
     void checkReplaceable(NameChange& change, bool movesDirectory, const Place& to);
     void replace(NameChange& change, const Nodes::Resolved& source, const Place& from, const Place& to);
     void renameOver(const NameChange& change, const Nodes::Resolved& source, const Place& from, const Place& to);
