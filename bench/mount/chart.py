@@ -1,9 +1,10 @@
-"""The results as a picture: per workload one bar per peer, its length the speed relative to the passthrough."""
+"""The results as a picture: per workload one bar per column, its length the speed relative to what all is compared
+with."""
 from xml.sax.saxutils import escape
 
 from results import DESCRIPTIONS
 
-BAR, GAP, LEFT, WIDTH, TOP = 11, 14, 150, 620, 46
+BAR, GAP, LEFT, WIDTH, TOP = 11, 14, 270, 620, 46
 LOWEST, HIGHEST = 0.02, 8.0
 COLOURS = ['#1f6feb', '#7db0ff', '#b8d2ff', '#e3883c', '#8a8f98', '#c4c8cf', '#b07cc6', '#6aa84f', '#333333']
 TICKS = [0.02, 0.05, 0.1, 0.2, 0.5, 1, 2, 5]
@@ -28,36 +29,36 @@ def axis(bottom):
         yield text(x, bottom + 14, f'{tick:g}', 'middle')
 
 
-def bars(results, peers, workload, y):
-    yield text(LEFT - 8, y + BAR * len(peers) / 2 + 4, DESCRIPTIONS[workload], 'end', 12)
-    for index, peer in enumerate(peers):
-        ratio = results.speed(peer, 'passthrough', workload)
+def bars(results, columns, workload, y):
+    yield text(LEFT - 8, y + BAR * len(columns) / 2 + 4, DESCRIPTIONS[workload], 'end', 12)
+    for index, column in enumerate(columns):
+        ratio = results.speed(column, results.against, workload)
         top = y + index * BAR
         if ratio is None:
             yield text(LEFT + 3, top + BAR - 2, 'no result', size=9)
             continue
-        end = position(ratio)
+        end = position(ratio.middle)
         colour = COLOURS[index % len(COLOURS)]
         yield f'<rect x="{LEFT}" y="{top}" width="{end - LEFT:.1f}" height="{BAR - 1}" fill="{colour}"/>'
-        yield text(end + 3, top + BAR - 2, f'{ratio:.2f}', size=9)
+        yield text(end + 3, top + BAR - 2, f'{ratio.middle:.2f}', size=9)
 
 
-def legend(peers):
+def legend(columns):
     x = LEFT
-    for index, peer in enumerate(peers):
+    for index, column in enumerate(columns):
         yield f'<rect x="{x}" y="24" width="10" height="10" fill="{COLOURS[index % len(COLOURS)]}"/>'
-        yield text(x + 13, 33, peer)
-        x += 24 + 7 * len(peer)
+        yield text(x + 13, 33, str(column))
+        x += 24 + 7 * len(str(column))
 
 
 def svg(results):
-    peers = [peer for peer in results.peers if peer not in ('native', 'passthrough')]
-    height = TOP + len(results.workloads) * (BAR * len(peers) + GAP) + 24
+    columns = [column for column in results.columns if column.contestant not in ('native', results.against)]
+    height = TOP + len(results.workloads) * (BAR * len(columns) + GAP) + 24
     parts = [f'<svg xmlns="http://www.w3.org/2000/svg" width="{LEFT + WIDTH + 50}" height="{height}" '
              'font-family="sans-serif">', '<rect width="100%" height="100%" fill="white"/>',
-             text(LEFT, 15, 'Speed relative to the passthrough of libfuse (1 = the same, logarithmic)', size=13)]
-    parts += legend(peers)
+             text(LEFT, 15, f'Speed relative to {results.against} (1 = the same, logarithmic)', size=13)]
+    parts += legend(columns)
     parts += axis(height - 22)
     for index, workload in enumerate(results.workloads):
-        parts += bars(results, peers, workload, TOP + index * (BAR * len(peers) + GAP))
+        parts += bars(results, columns, workload, TOP + index * (BAR * len(columns) + GAP))
     return '\n'.join([*parts, '</svg>\n'])

@@ -8,11 +8,13 @@ class Sizes:
 
     def __init__(self, quick):
         self.sequential = (16 if quick else 256) << 20
-        self.random_seconds = 0.5 if quick else 5
+        self.random_seconds = 0.2 if quick else 2
         self.small_files = 100 if quick else 2000
         self.listings = (500, 2000) if quick else (10000, 50000)
+        self.served_before = 400 if quick else 20000  # requests of a mount that is called long-lived
+        self.warm_files = 20 if quick else 500
         self.tree_folders = 10 if quick else 150
-        self.build_files = 4 if quick else 20
+        self.build_files = 4 if quick else 24
         self.repetitions = 1 if quick else 3
         self.command_seconds = 60
 

@@ -32,6 +32,7 @@ class Peer:
     name = ''
 
     def __init__(self, work):
+        """`work` is a folder for what it needs beside the mount; no other peer's."""
         self.work = work
         self.processes = []
         self.mount_point = None
@@ -61,10 +62,14 @@ class Peer:
         while not mounted_at(mount_point):
             if any(process.poll() is not None for process in self.processes) or time.monotonic() > end:
                 self.unmount()
-                raise PeerFailed(f'{self.name} does not mount; see {self.work / (self.name + ".log")}')
+                raise PeerFailed(f'{self.name} does not mount: {self.last_words()}')
             time.sleep(0.005)
         os.stat(mount_point)  # the first answer: whatever starts late has started
         return mount_point
+
+    def last_words(self):
+        lines = (self.work / f'{self.name}.log').read_text(errors='replace').strip().splitlines()
+        return lines[-1] if lines else 'it says nothing'
 
     def unmount(self):
         if self.mount_point and mounted_at(self.mount_point):
@@ -190,12 +195,22 @@ class Rclone(Peer):
         shutil.rmtree(self.work / 'rclone', ignore_errors=True)
 
 
+def sources_of(build):
+    """The tree that a build folder was made of, whose kit belongs to its command."""
+    try:
+        cache = (Path(build) / 'CMakeCache.txt').read_text()
+    except OSError:
+        return TOP
+    return next((Path(line.split('=', 1)[1]) for line in cache.splitlines()
+                 if line.startswith('CMAKE_HOME_DIRECTORY')), TOP)
+
+
 class Kemvi(Peer):
     """The kemvi command with the local helper that ships with it."""
 
     name = 'kemvi'
-    helper = TOP / 'sdk' / 'node' / 'helpers' / 'local.mjs'
     build = TOP / 'build' / 'release'
+    options = ''
 
     def missing(self):
         if not self.command().exists():
@@ -205,15 +220,19 @@ class Kemvi(Peer):
     def command(self):
         return self.build / 'bin' / 'kemvi'
 
+    def helper(self):
+        return sources_of(self.build) / 'sdk' / 'node' / 'helpers' / 'local.mjs'
+
     def environment(self):
         return dict(os.environ)
 
     def start(self, source, mount_point):
         drive = self.work / f'{self.name}.drive'
         drive.mkdir(exist_ok=True)
-        subprocess.run([self.command(), 'init', drive, '--force', '--helper', self.helper, '--repo-root', source],
+        subprocess.run([self.command(), 'init', drive, '--force', '--helper', self.helper(), '--repo-root', source],
                        stdout=subprocess.DEVNULL, check=True)
-        self.run([self.command(), 'mount', '-f', drive, mount_point], env=self.environment())
+        options = ['-o', self.options] if self.options else []
+        self.run([self.command(), 'mount', '-f', *options, drive, mount_point], env=self.environment())
 
 
 class KemviNative(Kemvi):
@@ -235,14 +254,16 @@ class KemviEvents(Kemvi):
     """The kemvi command with the same folder served from node's event loop, as by a helper with asynchronous work."""
 
     name = 'kemvi-events'
-    helper = HERE / 'helpers' / 'events.mjs'
+    def helper(self):
+        return HERE / 'helpers' / 'events.mjs'
 
 
 class KemviCounting(Kemvi):
     """The kemvi command with a helper that counts what it is asked, for the table of requests; not for times."""
 
     name = 'kemvi-counting'
-    helper = HERE / 'helpers' / 'counting.mjs'
+    def helper(self):
+        return HERE / 'helpers' / 'counting.mjs'
 
     def environment(self):
         return dict(os.environ, KEMVI_BENCH_COUNTS=str(self.counts_file()))
@@ -254,3 +275,32 @@ class KemviCounting(Kemvi):
 ALL = [Native, Passthrough, Kemvi, KemviNative, KemviEvents, Sshfs, NodeBinding, NodeBindingSync, Rclone]
 QUICK = [Kemvi, KemviNative, Passthrough, Sshfs, NodeBinding, Rclone]
 BY_NAME = {peer.name: peer for peer in ALL}
+
+
+class Contestant:
+    """What takes part in a run: a peer by its name, one of the command's also with a build of its own and options:
+    NAME[@BUILD][:OPTION[+OPTION]], as in "kemvi@../other/build/release:placement=off"."""
+
+    def __init__(self, text):
+        """Raises ValueError where there is no such peer, or where it takes neither build nor options."""
+        self.text = text
+        before, _, options = text.partition(':')
+        name, _, build = before.partition('@')
+        if name not in BY_NAME:
+            raise ValueError(f'{name}: unknown; expected some of {", ".join(BY_NAME)}')
+        self.type = BY_NAME[name]
+        self.is_ours = issubclass(self.type, Kemvi)
+        if (options or build) and not self.is_ours:
+            raise ValueError(f'{text}: only the kemvi command is run with another build or with options')
+        self.build = Path(build).resolve() if build else None
+        self.options = options.replace('+', ',')
+
+    def peer(self, work):
+        """A mount to be, with the folder `work` to itself."""
+        work.mkdir(parents=True, exist_ok=True)
+        peer = self.type(work)
+        if self.build:
+            peer.build = self.build
+        if self.options:
+            peer.options = self.options
+        return peer

@@ -1,5 +1,6 @@
-"""What is done on each mount. A workload prepares its part of the source folder, runs on a fresh mount while the clock
-runs, and checks the result once."""
+"""What is done on each mount. A workload prepares its part of the source folder, runs on the mount while the clock runs,
+and checks the result once."""
+import contextlib
 import filecmp
 import os
 import shutil
@@ -9,6 +10,19 @@ import time
 
 class WorkloadFailed(Exception):
     pass
+
+
+def run_program(seconds, *arguments, **options):
+    """Runs a program with a time limit; its standard output. Raises WorkloadFailed where it does not succeed."""
+    try:
+        done = subprocess.run([str(argument) for argument in arguments], capture_output=True, text=True,
+                              timeout=seconds, check=False, **options)
+    except subprocess.TimeoutExpired as error:
+        raise WorkloadFailed(f'over {seconds} s') from error
+    if done.returncode != 0:
+        last = (done.stderr.strip().splitlines() or ['no message'])[-1]
+        raise WorkloadFailed(f'{arguments[0]} exits with {done.returncode}: {last}')
+    return done.stdout
 
 
 class Workload:
@@ -34,15 +48,7 @@ class Workload:
 
     def command(self, *arguments, **options):
         """Runs a program on the mount; its standard output."""
-        try:
-            done = subprocess.run([str(argument) for argument in arguments], capture_output=True, text=True,
-                                  timeout=self.sizes.command_seconds, check=False, **options)
-        except subprocess.TimeoutExpired as error:
-            raise WorkloadFailed(f'over {self.sizes.command_seconds} s') from error
-        if done.returncode != 0:
-            last = (done.stderr.strip().splitlines() or ['no message'])[-1]
-            raise WorkloadFailed(f'{arguments[0]} exits with {done.returncode}: {last}')
-        return done.stdout
+        return run_program(self.sizes.command_seconds, *arguments, **options)
 
     def seconds(self, *arguments, **options):
         start = time.monotonic()
@@ -203,18 +209,120 @@ class Search(Workload):
 
 class Build(Workload):
     name = 'cbuild'
+    jobs = 1
 
     def prepare(self, source):
         shutil.copytree(self.material.project, os.path.join(source, 'project'))
 
     def run(self, mounted):
-        return self.seconds('make', '-s', '-C', f'{mounted}/project')
+        return self.seconds('make', '-s', f'-j{self.jobs}', '-C', f'{mounted}/project')
 
     def check(self, source):
         if not os.path.exists(os.path.join(source, 'project', 'program')):
             raise WorkloadFailed('no program was built')
 
 
+class ParallelBuild(Build):
+    name = 'cbuild2'
+    jobs = 2
+
+
+class FourClients(Workload):
+    """Four programs at once, each with a folder of its own."""
+
+    unit = 'op/s'
+    what = ''
+    clients = 4
+
+    @property
+    def each(self):
+        return self.sizes.small_files // 2
+
+    def folders(self, parent):
+        return [os.path.join(parent, f'client{number}') for number in range(self.clients)]
+
+    def prepare(self, source):
+        for folder in self.folders(source):
+            os.mkdir(folder)
+            if self.what != 'create':
+                self.small('create', folder, self.each)
+
+    def run(self, mounted):
+        start = time.monotonic()
+        running = [subprocess.Popen([str(self.context.workload_program), self.what, folder, str(self.each)],
+                                    stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
+                   for folder in self.folders(mounted)]
+        try:
+            for process in running:
+                _, said = process.communicate(timeout=self.sizes.command_seconds)
+                if process.returncode != 0:
+                    raise WorkloadFailed(f'one of four exits with {process.returncode}: {said.strip()}')
+        except subprocess.TimeoutExpired as error:
+            raise WorkloadFailed(f'over {self.sizes.command_seconds} s') from error
+        finally:
+            for process in running:
+                process.kill()
+                process.wait()
+        return self.clients * self.each / (time.monotonic() - start)
+
+
+class FourCreate(FourClients):
+    name, what = 'create4', 'create'
+
+
+class FourStat(FourClients):
+    name, what = 'stat4', 'stat'
+
+
+class FourOpenReadClose(FourClients):
+    name, what = 'openread4', 'openread'
+
+
+class WhileBusy:
+    """A workload while as many programs as there are processors do nothing but burn them, at the usual priority."""
+
+    @contextlib.contextmanager
+    def burning(self):
+        # The time limit and the parent's death end them too, should this program not come to it.
+        running = [subprocess.Popen([str(self.context.workload_program), 'burn', '-', str(self.sizes.command_seconds)],
+                                    stdout=subprocess.DEVNULL) for _ in os.sched_getaffinity(0)]
+        try:
+            yield
+        finally:
+            for process in running:
+                process.kill()
+                process.wait()
+
+    def run(self, mounted):
+        with self.burning():
+            return super().run(mounted)
+
+
+class BusyCreate(WhileBusy, Create):
+    name = 'createbusy'
+
+
+class BusyStat(WhileBusy, Stat):
+    name = 'statbusy'
+
+
+class BusyOpenReadClose(WhileBusy, OpenReadClose):
+    name = 'openreadbusy'
+
+
+class BusyFourStat(WhileBusy, FourStat):
+    name = 'stat4busy'
+
+
+class BusyFourOpenReadClose(WhileBusy, FourOpenReadClose):
+    name = 'openread4busy'
+
+
+class BusyExtract(WhileBusy, Extract):
+    name = 'tarxbusy'
+
+
 ALL = [SequentialWrite, SequentialRead, RandomRead, Create, Stat, OpenReadClose, Unlink, ShortListing, LongListing,
-       Extract, Clone, Status, Search, Build]
+       Extract, Clone, Status, Search, Build, ParallelBuild, FourCreate, FourStat, FourOpenReadClose, BusyCreate,
+       BusyStat, BusyOpenReadClose, BusyFourStat, BusyFourOpenReadClose, BusyExtract]
 BY_NAME = {workload.name: workload for workload in ALL}

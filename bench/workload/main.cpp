@@ -1,6 +1,8 @@
 // Workloads that no ordinary program does alone: many small files, and random reads. Prints operations per second.
+// What burns a processor beside them is here too.
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -9,6 +11,7 @@
 #include <random>
 #include <string>
 #include <string_view>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -101,9 +104,20 @@ double readAtRandom(const std::string& path, double seconds) {
     return rate;
 }
 
+// Keeps one processor busy for so long, or until whoever started it is gone.
+double burn(double seconds) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    const auto start = Clock::now();
+    while (secondsSince(start) < seconds) {
+    }
+    return seconds;
+}
+
 double run(std::string_view what, const std::string& path, const char* number) {
     if (what == "randread")
         return readAtRandom(path, std::atof(number));
+    if (what == "burn")
+        return burn(std::atof(number));
     const int count = std::atoi(number);
     if (what == "create")
         return forEachFile(path, count, create);
@@ -123,7 +137,8 @@ double run(std::string_view what, const std::string& path, const char* number) {
 int main(int argc, char** argv) {
     if (argc != 4) {
         std::fprintf(stderr, "usage: kemvi_bench_workload create|createempty|stat|openread|unlink FOLDER COUNT\n"
-                             "       kemvi_bench_workload randread FILE SECONDS\n");
+                             "       kemvi_bench_workload randread FILE SECONDS\n"
+                             "       kemvi_bench_workload burn - SECONDS\n");
         return 2;
     }
     try {
