@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace fusehost {
 namespace {
@@ -23,6 +25,26 @@ std::uint64_t numberOf(OpenFileID file) {
 
 std::uint64_t numberOf(OpenDirectoryID directory) {
     return static_cast<std::uint64_t>(directory);
+}
+
+/// Where permissions are not the kernel's to check: EACCES unless whoever asks may do all of `wanted` to the node.
+void checkAccess(fuse_req_t request, fuse_ino_t node, int wanted) {
+    treeOf(request).checkAccess(fuse_req_ctx(request)->uid, node, wanted);
+}
+
+void checkOwner(fuse_req_t request, fuse_ino_t node) {
+    treeOf(request).checkOwner(fuse_req_ctx(request)->uid, node);
+}
+
+constexpr int toChangeNames = W_OK | X_OK;
+
+int accessToOpen(int flags) {
+    const int toTruncate = (flags & O_TRUNC) != 0 ? W_OK : 0;
+    switch (flags & O_ACCMODE) {
+    case O_RDONLY: return R_OK | toTruncate;
+    case O_WRONLY: return W_OK;
+    default: return R_OK | W_OK;
+    }
 }
 
 OpenFileID fileOf(const fuse_file_info& file) {
@@ -77,6 +99,7 @@ void opInit(void* userdata, fuse_conn_info* connection) {
 void opLookup(fuse_req_t request, fuse_ino_t parent, const char* name) {
     KernelContext& context = contextOf(request);
     answer(request, [&] {
+        checkAccess(request, parent, X_OK);
         try {
             replyEntry(request, context.tree.lookup(parent, name));
         } catch (const KernelError& error) {
@@ -110,7 +133,18 @@ timespec currentTime() {
     return now;
 }
 
-void opSetattr(fuse_req_t request, fuse_ino_t node, struct stat* attributes, int valid, fuse_file_info*) {
+/// Times may be set to now by whoever may write; the size also by whoever has the file open for that.
+void checkChange(fuse_req_t request, fuse_ino_t node, int valid, const fuse_file_info* file) {
+    const auto asksFor = [&](int bits) { return (valid & bits) != 0; };
+    if (asksFor(FUSE_SET_ATTR_MODE | FUSE_SET_ATTR_UID | FUSE_SET_ATTR_GID) ||
+        (asksFor(FUSE_SET_ATTR_MTIME) && !asksFor(FUSE_SET_ATTR_MTIME_NOW)) ||
+        (asksFor(FUSE_SET_ATTR_ATIME) && !asksFor(FUSE_SET_ATTR_ATIME_NOW)))
+        checkOwner(request, node);
+    else if (asksFor(FUSE_SET_ATTR_MTIME | FUSE_SET_ATTR_ATIME) || (asksFor(FUSE_SET_ATTR_SIZE) && file == nullptr))
+        checkAccess(request, node, W_OK);
+}
+
+void opSetattr(fuse_req_t request, fuse_ino_t node, struct stat* attributes, int valid, fuse_file_info* file) {
     AttributeChange change;
     if ((valid & FUSE_SET_ATTR_SIZE) != 0)
         change.size = static_cast<std::uint64_t>(attributes->st_size);
@@ -124,7 +158,19 @@ void opSetattr(fuse_req_t request, fuse_ino_t node, struct stat* attributes, int
         change.modifyTime = currentTime();
     else if ((valid & FUSE_SET_ATTR_MTIME) != 0)
         change.modifyTime = attributes->st_mtim;
-    answer(request, [&] { replyAttributes(request, treeOf(request).setAttributes(node, change)); });
+    answer(request, [&] {
+        checkChange(request, node, valid, file);
+        replyAttributes(request, treeOf(request).setAttributes(node, change));
+    });
+}
+
+// For access(2) and chdir(2), where the kernel does not check permissions itself. To be answered: a kernel that gets no
+// answer once takes everything for allowed.
+void opAccess(fuse_req_t request, fuse_ino_t node, int wanted) {
+    answer(request, [&] {
+        checkAccess(request, node, wanted);
+        fuse_reply_err(request, 0);
+    });
 }
 
 void opReadlink(fuse_req_t request, fuse_ino_t node) {
@@ -132,23 +178,36 @@ void opReadlink(fuse_req_t request, fuse_ino_t node) {
 }
 
 void opMknod(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mode, dev_t) {
-    answer(request, [&] { replyEntry(request, treeOf(request).makeNode(parent, name, mode)); });
+    answer(request, [&] {
+        checkAccess(request, parent, toChangeNames);
+        replyEntry(request, treeOf(request).makeNode(parent, name, mode));
+    });
 }
 
 void opMkdir(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mode) {
-    answer(request, [&] { replyEntry(request, treeOf(request).makeDirectory(parent, name, mode)); });
+    answer(request, [&] {
+        checkAccess(request, parent, toChangeNames);
+        replyEntry(request, treeOf(request).makeDirectory(parent, name, mode));
+    });
 }
 
 void opSymlink(fuse_req_t request, const char* contents, fuse_ino_t parent, const char* name) {
-    answer(request, [&] { replyEntry(request, treeOf(request).makeSymbolicLink(parent, name, contents)); });
+    answer(request, [&] {
+        checkAccess(request, parent, toChangeNames);
+        replyEntry(request, treeOf(request).makeSymbolicLink(parent, name, contents));
+    });
 }
 
 void opLink(fuse_req_t request, fuse_ino_t node, fuse_ino_t parent, const char* name) {
-    answer(request, [&] { replyEntry(request, treeOf(request).makeLink(node, parent, name)); });
+    answer(request, [&] {
+        checkAccess(request, parent, toChangeNames);
+        replyEntry(request, treeOf(request).makeLink(node, parent, name));
+    });
 }
 
 void opUnlink(fuse_req_t request, fuse_ino_t parent, const char* name) {
     answer(request, [&] {
+        checkAccess(request, parent, toChangeNames);
         treeOf(request).removeFile(parent, name);
         fuse_reply_err(request, 0);
     });
@@ -156,6 +215,7 @@ void opUnlink(fuse_req_t request, fuse_ino_t parent, const char* name) {
 
 void opRmdir(fuse_req_t request, fuse_ino_t parent, const char* name) {
     answer(request, [&] {
+        checkAccess(request, parent, toChangeNames);
         treeOf(request).removeDirectory(parent, name);
         fuse_reply_err(request, 0);
     });
@@ -164,6 +224,8 @@ void opRmdir(fuse_req_t request, fuse_ino_t parent, const char* name) {
 void opRename(fuse_req_t request, fuse_ino_t parent, const char* name, fuse_ino_t newParent, const char* newName,
               unsigned flags) {
     answer(request, [&] {
+        checkAccess(request, parent, toChangeNames);
+        checkAccess(request, newParent, toChangeNames);
         treeOf(request).rename(parent, name, newParent, newName, flags);
         fuse_reply_err(request, 0);
     });
@@ -172,6 +234,7 @@ void opRename(fuse_req_t request, fuse_ino_t parent, const char* name, fuse_ino_
 void opCreate(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mode, fuse_file_info* file) {
     KernelContext& context = contextOf(request);
     answer(request, [&] {
+        checkAccess(request, parent, toChangeNames);
         const auto [entry, opened] = context.tree.create(parent, name, file->flags, mode);
         file->fh = numberOf(opened);
         setOpenFlags(*file);
@@ -186,6 +249,7 @@ void opCreate(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mo
 void opOpen(fuse_req_t request, fuse_ino_t node, fuse_file_info* file) {
     answer(request, [&] {
         FileTree& tree = treeOf(request);
+        checkAccess(request, node, accessToOpen(file->flags));
         const OpenFileID opened = tree.open(node, file->flags);
         file->fh = numberOf(opened);
         setOpenFlags(*file);
@@ -241,6 +305,7 @@ void opRelease(fuse_req_t request, fuse_ino_t, fuse_file_info* file) {
 void opOpendir(fuse_req_t request, fuse_ino_t node, fuse_file_info* file) {
     answer(request, [&] {
         FileTree& tree = treeOf(request);
+        checkAccess(request, node, R_OK);
         const OpenDirectoryID opened = tree.openDirectory(node);
         file->fh = numberOf(opened);
         if (fuse_reply_open(request, file) != 0)
@@ -286,6 +351,7 @@ fuse_lowlevel_ops makeOperations() {
     operations.forget_multi = opForgetMulti;
     operations.getattr = opGetattr;
     operations.setattr = opSetattr;
+    operations.access = opAccess;
     operations.readlink = opReadlink;
     operations.mknod = opMknod;
     operations.mkdir = opMkdir;

@@ -74,8 +74,10 @@ std::string escaped(const std::string& value) {
 }
 
 std::string optionList(const std::string& source, const MountOptions& options) {
-    std::string list = "default_permissions,subtype=kemvi,fsname=" + escaped(options.fsname.value_or(source)) +
+    std::string list = "subtype=kemvi,fsname=" + escaped(options.fsname.value_or(source)) +
                        ",max_read=" + std::to_string(options.requestSize);
+    if (options.kernelChecksPermissions())
+        list += ",default_permissions";
     if (options.readOnly)
         list += ",ro";
     if (options.allowOther)

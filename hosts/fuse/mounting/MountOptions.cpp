@@ -134,7 +134,7 @@ const std::map<std::string_view, void (*)(MountOptions&)>& flags() {
         {"writeback", [](MountOptions& o) { o.writeback = true; }},
         {"nonempty", [](MountOptions& o) { o.nonEmpty = true; }},
         {"show_private", [](MountOptions& o) { o.showPrivate = true; }},
-        {"default_permissions", [](MountOptions&) {}}, // always on
+        {"default_permissions", [](MountOptions& o) { o.defaultPermissions = true; }},
     };
     return table;
 }
@@ -212,6 +212,10 @@ std::optional<foundation::LogLevel> logLevelNamed(std::string_view name) {
         if (name == known)
             return level;
     return std::nullopt;
+}
+
+bool MountOptions::kernelChecksPermissions() const {
+    return defaultPermissions || allowOther || uid || gid || fileMask || directoryMask;
 }
 
 void MountOptions::add(std::string_view commaSeparated) {

@@ -29,12 +29,13 @@ using Seconds = std::chrono::duration<double>;
 struct MountOptions {
     bool readOnly = false;
     bool allowOther = false;
-    bool quiet = false;         // a chown that cannot be done succeeds silently
-    bool writeback = false;     // the kernel gathers small writes; changes made behind the mount are seen late
-    bool nonEmpty = false;      // the mount point may hold files, which the mount then hides
-    Seconds entryTimeout{1};    // how long a name is trusted
-    Seconds attrTimeout{1};     // how long attributes are trusted
-    Seconds negativeTimeout{0}; // how long the absence of a name is trusted
+    bool quiet = false;              // a chown that cannot be done succeeds silently
+    bool writeback = false;          // the kernel gathers small writes; changes made behind the mount are seen late
+    bool defaultPermissions = false; // the kernel checks permissions in any case
+    bool nonEmpty = false;           // the mount point may hold files, which the mount then hides
+    Seconds entryTimeout{1};         // how long a name is trusted
+    Seconds attrTimeout{1};          // how long attributes are trusted
+    Seconds negativeTimeout{0};      // how long the absence of a name is trusted
     std::uint32_t requestSize = 64 * 1024;      // most bytes of one read or write of the helper
     std::optional<std::uint32_t> fileMask;      // permission bits taken from 0777 for files
     std::optional<std::uint32_t> directoryMask; // the same for directories
@@ -45,6 +46,10 @@ struct MountOptions {
     std::optional<foundation::LogLevel> logLevel; // the least level that is logged
     bool showPrivate = false;                     // private values are written out in the log
     std::vector<std::string> kernelOptions; // nosuid, nodev, noexec, noatime, ...: handed to the mount as they are
+
+    /// Whether the kernel is to check permissions against what is shown: where others than the owner get in, or it is
+    /// not the volume alone that says what is shown. It asks for a directory's attributes after each change in it then.
+    bool kernelChecksPermissions() const;
 
     /// Adds one `-o` argument: options separated by commas; later ones win. Options that only mount(8) and systemd
     /// read (defaults, auto, noauto, user, _netdev, x-..., nofail), and those that other FUSE file systems take and

@@ -55,6 +55,8 @@ struct stat Attributes::show(Node& node, const FSItemAttributes& attributes) {
     struct stat result = map_.map(attributes);
     if (node.hidden)
         result.st_nlink = 0;
+    node.shownMode = static_cast<std::uint16_t>(result.st_mode);
+    node.shownOwner = result.st_uid;
     freshness_.noteShown(node, result);
     return result;
 }

@@ -15,6 +15,17 @@ Creation::Creation(Changes& changes, Nodes& nodes, HiddenFiles& hidden, NewItems
     : changes_(changes), nodes_(nodes), hidden_(hidden), newItems_(newItems), attributes_(attributes),
       opening_(opening) {}
 
+FoundItem Creation::make(const NameChange& change, Node& directory, const std::string& name, FSItemType type,
+                         mode_t mode) {
+    try {
+        return newItems_.make(change, directory, name, type, mode);
+    } catch (const KernelError& error) {
+        if (error.number() == ENOENT)
+            attributes_.ask(directory); // which the kernel may take for there long after it has gone
+        throw;
+    }
+}
+
 TreeEntry Creation::handOut(Node& directory, const FoundItem& made) {
     return attributes_.handOut(nodes_.adopt(directory, made), made.attributes);
 }
@@ -29,7 +40,7 @@ std::pair<TreeEntry, OpenFileID> Creation::create(Node& directory, const std::st
             throw KernelError(EEXIST);
         return openExisting(nodes_.adopt(directory, *found), found->attributes, flags);
     }
-    const FoundItem made = newItems_.make(change, directory, name, FSItemType::file, mode);
+    const FoundItem made = make(change, directory, name, FSItemType::file, mode);
     Node& node = nodes_.adopt(directory, made);
     node.safety = Safety::due; // what an fsync makes safe of an empty file is that it is there
     return {attributes_.handOut(node, made.attributes), opening_.openNew(node, flags)};
@@ -59,13 +70,13 @@ TreeEntry Creation::makeNode(Node& directory, const std::string& name, mode_t mo
         newItems_.refuseToMake(change, directory, name);
     if (change.existing(nodes_, directory, name))
         throw KernelError(EEXIST);
-    return handOut(directory, newItems_.make(change, directory, name, FSItemType::file, mode));
+    return handOut(directory, make(change, directory, name, FSItemType::file, mode));
 }
 
 TreeEntry Creation::makeDirectory(Node& directory, const std::string& name, mode_t mode) {
     const NameChange change(changes_, directory);
     nodes_.checkName(name);
-    return handOut(directory, newItems_.make(change, directory, name, FSItemType::directory, mode));
+    return handOut(directory, make(change, directory, name, FSItemType::directory, mode));
 }
 
 TreeEntry Creation::makeSymbolicLink(Node& directory, const std::string& name, const std::string& contents) {

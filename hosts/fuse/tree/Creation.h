@@ -14,7 +14,8 @@
 namespace fusehost {
 
 /// Creates what the kernel asks for. Never empties a file that is there already, unless that is asked for. Modes have
-/// the umask applied already. Failures are KernelErrors; EEXIST where the name is taken, ENAMETOOLONG.
+/// the umask applied already. Failures are KernelErrors; EEXIST where the name is taken, ENAMETOOLONG, ESTALE where the
+/// directory has gone.
 class Creation {
 public:
     Creation(Changes& changes, Nodes& nodes, HiddenFiles& hidden, NewItems& newItems, Attributes& attributes,
@@ -30,6 +31,8 @@ public:
 
 private:
     std::pair<TreeEntry, OpenFileID> openExisting(Node& node, const fskit::FSItemAttributes& found, int flags);
+    FoundItem make(const NameChange& change, Node& directory, const std::string& name, fskit::FSItemType type,
+                   mode_t mode);
     TreeEntry handOut(Node& directory, const FoundItem& made);
 
     Changes& changes_;

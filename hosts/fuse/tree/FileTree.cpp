@@ -27,6 +27,14 @@ void FileTree::end() noexcept {
     rooms_->listings.end();
 }
 
+void FileTree::checkAccess(uid_t caller, NodeID node, int wanted) {
+    rooms_->permissions.check(caller, rooms_->nodes.at(node), wanted);
+}
+
+void FileTree::checkOwner(uid_t caller, NodeID node) {
+    rooms_->permissions.checkOwner(caller, rooms_->nodes.at(node));
+}
+
 TreeEntry FileTree::lookup(NodeID directory, const std::string& name) {
     return rooms_->lookup.find(rooms_->nodes.directoryAt(directory), name);
 }

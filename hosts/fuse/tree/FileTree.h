@@ -49,6 +49,12 @@ public:
     /// throws; for the end of a mount.
     void end() noexcept;
 
+    // Permissions (Permissions): where the kernel does not check them, for what is then asked for by `caller`
+    /// EACCES unless all of `wanted` (R_OK, W_OK, X_OK) is allowed.
+    void checkAccess(uid_t caller, NodeID node, int wanted);
+    /// EPERM unless the caller may make changes that are the owner's.
+    void checkOwner(uid_t caller, NodeID node);
+
     // Lookup and attributes (Lookup, Attributes, AttributeChanges)
     TreeEntry lookup(NodeID directory, const std::string& name);
     /// The kernel gives back references, or never got an entry that was handed out.

@@ -75,6 +75,8 @@ struct Node {
     DeferredError deferredError;        // to be reported by the next fsync, or flush of a writer
     Safety safety = Safety::unknown;
     bool isWriteProtected = false; // by a change of its mode: a handle that is given back may not be had again
+    std::uint16_t shownMode = 0;   // type and permissions, as the kernel was last shown them; 0: not yet
+    std::uint32_t shownOwner = 0;
 
     bool isDirectory() const { return type == fskit::FSItemType::directory; }
 

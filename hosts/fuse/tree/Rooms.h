@@ -8,6 +8,7 @@
 #include "hosts/fuse/tree/Listings.h"
 #include "hosts/fuse/tree/Lookup.h"
 #include "hosts/fuse/tree/Opening.h"
+#include "hosts/fuse/tree/Permissions.h"
 #include "hosts/fuse/tree/Removal.h"
 #include "hosts/fuse/tree/Renaming.h"
 
@@ -18,7 +19,8 @@ struct FileTree::Rooms {
     Rooms(VolumeCalls& itsVolume, const MountOptions& options, const Clock& clock)
         : volume(itsVolume), attributeMap(options), freshness(options.attrTimeout, clock),
           absence(options.entryTimeout > Seconds(0) && options.negativeTimeout <= Seconds(0), clock),
-          handles(volume, table, options.attrTimeout), contents(nodes, handles, freshness, options.requestSize),
+          handles(volume, table, options.attrTimeout), permissions(attributes, !options.kernelChecksPermissions()),
+          contents(nodes, handles, freshness, options.requestSize),
           attributeChanges(changes, nodes, attributes, resizing, options.quiet),
           files(nodes, handles, hidden, options.writeback) {}
 
@@ -32,6 +34,7 @@ struct FileTree::Rooms {
     Nodes nodes{volume, table, handles};
     Changes changes{handles, freshness, absence};
     Attributes attributes{volume, nodes, freshness, attributeMap};
+    Permissions permissions;
     Contents contents;
     HiddenFiles hidden{nodes, handles, freshness, hiddenNames};
     Lookup lookup{nodes, hidden, attributes, absence};

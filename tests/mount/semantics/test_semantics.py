@@ -475,6 +475,16 @@ def test_chmod_reaches_the_helper(mount):
     assert shown_mode(volume.backing / "file") == 0o600 and shown_mode(volume.path / "file") == 0o644
 
 
+@claim("access(2) tells the truth, and asks the helper for nothing.")
+def test_access_tells_the_truth(controlled):
+    put(controlled.path / "file")
+    (controlled.path / "folder").mkdir()
+    controlled.helper.forget()
+    assert os.access(controlled.path / "file", os.R_OK | os.W_OK) and not os.access(controlled.path / "file", os.X_OK)
+    assert os.access(controlled.path / "folder", os.R_OK | os.W_OK | os.X_OK)
+    assert controlled.helper.count("getattr") == 0
+
+
 @claim("Of a mode only the permissions reach the helper; set-user-ID, set-group-ID and sticky bits are dropped without an "
        "error.")
 def test_only_permissions_reach_the_helper(mount):

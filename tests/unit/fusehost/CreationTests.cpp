@@ -36,6 +36,20 @@ TEST_F(CreationTest, aCreateLongAfterItsLookupEmptiesNothing) {
     EXPECT_EQ(entry.attributes.st_size, 4);
 }
 
+TEST_F(CreationTest, inADirectoryThatHasGoneFindsItStale) {
+    served.putDirectory("/d");
+    Node& directory = found("d");
+    served.erase("/d");
+    EXPECT_EQ(errnoOf([&] { creation.create(directory, "a", O_WRONLY, 0644); }), ESTALE);
+    EXPECT_FALSE(directory.hasName());
+}
+
+TEST_F(CreationTest, whatTheVolumeCannotMakeInADirectoryThatIsThereIsItsOwnError) {
+    served.putDirectory("/d");
+    served.before = refuseAlways("open write,create,truncate /d/a", posixErrno::ENOENT_);
+    EXPECT_EQ(errnoOf([&] { creation.create(found("d"), "a", O_WRONLY, 0644); }), ENOENT);
+}
+
 TEST_F(CreationTest, aNewFileIsDueAndOpenBeforeItIsWritten) {
     const auto [entry, file] = creation.create(root(), "a", O_RDWR, 0644);
     const Node& node = nodes.at(entry.node);

@@ -8,6 +8,7 @@
 #include <linux/fuse.h>
 #include <new>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace fusehosttests {
 namespace {
@@ -236,6 +237,63 @@ TEST_F(KernelOperations, setattrChangesOnlyWhatIsAsked) {
     asked.valid = FATTR_MTIME | FATTR_MTIME_NOW;
     const auto now = fromBytes<fuse_attr_out>(kernel.call(FUSE_SETATTR, node, bytesOf(asked)).body).attr.mtime;
     EXPECT_GE(now, 1700000000U);
+}
+
+TEST_F(KernelOperations, accessIsToldByWhatIsShown) {
+    served.put("/a", "");
+    start();
+    const NodeID node = lookedUp("a");
+    served.takeRequests();
+    const auto access = [&](std::uint32_t user, std::uint32_t wanted) {
+        kernel.beUser(user);
+        return kernel.call(FUSE_ACCESS, node, bytesOf(fuse_access_in{wanted, 0})).error;
+    };
+    EXPECT_EQ(access(1000, R_OK | W_OK), 0);
+    EXPECT_EQ(access(1000, X_OK), EACCES);
+    EXPECT_EQ(access(0, X_OK), EACCES);
+    EXPECT_EQ(access(1001, R_OK), 0);
+    EXPECT_EQ(access(1001, W_OK), EACCES);
+    EXPECT_THAT(served.takeRequests(), testing::IsEmpty());
+}
+
+TEST_F(KernelOperations, nothingIsChangedForWhoMayNotChangeIt) {
+    served.put("/a", "text");
+    served.putDirectory("/d");
+    start();
+    const NodeID node = lookedUp("a");
+    const NodeID folder = lookedUp("d");
+    EXPECT_EQ(kernel.call(FUSE_GETATTR, rootNodeID, bytesOf(fuse_getattr_in{})).error, 0);
+    served.takeRequests();
+    kernel.beUser(1001);
+    fuse_open_in asked{};
+    for (const int flags : {O_WRONLY, O_RDWR, O_RDONLY | O_TRUNC}) {
+        asked.flags = static_cast<std::uint32_t>(flags);
+        EXPECT_EQ(kernel.call(FUSE_OPEN, node, bytesOf(asked)).error, EACCES) << flags;
+    }
+    EXPECT_EQ(create("b").error, EACCES);
+    EXPECT_EQ(kernel.call(FUSE_MKNOD, rootNodeID, bytesOf(fuse_mknod_in{S_IFREG | 0644, 0, 0, 0}) + named("b")).error,
+              EACCES);
+    EXPECT_EQ(kernel.call(FUSE_MKDIR, rootNodeID, bytesOf(fuse_mkdir_in{0755, 0}) + named("b")).error, EACCES);
+    EXPECT_EQ(kernel.call(FUSE_SYMLINK, rootNodeID, named("b") + named("a")).error, EACCES);
+    EXPECT_EQ(kernel.call(FUSE_LINK, folder, bytesOf(fuse_link_in{node}) + named("b")).error, EACCES);
+    EXPECT_EQ(kernel.call(FUSE_UNLINK, rootNodeID, named("a")).error, EACCES);
+    EXPECT_EQ(kernel.call(FUSE_RMDIR, rootNodeID, named("d")).error, EACCES);
+    EXPECT_EQ(
+        kernel.call(FUSE_RENAME2, rootNodeID, bytesOf(fuse_rename2_in{folder, 0, 0}) + named("a") + named("b")).error,
+        EACCES);
+    fuse_setattr_in change{};
+    for (const std::uint32_t ownersAlone : {FATTR_MODE, FATTR_UID, FATTR_GID, FATTR_MTIME, FATTR_ATIME}) {
+        change.valid = ownersAlone;
+        EXPECT_EQ(kernel.call(FUSE_SETATTR, node, bytesOf(change)).error, EPERM) << ownersAlone;
+    }
+    for (const std::uint32_t writing : {FATTR_SIZE, FATTR_MTIME | FATTR_MTIME_NOW, FATTR_ATIME | FATTR_ATIME_NOW}) {
+        change.valid = writing;
+        EXPECT_EQ(kernel.call(FUSE_SETATTR, node, bytesOf(change)).error, EACCES) << writing;
+    }
+    EXPECT_THAT(served.takeRequests(), testing::IsEmpty());
+    change.valid = 0;
+    EXPECT_EQ(kernel.call(FUSE_SETATTR, node, bytesOf(change)).error, 0) << "it changes nothing";
+    EXPECT_EQ(served.bytes("/a"), "text");
 }
 
 TEST_F(KernelOperations, setattrOfTheAccessTimeAloneAsksTheHelperForNothing) {

@@ -48,6 +48,13 @@ TEST(MountOptions, takesEachFlag) {
     EXPECT_TRUE(parsed("nonempty").nonEmpty);
 }
 
+TEST(MountOptions, haveTheKernelCheckPermissionsWhereSomebodyMightBeRefusedSomething) {
+    for (const char* options : {"", "ro", "quiet,writeback,nonempty,fsname=a"})
+        EXPECT_FALSE(parsed(options).kernelChecksPermissions()) << options;
+    for (const char* option : {"allow_other", "uid=0", "gid=0", "fmask=0", "dmask=0", "umask=0", "default_permissions"})
+        EXPECT_TRUE(parsed(option).kernelChecksPermissions()) << option;
+}
+
 TEST(MountOptions, sayWhereAndHowMuchIsLogged) {
     const MountOptions none;
     EXPECT_FALSE(none.logFile || none.logLevel || none.showPrivate);

@@ -48,6 +48,7 @@ void PlayedKernel::send(std::uint32_t opcode, std::uint64_t unique, std::uint64_
     header.opcode = opcode;
     header.unique = unique;
     header.nodeid = node;
+    header.uid = user_;
     header.pid = thread;
     const std::string datagram = bytesOf(header) + std::string(body);
     EXPECT_EQ(::send(kernelEnd_, datagram.data(), datagram.size(), MSG_NOSIGNAL),
@@ -116,6 +117,11 @@ void PlayedKernel::waitUntilRead() {
 
 PlayedKernel::Answer PlayedKernel::call(std::uint32_t opcode, std::uint64_t node, std::string_view body) {
     return answerTo(ask(opcode, node, body));
+}
+
+void PlayedKernel::beUser(std::uint32_t uid) {
+    const std::lock_guard guard(lock_);
+    user_ = uid;
 }
 
 bool PlayedKernel::isAnswered(std::uint64_t request) {

@@ -57,6 +57,8 @@ public:
     /// Waits until all requests so far have been read, whether or not they are executed.
     void waitUntilRead();
     Answer call(std::uint32_t opcode, std::uint64_t node, std::string_view body = {});
+    /// From now on requests come from this user.
+    void beUser(std::uint32_t uid);
     bool isAnswered(std::uint64_t request);
     /// The numbers of the requests in the order in which they were answered.
     std::vector<std::uint64_t> answered();
@@ -86,6 +88,7 @@ private:
     int kernelEnd_ = -1;
     int hostEnd_ = -1;
     std::uint64_t next_ = 2;
+    std::uint32_t user_ = 0;
     std::map<std::uint64_t, Answer> answers_;
     std::vector<std::uint64_t> order_;
     std::string received_;         // room for one datagram
