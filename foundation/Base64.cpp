@@ -26,12 +26,14 @@ std::size_t paddingOf(std::string_view text) {
     return text.ends_with("==") ? 2 : 1;
 }
 
+enum class Slashes { plain, escaped };
+
 // The last one or two bytes, as four characters.
-char* encodeRest(const std::uint8_t* in, std::size_t size, char* out) {
+char* encodeRest(const std::uint8_t* in, std::size_t size, Slashes slashes, char* out) {
     const std::uint32_t group = (std::uint32_t{in[0]} << 16) | (size > 1 ? std::uint32_t{in[1]} << 8 : 0);
     for (std::size_t place = 0; place <= size; ++place) {
         const char c = alphabet[(group >> (6 * (3 - place))) & 63];
-        if (c == '/')
+        if (c == '/' && slashes == Slashes::escaped)
             *out++ = '\\';
         *out++ = c;
     }
@@ -54,6 +56,20 @@ std::optional<std::size_t> decodeLast(std::string_view group, std::uint8_t* out)
                                             static_cast<std::uint8_t>(bits)};
     std::memcpy(out, bytes.data(), 3 - padding);
     return 3 - padding;
+}
+
+using Encoder = Progress (*)(const std::uint8_t* in, std::size_t size, char* out);
+
+// `fast` as far as it goes, `portable` for the whole groups that it leaves over.
+std::size_t encodeAll(Encoder fast, Encoder portable, Slashes slashes, std::span<const std::byte> data, char* out) {
+    const auto* in = reinterpret_cast<const std::uint8_t*>(data.data());
+    Progress done = fast(in, data.size(), out);
+    const Progress rest = portable(in + done.read, data.size() - done.read, out + done.written);
+    done.read += rest.read;
+    char* end = out + done.written + rest.written;
+    if (done.read < data.size())
+        end = encodeRest(in + done.read, data.size() - done.read, slashes, end);
+    return static_cast<std::size_t>(end - out);
 }
 
 Progress decodeGroups(const Kernels& kernels, std::string_view text, std::uint8_t* out, std::size_t room) {
@@ -88,14 +104,11 @@ bool decodeBeyond(const Kernels& kernels, std::string_view text, std::span<std::
 } // namespace
 
 std::size_t encodeWith(const Kernels& kernels, std::span<const std::byte> data, char* out) {
-    const auto* in = reinterpret_cast<const std::uint8_t*>(data.data());
-    Progress done = kernels.encode(in, data.size(), out);
-    const Progress rest = encodeScalar(in + done.read, data.size() - done.read, out + done.written);
-    done.read += rest.read;
-    char* end = out + done.written + rest.written;
-    if (done.read < data.size())
-        end = encodeRest(in + done.read, data.size() - done.read, end);
-    return static_cast<std::size_t>(end - out);
+    return encodeAll(kernels.encode, encodeScalar, Slashes::escaped, data, out);
+}
+
+std::size_t encodePlainWith(const Kernels& kernels, std::span<const std::byte> data, char* out) {
+    return encodeAll(kernels.encodePlain, encodePlainScalar, Slashes::plain, data, out);
 }
 
 std::optional<std::size_t> decodeWith(const Kernels& kernels, std::string_view text, std::span<std::byte> into) {
@@ -113,11 +126,11 @@ std::optional<std::size_t> decodeWith(const Kernels& kernels, std::string_view t
 
 const Kernels& bestKernels() {
 #if defined(__x86_64__)
-    static const Kernels avx2{"AVX2", encodeAvx2, decodeAvx2};
+    static const Kernels avx2{"AVX2", encodeAvx2, encodePlainAvx2, decodeAvx2};
     static const Kernels& best = hasAvx2() ? avx2 : scalarKernels;
     return best;
 #elif defined(__aarch64__)
-    static const Kernels neon{"NEON", encodeNeon, decodeNeon};
+    static const Kernels neon{"NEON", encodeNeon, encodePlainNeon, decodeNeon};
     return neon;
 #else
     return scalarKernels;
@@ -126,6 +139,10 @@ const Kernels& bestKernels() {
 
 std::size_t encodeEscapingSlashes(std::span<const std::byte> data, char* out) {
     return encodeWith(bestKernels(), data, out);
+}
+
+std::size_t encode(std::span<const std::byte> data, char* out) {
+    return encodePlainWith(bestKernels(), data, out);
 }
 
 std::optional<std::size_t> decodedLength(std::string_view text) {

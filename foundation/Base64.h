@@ -18,6 +18,15 @@ constexpr std::size_t escapedRoom(std::size_t size) {
 /// the number of characters written to `out`.
 std::size_t encodeEscapingSlashes(std::span<const std::byte> data, char* out);
 
+/// Room that `encode` needs for `size` bytes; vector code writes whole blocks.
+constexpr std::size_t plainRoom(std::size_t size) {
+    return (size + 2) / 3 * 4 + 64;
+}
+
+/// Encodes with slashes as they are, as the text may stand in an answer. Returns the number of characters written to
+/// `out`.
+std::size_t encode(std::span<const std::byte> data, char* out);
+
 /// Strict decoding: the alphabet above, padding required, nothing ignored. Bits of the last character beyond the last
 /// byte need not be zero, as the platform's decoder has it.
 

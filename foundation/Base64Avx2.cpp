@@ -125,6 +125,15 @@ KEMVI_AVX2 Progress encodeAvx2(const std::uint8_t* in, std::size_t size, char* o
     return {read, static_cast<std::size_t>(out - start)};
 }
 
+KEMVI_AVX2 Progress encodePlainAvx2(const std::uint8_t* in, std::size_t size, char* out) {
+    Progress done;
+    for (; size - done.read >= blockBytes + loadOverrun; done.read += blockBytes, done.written += blockChars) {
+        const __m256i block = characters(sixBitNumbers(in + done.read));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + done.written), block);
+    }
+    return done;
+}
+
 KEMVI_AVX2 Progress decodeAvx2(const char* in, std::size_t size, std::uint8_t* out, std::size_t room) {
     // A character is valid if the sets of its low and high half byte have no bit in common.
     const __m256i lowSets = _mm256_setr_epi8(0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x13, 0x1A,

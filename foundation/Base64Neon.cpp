@@ -57,6 +57,20 @@ bool anySlash(const uint8x16x4_t& characters) {
     return vmaxvq_u8(vorrq_u8(first, second)) != 0;
 }
 
+// The characters of one block.
+uint8x16x4_t characters(const std::uint8_t* in, const uint8x16x4_t& letters) {
+    const uint8x16_t sixBits = vdupq_n_u8(0x3F);
+    const uint8x16x3_t bytes = vld3q_u8(in);
+    uint8x16x4_t text;
+    text.val[0] = vshrq_n_u8(bytes.val[0], 2);
+    text.val[1] = vandq_u8(vsliq_n_u8(vshrq_n_u8(bytes.val[1], 4), bytes.val[0], 4), sixBits);
+    text.val[2] = vandq_u8(vsliq_n_u8(vshrq_n_u8(bytes.val[2], 6), bytes.val[1], 2), sixBits);
+    text.val[3] = vandq_u8(bytes.val[2], sixBits);
+    for (uint8x16_t& part : text.val)
+        part = vqtbl4q_u8(letters, part);
+    return text;
+}
+
 // Numbers of a vector of characters: the two halves of ASCII are looked up apart, and what lies in neither stays 0xFF.
 uint8x16_t numbers(uint8x16_t characters, const uint8x16x4_t& low, const uint8x16x4_t& high) {
     const uint8x16_t fromLow = vqtbx4q_u8(vdupq_n_u8(0xFF), low, characters);
@@ -68,17 +82,9 @@ uint8x16_t numbers(uint8x16_t characters, const uint8x16x4_t& low, const uint8x1
 Progress encodeNeon(const std::uint8_t* in, std::size_t size, char* out) {
     char* const start = out;
     const uint8x16x4_t letters = table(reinterpret_cast<const std::uint8_t*>(alphabet.data()));
-    const uint8x16_t sixBits = vdupq_n_u8(0x3F);
     std::size_t read = 0;
     for (; size - read >= blockBytes; read += blockBytes) {
-        const uint8x16x3_t bytes = vld3q_u8(in + read);
-        uint8x16x4_t text;
-        text.val[0] = vshrq_n_u8(bytes.val[0], 2);
-        text.val[1] = vandq_u8(vsliq_n_u8(vshrq_n_u8(bytes.val[1], 4), bytes.val[0], 4), sixBits);
-        text.val[2] = vandq_u8(vsliq_n_u8(vshrq_n_u8(bytes.val[2], 6), bytes.val[1], 2), sixBits);
-        text.val[3] = vandq_u8(bytes.val[2], sixBits);
-        for (uint8x16_t& part : text.val)
-            part = vqtbl4q_u8(letters, part);
+        const uint8x16x4_t text = characters(in + read, letters);
         if (anySlash(text)) {
             out = storeEscaped(text, out);
         } else {
@@ -87,6 +93,14 @@ Progress encodeNeon(const std::uint8_t* in, std::size_t size, char* out) {
         }
     }
     return {read, static_cast<std::size_t>(out - start)};
+}
+
+Progress encodePlainNeon(const std::uint8_t* in, std::size_t size, char* out) {
+    const uint8x16x4_t letters = table(reinterpret_cast<const std::uint8_t*>(alphabet.data()));
+    Progress done;
+    for (; size - done.read >= blockBytes; done.read += blockBytes, done.written += blockChars)
+        vst4q_u8(reinterpret_cast<std::uint8_t*>(out + done.written), characters(in + done.read, letters));
+    return done;
 }
 
 Progress decodeNeon(const char* in, std::size_t size, std::uint8_t* out, std::size_t room) {

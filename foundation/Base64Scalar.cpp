@@ -33,6 +33,17 @@ constexpr auto places = [] {
     return tables;
 }();
 
+// The characters of three bytes.
+struct Four {
+    Pair high;
+    Pair low;
+};
+
+Four charactersOf(const std::uint8_t* in) {
+    const std::uint32_t group = (std::uint32_t{in[0]} << 16) | (std::uint32_t{in[1]} << 8) | in[2];
+    return {pairs[group >> 12], pairs[group & 0xFFF]};
+}
+
 char* put(char* out, char c) {
     if (c == '/')
         *out++ = '\\';
@@ -46,9 +57,7 @@ Progress encodeScalar(const std::uint8_t* in, std::size_t size, char* out) {
     char* const start = out;
     const std::size_t whole = size - size % 3;
     for (std::size_t i = 0; i < whole; i += 3) {
-        const std::uint32_t group = (std::uint32_t{in[i]} << 16) | (std::uint32_t{in[i + 1]} << 8) | in[i + 2];
-        const Pair high = pairs[group >> 12];
-        const Pair low = pairs[group & 0xFFF];
+        const auto [high, low] = charactersOf(in + i);
         if (high.first != '/' && high.second != '/' && low.first != '/' && low.second != '/') {
             std::memcpy(out, &high, 2);
             std::memcpy(out + 2, &low, 2);
@@ -58,6 +67,15 @@ Progress encodeScalar(const std::uint8_t* in, std::size_t size, char* out) {
         }
     }
     return {whole, static_cast<std::size_t>(out - start)};
+}
+
+Progress encodePlainScalar(const std::uint8_t* in, std::size_t size, char* out) {
+    const std::size_t groups = size / 3;
+    for (std::size_t i = 0; i < groups; ++i) {
+        const Four four = charactersOf(in + 3 * i);
+        std::memcpy(out + 4 * i, &four, sizeof four);
+    }
+    return {3 * groups, 4 * groups};
 }
 
 Progress decodeScalar(const char* in, std::size_t size, std::uint8_t* out, std::size_t room) {
@@ -78,6 +96,6 @@ Progress decodeScalar(const char* in, std::size_t size, std::uint8_t* out, std::
     return done;
 }
 
-const Kernels scalarKernels{"scalar", encodeScalar, decodeScalar};
+const Kernels scalarKernels{"scalar", encodeScalar, encodePlainScalar, decodeScalar};
 
 } // namespace foundation::base64

@@ -41,6 +41,12 @@ std::string encoded(const Kernels& kernels, std::span<const std::byte> bytes) {
     return text;
 }
 
+std::string encodedPlain(const Kernels& kernels, std::span<const std::byte> bytes) {
+    std::string text(foundation::base64::plainRoom(bytes.size()), '?');
+    text.resize(encodePlainWith(kernels, bytes, text.data()));
+    return text;
+}
+
 std::string withoutEscapes(std::string_view text) {
     std::string plain;
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -69,6 +75,7 @@ void base64(Input input) {
     require(encoded(best, bytes) == line, "all forms encode alike");
     const std::string plain = withoutEscapes(line);
     for (const Kernels* kernels : {&best, &scalar}) {
+        require(encodedPlain(*kernels, bytes) == plain, "slashes are left as they are where that is asked for");
         const auto back = decoded(*kernels, plain);
         require(back && std::equal(back->begin(), back->end(), bytes.begin(), bytes.end()),
                 "what was encoded decodes to the same bytes");

@@ -49,6 +49,11 @@ protected:
         return {out.data(), encodeWith(*GetParam(), data, out.data())};
     }
 
+    std::string encodePlain(const Bytes& data) const {
+        std::vector<char> out(foundation::base64::plainRoom(data.size()));
+        return {out.data(), encodePlainWith(*GetParam(), data, out.data())};
+    }
+
     std::optional<Bytes> decode(std::string_view text) const {
         const std::vector<char> exact(text.begin(), text.end());
         Bytes bytes(foundation::base64::decodedLength(text).value_or(0));
@@ -119,6 +124,16 @@ TEST_P(Base64, encodesLongDataWithFewManyAndNoSlashes) {
                 b = static_cast<std::byte>(random() % oneIn == 0 ? 0xFFU : random() % 60);
             ASSERT_EQ(encode(data), escaped(referenceEncode(data))) << size << " bytes, one in " << oneIn;
         }
+}
+
+TEST_P(Base64, leavesSlashesAsTheyAreWhereItIsToldTo) {
+    std::mt19937 random(5);
+    for (std::size_t size = 0; size <= 300; ++size) {
+        Bytes data(size);
+        for (std::byte& b : data)
+            b = static_cast<std::byte>(random() % 4 == 0 ? 0xFF : random());
+        ASSERT_EQ(encodePlain(data), referenceEncode(data)) << "size " << size;
+    }
 }
 
 TEST_P(Base64, decodesWhatItEncoded) {
