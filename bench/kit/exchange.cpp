@@ -4,22 +4,17 @@
 // else the machine does hits all of them alike. Printed are, per operation, the microseconds of one exchange with each
 // helper (median of the batches) and its ratio to the faster one of the first two (median of the ratios within a
 // round).
+#include "helper.h"
+
 #include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
 #include <random>
-#include <spawn.h>
 #include <stdexcept>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
-
-extern char** environ;
 
 namespace {
 
@@ -52,87 +47,6 @@ std::string withEscapedSlashes(const std::string& text) {
     return escaped;
 }
 
-class Helper {
-public:
-    explicit Helper(const std::string& script) : name(script.substr(script.rfind('/') + 1)) {
-        int toHelper[2];
-        int fromHelper[2];
-        if (pipe(toHelper) != 0 || pipe(fromHelper) != 0)
-            throw std::runtime_error("pipe failed");
-        for (int descriptor : {toHelper[1], fromHelper[0]})
-            fcntl(descriptor, F_SETFD, FD_CLOEXEC);
-#ifdef F_SETPIPE_SZ
-        fcntl(toHelper[1], F_SETPIPE_SZ, 1 << 20);
-        fcntl(fromHelper[0], F_SETPIPE_SZ, 1 << 20);
-#endif
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, toHelper[0], 0);
-        posix_spawn_file_actions_adddup2(&actions, fromHelper[1], 1);
-        posix_spawn_file_actions_addclose(&actions, toHelper[0]);
-        posix_spawn_file_actions_addclose(&actions, fromHelper[1]);
-        std::string program = "node";
-        std::string argument = script;
-        char* arguments[] = {program.data(), argument.data(), nullptr};
-        if (posix_spawnp(&pid_, "node", &actions, nullptr, arguments, environ) != 0)
-            throw std::runtime_error("node cannot be started");
-        posix_spawn_file_actions_destroy(&actions);
-        close(toHelper[0]);
-        close(fromHelper[1]);
-        requests_ = toHelper[1];
-        answers_ = fromHelper[0];
-    }
-
-    // One exchange; fails unless the answer is a success.
-    const std::string& exchange(const std::string& fields) {
-        line_ = "{\"id\":\"" + std::to_string(++lastId_) + "\"," + fields + "}\n";
-        for (size_t done = 0; done < line_.size();) {
-            ssize_t count = write(requests_, line_.data() + done, line_.size() - done);
-            if (count <= 0)
-                throw std::runtime_error(name + ": cannot write to the helper");
-            done += static_cast<size_t>(count);
-        }
-        size_t have = 0;
-        do {
-            ssize_t count = ::read(answers_, buffer_.data() + have, buffer_.size() - have);
-            if (count <= 0)
-                throw std::runtime_error(name + ": the helper closed its output");
-            have += static_cast<size_t>(count);
-        } while (buffer_[have - 1] != '\n');
-        answer_.assign(buffer_.data(), std::min<size_t>(have, 300));
-        if (answer_.find("\"ok\":true") == std::string::npos && have < 300)
-            throw std::runtime_error(name + ": " + answer_);
-        return answer_;
-    }
-
-    long open(const std::string& flags) {
-        const std::string& answer =
-            exchange(std::string("\"op\":\"open\",\"path\":\"\\/") + fileName + "\",\"flags\":[" + flags + "]");
-        size_t at = answer.find("\"handle\":");
-        if (at == std::string::npos)
-            throw std::runtime_error(name + ": no handle in " + answer);
-        return std::strtol(answer.c_str() + at + 9, nullptr, 10);
-    }
-
-    void end() {
-        close(requests_);
-        int status = 0;
-        waitpid(pid_, &status, 0);
-        close(answers_);
-    }
-
-    std::string name;
-
-private:
-    pid_t pid_ = 0;
-    int requests_ = -1;
-    int answers_ = -1;
-    long lastId_ = 0;
-    std::string line_;
-    std::string answer_;
-    std::vector<char> buffer_ = std::vector<char>(4 << 20);
-};
-
 struct Operation {
     std::string name;
     int batch;
@@ -154,10 +68,10 @@ std::vector<Operation> prepare(std::vector<Helper>& helpers) {
     std::vector<Operation> operations = {
         {"ping", 400, {}, {}}, {"getattr", 400, {}, {}}, {"read 64K", 100, {}, {}}, {"write 64K", 100, {}, {}}};
     for (Helper& helper : helpers) {
-        std::string writing = std::to_string(helper.open(R"("write","create")"));
+        std::string writing = std::to_string(helper.open(fileName, R"("write","create")"));
         std::string write = R"("op":"write","handle":)" + writing + R"(,"offset":0,"dataBase64":")" + text + "\"";
         helper.exchange(write);
-        std::string reading = std::to_string(helper.open(R"("read")"));
+        std::string reading = std::to_string(helper.open(fileName, R"("read")"));
         operations[0].fields.push_back(R"("op":"ping")");
         operations[1].fields.push_back(std::string(R"("op":"getattr","path":"\/)") + fileName + "\"");
         operations[2].fields.push_back(R"("op":"read","handle":)" + reading + R"(,"offset":0,"length":65536)");

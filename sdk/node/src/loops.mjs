@@ -83,18 +83,18 @@ function readSome(descriptor, bytes, position, length) {
 
 /**
  * @param {number} descriptor
- * @param {Buffer} bytes
- * @param {number} from
- * @param {number} to
+ * @returns {(bytes: Buffer, from: number, to: number) => void} writes all of the bytes given
  */
-export function writeAll(descriptor, bytes, from, to) {
-    while (from < to) {
-        try {
-            from += fs.writeSync(descriptor, bytes, from, to - from);
-        } catch (error) {
-            waitOrThrow(error);
+export function writerTo(descriptor) {
+    return (bytes, from, to) => {
+        while (from < to) {
+            try {
+                from += fs.writeSync(descriptor, bytes, from, to - from);
+            } catch (error) {
+                waitOrThrow(error);
+            }
         }
-    }
+    };
 }
 
 const sleeper = new Int32Array(new SharedArrayBuffer(4));

@@ -33,19 +33,21 @@ function countField(value, field) {
     throw new PosixError('EINVAL', `${field} must be a whole number, 0 or more`);
 }
 
-const flagWords = new Set(['read', 'write', 'create', 'truncate']);
-
-/** @param {unknown} words */
+/**
+ * @param {unknown} words
+ * @returns {import('./fileSystem.mjs').OpenFlags}
+ */
 function openFlags(words) {
     if (!Array.isArray(words)) throw new PosixError('EINVAL', 'flags must be an array of strings');
-    const unknown = words.find((word) => !flagWords.has(word));
-    if (unknown !== undefined) throw new PosixError('EINVAL', `unknown flag ${JSON.stringify(unknown)}`);
-    const flags = {
-        read: words.includes('read'),
-        write: words.includes('write'),
-        create: words.includes('create'),
-        truncate: words.includes('truncate'),
-    };
+    const flags = { read: false, write: false, create: false, truncate: false };
+    for (let i = 0; i < words.length; i += 1) {
+        const word = words[i];
+        if (word === 'read') flags.read = true;
+        else if (word === 'write') flags.write = true;
+        else if (word === 'create') flags.create = true;
+        else if (word === 'truncate') flags.truncate = true;
+        else throw new PosixError('EINVAL', `unknown flag ${JSON.stringify(word)}`);
+    }
     if (!flags.read && !flags.write) throw new PosixError('EINVAL', 'flags must contain "read" or "write"');
     if (!flags.write && (flags.create || flags.truncate)) {
         throw new PosixError('EINVAL', 'the flags "create" and "truncate" need "write"');
@@ -120,11 +122,13 @@ export const operations = {
         call(session, request) {
             const path = pathField(request.path, 'path');
             const flags = openFlags(request.flags);
+            request.flags = flags;
             if (flags.write) changing(session, 'write');
             return session.fileSystem.open ? session.fileSystem.open(path, flags) : openByPath(session, path);
         },
         answer(session, request, file) {
-            const handle = session.addHandle(file, openFlags(request.flags));
+            const flags = /** @type {import('./fileSystem.mjs').OpenFlags} */ (request.flags);
+            const handle = session.addHandle(file, flags);
             session.answerResult(request, '{"handle":' + handle + '}');
         },
     },

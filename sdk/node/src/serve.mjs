@@ -2,7 +2,7 @@
 import fs from 'node:fs';
 import { makeCodec } from './base64/codec.mjs';
 import { asyncFunctions, checkFileSystem } from './fileSystem.mjs';
-import { runBlocking, runInEventLoop, writeAll } from './loops.mjs';
+import { runBlocking, runInEventLoop, writerTo } from './loops.mjs';
 import { LineBuffer } from './requestLines.mjs';
 import { Session } from './session.mjs';
 import { takeStandardStreams } from './standardStreams.mjs';
@@ -33,7 +33,7 @@ export async function serve(fileSystem, options = {}) {
     checkFileSystem(fileSystem);
     const { input, output } = takeStandardStreams();
     const codec = makeCodec();
-    const session = new Session(fileSystem, codec, (bytes, from, to) => writeAll(output, bytes, from, to), report);
+    const session = new Session(fileSystem, codec, writerTo(output), report);
     // One turn of the event loop, so that what the program starts right after calling serve is noticed.
     await new Promise((resolve) => setImmediate(resolve));
     const { loop, reason } = chooseLoop(fileSystem, options);

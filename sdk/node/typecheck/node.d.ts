@@ -145,7 +145,7 @@ declare module 'node:fs' {
     }
     const fs: {
         constants: Record<
-            | 'O_RDONLY' | 'O_WRONLY' | 'O_RDWR' | 'O_CREAT' | 'O_NOFOLLOW' | 'O_NONBLOCK'
+            | 'O_RDONLY' | 'O_WRONLY' | 'O_RDWR' | 'O_CREAT' | 'O_EXCL' | 'O_NOFOLLOW' | 'O_NONBLOCK'
             | 'S_IFMT' | 'S_IFDIR' | 'S_IFREG' | 'S_IFLNK',
             number
         >;

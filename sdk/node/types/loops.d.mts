@@ -20,10 +20,8 @@ export function runBlocking(input: number, lines: LineBuffer, session: Session):
 export function runInEventLoop(input: number, lines: LineBuffer, session: Session, underWay?: Promise<void> | undefined): Promise<void>;
 /**
  * @param {number} descriptor
- * @param {Buffer} bytes
- * @param {number} from
- * @param {number} to
+ * @returns {(bytes: Buffer, from: number, to: number) => void} writes all of the bytes given
  */
-export function writeAll(descriptor: number, bytes: Buffer, from: number, to: number): void;
+export function writerTo(descriptor: number): (bytes: Buffer, from: number, to: number) => void;
 export type LineBuffer = import('./requestLines.mjs').LineBuffer;
 export type Session = import('./session.mjs').Session;

@@ -3,8 +3,10 @@ import fs from 'node:fs';
 import { isPosixError, PosixError } from '../errors.mjs';
 import { ConfigurationGuard } from './configurationGuard.mjs';
 import { Containment, withoutRealPath } from './containment.mjs';
+import { LastLook } from './lastLook.mjs';
 
-const { O_RDONLY, O_WRONLY, O_RDWR, O_CREAT, O_NOFOLLOW, O_NONBLOCK, S_IFMT, S_IFDIR, S_IFREG, S_IFLNK } = fs.constants;
+const { O_RDONLY, O_WRONLY, O_RDWR, O_CREAT, O_EXCL, O_NOFOLLOW, O_NONBLOCK } = fs.constants;
+const { S_IFMT, S_IFDIR, S_IFREG, S_IFLNK } = fs.constants;
 const noThrow = { throwIfNoEntry: false };
 const replacementCharacter = '\ufffd';
 const permissionBits = 0o777;
@@ -44,13 +46,16 @@ export class LocalFileSystem {
         this.tree_ = new Containment(root);
         this.guard_ = new ConfigurationGuard(this.tree_.root, source || undefined);
         this.warned_ = false;
+        this.lastLook_ = new LastLook();
     }
 
     /** @param {string} path */
     getattr(path) {
-        const stat = this.lookAt_(this.tree_.locate(path), path);
+        const real = this.tree_.locate(path);
+        const stat = this.lookAt_(real, path);
+        this.lastLook_.saw(real, stat === undefined ? 0 : stat.mode);
         if (stat === undefined) throw missing(path);
-        return stat;
+        return this.shown_(stat, path);
     }
 
     /** @param {string} path @returns {Iterable<Entry>} */
@@ -76,24 +81,30 @@ export class LocalFileSystem {
         for (const name of names) {
             const stat = this.lookAt_(folder + name, prefix + name);
             if (stat === undefined) continue; // removed meanwhile
-            yield { name, isDirectory: stat.isDirectory, size: stat.size, modifiedAt: stat.modifiedAt };
+            const { isDirectory, size, modifiedAt } = this.shown_(stat, prefix + name);
+            yield { name, isDirectory, size, modifiedAt };
         }
     }
 
     /**
      * @param {string} real
      * @param {string} path
-     * @returns {{isDirectory: boolean, size: number, modifiedAt: number} | undefined}
+     * @returns {LocalStat | undefined} undefined when nothing is there
      */
     lookAt_(real, path) {
-        let stat;
         try {
-            stat = fs.lstatSync(real, noThrow);
-            if (stat === undefined) return undefined;
-            if ((stat.mode & S_IFMT) === S_IFLNK) stat = this.throughLink_(path) ?? stat;
+            return fs.lstatSync(real, noThrow);
         } catch (error) {
             throw withoutRealPath(error, path);
         }
+    }
+
+    /**
+     * @param {LocalStat} stat of what is at the path, links not followed
+     * @param {string} path
+     */
+    shown_(stat, path) {
+        if ((stat.mode & S_IFMT) === S_IFLNK) stat = this.throughLink_(path) ?? stat;
         const type = stat.mode & S_IFMT;
         return {
             isDirectory: type === S_IFDIR,
@@ -111,7 +122,7 @@ export class LocalFileSystem {
             return fs.lstatSync(this.followLink_(path));
         } catch (error) {
             if (isPosixError(error)) return undefined;
-            throw error;
+            throw withoutRealPath(error, path);
         }
     }
 
@@ -148,18 +159,67 @@ export class LocalFileSystem {
 
     /** @param {string} path @param {OpenFlags} flags @returns {LocalFile} */
     open(path, flags) {
-        let real = this.tree_.locate(path);
+        const real = this.tree_.locate(path);
         try {
-            let stat = fs.lstatSync(real, noThrow);
-            if (stat?.isSymbolicLink()) {
-                real = this.followLink_(path);
-                stat = fs.lstatSync(real, noThrow);
-            }
-            if (stat === undefined && !flags.create) throw missing(path);
-            if (stat !== undefined) checkOpenable(stat, path);
-            return { descriptor: this.openChecked_(real, path, flags), path };
+            return { descriptor: this.openAsLastSeen_(real, path, flags) ?? this.openAnew_(real, path, flags), path };
         } catch (error) {
             throw withoutRealPath(error, path);
+        }
+    }
+
+    /**
+     * Opens what the last look was at, without another one.
+     * @param {string} real
+     * @param {string} path
+     * @param {OpenFlags} flags
+     * @returns {number | undefined} undefined when it was not looked at, or is something else by now
+     */
+    openAsLastSeen_(real, path, flags) {
+        if (flags.create && this.lastLook_.foundNothing(real)) return this.make_(real, path, flags);
+        if (!this.lastLook_.foundPlainFile(real)) return undefined;
+        try {
+            return this.openChecked_(real, path, flags);
+        } catch {
+            return undefined;
+        }
+    }
+
+    /**
+     * @param {string} real
+     * @param {string} path
+     * @param {OpenFlags} flags
+     */
+    openAnew_(real, path, flags) {
+        let stat = fs.lstatSync(real, noThrow);
+        if (stat !== undefined && (stat.mode & S_IFMT) === S_IFLNK) {
+            real = this.followLink_(path);
+            stat = fs.lstatSync(real, noThrow);
+        }
+        if (stat !== undefined) {
+            checkOpenable(stat, path);
+        } else {
+            if (!flags.create) throw missing(path);
+            const made = this.make_(real, path, flags);
+            if (made !== undefined) return made;
+        }
+        return this.openChecked_(real, path, flags);
+    }
+
+    /**
+     * Opens a file that this very call makes: empty, a plain one, and none that was there before under another name.
+     * @param {string} real
+     * @param {string} path
+     * @param {OpenFlags} flags
+     * @returns {number | undefined} undefined when there is something by now, whatever it is
+     */
+    make_(real, path, flags) {
+        this.lastLook_.forget();
+        this.guard_.checkName(real, path);
+        try {
+            return fs.openSync(real, accessMode(flags) | O_CREAT | O_EXCL, 0o666);
+        } catch (error) {
+            if (/** @type {NodeJS.ErrnoException} */ (error).code !== 'EEXIST') throw error;
+            return undefined;
         }
     }
 
@@ -172,8 +232,8 @@ export class LocalFileSystem {
      */
     openChecked_(real, path, flags) {
         if (flags.write) this.guard_.checkName(real, path);
-        const access = flags.write ? (flags.read ? O_RDWR : O_WRONLY) : O_RDONLY;
-        const descriptor = fs.openSync(real, access | (flags.create ? O_CREAT : 0) | O_NOFOLLOW | O_NONBLOCK, 0o666);
+        const create = flags.create ? O_CREAT : 0;
+        const descriptor = fs.openSync(real, accessMode(flags) | create | O_NOFOLLOW | O_NONBLOCK, 0o666);
         try {
             const stat = fs.fstatSync(descriptor);
             checkOpenable(stat, path);
@@ -222,6 +282,7 @@ export class LocalFileSystem {
      */
     unlink(path) {
         this.change_(path, (real) => {
+            if (this.lastLook_.foundPlainFile(real) && unlinkPlainFile(real)) return;
             const stat = fs.lstatSync(real, noThrow);
             if (stat === undefined) throw missing(path);
             if (!stat.isDirectory()) return fs.unlinkSync(real);
@@ -284,6 +345,7 @@ export class LocalFileSystem {
         } catch (error) {
             throw withoutRealPath(error, path);
         }
+        this.lastLook_.forget();
     }
 
     /**
@@ -340,10 +402,31 @@ function dropOtherUsersRights(descriptor, mode) {
     }
 }
 
+/**
+ * @param {string} real
+ * @returns {boolean} false when it was none, or cannot be removed
+ */
+function unlinkPlainFile(real) {
+    try {
+        fs.unlinkSync(real);
+        return true;
+    } catch {
+        return false;
+    }
+}
+
+/** @param {OpenFlags} flags */
+function accessMode(flags) {
+    if (!flags.write) return O_RDONLY;
+    return flags.read ? O_RDWR : O_WRONLY;
+}
+
 /** @param {LocalStat} stat @param {string} path */
 function checkOpenable(stat, path) {
-    if (stat.isDirectory()) throw new PosixError('EISDIR', `${path} is a folder`);
-    if (!stat.isFile()) throw new PosixError('EACCES', `${path} is a special file and is not opened`);
+    const type = stat.mode & S_IFMT;
+    if (type === S_IFREG) return;
+    if (type === S_IFDIR) throw new PosixError('EISDIR', `${path} is a folder`);
+    throw new PosixError('EACCES', `${path} is a special file and is not opened`);
 }
 
 /** @param {string} path */

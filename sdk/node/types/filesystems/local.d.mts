@@ -31,6 +31,7 @@ export class LocalFileSystem {
     tree_: Containment;
     guard_: ConfigurationGuard;
     warned_: boolean;
+    lastLook_: LastLook;
     /** @param {string} path */
     getattr(path: string): {
         isDirectory: boolean;
@@ -49,13 +50,18 @@ export class LocalFileSystem {
     /**
      * @param {string} real
      * @param {string} path
-     * @returns {{isDirectory: boolean, size: number, modifiedAt: number} | undefined}
+     * @returns {LocalStat | undefined} undefined when nothing is there
      */
-    lookAt_(real: string, path: string): {
+    lookAt_(real: string, path: string): LocalStat | undefined;
+    /**
+     * @param {LocalStat} stat of what is at the path, links not followed
+     * @param {string} path
+     */
+    shown_(stat: LocalStat, path: string): {
         isDirectory: boolean;
         size: number;
         modifiedAt: number;
-    } | undefined;
+    };
     /**
      * @param {string} path of a link
      * @returns {LocalStat | undefined} what it leads to; undefined when it leads out, nowhere or in a circle
@@ -73,6 +79,28 @@ export class LocalFileSystem {
     utf8Names_(folder: string, path: string): string[];
     /** @param {string} path @param {OpenFlags} flags @returns {LocalFile} */
     open(path: string, flags: OpenFlags): LocalFile;
+    /**
+     * Opens what the last look was at, without another one.
+     * @param {string} real
+     * @param {string} path
+     * @param {OpenFlags} flags
+     * @returns {number | undefined} undefined when it was not looked at, or is something else by now
+     */
+    openAsLastSeen_(real: string, path: string, flags: OpenFlags): number | undefined;
+    /**
+     * @param {string} real
+     * @param {string} path
+     * @param {OpenFlags} flags
+     */
+    openAnew_(real: string, path: string, flags: OpenFlags): number;
+    /**
+     * Opens a file that this very call makes: empty, a plain one, and none that was there before under another name.
+     * @param {string} real
+     * @param {string} path
+     * @param {OpenFlags} flags
+     * @returns {number | undefined} undefined when there is something by now, whatever it is
+     */
+    make_(real: string, path: string, flags: OpenFlags): number | undefined;
     /**
      * Something else may have taken the file's place since it was looked at: the open never waits, follows no link,
      * and what was opened is looked at once more before it is emptied.
@@ -151,3 +179,4 @@ export type LocalStat = {
 };
 import { Containment } from "./containment.mjs";
 import { ConfigurationGuard } from "./configurationGuard.mjs";
+import { LastLook } from "./lastLook.mjs";
