@@ -135,10 +135,15 @@ def test_names_what_survives_and_why(tree, run):
     assert not [line for line in left if "isSmall" in line or "isEven" in line or "sumTo" in line]
 
 
+def totals(done):
+    return dict(zip("mutants killed failed crashed hung survived same unreached open".split(),
+                    map(int, re.search(r"^all +([\d ]+)$", done.stdout, re.MULTILINE)[1].split())))
+
+
 def test_counts_what_was_tried_and_how_it_ended(tree, run):
-    total = dict(zip("tried killed failed crashed hung survived same unreached".split(),
-                     map(int, re.search(r"^all +([\d ]+)$", run.stdout, re.MULTILINE)[1].split())))
-    assert total["tried"] == total["killed"] + total["survived"] + total["same"] + total["unreached"]
+    total = totals(run)
+    assert total["mutants"] == total["killed"] + total["survived"] + total["same"] + total["unreached"]
+    assert total["open"] == 0
     assert total["hung"] == 1  # the loop without its step
     assert total["survived"] == 1
 
@@ -163,3 +168,11 @@ def test_shows_the_tests_of_one_mutant(tree, run):
     shown = mutate(tree[0], "--only", identifier, "parts").stdout
     assert "Parts.knowsLargeNumbersRoughly" in shown and "Parts.sums" not in shown
     assert shown.splitlines()[-1].strip() == "survived"
+
+
+def test_tries_a_sample_and_counts_the_rest_as_open(tree, run):
+    sampled = mutate(tree[0], "--jobs", "1", "--fresh", "--sample", "2", "parts")
+    assert re.search(r"^2 to try$", sampled.stdout, re.MULTILINE)
+    tried, all_tried = totals(sampled), totals(run)
+    assert tried["killed"] + tried["survived"] == 2
+    assert tried["open"] == all_tried["killed"] + all_tried["survived"] - 2
