@@ -30,11 +30,15 @@ void HelperProcesses::helperStarted(const std::shared_ptr<foundation::ChildProce
     const std::lock_guard lock(mutex_);
     watch_.guard(started->held);
     helpers_.push_back(started);
+    if (companion_ != nullptr)
+        companion_->began(started->held.pid());
 }
 
 void HelperProcesses::helperEnded(const std::shared_ptr<foundation::ChildProcess>& helper,
                                   const std::string&) noexcept {
     const std::lock_guard lock(mutex_);
+    if (companion_ != nullptr)
+        companion_->ended(helper->processIdentifier());
     for (const auto& known : helpers_)
         if (known->child == helper)
             known->ended = true;

@@ -4,6 +4,7 @@
 #include "cli/HeldProcess.h"
 #include "foundation/ExitStatus.h"
 #include "helper/HelperObserver.h"
+#include "hosts/fuse/placement/Companion.h"
 
 #include <memory>
 #include <mutex>
@@ -18,7 +19,9 @@ namespace cli {
 class HelperProcesses final : public kemvi::HelperObserver {
 public:
     /// Each helper is handed to the watch, which must outlive this object, the moment it has started.
-    explicit HelperProcesses(DeathWatch& watch) : watch_(watch) {}
+    /// `companion`, if any, is told which one serves.
+    explicit HelperProcesses(DeathWatch& watch, fusehost::Companion* companion = nullptr)
+        : watch_(watch), companion_(companion) {}
 
     /// Ends every helper there still is, after their input was closed: a moment to go by themselves, SIGTERM, SIGKILL.
     /// Leaves no process and no zombie. Takes at most about a second and a half.
@@ -56,6 +59,7 @@ private:
     std::shared_ptr<const Helper> current() const;
 
     DeathWatch& watch_;
+    fusehost::Companion* const companion_;
     mutable std::mutex mutex_; // guards what follows; never held while a helper is waited for
     std::vector<std::shared_ptr<Helper>> helpers_;
 };

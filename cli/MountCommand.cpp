@@ -29,6 +29,7 @@ constexpr const char* optionList = R"(Mount options:
   entry_timeout=SECONDS, attr_timeout=SECONDS, negative_timeout=SECONDS
                          how long names, attributes and absent names are trusted (1, 1, 0)
   request_size=BYTES     most bytes of one read or write request (64k)
+  placement=auto|off     whether host and helper may share a processor while that is faster (auto)
   writeback              let the kernel gather small writes
   fsname=TEXT            the device shown in the mount table (default: SOURCE)
   log_file=FILE, log_level=LEVEL, show_private

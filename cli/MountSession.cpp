@@ -123,9 +123,10 @@ class MountSession {
 public:
     MountSession(const MountPlan& plan)
         : plan_(plan), lock_(std::in_place, plan.mountPoint), record_(plan.mountPoint),
-          watch_(afterOurDeath, plan.mountPoint), helpers_(watch_),
-          host_(std::make_shared<kemvi::KemviUnaryFileSystem>(helpers_), plan.source, plan.mountPoint, plan.options,
-                [this](const foundation::ErrorOrigin&) { return helpers_.afterEndOfOutput(); }),
+          watch_(afterOurDeath, plan.mountPoint), helpers_(watch_, &companion_),
+          host_(
+              std::make_shared<kemvi::KemviUnaryFileSystem>(helpers_), plan.source, plan.mountPoint, plan.options,
+              [this](const foundation::ErrorOrigin&) { return helpers_.afterEndOfOutput(); }, &companion_),
           stop_(host_, helpers_, plan.mountPoint) {}
 
     ExitCode run(const Progress& progress) {
@@ -197,8 +198,9 @@ private:
     const MountPlan& plan_;
     std::optional<MountPointLock> lock_; // until it is mounted; then the mount table says so
     HostRecord record_;
-    DeathWatch watch_;        // goes after the helper, which it ends should this process be killed
-    HelperProcesses helpers_; // goes after the host: by then the helper's input is closed
+    DeathWatch watch_;              // goes after the helper, which it ends should this process be killed
+    fusehost::Companion companion_; // the helper, as the host sees it
+    HelperProcesses helpers_;       // goes after the host: by then the helper's input is closed
     fusehost::FuseHost host_;
     StopControl stop_;
     bool interrupted_ = false; // the end came between the mount and its first answer

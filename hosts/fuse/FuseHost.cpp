@@ -12,6 +12,7 @@
 #include "hosts/fuse/kernel/KernelSession.h"
 #include "hosts/fuse/kernel/PageWriter.h"
 #include "hosts/fuse/kernel/SessionLoop.h"
+#include "hosts/fuse/placement/Placement.h"
 
 #include <mutex>
 #include <poll.h>
@@ -24,9 +25,9 @@ using OptionalError = std::optional<foundation::NSError>;
 class FuseHost::Implementation {
 public:
     Implementation(std::shared_ptr<fskit::FSUnaryFileSystem> fileSystem, std::string source, std::string mountPoint,
-                   MountOptions options, StateExplanation explain)
+                   MountOptions options, StateExplanation explain, const Companion* companion)
         : fileSystem_(std::move(fileSystem)), source_(std::move(source)), mountPoint_(std::move(mountPoint)),
-          options_(std::move(options)), explain_(std::move(explain)) {}
+          options_(std::move(options)), explain_(std::move(explain)), companion_(companion) {}
 
     ~Implementation() { session_.reset(); }
 
@@ -47,6 +48,7 @@ public:
 private:
     class LoopInUse;
 
+    std::unique_ptr<Placement> makePlacement() const;
     bool isStopRequested() const;
     bool writePages(SessionLoop& loop, const std::function<void()>& onWriting);
 
@@ -55,6 +57,7 @@ private:
     std::string mountPoint_;
     MountOptions options_;
     StateExplanation explain_;
+    const Companion* companion_;
     EventDescriptor stop_;
     std::shared_ptr<fskit::FSResource> resource_;
     std::unique_ptr<VolumeCalls> volume_;
@@ -111,7 +114,9 @@ bool FuseHost::Implementation::serve(const std::function<void()>& onWriting) {
     bool ended = false;
     {
         const SystemCallers callers;
-        SessionLoop loop(session_->get(), session_->descriptor(), callers, tree_.get());
+        const auto placement = makePlacement();
+        SessionLoop loop(session_->get(), session_->descriptor(), callers, tree_.get(),
+                         placement ? &placement->pace() : nullptr);
         const LoopInUse inUse(*this, loop);
         ended = loop.run(stop_.number());
         if (ended && isStopRequested())
@@ -119,6 +124,14 @@ bool FuseHost::Implementation::serve(const std::function<void()>& onWriting) {
     }
     session_->unmount();
     return ended;
+}
+
+/// Nothing where it is not wanted or cannot be had; the mount works without.
+std::unique_ptr<Placement> FuseHost::Implementation::makePlacement() const {
+    std::unique_ptr<Placement> placement;
+    if (companion_ != nullptr && options_.placement && Placement::isPossible())
+        quietly("beginning to place threads", [&] { placement = std::make_unique<Placement>(*companion_); });
+    return placement;
 }
 
 bool FuseHost::Implementation::isStopRequested() const {
@@ -158,9 +171,9 @@ void FuseHost::Implementation::shutdown() {
 }
 
 FuseHost::FuseHost(std::shared_ptr<fskit::FSUnaryFileSystem> fileSystem, std::string source, std::string mountPoint,
-                   MountOptions options, StateExplanation explain)
+                   MountOptions options, StateExplanation explain, const Companion* companion)
     : implementation_(std::make_unique<Implementation>(std::move(fileSystem), std::move(source), std::move(mountPoint),
-                                                       std::move(options), std::move(explain))) {}
+                                                       std::move(options), std::move(explain), companion)) {}
 
 FuseHost::~FuseHost() = default;
 

@@ -3,6 +3,7 @@
 #include "fskit/FSUnaryFileSystem.h"
 #include "hosts/fuse/calls/FailureLog.h"
 #include "hosts/fuse/mounting/MountOptions.h"
+#include "hosts/fuse/placement/Companion.h"
 
 #include <functional>
 #include <memory>
@@ -15,9 +16,10 @@ namespace fusehost {
 /// load, mount, serve, shutdown. Only `requestStop` and `refuseRequests` may be called from elsewhere.
 class FuseHost {
 public:
-    /// `explain` is asked, on any thread, when the volume falls into a state in which operations fail.
+    /// `explain` is asked, on any thread, when the volume falls into a state in which operations fail. `companion` is
+    /// the process that answers the volume, if it is told of one; it must outlive this object and may be null.
     FuseHost(std::shared_ptr<fskit::FSUnaryFileSystem> fileSystem, std::string source, std::string mountPoint,
-             MountOptions options, StateExplanation explain = {});
+             MountOptions options, StateExplanation explain = {}, const Companion* companion = nullptr);
     /// Unmounts if still mounted. Does not shut the volume down.
     ~FuseHost();
     FuseHost(const FuseHost&) = delete;

@@ -25,9 +25,9 @@ constexpr auto outOfMemory = 10ms;
 
 } // namespace
 
-SessionLoop::SessionLoop(fuse_session* session, int descriptor, const Callers& callers, IdleWork* idleWork,
+SessionLoop::SessionLoop(fuse_session* session, int descriptor, const Callers& callers, IdleWork* idleWork, Pace* pace,
                          Limits limits)
-    : session_(session), descriptor_(descriptor), callers_(callers), idleWork_(idleWork), limits_(limits) {
+    : session_(session), descriptor_(descriptor), callers_(callers), idleWork_(idleWork), pace_(pace), limits_(limits) {
     watcher_ = startBackgroundThread([this] { quietly("watching over operations", [&] { watch(); }); });
 }
 
@@ -71,12 +71,40 @@ SessionLoop::Received SessionLoop::next(KernelRequest& request, int stopDescript
         workIdly();
         return Received::nothing;
     }
+    const auto since = pace_ != nullptr ? Clock::now() : Clock::time_point();
+    if (const auto time = pace_ != nullptr ? pace_->waitingTime() : Pace::Duration(0); time > Pace::Duration(0)) {
+        if (poll(polled + 1, 1, 0) > 0)
+            return Received::end;
+        if (const Received received = waitAwake(request, since + time); received != Received::nothing) {
+            pace_->waited(next_.since - since, false);
+            return received;
+        }
+    }
     if (poll(polled, 2, -1) < 0)
         return errno == EINTR ? Received::nothing : Received::failure;
     if (polled[1].revents != 0)
         return Received::end;
+    const Received received = receiveNext(request);
+    if (pace_ != nullptr && received == Received::request)
+        pace_->waited(next_.since - since, true);
+    return received;
+}
+
+SessionLoop::Received SessionLoop::receiveNext(KernelRequest& request) {
     const Received received = receive(request);
+    if (received != Received::request)
+        return received;
     next_ = {request.unique(), request.thread(), request.isFlush(), Clock::now()};
+    if (pace_ != nullptr)
+        pace_->arrived(next_.since);
+    return received;
+}
+
+SessionLoop::Received SessionLoop::waitAwake(KernelRequest& request, Clock::time_point end) {
+    Received received = Received::nothing;
+    do
+        received = receiveNext(request);
+    while (received == Received::nothing && Clock::now() < end);
     return received;
 }
 

@@ -2,6 +2,7 @@
 
 #include "hosts/fuse/kernel/Callers.h"
 #include "hosts/fuse/kernel/KernelRequest.h"
+#include "hosts/fuse/placement/Pace.h"
 #include "hosts/fuse/support/EventDescriptor.h"
 #include "hosts/fuse/tree/IdleWork.h"
 
@@ -39,12 +40,13 @@ public:
         std::chrono::milliseconds unseen{10'000};
     };
 
-    /// `descriptor` is the session's connection, non-blocking. `idleWork` is done between requests; it may be null. All
-    /// must outlive the loop.
-    SessionLoop(fuse_session* session, int descriptor, const Callers& callers, IdleWork* idleWork, Limits limits);
+    /// `descriptor` is the session's connection, non-blocking. `idleWork` is done between requests; `pace` is told of
+    /// each and says how long to wait awake for the next. Either may be null. All must outlive the loop.
+    SessionLoop(fuse_session* session, int descriptor, const Callers& callers, IdleWork* idleWork, Pace* pace,
+                Limits limits);
 
-    SessionLoop(fuse_session* session, int descriptor, const Callers& callers, IdleWork* idleWork)
-        : SessionLoop(session, descriptor, callers, idleWork, Limits()) {}
+    SessionLoop(fuse_session* session, int descriptor, const Callers& callers, IdleWork* idleWork, Pace* pace)
+        : SessionLoop(session, descriptor, callers, idleWork, pace, Limits()) {}
 
     ~SessionLoop();
     SessionLoop(const SessionLoop&) = delete;
@@ -80,6 +82,10 @@ private:
 
     // On the executing thread
     Received next(KernelRequest& request, int stopDescriptor);
+    /// Reads the next request, of which it is known that it comes soon or is there.
+    Received receiveNext(KernelRequest& request);
+    /// Looks for the next request until then instead of sleeping, since to be woken takes a while.
+    Received waitAwake(KernelRequest& request, Clock::time_point end);
     void reclaimReading();
     void execute(const KernelRequest& request);
     /// Opens and closes the watcher's view of an operation.
@@ -104,6 +110,7 @@ private:
     const int descriptor_;
     const Callers& callers_;
     IdleWork* const idleWork_;
+    Pace* const pace_;
     const Limits limits_;
     Pending next_;             // about the request to be executed; the executing thread's own
     bool failureTold_ = false; // that reading fails is in the log; belongs to the thread that reads

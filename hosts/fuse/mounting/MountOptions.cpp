@@ -92,6 +92,12 @@ std::uint32_t requestBytes(std::string_view name, std::string_view value) {
     return bytes;
 }
 
+bool automaticOrOff(std::string_view name, std::string_view value) {
+    if (value != "auto" && value != "off")
+        fail(name, "auto or off");
+    return value == "auto";
+}
+
 std::string file(std::string_view name, std::string_view value) {
     if (value.empty())
         fail(name, "the path of a file");
@@ -118,6 +124,7 @@ const std::map<std::string_view, WithValue>& optionsWithValue() {
         {"uid", [](MountOptions& o, auto name, auto value) { o.uid = user(name, value); }},
         {"gid", [](MountOptions& o, auto name, auto value) { o.gid = group(name, value); }},
         {"request_size", [](MountOptions& o, auto name, auto value) { o.requestSize = requestBytes(name, value); }},
+        {"placement", [](MountOptions& o, auto name, auto value) { o.placement = automaticOrOff(name, value); }},
         {"fsname", [](MountOptions& o, auto, auto value) { o.fsname = std::string(value); }},
         {"log_file", [](MountOptions& o, auto name, auto value) { o.logFile = file(name, value); }},
         {"log_level", [](MountOptions& o, auto name, auto value) { o.logLevel = logLevel(name, value); }},

@@ -32,6 +32,7 @@ struct MountOptions {
     bool quiet = false;              // a chown that cannot be done succeeds silently
     bool writeback = false;          // the kernel gathers small writes; changes made behind the mount are seen late
     bool defaultPermissions = false; // the kernel checks permissions in any case
+    bool placement = true;           // host and helper may be put on one processor while that is faster
     bool nonEmpty = false;           // the mount point may hold files, which the mount then hides
     Seconds entryTimeout{1};         // how long a name is trusted
     Seconds attrTimeout{1};          // how long attributes are trusted

@@ -135,6 +135,14 @@ TEST(MountOptions, takesNamesOfUsersAndGroups) {
     EXPECT_EQ(parsed("gid=daemon").gid, 1U);
 }
 
+TEST(MountOptions, letPlacementBeTurnedOff) {
+    EXPECT_TRUE(parsed("").placement);
+    EXPECT_FALSE(parsed("placement=off").placement);
+    EXPECT_TRUE(parsed("placement=off,placement=auto").placement);
+    for (const std::string value : {"", "on", "automatic"})
+        EXPECT_EQ(problem("placement=" + value), "option \"placement\": expected auto or off");
+}
+
 TEST(MountOptions, takesRequestSizesThatAreWholePages) {
     EXPECT_EQ(parsed("request_size=4096").requestSize, 4096U);
     EXPECT_EQ(parsed("request_size=1048576").requestSize, 1048576U);
