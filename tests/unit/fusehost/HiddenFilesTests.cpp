@@ -57,6 +57,27 @@ TEST_F(HiddenFilesTest, isRemovedWithItsNode) {
     EXPECT_EQ(table.find(id), nullptr);
 }
 
+TEST_F(HiddenFilesTest, takesAFolderWithItThatWasKeptForItAlone) {
+    served.putDirectory("/folder");
+    served.put("/folder/a", "");
+    Node& folder = found("folder");
+    Node& file = nodes.adopt(folder, nodes.find(folder, "a"));
+    const NodeID id = folder.id;
+    hidden.hide(fusehost::NameChange(changes, folder), file);
+    folder.lookups = 0;
+    hidden.remove(file);
+    EXPECT_EQ(table.find(id), nullptr);
+}
+
+TEST_F(HiddenFilesTest, ofAFileWhoseNameHasGoneNothingIsRemoved) {
+    Node& file = fileNamed("a", "");
+    hidden.hide(begun(), file);
+    nodes.drop(file); // somebody removed it behind the mount
+    served.takeRequests();
+    hidden.remove(file);
+    EXPECT_THAT(served.takeRequests(), IsEmpty());
+}
+
 TEST_F(HiddenFilesTest, aFileThatCannotBeRemovedIsLogged) {
     Node& file = fileNamed("a", "");
     hidden.hide(begun(), file);

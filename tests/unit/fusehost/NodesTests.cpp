@@ -57,6 +57,7 @@ TEST_F(NodesTest, anotherTypeUnderTheNameIsAnotherNode) {
     served.erase("/a");
     served.putDirectory("/a");
     EXPECT_EQ(errnoOf([&] { nodes.lookUpAgain(file); }), ESTALE);
+    EXPECT_EQ(nodes.child(root(), "a"), nullptr);
     EXPECT_NE(found("a").id, id);
 }
 
@@ -80,6 +81,16 @@ TEST_F(NodesTest, aKnownNameIsResolvedWithoutAQuestion) {
     EXPECT_EQ(unknown.node, nullptr);
     EXPECT_TRUE(unknown.isDirectory);
     EXPECT_THAT(served.takeRequests(), ElementsAre("getattr /b"));
+}
+
+TEST_F(NodesTest, aNodeWithoutAnItemKeepsItsNumberWhenItsNameIsResolved) {
+    served.put("/odd", "");
+    served.put("/elsewhere", "");
+    served.oddPaths = {{"/odd", "/elsewhere"}};
+    Node& odd = found("odd");
+    odd.item.reset();
+    EXPECT_EQ(nodes.resolve(root(), "odd").node, &odd);
+    EXPECT_TRUE(odd.hasName());
 }
 
 TEST_F(NodesTest, askingWhetherANameIsTakenChangesNothing) {

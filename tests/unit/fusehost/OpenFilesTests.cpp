@@ -76,6 +76,19 @@ TEST_F(OpenFilesTest, theLastCloseOfAHiddenFileRemovesIt) {
     EXPECT_THAT(served.names("/"), IsEmpty());
 }
 
+TEST_F(OpenFilesTest, aHiddenFileIsClosedBeforeItIsRemoved) {
+    Node& node = fileNamed("a", "text");
+    const OpenFileID file = files.add(node, O_RDONLY);
+    hidden.hide(fusehost::NameChange(changes, root()), node);
+    std::byte block[4];
+    access.read(file, 0, block);
+    const std::string path = "/" + node.name;
+    served.takeRequests();
+    files.release(file);
+    EXPECT_THAT(served.takeRequests(), ElementsAre("release " + path, "unlink " + path));
+    EXPECT_FALSE(handles.isPending());
+}
+
 TEST_F(OpenFilesTest, theEndRemovesHiddenFilesAndTellsErrorsThatNobodyWasTold) {
     Node& lost = fileNamed("lost", "");
     files.add(lost, O_WRONLY);

@@ -1,5 +1,10 @@
 #include "RoomTest.h"
 
+#include <atomic>
+#include <functional>
+#include <future>
+#include <thread>
+
 namespace fusehosttests {
 namespace {
 
@@ -27,6 +32,40 @@ TEST_F(VolumeHandlesTest, ofTwoItemsWithOneIdentifierOneIsOpenAtATime) {
     handles.closeUnused(b);
     EXPECT_THAT(served.takeRequests(), ElementsAre("release /b"));
     EXPECT_EQ(handles.openItems(), 0U);
+}
+
+TEST_F(VolumeHandlesTest, whatStaysOpenToBeReadStaysInTheAccount) {
+    volume->identifiers = {{"/a", 4711}, {"/b", 4711}};
+    Node& a = fileNamed("a", "a");
+    Node& b = fileNamed("b", "b");
+    handles.open(a, FSVolumeOpenModes::readWrite);
+    a.readers = 1;
+    handles.closeUnused(a);
+    served.takeRequests();
+    handles.open(b, FSVolumeOpenModes::read);
+    EXPECT_THAT(served.takeRequests(), ElementsAre("release /a", "open read /b"));
+    a.readers = 0;
+}
+
+TEST_F(VolumeHandlesTest, whatIsOpenToBeReadAloneCannotBeWritten) {
+    Node& node = fileNamed("a", "a");
+    handles.open(node, FSVolumeOpenModes::read);
+    EXPECT_FALSE(handles.mayBeWritten(node));
+    handles.open(node, FSVolumeOpenModes::write);
+    EXPECT_TRUE(handles.mayBeWritten(node));
+    handles.closeUnused(node);
+}
+
+TEST_F(VolumeHandlesTest, anErrorOfClosingQuietlyIsKeptForTheCloseOfAWriterAlone) {
+    Node& reader = fileNamed("reader", "r");
+    Node& writer = fileNamed("writer", "w");
+    handles.open(reader, FSVolumeOpenModes::read);
+    handles.open(writer, FSVolumeOpenModes::write);
+    served.before = refuseAlways("release", posixErrno::ENOSPC_);
+    handles.closeQuietly(reader);
+    handles.closeQuietly(writer);
+    EXPECT_EQ(reader.deferredError.take(), 0);
+    EXPECT_EQ(writer.deferredError.take(), ENOSPC);
 }
 
 TEST_F(VolumeHandlesTest, whatTheVolumeClosesByItselfGivesWayFirst) {
@@ -127,6 +166,32 @@ TEST_F(VolumeHandlesTest, whatWasReadAheadIsTakenOnce) {
     handles.readAhead(node, 4, sizeof block);
     EXPECT_EQ(handles.takeReadAhead(node, 4, block), 3U);
     EXPECT_EQ(block[0], std::byte{'4'});
+    EXPECT_EQ(handles.takeReadAhead(node, 4, block), 0U);
+    handles.closeUnused(node);
+}
+
+TEST_F(VolumeHandlesTest, dropsWhatIsReadAheadWhenItHasBeenRead) {
+    Node& node = fileNamed("a", "0123456789");
+    handles.open(node, FSVolumeOpenModes::read);
+    std::promise<void> entered;
+    std::atomic<bool> isInside{false};
+    std::atomic<bool> mayLeave{false};
+    volume->onRead = [&] {
+        isInside = true;
+        entered.set_value();
+        while (!mayLeave)
+            std::this_thread::yield();
+        for (int turn = 0; turn < 10'000; ++turn) // whoever does not wait is through before
+            std::this_thread::yield();
+        isInside = false;
+    };
+    std::byte block[2];
+    handles.readAhead(node, 4, sizeof block);
+    entered.get_future().wait();
+    mayLeave = true;
+    handles.dropReadAhead(node);
+    EXPECT_FALSE(isInside) << "whoever drops it goes on to close what is read from";
+    volume->onRead = {};
     EXPECT_EQ(handles.takeReadAhead(node, 4, block), 0U);
     handles.closeUnused(node);
 }
