@@ -9,6 +9,7 @@ import pytest
 HERE = Path(__file__).resolve().parent
 sys.path.insert(0, str(HERE))
 
+import growth
 import peers
 import targets
 import workloads
@@ -111,3 +112,17 @@ def test_a_contestant_may_have_a_build_and_options(tmp_path):
 def test_a_contestant_that_cannot_be_is_refused(text):
     with pytest.raises(ValueError):
         peers.Contestant(text)
+
+
+def test_growth_is_fitted():
+    line = growth.Line(growth.CREATE, [growth.Point(size, size ** 2 / 1e6, 100 * size + 7, 0) for size in (10, 20, 40)])
+    assert (line.exponent, line.explained) == (pytest.approx(2), pytest.approx(1))
+    assert line.per_unit() == pytest.approx([10, 20, 40])
+    assert line.bytes_per_unit('host') == pytest.approx(100)
+
+
+def test_growth_of_bytes_is_counted_in_mebibytes():
+    line = growth.Line(growth.READ, [growth.Point(size << 20, 0.5 * size, 0, 0) for size in (1, 2)])
+    assert line.per_unit() == pytest.approx([5e5, 5e5])
+    assert '| 1, 2 | 500000.0, 500000.0 | 1.00 |' in growth.table([line])
+    assert growth.svg([line]).count('<polyline') == 2

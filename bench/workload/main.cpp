@@ -79,6 +79,18 @@ double forEachFile(const std::string& folder, int count, const std::function<voi
     return count / secondsSince(start);
 }
 
+// Holds all of them open at once.
+double openAll(const std::string& folder, int count) {
+    std::vector<int> files;
+    const double rate = forEachFile(folder, count, [&files](const std::string& path) {
+        files.push_back(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+        check(files.back() >= 0, path);
+    });
+    for (const int file : files)
+        ::close(file);
+    return rate;
+}
+
 // Each block at most once, so that none comes from the cache.
 double readAtRandom(const std::string& path, double seconds) {
     const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -129,6 +141,8 @@ double run(std::string_view what, const std::string& path, const char* number) {
         return forEachFile(path, count, openReadClose);
     if (what == "unlink")
         return forEachFile(path, count, unlink);
+    if (what == "openall")
+        return openAll(path, count);
     throw std::runtime_error(std::string(what) + ": unknown workload");
 }
 
@@ -136,9 +150,10 @@ double run(std::string_view what, const std::string& path, const char* number) {
 
 int main(int argc, char** argv) {
     if (argc != 4) {
-        std::fprintf(stderr, "usage: kemvi_bench_workload create|createempty|stat|openread|unlink FOLDER COUNT\n"
-                             "       kemvi_bench_workload randread FILE SECONDS\n"
-                             "       kemvi_bench_workload burn - SECONDS\n");
+        std::fprintf(stderr,
+                     "usage: kemvi_bench_workload create|createempty|stat|openread|unlink|openall FOLDER COUNT\n"
+                     "       kemvi_bench_workload randread FILE SECONDS\n"
+                     "       kemvi_bench_workload burn - SECONDS\n");
         return 2;
     }
     try {
