@@ -3,6 +3,8 @@
 #include "hosts/fuse/calls/Quietly.h"
 #include "hosts/fuse/kernel/LibFuse.h"
 
+#include <algorithm>
+
 namespace fusehost {
 
 std::span<std::byte> KernelContext::bufferFor(std::size_t size) {
@@ -19,8 +21,9 @@ fuse_entry_param entryParam(const KernelContext& context, const TreeEntry& entry
     fuse_entry_param param{};
     param.ino = entry.node;
     param.attr = entry.attributes;
-    param.attr_timeout = context.options.attrTimeout.count();
-    param.entry_timeout = context.options.entryTimeout.count();
+    const Seconds age = entry.age;
+    param.attr_timeout = std::max(Seconds(0), context.options.attrTimeout - age).count();
+    param.entry_timeout = std::max(Seconds(0), context.options.entryTimeout - age).count();
     return param;
 }
 

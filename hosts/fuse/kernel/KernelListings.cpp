@@ -49,13 +49,10 @@ struct stat listedStat(const ListedEntry& entry) {
 fuse_entry_param listedParam(KernelContext& context, OpenDirectoryID directory, const ListedEntry& entry) {
     const std::optional<TreeEntry> node = context.tree.listedNode(directory, entry);
     fuse_entry_param param{};
-    if (node) {
+    if (node)
         param = entryParam(context, *node);
-        param.attr_timeout = context.tree.remainingTrust(directory, context.options.attrTimeout).count();
-        param.entry_timeout = context.tree.remainingTrust(directory, context.options.entryTimeout).count();
-    } else {
+    else
         param.attr = listedStat(entry); // a name alone; the kernel looks it up when it needs more
-    }
     return param;
 }
 

@@ -2,6 +2,7 @@
 
 #include "hosts/fuse/support/HostLog.h"
 
+#include <algorithm>
 #include <ctime>
 
 namespace fusehost {
@@ -10,6 +11,9 @@ namespace {
 bool isDot(std::string_view name) {
     return name == "." || name == "..";
 }
+
+constexpr std::size_t expectedWithin = 4;
+constexpr std::size_t entriesPerQuestion = 128; // of which the places are noted in the time of one question
 
 // By a clock that never goes back, read without asking the hardware.
 std::chrono::nanoseconds coarseTime() {
@@ -67,6 +71,35 @@ DirectorySnapshot::DirectorySnapshot(VolumeCalls& volume, const fskit::FSItemPtr
         hostLog().error({"left out of a listing: ", foundation::logPublic(std::to_string(packer.rejected())),
                          " entries whose names no kernel accepts, the first of them \"",
                          foundation::logPublic(packer.firstRejected()), "\""});
+}
+
+const ListedEntry* DirectorySnapshot::untold(std::string_view name) {
+    const ListedEntry* entry = find(name);
+    return entry != nullptr && !entry->isTold ? entry : nullptr;
+}
+
+const ListedEntry* DirectorySnapshot::find(std::string_view name) {
+    const std::size_t end = std::min(entries_.size(), next_ + expectedWithin);
+    for (std::size_t place = next_; place < end; ++place)
+        if (entries_[place].name == name) {
+            next_ = place + 1;
+            return &entries_[place];
+        }
+    return findByIndex(name);
+}
+
+const ListedEntry* DirectorySnapshot::findByIndex(std::string_view name) {
+    if (places_.empty()) {
+        if (++astray_ * entriesPerQuestion < entries_.size())
+            return nullptr;
+        for (std::size_t place = 0; place < entries_.size(); ++place)
+            places_.emplace(entries_[place].name, place);
+    }
+    const auto found = places_.find(name);
+    if (found == places_.end())
+        return nullptr;
+    next_ = found->second + 1;
+    return &entries_[found->second];
 }
 
 std::chrono::nanoseconds DirectorySnapshot::age() const {

@@ -8,8 +8,11 @@
 #include "hosts/fuse/tree/OpenTable.h"
 
 #include <cstddef>
+#include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
+#include <string>
 
 namespace fusehost {
 
@@ -35,18 +38,38 @@ public:
     /// How long the listing's attributes may still be trusted, of `timeout`.
     Seconds remainingTrust(OpenDirectoryID id, Seconds timeout);
 
+    /// The same for a name that the kernel looks up, where a listing no older than `age` told of it and the kernel was
+    /// not given it yet. Nothing is known of a name that was not listed: a helper may know more names than it lists.
+    std::optional<TreeEntry> told(Node& directory, const std::string& name, Seconds age);
+
     /// For a directory that is to go: asks the volume, and throws ENOTEMPTY unless nothing or hidden files alone are in
     /// it. `directory` is the item's node; null if the kernel does not know it.
     void refuseIfNotEmpty(const Node* directory, const fskit::FSItemPtr& item);
 
     /// For the end of a mount.
-    void end() noexcept { open_.clear(); }
+    void end() noexcept {
+        open_.clear();
+        recent_.clear();
+    }
 
 private:
     struct OpenDirectory {
         NodeID node = 0;
-        std::unique_ptr<DirectorySnapshot> snapshot; // null: nothing to list
+        std::shared_ptr<DirectorySnapshot> snapshot; // null: nothing to list
     };
+
+    /// A listing that looked-up names are told from, also when the directory is open no more.
+    struct Recent {
+        NodeID node = 0;
+        fskit::FSItemPtr item; // the directory's: another one is for another path
+        std::uint64_t vanished = 0;
+        std::shared_ptr<DirectorySnapshot> snapshot;
+    };
+
+    void keep(const Node& directory, const std::shared_ptr<DirectorySnapshot>& snapshot);
+    void dropOld();
+    Recent* recentOf(const Node& directory);
+    std::optional<TreeEntry> show(Node& directory, const DirectorySnapshot& snapshot, const ListedEntry& entry);
 
     VolumeCalls& volume_;
     Nodes& nodes_;
@@ -54,6 +77,7 @@ private:
     Attributes& attributes_;
     Freshness& freshness_;
     OpenTable<OpenDirectoryID, OpenDirectory> open_;
+    std::deque<Recent> recent_; // the latest last
 };
 
 } // namespace fusehost

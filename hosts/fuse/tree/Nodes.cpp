@@ -172,6 +172,7 @@ void Nodes::drop(Node& node) {
 }
 
 void Nodes::dropVanished(Node& node) {
+    ++vanished_;
     handles_.closeForMove(node);
     drop(node);
 }

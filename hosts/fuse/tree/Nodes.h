@@ -76,6 +76,10 @@ public:
     void drop(Node& node);
     /// Forgets a node whose file is gone or has become something else, and closes what is open of it first.
     void dropVanished(Node& node);
+
+    /// How many nodes have lost their file behind the mount so far.
+    std::uint64_t vanished() const { return vanished_; }
+
     /// Ends the node if nothing needs it.
     void dropIfUnused(Node& node);
     /// The kernel gives back references. May end the node.
@@ -91,6 +95,7 @@ private:
     VolumeCalls& volume_;
     NodeTable& table_;
     VolumeHandles& handles_;
+    std::uint64_t vanished_ = 0;
 };
 
 } // namespace fusehost

@@ -22,7 +22,8 @@ struct FileTree::Rooms {
           handles(volume, table, options.attrTimeout), permissions(attributes, !options.kernelChecksPermissions()),
           contents(nodes, handles, freshness, options.requestSize),
           attributeChanges(changes, nodes, attributes, resizing, options.quiet),
-          files(nodes, handles, hidden, options.writeback) {}
+          files(nodes, handles, hidden, options.writeback),
+          lookup(nodes, hidden, attributes, absence, listings, options.entryTimeout) {}
 
     VolumeCalls& volume;
     const AttributeMap attributeMap;
@@ -37,7 +38,6 @@ struct FileTree::Rooms {
     Permissions permissions;
     Contents contents;
     HiddenFiles hidden{nodes, handles, freshness, hiddenNames};
-    Lookup lookup{nodes, hidden, attributes, absence};
     Durability durability{nodes, handles, attributes};
     NewItems newItems{volume, nodes};
     HeadCopies headCopies{changes, nodes, newItems, hiddenNames};
@@ -48,6 +48,7 @@ struct FileTree::Rooms {
     Opening opening{nodes, handles, resizing, files};
     FileAccess access{files, handles, contents};
     Listings listings{volume, nodes, hidden, attributes, freshness};
+    Lookup lookup;
     Creation creation{changes, nodes, hidden, newItems, attributes, opening};
     Removal removal{changes, nodes, hidden, listings};
     Renaming renaming{changes, nodes, hidden, listings};

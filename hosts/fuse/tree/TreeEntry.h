@@ -2,6 +2,7 @@
 
 #include "hosts/fuse/tree/NodeTable.h"
 
+#include <chrono>
 #include <sys/stat.h>
 
 namespace fusehost {
@@ -11,6 +12,8 @@ struct TreeEntry {
     NodeID node = 0;
 
     struct stat attributes {};
+
+    std::chrono::nanoseconds age{0}; // since the helper said so: that much less may it be trusted
 };
 
 } // namespace fusehost

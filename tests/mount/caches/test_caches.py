@@ -221,3 +221,15 @@ def test_files_that_came_and_went_leave_nothing_in_the_host(mount):
     come_and_go(1_500)
     grown = resident_kib(volume.host.pid) - before
     assert grown < 500, f"{grown} KiB for 1,500 files"
+
+
+def test_names_just_listed_are_not_asked_for_one_by_one(mount):
+    """In a folder that is too large for the kernel to take everything with its attributes."""
+    volume = mount(options=["entry_timeout=60", "attr_timeout=60"], control=True)
+    for number in range(1000):
+        (volume.backing / f"file{number}").write_bytes(b"x" * number)
+    names = os.listdir(volume.path)
+    volume.helper.forget()
+    assert all(os.stat(volume.path / name).st_size == int(name[4:]) for name in names)
+    assert volume.helper.count("getattr") <= 20
+    assert len(volume.helper.requests()) == volume.helper.count("getattr")

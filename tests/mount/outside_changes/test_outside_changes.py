@@ -188,6 +188,52 @@ def test_using_a_name_that_went_away_outside_is_not_found(mount):
     assert os.listdir(volume.backing) == []
 
 
+def listed_and_not_looked_at(volume, count=1000):
+    """A folder so large that the kernel learns most of its names alone, and one of these names."""
+    for number in range(count):
+        put(volume.backing / f"file{number}", b"x")
+    return os.listdir(volume.path)[-1]
+
+
+def test_name_that_went_away_after_it_was_listed_is_not_found(mount):
+    volume = mount(options=["entry_timeout=60", "attr_timeout=60"])
+    name = listed_and_not_looked_at(volume)
+    os.unlink(volume.backing / name)
+    with pytest.raises(FileNotFoundError):
+        os.open(volume.path / name, os.O_RDONLY)
+
+
+def test_name_that_came_after_a_listing_is_found(mount):
+    volume = mount(options=["entry_timeout=60", "attr_timeout=60"])
+    listed_and_not_looked_at(volume)
+    put(volume.backing / "new", b"content")
+    assert (volume.path / "new").read_bytes() == b"content"
+
+
+def test_what_a_listing_told_is_trusted_no_longer_than_what_was_looked_up(mount):
+    volume = mount(options=["entry_timeout=1", "attr_timeout=1"])
+    name = listed_and_not_looked_at(volume)
+    os.stat(volume.path / name)
+    (volume.backing / name).write_bytes(b"longer")
+    eventually(lambda: os.stat(volume.path / name).st_size == 6, 5)
+
+
+def test_with_timeouts_of_zero_a_listing_tells_nothing(mount):
+    volume = mount(options=AT_ONCE)
+    name = listed_and_not_looked_at(volume)
+    (volume.backing / name).write_bytes(b"longer")
+    assert os.stat(volume.path / name).st_size == 6
+
+
+def test_name_listed_and_changed_through_the_volume_shows_the_change(mount):
+    volume = mount(options=["entry_timeout=60", "attr_timeout=60"])
+    name = listed_and_not_looked_at(volume)
+    os.truncate(volume.path / name, 5)
+    assert os.stat(volume.path / name).st_size == 5
+    os.rename(volume.path / name, volume.path / "moved")
+    assert not (volume.path / name).exists() and os.stat(volume.path / "moved").st_size == 5
+
+
 def test_folder_that_went_away_outside_can_be_left(mount):
     volume = mount(options=AT_ONCE)
     os.mkdir(volume.backing / "folder")

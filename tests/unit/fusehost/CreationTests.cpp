@@ -11,7 +11,8 @@ namespace {
 
 class CreationTest : public RoomTest {
 protected:
-    fusehost::Lookup lookup{nodes, hidden, attributes, absence};
+    fusehost::Listings listings{calls, nodes, hidden, attributes, freshness};
+    fusehost::Lookup lookup{nodes, hidden, attributes, absence, listings, Seconds(10)};
     fusehost::NewItems newItems{calls, nodes};
     fusehost::HeadCopies copies{changes, nodes, newItems, hiddenNames};
     fusehost::Shrinking shrinking{nodes, contents, durability, copies};
