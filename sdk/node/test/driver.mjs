@@ -152,7 +152,11 @@ export function serverCommand(name, ...values) {
     return [process.execPath, path.join(packageFolder, 'test', 'servers', name + '.mjs'), ...values];
 }
 
-/** @param {string} name of a helper that ships with the package */
+/**
+ * @param {string} name of a helper that ships with the package; KEMVI_TEST_LOCAL names a program that the tests of `local`
+ *     hold to the same promises
+ */
 export function helperCommand(name) {
+    if (name === 'local' && process.env.KEMVI_TEST_LOCAL) return [process.env.KEMVI_TEST_LOCAL];
     return [process.execPath, path.join(packageFolder, 'helpers', name + '.mjs')];
 }

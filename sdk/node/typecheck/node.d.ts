@@ -28,6 +28,7 @@ declare namespace NodeJS {
     interface ErrnoException extends Error {
         code?: string;
     }
+    type Signals = 'SIGTERM' | 'SIGINT' | 'SIGHUP' | 'SIGQUIT' | 'SIGUSR1' | 'SIGUSR2' | 'SIGCONT';
     type ProcessEnv = Record<string, string | undefined>;
 }
 
@@ -39,7 +40,12 @@ declare const process: {
     exit(status?: number): never;
     getActiveResourcesInfo(): string[];
     on(event: 'uncaughtException' | 'beforeExit', listener: (error: unknown) => void): void;
+    on(event: NodeJS.Signals, listener: () => void): void;
     off(event: 'uncaughtException' | 'beforeExit', listener: (error: unknown) => void): void;
+    removeAllListeners(event: string): void;
+    pid: number;
+    kill(process: number, signal: NodeJS.Signals): void;
+    dlopen(module: object, file: string): void;
 };
 
 interface ImportMeta {
@@ -110,6 +116,8 @@ declare module 'node:child_process' {
     export interface ChildProcess {
         stdin: Stream;
         stdout: Stream;
+        kill(signal: NodeJS.Signals): void;
+        on(event: 'exit', listener: (status: number | null, signal: NodeJS.Signals | null) => void): void;
         on(event: string, listener: (value: any) => void): void;
     }
     export function spawn(command: string, options: string[], settings: object): ChildProcess;
@@ -146,9 +154,10 @@ declare module 'node:fs' {
     const fs: {
         constants: Record<
             | 'O_RDONLY' | 'O_WRONLY' | 'O_RDWR' | 'O_CREAT' | 'O_EXCL' | 'O_NOFOLLOW' | 'O_NONBLOCK'
-            | 'S_IFMT' | 'S_IFDIR' | 'S_IFREG' | 'S_IFLNK',
+            | 'X_OK' | 'S_IFMT' | 'S_IFDIR' | 'S_IFREG' | 'S_IFLNK',
             number
         >;
+        accessSync(path: string, mode: number): void;
         realpathSync: { native(path: string): string };
         openSync(path: string, flags: string | number, mode?: number): number;
         closeSync(descriptor: number): void;
