@@ -13,12 +13,15 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace cli {
 
@@ -32,10 +35,18 @@ struct Request {
     std::string driveId;
     std::string home;
     std::string repoRoot;
+    bool native = false;
     bool force = false;
 };
 
 constexpr const char* defaultHelper = "local";
+constexpr const char* programRunner = "program"; // the shipped helper that runs what helperCommand names
+
+/// What serves the tree: a script for node, and the command that this script runs where the helper is a program.
+struct Helper {
+    std::string script;
+    std::vector<std::string> command;
+};
 
 /// A helper is named by its path, or by its bare name if it is one that ships with the command.
 std::string helperPath(const std::string& named) {
@@ -60,6 +71,27 @@ std::string helperPath(const std::string& named) {
                            std::string(defaultHelper));
 }
 
+bool isProgram(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::array<char, 4> begin{};
+    file.read(begin.data(), begin.size());
+    return file && std::string_view(begin.data(), begin.size()) == "\x7f"
+                                                                   "ELF";
+}
+
+Helper chosenHelper(const Request& request) {
+    if (request.native) {
+        const auto program = shippedProgram("kemvi-local");
+        if (!program)
+            throw CommandError(ExitCode::helperUnavailable, "kemvi-local", "is not installed beside this command");
+        return {helperPath(programRunner), {program->string()}};
+    }
+    std::string path = helperPath(request.helper.empty() ? defaultHelper : request.helper);
+    if (isProgram(path))
+        return {helperPath(programRunner), {std::move(path)}};
+    return {std::move(path), {}};
+}
+
 /// Where the helper may keep what it wants to keep. Made by the helper when it first needs it.
 std::string defaultHome() {
     const char* data = std::getenv("XDG_DATA_HOME");
@@ -72,22 +104,29 @@ std::string defaultHome() {
 
 using Entry = std::pair<const char*, std::string>;
 
-std::array<Entry, 4> configuration(const Request& request, const std::string& source) {
+std::array<Entry, 4> configuration(const Request& request, const std::string& source, const Helper& helper) {
     return {Entry{"driveId", request.driveId.empty() ? filesystem::path(source).filename().string() : request.driveId},
             Entry{"kemviHome", request.home.empty() ? defaultHome() : absolutePath(request.home)},
             Entry{"repoRoot", request.repoRoot.empty() ? source : absolutePath(request.repoRoot)},
-            Entry{"helperPath", helperPath(request.helper.empty() ? defaultHelper : request.helper)}};
+            Entry{"helperPath", helper.script}};
 }
 
-std::string jsonText(const std::array<Entry, 4>& entries) {
-    std::string text = "{\n";
-    for (const auto& [key, value] : entries) {
-        if (!foundation::isValidUtf8(value))
-            throw CommandError(ExitCode::usage, value, "is not UTF-8, so it cannot stand in a mount configuration");
-        text += "  " + foundation::jsonString(key) + ": " + foundation::jsonString(value) +
-                (key == entries.back().first ? "\n" : ",\n");
-    }
-    return text + "}\n";
+std::string jsonText(const std::string& value) {
+    if (!foundation::isValidUtf8(value))
+        throw CommandError(ExitCode::usage, value, "is not UTF-8, so it cannot stand in a mount configuration");
+    return foundation::jsonString(value);
+}
+
+std::string jsonText(const std::array<Entry, 4>& entries, const std::vector<std::string>& command) {
+    std::string text;
+    for (const auto& [key, value] : entries)
+        text += (text.empty() ? "{\n  " : ",\n  ") + foundation::jsonString(key) + ": " + jsonText(value);
+    std::string parts;
+    for (const std::string& part : command)
+        parts += (parts.empty() ? "" : ", ") + jsonText(part);
+    if (!parts.empty())
+        text += ",\n  \"helperCommand\": [" + parts + "]";
+    return text + "\n}\n";
 }
 
 [[noreturn]] void refuseWriting(const std::string& path) {
@@ -122,8 +161,9 @@ ExitCode run(const Request& request) {
     std::error_code error;
     if (filesystem::exists(request.source, error) && !filesystem::is_directory(request.source, error))
         throw CommandError(ExitCode::configuration, request.source, "is not a directory; give the source directory");
-    const auto entries = configuration(request, absolutePath(request.source));
-    const std::string text = jsonText(entries);
+    const Helper helper = chosenHelper(request);
+    const auto entries = configuration(request, absolutePath(request.source), helper);
+    const std::string text = jsonText(entries, helper.command);
     filesystem::create_directories(request.source, error);
     if (error)
         throw CommandError(ExitCode::configuration, request.source, "cannot be created: " + error.message());
@@ -132,10 +172,13 @@ ExitCode run(const Request& request) {
     std::printf("Wrote %s:\n", escapedControls(path).c_str());
     for (const auto& [key, value] : entries)
         std::printf("  %-10s  %s\n", key, escapedControls(value).c_str());
+    for (const std::string& part : helper.command)
+        std::printf("  %-10s  %s\n", "which runs", escapedControls(part).c_str());
     if (request.repoRoot.empty())
         std::printf("The source directory itself is served; --repo-root DIR names another.\n");
-    const auto& [served, helper] = std::pair(entries[2].second, entries[3].second);
-    if (isWithin(realPath(helper).value_or(helper), realPath(served).value_or(served))) {
+    const std::string& served = entries[2].second;
+    const std::string& program = helper.command.empty() ? helper.script : helper.command.front();
+    if (isWithin(realPath(program).value_or(program), realPath(served).value_or(served))) {
         std::printf(
             "The helper lies inside the served directory: who may write there chooses what the next mount runs, "
             "and a mount\nthat covers the helper is refused; --repo-root DIR names another directory.\n");
@@ -150,8 +193,13 @@ void addInitCommand(CLI::App& app, ExitCode& result) {
     auto request = std::make_shared<Request>();
     CLI::App* command = app.add_subcommand("init", "Write the mount configuration of a source directory");
     command->add_option("SOURCE", request->source, "Source directory; made if it does not exist")->required();
-    command->add_option("--helper", request->helper, "Helper script, or the name of a shipped helper (default: local)")
-        ->type_name("PATH");
+    CLI::Option* const named =
+        command
+            ->add_option("--helper", request->helper,
+                         "Helper: a script for node, a program, or the name of a shipped one (default: local)")
+            ->type_name("PATH");
+    command->add_flag("--native", request->native, "Serve the directory with the shipped helper in C++")
+        ->excludes(named);
     command->add_option("--drive-id", request->driveId, "Identifier of the drive (default: the directory's name)")
         ->type_name("ID");
     command

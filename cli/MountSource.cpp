@@ -85,6 +85,8 @@ void checkHelperAvailable(const MountSource& source) {
 
 void tellSourceToHelpers(const MountSource& source) {
     ::setenv("KEMVI_SOURCE", source.path.c_str(), 1);
+    if (const auto become = shippedProgram("kemvi-become.node"))
+        ::setenv("KEMVI_BECOME", become->c_str(), 1);
 }
 
 } // namespace cli

@@ -55,15 +55,35 @@ std::optional<std::string> findInPath(const std::string& program) {
     }
 }
 
-std::optional<filesystem::path> shippedHelpers() {
+namespace {
+
+/// The folder in which this program lies, if the system tells.
+std::optional<filesystem::path> ownFolder() {
     std::error_code error;
     const auto program = filesystem::read_symlink("/proc/self/exe", error);
-    if (error)
+    return error ? std::nullopt : std::optional(program.parent_path());
+}
+
+} // namespace
+
+std::optional<filesystem::path> shippedHelpers() {
+    std::error_code error;
+    const auto own = ownFolder();
+    if (!own)
         return std::nullopt;
-    const auto prefix = program.parent_path().parent_path();
+    const auto prefix = own->parent_path();
     for (const auto& folder : {prefix / KEMVI_INSTALLED_HELPERS, filesystem::path(KEMVI_SOURCE_HELPERS)})
         if (filesystem::is_directory(folder, error) || error == std::errc::permission_denied)
             return folder.lexically_normal();
+    return std::nullopt;
+}
+
+std::optional<filesystem::path> shippedProgram(const std::string& name) {
+    std::error_code error;
+    if (const auto own = ownFolder())
+        for (const auto& folder : {own->parent_path() / KEMVI_INSTALLED_PROGRAMS, *own})
+            if (filesystem::is_regular_file(folder / name, error))
+                return folder / name;
     return std::nullopt;
 }
 

@@ -29,4 +29,8 @@ std::optional<std::string> findInPath(const std::string& program);
 /// when installed. Nothing if neither is there. It may be one that the caller may not look into.
 std::optional<std::filesystem::path> shippedHelpers();
 
+/// A program that ships with the command and is not run by hand: under libexec/ when installed, beside the command in
+/// the build tree. Nothing if it is not there.
+std::optional<std::filesystem::path> shippedProgram(const std::string& name);
+
 } // namespace cli

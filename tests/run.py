@@ -24,6 +24,7 @@ from harness import system
 
 SKIPPED = 77
 HERE = Path(__file__).resolve().parent
+PROGRAMS = ("kemvi-local", "kemvi-become.node")  # built beside the command, installed under libexec
 WATCH = "harness.sanitizer_watch"  # the plugin of pytest that looks at the reports
 SEMANTICS = HERE.parent / "docs" / "semantics.md"
 
@@ -38,6 +39,7 @@ def parse():
     parser.add_argument("--binary", required=True, help="the kemvi command")
     parser.add_argument("--sdk", required=True, help="the folder of the helper kit, with helpers/local.mjs in it")
     parser.add_argument("--user", action="store_true", help="run as an ordinary user")
+    parser.add_argument("--native", action="store_true", help="volumes are served with the shipped helper in C++")
     parser.add_argument("--tests", type=Path, default=HERE, help="where the folders are, if not beside this file")
     parser.add_argument("folders", nargs="+", help="folders or files of tests, such as mount/rename")
     arguments, more = parser.parse_known_args()
@@ -64,6 +66,10 @@ def owned_copy(arguments, user):
     home = Path(tempfile.mkdtemp(prefix="kemvi-user-"))
     (home / "bin").mkdir()
     shutil.copy2(arguments.binary, home / "bin" / "kemvi")
+    (home / "libexec" / "kemvi").mkdir(parents=True)
+    for name in PROGRAMS:
+        if (built := arguments.binary.with_name(name)).exists():
+            shutil.copy2(built, home / "libexec" / "kemvi" / name)
     shutil.copytree(arguments.sdk, home / "share" / "kemvi", ignore=shutil.ignore_patterns("node_modules"),
                     symlinks=True)
     shutil.copy2(SEMANTICS, home / "semantics.md")
@@ -94,10 +100,17 @@ def reports_to(folder):
     return told
 
 
-def pytest(binary, sdk, tests, folders, reports, plugins, prefix=()):
+def native_helper(binary):
+    installed = binary.parent.parent / "libexec" / "kemvi" / "kemvi-local"
+    return installed if installed.exists() else binary.with_name("kemvi-local")
+
+
+def pytest(binary, sdk, tests, folders, reports, plugins, prefix=(), native=False):
     environment = dict(os.environ, KEMVI_BIN=str(binary), KEMVI_HELPER=str(Path(sdk) / "helpers" / "local.mjs"),
                        KEMVI_SDK=str(sdk), PYTHONDONTWRITEBYTECODE="1", PYTHONPATH=str(plugins), LC_ALL="C.UTF-8",
                        **reports_to(reports))
+    if native:
+        environment["KEMVI_NATIVE_HELPER"] = str(native_helper(binary))
     for name in ("GIT_DIR", "GIT_WORK_TREE", "GIT_INDEX_FILE"):
         environment.pop(name, None)
     command = [*prefix, sys.executable, "-m", "pytest", "-p", "no:cacheprovider", "-p", WATCH, "-q", "-ra",
@@ -158,7 +171,8 @@ def run_as_user(arguments):
     prefix += ["setpriv", f"--reuid={user.pw_uid}", f"--regid={user.pw_gid}", "--clear-groups"]
     command, kit, tests = home / "bin" / "kemvi", home / "share" / "kemvi", home / "tests"
     try:
-        return with_reports(lambda reports: pytest(command, kit, tests, arguments.folders, reports, tests, prefix), home, user)
+        return with_reports(lambda reports: pytest(command, kit, tests, arguments.folders, reports, tests, prefix,
+                                                   arguments.native), home, user)
     finally:
         for left in system.clear_away(home):
             print("cleared away:", left)
@@ -176,7 +190,7 @@ def main():
     if not arguments.user and os.getuid() != 0:
         skip("needs root; the .user entry of this name runs as the ordinary user that you are")
     return with_reports(lambda reports: pytest(arguments.binary, arguments.sdk, arguments.tests, arguments.folders,
-                                               reports, HERE))
+                                               reports, HERE, native=arguments.native))
 
 
 if __name__ == "__main__":

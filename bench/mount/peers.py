@@ -223,31 +223,32 @@ class Kemvi(Peer):
     def helper(self):
         return sources_of(self.build) / 'sdk' / 'node' / 'helpers' / 'local.mjs'
 
+    def helper_options(self):
+        return ['--helper', self.helper()]
+
     def environment(self):
         return dict(os.environ)
 
     def start(self, source, mount_point):
         drive = self.work / f'{self.name}.drive'
         drive.mkdir(exist_ok=True)
-        subprocess.run([self.command(), 'init', drive, '--force', '--helper', self.helper(), '--repo-root', source],
+        subprocess.run([self.command(), 'init', drive, '--force', *self.helper_options(), '--repo-root', source],
                        stdout=subprocess.DEVNULL, check=True)
         options = ['-o', self.options] if self.options else []
         self.run([self.command(), 'mount', '-f', *options, drive, mount_point], env=self.environment())
 
 
 class KemviNative(Kemvi):
-    """The kemvi command with the benchmark's helper in C++: what is left is the host's and the protocol's cost."""
+    """The kemvi command with the local helper in C++ that ships with it."""
 
     name = 'kemvi-cpp'
 
-    def environment(self):
-        # The helper is always started as "node"; here that is another program.
-        folder = self.work / 'cpp-helper'
-        folder.mkdir(exist_ok=True)
-        link = folder / 'node'
-        if not link.is_symlink():
-            link.symlink_to(self.build / 'bin' / 'kemvi_bench_helper')
-        return dict(os.environ, PATH=f'{folder}:{os.environ["PATH"]}')
+    def missing(self):
+        program = self.build / 'bin' / 'kemvi-local'
+        return super().missing() or (None if program.exists() else f'{program} is not built')
+
+    def helper_options(self):
+        return ['--native']
 
 
 class KemviEvents(Kemvi):

@@ -103,6 +103,41 @@ def test_shipped_helpers_that_may_not_be_read(place):
         assert not (place.folder / "drive").exists()
 
 
+def test_the_native_helper(place):
+    """What it writes is checked by mounting it, in tests/mount."""
+    source = place.folder / "drive"
+    result = place.run("init", source, "--native")
+    assert result.returncode == 0, result.stderr
+    written = configuration(source)
+    assert list(written) == ["driveId", "kemviHome", "repoRoot", "helperPath", "helperCommand"]
+    assert written["helperPath"].endswith("/helpers/program.mjs")
+    program, = written["helperCommand"]
+    assert os.access(program, os.X_OK) and f"which runs  {program}" in result.stdout
+    assert place.run("mount", source, place.point).returncode == 0
+    assert os.listdir(place.point) == ["mount-config.json"]
+    assert place.run("unmount", place.point).returncode == 0
+    assert place.run("init", place.folder / "other", "--native", "--helper", "local").returncode == 2
+
+
+def test_a_native_helper_that_is_not_installed(place):
+    command, _ = installed_copy(place)
+    result = Program(place.folder, command).run("init", place.folder / "drive", "--native")
+    assert_fails(result, 4, "kemvi-local", "not installed")
+    assert not (place.folder / "drive").exists()
+
+
+def test_a_helper_that_is_a_program(place):
+    program = shutil.copy2("/bin/true", place.folder / "my program")
+    source = place.folder / "drive"
+    result = place.run("init", source, "--helper", "my program")
+    assert result.returncode == 0, result.stderr
+    assert configuration(source)["helperCommand"] == [str(program)]
+    assert configuration(source)["helperPath"].endswith("/helpers/program.mjs")
+    inside = shutil.copy2("/bin/true", source / "inside")
+    result = place.run("init", source, "--helper", inside, "--force")
+    assert "helper lies inside the served directory" in result.stdout
+
+
 def test_a_source_that_is_a_file(place):
     (place.folder / "file").write_text("")
     assert_fails(place.run("init", place.folder / "file"), 3, "not a directory")

@@ -9,6 +9,7 @@ from .deadline import LIMIT
 
 KEMVI = os.environ.get("KEMVI_BIN", "kemvi")
 SHIPPED_HELPER = os.environ.get("KEMVI_HELPER", "")
+NATIVE_HELPER = os.environ.get("KEMVI_NATIVE_HELPER", "")  # where it is to be served with, the shipped program in C++
 MARKER = "KEMVI_TEST_WORKSPACE"
 
 
@@ -35,6 +36,9 @@ class Program:
 def write_configuration(source, helper, tree, **replaced):
     """A mount-config.json as `kemvi init` writes it; `replaced` changes keys, None leaves one out."""
     entries = {"driveId": "test", "kemviHome": str(source), "repoRoot": str(tree), "helperPath": str(helper)}
+    if NATIVE_HELPER and str(helper) == SHIPPED_HELPER:
+        entries["helperPath"] = str(Path(helper).with_name("program.mjs"))
+        entries["helperCommand"] = [NATIVE_HELPER]
     entries.update(replaced)
     text = json.dumps({key: value for key, value in entries.items() if value is not None})
     (Path(source) / "mount-config.json").write_text(text)
