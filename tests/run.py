@@ -3,7 +3,8 @@
 
 Exit codes are those that CTest knows: 0 passed, 77 skipped (no way to mount here, said on the output), else failed.
 Where root runs everything as itself, the run as an ordinary user is a short one (KEMVI_TEST_SHORT). It works on copies
-in a folder of that user, so that the tree itself need not be readable to it.
+in a folder of that user, so that the tree itself need not be readable to it. A run with --apart, in which no mount is
+placed on one processor with its helper, is short too.
 
 What a sanitizer has to say goes to files in the folder that KEMVI_SANITIZER_LOGS names (otherwise to one that goes with
 the run), because a mount in the background has no output. A test after which there is a new one fails.
@@ -40,6 +41,7 @@ def parse():
     parser.add_argument("--sdk", required=True, help="the folder of the helper kit, with helpers/local.mjs in it")
     parser.add_argument("--user", action="store_true", help="run as an ordinary user")
     parser.add_argument("--native", action="store_true", help="volumes are served with the shipped helper in C++")
+    parser.add_argument("--apart", action="store_true", help="with mounts that are not placed; a short run")
     parser.add_argument("--tests", type=Path, default=HERE, help="where the folders are, if not beside this file")
     parser.add_argument("folders", nargs="+", help="folders or files of tests, such as mount/rename")
     arguments, more = parser.parse_known_args()
@@ -184,6 +186,8 @@ def main():
     for number in (signal.SIGINT, signal.SIGHUP):
         signal.signal(number, signal.SIG_DFL)
     arguments = parse()
+    if arguments.apart:
+        os.environ |= {"KEMVI_TEST_PLACEMENT": "off", "KEMVI_TEST_SHORT": "1"}
     check_machine(arguments.user)
     if arguments.user and os.getuid() == 0:
         return run_as_user(arguments)

@@ -13,6 +13,8 @@ from .deadline import Late, eventually
 from .program import SHIPPED_HELPER, Program, write_configuration
 
 HELPERS = Path(__file__).resolve().parent / "helpers"
+# What every volume of this run is mounted with; a test's own options win.
+OF_THE_RUN = [f"placement={os.environ['KEMVI_TEST_PLACEMENT']}"] if "KEMVI_TEST_PLACEMENT" in os.environ else []
 SUSPICIOUS = re.compile(r"error|warning|fatal|assert|abort|sanitizer|leak|unexpected|invalid|failed|panic|deadlock|race",
                         re.IGNORECASE)
 
@@ -68,7 +70,8 @@ class Volume:
     # Life
 
     def arguments(self):
-        more = ["-o", ",".join(self.options)] if self.options else []
+        options = [*OF_THE_RUN, *self.options]
+        more = ["-o", ",".join(options)] if options else []
         return ["mount", str(self.source), str(self.path), *more]
 
     def open(self, limit=60.0, seconds=20):
