@@ -4,6 +4,8 @@
 #include "cli/Signals.h"
 #include "foundation/Log.h"
 #include "hosts/fuse/mounting/Unmounting.h"
+#include "hosts/fuse/placement/Aftermath.h"
+#include "hosts/fuse/placement/LinuxTasks.h"
 
 #include <array>
 #include <cerrno>
@@ -27,6 +29,7 @@ using std::chrono::milliseconds;
 
 // What is told: one message each, the number behind the word. A helper's comes with a descriptor of the process.
 constexpr std::string_view helperWord = "helper ";
+constexpr std::string_view placingWord = "placing ";
 constexpr std::string_view mountedWord = "mounted ";
 constexpr std::string_view releasedWord = "released";
 
@@ -100,6 +103,8 @@ private:
             mounted_ = numberIn<unsigned>(text.substr(mountedWord.size()));
         else if (text == releasedWord)
             mounted_.reset();
+        else if (text.starts_with(placingWord))
+            placed_ = numberIn<int>(text.substr(placingWord.size()));
         else if (text.starts_with(helperWord))
             guard({numberIn<pid_t>(text.substr(helperWord.size())), std::move(message.descriptor)});
         return !text.empty();
@@ -111,6 +116,7 @@ private:
     }
 
     void clearUp() {
+        giveProcessorsBack();
         if (mounted_)
             fusehost::unmountStaleDevice(*mounted_, mountPoint_);
         if (endProcesses(helpers_, patience_) || mountPoint_.empty())
@@ -121,9 +127,18 @@ private:
                     " died; its helper did not end by itself and was ended"});
     }
 
+    // First: what a helper starts at its end is to have all processors.
+    void giveProcessorsBack() const {
+        fusehost::LinuxTasks tasks;
+        for (const HeldProcess& helper : helpers_)
+            if (placed_ && !helper.gone())
+                fusehost::giveBackAfterDeath(tasks, helper.pid(), *placed_);
+    }
+
     const Patience patience_;
     const std::string mountPoint_; // empty where there is none
     std::optional<unsigned> mounted_;
+    std::optional<int> placed_; // the processor on which a helper was placed last
     std::vector<HeldProcess> helpers_;
 };
 
@@ -155,6 +170,11 @@ DeathWatch::~DeathWatch() {
 
 void DeathWatch::guard(const HeldProcess& helper) {
     send(std::string(helperWord) + std::to_string(helper.pid()), helper.descriptor());
+}
+
+void DeathWatch::placing(int processor) {
+    if (lastPlaced_.exchange(processor) != processor)
+        send(std::string(placingWord) + std::to_string(processor));
 }
 
 void DeathWatch::begin(unsigned deviceMinor) {

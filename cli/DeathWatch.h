@@ -4,6 +4,7 @@
 #include "foundation/ChildProcess.h"
 #include "foundation/Descriptor.h"
 
+#include <atomic>
 #include <string>
 #include <string_view>
 
@@ -36,6 +37,10 @@ public:
     /// process is ever taken for it.
     void guard(const HeldProcess& helper);
 
+    /// A helper is about to be placed on that processor alone, which is to be undone should this process die. Any
+    /// thread.
+    void placing(int processor);
+
     /// From here on the mount with this device number is watched over.
     void begin(unsigned deviceMinor);
 
@@ -46,6 +51,7 @@ private:
     void send(const std::string& text) const;
     void send(const std::string& text, int descriptor) const;
 
+    std::atomic<int> lastPlaced_{-1};
     foundation::Descriptor channel_;
     foundation::ChildProcess process_;
 };

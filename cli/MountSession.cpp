@@ -198,9 +198,9 @@ private:
     const MountPlan& plan_;
     std::optional<MountPointLock> lock_; // until it is mounted; then the mount table says so
     HostRecord record_;
-    DeathWatch watch_;              // goes after the helper, which it ends should this process be killed
-    fusehost::Companion companion_; // the helper, as the host sees it
-    HelperProcesses helpers_;       // goes after the host: by then the helper's input is closed
+    DeathWatch watch_; // goes after the helper, which it ends should this process be killed
+    fusehost::Companion companion_{[this](int processor) { watch_.placing(processor); }}; // the helper, for the host
+    HelperProcesses helpers_; // goes after the host: by then the helper's input is closed
     fusehost::FuseHost host_;
     StopControl stop_;
     bool interrupted_ = false; // the end came between the mount and its first answer

@@ -15,7 +15,7 @@ constexpr int mostRounds = 8;
 
 } // namespace
 
-std::string Masks::place(pid_t family, Task companion) {
+std::string Masks::place(pid_t family, Task companion, const std::function<void(int processor)>& before) {
     const auto own = tasks_.affinity(host_.thread);
     const auto its = tasks_.affinity(companion.thread);
     if (!own || !its)
@@ -37,6 +37,7 @@ std::string Masks::place(pid_t family, Task companion) {
     }
     ours_ = {host_, toGiveBack(*own, unrestricted)};
     theirs_ = {companion, toGiveBack(*its, unrestricted)};
+    before(processor_);
     if (const int error = tasks_.setAffinity(companion.thread, ProcessorSet::of(processor_)); error != 0)
         return std::string("the companion cannot be placed: ") + std::strerror(error);
     if (const int error = tasks_.setAffinity(host_.thread, ProcessorSet::of(processor_)); error != 0) {
@@ -81,16 +82,9 @@ void Masks::putBack() {
 }
 
 std::vector<Task> Masks::everybody() {
-    std::vector<Task> found;
+    std::vector<Task> found = threadsOfFamily(tasks_, family_);
     for (const pid_t thread : tasks_.threads(host_.process))
         found.push_back({host_.process, thread});
-    std::vector<pid_t> processes{family_};
-    for (std::size_t at = 0; at < processes.size(); ++at) {
-        for (const pid_t thread : tasks_.threads(processes[at]))
-            found.push_back({processes[at], thread});
-        if (const auto children = tasks_.children(processes[at]))
-            processes.insert(processes.end(), children->begin(), children->end());
-    }
     return found;
 }
 

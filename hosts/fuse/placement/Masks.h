@@ -2,6 +2,7 @@
 
 #include "hosts/fuse/placement/Tasks.h"
 
+#include <functional>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -18,8 +19,10 @@ public:
     Masks(Tasks& tasks, Task host) : tasks_(tasks), host_(host) {}
 
     /// Puts host and companion on one processor that both may use. `family` is the process that the companion is or
-    /// descends from; all its descendants are looked after. Returns why not if it cannot be; nothing is changed then.
-    std::string place(pid_t family, Task companion);
+    /// descends from; all its descendants are looked after. `before` is called before anything is changed. Returns why
+    /// not if it cannot be; nothing is changed then.
+    std::string place(
+        pid_t family, Task companion, const std::function<void(int processor)>& before = [](int) {});
 
     bool arePlaced() const { return placed_; }
 

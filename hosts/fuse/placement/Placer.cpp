@@ -151,7 +151,8 @@ void Placer::go(Clock::time_point now, Way way) {
 }
 
 bool Placer::place() {
-    const std::string refusal = masks_.place(family_, *answering_);
+    const std::string refusal =
+        masks_.place(family_, *answering_, [&](int processor) { companion_.tellPlaced(processor); });
     if (refusal.empty()) {
         if (!judge_.isTrying())
             tell("together on processor " + std::to_string(masks_.processor()) + " with thread " +

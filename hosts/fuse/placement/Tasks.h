@@ -52,4 +52,7 @@ public:
     virtual void rest() = 0;
 };
 
+/// The threads of a process and of all its descendants.
+std::vector<Task> threadsOfFamily(Tasks& tasks, pid_t family);
+
 } // namespace fusehost

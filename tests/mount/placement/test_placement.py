@@ -129,6 +129,27 @@ def test_what_the_helper_starts_has_the_processors_that_the_helper_had(mount):
 
 
 @needs_two
+def test_a_helper_that_outlives_a_killed_host_has_its_processors_again(mount):
+    volume = mount(options=["placement=auto"], helper=HERE / "outliving.mjs", environment={"KEMVI_TEST_KIT": os.environ["KEMVI_SDK"]})
+    volume.expect_log("getattr of <private> failed")
+    volume.expects_exit = -signal.SIGKILL
+    helper = volume.helper_pid()
+    work_until(volume, lambda: is_placed(helper), what="the placing")
+    # Killed as it works: stopped first, so that it cannot put anything back.
+    for _try in range(200):
+        work(volume, 20)
+        volume.host.send_signal(signal.SIGSTOP)
+        if is_placed(helper):
+            break
+        volume.host.send_signal(signal.SIGCONT)
+    assert is_placed(helper)
+    volume.host.kill()
+    eventually(lambda: not is_placed(helper), 4, "the masks of before")
+    assert system.is_alive(helper)
+    os.kill(helper, signal.SIGKILL)
+
+
+@needs_two
 def test_nothing_is_placed_where_it_is_turned_off(mount):
     volume = mount(options=["placement=off", "log_level=debug"])
     volume.expect_log("getattr of <private> failed")

@@ -1,5 +1,6 @@
 #include "PlayedTasks.h"
 
+#include "hosts/fuse/placement/Aftermath.h"
 #include "hosts/fuse/placement/Masks.h"
 
 #include <cerrno>
@@ -168,6 +169,21 @@ TEST_F(MasksTest, sparesLooksAtEverybodyWhileTheFamilyIsTheSame) {
     for (int look = 0; look < 8; ++look)
         masks.lookAfterOthers();
     EXPECT_TRUE(tasks.maskOf(22) == tasks.machine);
+}
+
+TEST_F(MasksTest, areTakenBackByAnotherProcessShouldTheHostDie) {
+    place();
+    tasks.startFrom(helper, 30, 30);
+    tasks.threadsOf[0] = {40, processors({0, 1, 2}), {}, 0}; // the caller
+    tasks.threadsOf[worker].mask = processors({3});
+    fusehost::giveBackAfterDeath(tasks, helper, masks.processor());
+    EXPECT_TRUE(tasks.maskOf(helper) == processors({0, 1, 2}));
+    EXPECT_TRUE(tasks.maskOf(30) == processors({0, 1, 2}));
+    EXPECT_TRUE(tasks.maskOf(worker) == processors({3}));
+    tasks.threadsOf[worker].mask = processors({2});
+    tasks.threadsOf[0].mask = processors({1});
+    fusehost::giveBackAfterDeath(tasks, helper, masks.processor());
+    EXPECT_TRUE(tasks.maskOf(worker) == processors({2}));
 }
 
 } // namespace
