@@ -275,7 +275,7 @@ class KemviCounting(Kemvi):
 
 ALL = [Native, Passthrough, Kemvi, KemviNative, KemviEvents, Sshfs, NodeBinding, NodeBindingSync, Rclone]
 QUICK = [Kemvi, KemviNative, Passthrough, Sshfs, NodeBinding, Rclone]
-BY_NAME = {peer.name: peer for peer in ALL}
+BY_NAME = {peer.name: peer for peer in [*ALL, KemviCounting]}
 
 
 class Contestant:
