@@ -24,8 +24,8 @@ MountSource readMountSource(const std::string& source);
 void checkHelperAvailable(const MountSource& source);
 
 /// Puts the source directory into this process's own environment, as KEMVI_SOURCE. The helper inherits it and so knows
-/// which file the mount was made from. As KEMVI_BECOME it also gets what the shipped helper `program` needs to become the
-/// program that it starts. To be called before there are other threads.
+/// which file the mount was made from. As KEMVI_BECOME it also gets what the shipped helper `program` needs to become
+/// the program that it starts. To be called before there are other threads.
 void tellSourceToHelpers(const MountSource& source);
 
 } // namespace cli

@@ -12,8 +12,9 @@ Input current; // what is being run
 } // namespace
 
 std::span<const Target> targets() {
-    static constexpr std::array<Target, 7> all = {{
+    static constexpr std::array<Target, 8> all = {{
         {"base64", base64, 20'000},
+        {"helperRequests", helperRequests, 20'000},
         {"mountConfig", mountConfig, 5'000},
         {"mountOptions", mountOptions, 5'000},
         {"requests", requests, 1'000},

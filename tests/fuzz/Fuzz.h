@@ -22,6 +22,8 @@ void run(const Target& target, Input input);
 
 // The targets
 void base64(Input input);
+/// Lines as a helper in C++ reads them.
+void helperRequests(Input input);
 void mountConfig(Input input);
 void mountOptions(Input input);
 /// Sequences of kernel requests; see RequestScript.h.

@@ -1,6 +1,7 @@
 #pragma once
 
 // Made by foldings.mjs.
+// clang-format off
 
 namespace local {
 

@@ -3,6 +3,7 @@
 #include "Names.h"
 #include "kemvi/helper.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <deque>
 #include <filesystem>

@@ -12,7 +12,9 @@
 namespace local {
 namespace {
 
-// Calls `take` with each character of `text`; with each byte by itself that is part of none.
+constexpr auto noCharacter = static_cast<wchar_t>(-1);
+
+// Calls `take` with each character of `text` and its bytes, and with each byte by itself that is part of none.
 template <typename Take>
 void forEachCharacter(std::string_view text, const Take& take) {
     std::mbstate_t state{};
@@ -21,7 +23,7 @@ void forEachCharacter(std::string_view text, const Take& take) {
         const std::size_t length = std::mbrtowc(&c, text.data(), text.size(), &state);
         if (length == 0 || length > text.size()) {
             state = {};
-            take(static_cast<wchar_t>(static_cast<unsigned char>(text.front())), text.substr(0, 1));
+            take(noCharacter, text.substr(0, 1));
             text.remove_prefix(1);
         } else {
             take(c, text.substr(0, length));

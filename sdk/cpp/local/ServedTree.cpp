@@ -2,6 +2,7 @@
 
 #include "kemvi/helper.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
@@ -73,19 +74,20 @@ std::optional<struct stat> Place::look(const std::string& path) const {
     throw PosixError::last(path);
 }
 
-ServedTree::ServedTree(const std::string& root) {
+ServedTree::ServedTree(const std::string& root, Lookup preferred) : lookup_(preferred) {
     const auto real = realPath(root);
     if (real)
         folder_ = Descriptor(::open(real->c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!folder_.isOpen())
         throw PosixError::last(root);
     root_ = *real;
-    hasOpenat2_ = openat2(descriptor(), ".", O_PATH | O_DIRECTORY).isOpen();
+    if (!openat2(descriptor(), ".", O_PATH | O_DIRECTORY).isOpen())
+        lookup_ = Lookup::byName;
 }
 
 // Opens what lies beneath the root by a path in which nothing may be a link; errno is ELOOP where something is.
 Descriptor ServedTree::openBeneath(const std::string& relative, int flags) const {
-    return hasOpenat2_ ? openat2(descriptor(), relative.c_str(), flags) : walkBeneath(relative, flags);
+    return lookup_ == Lookup::byOneCall ? openat2(descriptor(), relative.c_str(), flags) : walkBeneath(relative, flags);
 }
 
 // The same for a system that lacks the call or does not allow it.

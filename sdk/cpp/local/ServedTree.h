@@ -40,7 +40,11 @@ private:
 /// platform says, always with the path of the tree and never with a real one.
 class ServedTree {
 public:
-    explicit ServedTree(const std::string& root);
+    /// How places are looked up: by one call of the platform where it allows that, or name by name, for those that do
+    /// not.
+    enum class Lookup { byOneCall, byName };
+
+    explicit ServedTree(const std::string& root, Lookup preferred = Lookup::byOneCall);
 
     /// Real and absolute.
     const std::string& root() const { return root_; }
@@ -65,7 +69,7 @@ private:
 
     std::string root_;
     foundation::Descriptor folder_;
-    bool hasOpenat2_ = false;
+    Lookup lookup_;
 };
 
 bool isSame(const struct stat& one, const struct stat& other);

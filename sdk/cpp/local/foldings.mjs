@@ -22,6 +22,7 @@ for (let code = 0x80; code <= 0x10ffff; code++) {
 console.log(`#pragma once
 
 // Made by foldings.mjs.
+// clang-format off
 
 namespace local {
 
