@@ -13,7 +13,7 @@ constexpr double clearlyFaster = 0.95;
 /// Two processors in use for the work of one must be worth more than that.
 constexpr double worthTwo = 0.9;
 constexpr std::chrono::seconds shortestInterval = 1s;
-constexpr std::chrono::seconds longestInterval = 64s;
+constexpr std::chrono::seconds longestInterval = 16s;
 
 std::size_t index(Way way) {
     return static_cast<std::size_t>(way);

@@ -101,7 +101,7 @@ TEST_F(JudgeTest, looksAgainEverMoreSeldomWhileTheAnswerStaysTheSame) {
         untilNextTrial();
     }
     finishTrial();
-    EXPECT_EQ(untilNextTrial(), 64s);
+    EXPECT_EQ(untilNextTrial(), 16s);
     cost[Way::together] = 50;
     finishTrial();
     EXPECT_EQ(untilNextTrial(), 1s) << "after another answer";

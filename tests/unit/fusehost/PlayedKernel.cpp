@@ -163,8 +163,14 @@ void PlayedKernel::waitForFailedReads(int count) {
     EXPECT_TRUE(changed_.wait_for(guard, limit, [&] { return failedReads_ >= count; }));
 }
 
+int PlayedKernel::reads() {
+    const std::lock_guard guard(lock_);
+    return reads_;
+}
+
 ssize_t PlayedKernel::read(int descriptor, void* memory, std::size_t size) {
     const std::lock_guard guard(lock_);
+    ++reads_;
     if (readError_ != 0) {
         ++failedReads_;
         changed_.notify_all();

@@ -73,6 +73,9 @@ public:
     /// Waits until reading has failed so many times.
     void waitForFailedReads(int count);
 
+    /// How many times the host has tried to read.
+    int reads();
+
     // The host's side
     ssize_t read(int descriptor, void* memory, std::size_t size);
     ssize_t write(int descriptor, iovec* parts, int count);
@@ -96,6 +99,7 @@ private:
     int refusals_ = 0;
     int readError_ = 0;
     int failedReads_ = 0;
+    int reads_ = 0;
 };
 
 } // namespace fusehosttests

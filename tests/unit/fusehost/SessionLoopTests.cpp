@@ -356,5 +356,80 @@ TEST_F(SessionLoopTest, neitherSpinsNorFloodsTheLogWhileReadingFailsDuringAnOper
     EXPECT_THAT(log.texts(), ElementsAre("reading from the kernel failed: Input/output error"));
 }
 
+/// The same with a thread that looks for the next request for a moment before it sleeps.
+class SessionLoopWaitingAwake : public SessionLoopTest {
+protected:
+    SessionLoopWaitingAwake() {
+        for (int request = 0; request < 40; ++request)
+            pace.arrived(Clock::now());
+        pace.allowWaiting(true);
+    }
+
+    /// Returns when nothing was read for a while.
+    void waitUntilAsleep() {
+        const auto end = Clock::now() + 20s;
+        int before = -1;
+        for (int now = kernel.reads(); now != before; now = kernel.reads()) {
+            ASSERT_LT(Clock::now(), end) << "it looks for requests without end";
+            before = now;
+            std::this_thread::sleep_for(5ms);
+        }
+    }
+};
+
+TEST_F(SessionLoopWaitingAwake, looksMoreThanOnceForTheNextRequestAndThenSleeps) {
+    start();
+    waitUntilAsleep();
+    const int before = kernel.reads();
+    lookedUp("a");
+    waitUntilAsleep();
+    EXPECT_GT(kernel.reads(), before + 2);
+}
+
+TEST_F(SessionLoopWaitingAwake, servesWhatComesWhileItSleepsAndWhileItIsAwake) {
+    start();
+    lookedUp("a");
+    lookedUp("b");
+    waitUntilAsleep();
+    lookedUp("a");
+}
+
+TEST_F(SessionLoopWaitingAwake, sleepsAtOnceWhereRequestsCameLate) {
+    for (int request = 0; request < 8; ++request)
+        pace.waited(1ms, true);
+    start();
+    waitUntilAsleep();
+    const int before = kernel.reads();
+    lookedUp("a");
+    waitUntilAsleep();
+    EXPECT_LE(kernel.reads(), before + 2);
+}
+
+TEST_F(SessionLoopWaitingAwake, endsWhenAskedToStop) {
+    start();
+    lookedUp("a");
+    requestStop();
+    EXPECT_TRUE(waitForEnd());
+}
+
+TEST_F(SessionLoopWaitingAwake, leavesWhatWaitsWhenAskedToStopDuringAnOperation) {
+    start();
+    const std::uint64_t slow = hang(living);
+    requestStop();
+    const std::uint64_t queued = ask(FUSE_LOOKUP, "a", living);
+    gate.open();
+    EXPECT_TRUE(waitForEnd());
+    EXPECT_EQ(kernel.answerTo(slow).error, 0);
+    EXPECT_FALSE(kernel.isAnswered(queued));
+}
+
+TEST_F(SessionLoopWaitingAwake, endsWhenTheFileSystemIsUnmounted) {
+    start();
+    lookedUp("a");
+    kernel.unmount();
+    EXPECT_TRUE(waitForEnd());
+    EXPECT_THAT(log.texts(), IsEmpty());
+}
+
 } // namespace
 } // namespace fusehosttests

@@ -42,7 +42,7 @@ void SessionTest::connect() {
             ->kernel.write(descriptor, parts, count);
     };
     ASSERT_EQ(fuse_session_custom_io(session_->get(), &io, kernel.takeHostEnd()), 0);
-    loop_ = std::make_unique<fusehost::SessionLoop>(session_->get(), session_->descriptor(), callers, &tree(), nullptr,
+    loop_ = std::make_unique<fusehost::SessionLoop>(session_->get(), session_->descriptor(), callers, &tree(), &pace,
                                                     limits);
     server_ = std::thread([this] { result_ = loop_->run(stop_.number()); });
 }

@@ -80,6 +80,7 @@ protected:
     PlayedKernel kernel;
     PlayedCallers callers;
     fusehost::SessionLoop::Limits limits;
+    fusehost::Pace pace{[] {}};
     Gate gate;
 
 private:
