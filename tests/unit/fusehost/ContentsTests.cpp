@@ -31,6 +31,15 @@ TEST_F(ContentsTest, whatIsWrittenChangesTheNodeAndIsDue) {
     EXPECT_EQ(served.bytes("/a"), "x1abcd");
 }
 
+TEST_F(ContentsTest, whatIsWrittenReplacesWhatWasReadAhead) {
+    Node& file = fileNamed("a", "0123456789");
+    handles.open(file, FSVolumeOpenModes::readWrite);
+    std::byte block[3];
+    handles.readAhead(file, 4, sizeof block);
+    contents.write(file, 4, bytes("x"));
+    EXPECT_EQ(handles.takeReadAhead(file, 4, block), 0U);
+}
+
 TEST_F(ContentsTest, growsByZeros) {
     Node& file = fileNamed("a", "01");
     contents.grow(file, 5);

@@ -36,6 +36,14 @@ TEST_F(FileTreeRename, ofAFileThatTheKernelDoesNotKnow) {
     EXPECT_FALSE(served.has("/a"));
 }
 
+TEST_F(FileTreeRename, ofAFileThatTheKernelDoesNotKnowEndsTheOneThatIsReplaced) {
+    served.put("/a", "new");
+    served.put("/b", "old");
+    const NodeID replaced = node("/b");
+    rename("/a", "/b");
+    EXPECT_NE(node("/b"), replaced);
+}
+
 TEST_F(FileTreeRename, ofAMissingFileIsENOENT) {
     EXPECT_EQ(errnoOf([&] { rename("/a", "/b"); }), ENOENT);
 }

@@ -210,6 +210,15 @@ TEST_F(FileTreeShrinking, anErrorOfMakingTheHeadSafeIsMetWithASecondAttempt) {
     EXPECT_THAT(log.texts(), Not(Contains(HasSubstr("took its place")))) << "the file itself is safe, with its mode";
 }
 
+TEST_F(FileTreeShrinking, anErrorOfWritingTheHeadIsMetWithASecondAttemptThatIsMadeSafe) {
+    served.put("/a", "0123456789");
+    served.before = refuseOnce("write /a", posixErrno::EIO_);
+    EXPECT_EQ(truncate("/a", 5).st_size, 5);
+    EXPECT_EQ(served.bytes("/a"), "01234");
+    EXPECT_THAT(served.takeRequests(), Contains("flush /a"));
+    EXPECT_THAT(log.texts(), Not(Contains(HasSubstr("took its place"))));
+}
+
 TEST_F(FileTreeShrinking, aHeadThatCannotBeMadeSafeGivesWayToItsCopyWhichIs) {
     served.put("/a", "0123456789");
     served.before = refuseAlways("flush /a", posixErrno::EIO_);

@@ -56,6 +56,15 @@ TEST(NodeTable, givesOneNodePerNameOfADirectory) {
     EXPECT_NE(a.id, aInA.id);
 }
 
+TEST(NodeTable, endsWhatNobodyUsesWhenItsNameIsTaken) {
+    NodeTable table;
+    Node& node = held(table, table.root(), "a");
+    const auto replaced = table.childOrNew(table.root(), "b").id;
+    table.move(node, table.root(), "b");
+    EXPECT_EQ(table.find(replaced), nullptr);
+    EXPECT_EQ(table.child(table.root(), "b"), &node);
+}
+
 TEST(NodeTable, forgetsANodeWhenItsLastReferenceIsGone) {
     NodeTable table;
     Node& a = held(table, table.root(), "a");

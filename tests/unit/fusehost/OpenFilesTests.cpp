@@ -76,6 +76,16 @@ TEST_F(OpenFilesTest, theLastCloseOfAHiddenFileRemovesIt) {
     EXPECT_THAT(served.names("/"), IsEmpty());
 }
 
+TEST_F(OpenFilesTest, theLastCloseOfAFileThatTheKernelHasForgottenEndsItsNode) {
+    Node& node = fileNamed("a", "");
+    const NodeID id = node.id;
+    const OpenFileID file = files.add(node, O_RDONLY);
+    nodes.forget(id, 1);
+    EXPECT_NE(table.find(id), nullptr);
+    files.release(file);
+    EXPECT_EQ(table.find(id), nullptr);
+}
+
 TEST_F(OpenFilesTest, aHiddenFileIsClosedBeforeItIsRemoved) {
     Node& node = fileNamed("a", "text");
     const OpenFileID file = files.add(node, O_RDONLY);

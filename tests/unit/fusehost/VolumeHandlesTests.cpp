@@ -170,6 +170,32 @@ TEST_F(VolumeHandlesTest, whatWasReadAheadIsTakenOnce) {
     handles.closeUnused(node);
 }
 
+TEST_F(VolumeHandlesTest, whatWasReadAheadIsOfOneFileAndOnePlace) {
+    Node& a = fileNamed("a", "0123456789");
+    Node& b = fileNamed("b", "abcdefghij");
+    handles.open(a, FSVolumeOpenModes::read);
+    std::byte block[3];
+    handles.readAhead(a, 4, sizeof block);
+    EXPECT_EQ(handles.takeReadAhead(b, 4, block), 0U);
+    EXPECT_EQ(handles.takeReadAhead(a, 5, block), 0U);
+    EXPECT_EQ(handles.takeReadAhead(a, 4, block), 3U);
+    handles.closeUnused(a);
+}
+
+TEST_F(VolumeHandlesTest, whatIsMovedForgetsWhatWasReadAheadOfItOpenOrNot) {
+    Node& node = fileNamed("a", "0123456789");
+    std::byte block[3];
+    for (const unsigned readers : {0U, 1U}) {
+        node.readers = readers;
+        handles.open(node, FSVolumeOpenModes::read);
+        handles.readAhead(node, 4, sizeof block);
+        handles.closeForMove(node);
+        EXPECT_EQ(handles.takeReadAhead(node, 4, block), 0U);
+    }
+    node.readers = 0;
+    handles.closeUnused(node);
+}
+
 TEST_F(VolumeHandlesTest, dropsWhatIsReadAheadWhenItHasBeenRead) {
     Node& node = fileNamed("a", "0123456789");
     handles.open(node, FSVolumeOpenModes::read);
