@@ -54,8 +54,9 @@ bool Placement::waitForWork() {
 }
 
 bool Placement::waitForStep() {
+    const auto time = placer_.untilNextStep();
     std::unique_lock guard(lock_);
-    return !changed_.wait_for(guard, Placer::stepLength, [&] { return ending_; });
+    return !changed_.wait_for(guard, time, [&] { return ending_; });
 }
 
 } // namespace fusehost

@@ -59,6 +59,11 @@ bool Placer::step(Clock::time_point now) {
     return true;
 }
 
+std::chrono::milliseconds Placer::untilNextStep() const {
+    const bool isQuiet = way_ == Way::apart && judge_.way() == Way::apart && !judge_.isTrying() && masks_.isSettled();
+    return isQuiet ? longStep : stepLength;
+}
+
 void Placer::meetCompanion(pid_t family) {
     if (family == family_)
         return;

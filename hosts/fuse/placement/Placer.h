@@ -20,8 +20,11 @@ class Placer {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// How far steps are apart. What somebody starts with a mask that is not its own has it no longer than that.
+    /// How far steps are apart while there is something to see to. What somebody starts with a mask that is not its own
+    /// has it no longer than that.
     static constexpr auto stepLength = std::chrono::milliseconds(5);
+    /// The same while nothing is placed or tried.
+    static constexpr auto longStep = std::chrono::milliseconds(25);
     /// Without a request for so long the mount is idle.
     static constexpr auto idleAfter = std::chrono::milliseconds(50);
 
@@ -35,6 +38,9 @@ public:
     /// Looks at what has happened since the last step and does what follows. False when the mount is idle and
     /// everything is as it was: nothing is to be done then until work begins.
     bool step(Clock::time_point now);
+
+    /// When the next step is due.
+    std::chrono::milliseconds untilNextStep() const;
 
     /// Puts everything back. To be called again, a step later, until it returns true: threads that are just being
     /// started then have shown.

@@ -83,6 +83,16 @@ TEST_F(PlacerTest, putsEverythingBackWhenTheMountIsIdleAndTakesItUpAgainWithWork
     EXPECT_TRUE(isPlaced(host)) << "what was found out is not forgotten";
 }
 
+TEST_F(PlacerTest, looksSeldomWhileThereIsNothingToSeeTo) {
+    EXPECT_EQ(placer->untilNextStep(), Placer::stepLength) << "while it tries";
+    workUntilPlaced();
+    EXPECT_EQ(placer->untilNextStep(), Placer::stepLength);
+    tasks.threadsOf[host].times.delayed += 20ms;
+    for (int step = 0; step < 5; ++step)
+        work();
+    EXPECT_EQ(placer->untilNextStep(), Placer::longStep) << "while it is barred";
+}
+
 TEST_F(PlacerTest, putsEverythingBackAtItsEnd) {
     workUntilPlaced();
     placer.reset();
