@@ -25,7 +25,7 @@ Placement::Placement(const Companion& companion)
           changed_.notify_all();
       }),
       placer_(tasks_, pace_, companion, {getpid(), gettid()}) {
-    thread_ = startBackgroundThread([this] { quietly("placing threads", [&] { run(); }); });
+    thread_ = startBackgroundThread([this] { quietly("the end of placing threads", [&] { run(); }); });
 }
 
 Placement::~Placement() {
@@ -39,8 +39,10 @@ Placement::~Placement() {
 
 void Placement::run() {
     while (waitForWork())
-        while (placer_.step(Placer::Clock::now()) && waitForStep()) {
-        }
+        quietly("placing threads", [&] {
+            while (placer_.step(Placer::Clock::now()) && waitForStep()) {
+            }
+        });
     while (!placer_.end(Placer::Clock::now()))
         std::this_thread::sleep_for(Placer::stepLength);
 }

@@ -37,7 +37,7 @@ bool Placer::end(Clock::time_point now) {
 }
 
 bool Placer::step(Clock::time_point now) {
-    meetCompanion(companion_.process());
+    meetCompanion(now, companion_.process());
     if (pace_.take(gaps_) > 0)
         lastRequest_ = now;
     if (now - lastRequest_ >= idleAfter) {
@@ -64,11 +64,10 @@ std::chrono::milliseconds Placer::untilNextStep() const {
     return isQuiet ? longStep : stepLength;
 }
 
-void Placer::meetCompanion(pid_t family) {
+void Placer::meetCompanion(Clock::time_point now, pid_t family) {
     if (family == family_)
         return;
-    masks_.putBack();
-    way_ = Way::apart;
+    go(now, Way::apart);
     family_ = family;
     answering_.reset();
     mayAnswer_.clear();

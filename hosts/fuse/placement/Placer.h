@@ -49,7 +49,7 @@ public:
     Way way() const { return way_; }
 
 private:
-    void meetCompanion(pid_t family);
+    void meetCompanion(Clock::time_point now, pid_t family);
     bool knowsWhoAnswers();
     void checkHarm(Clock::time_point now);
     void giveUp(Clock::time_point now, const std::string& reason);

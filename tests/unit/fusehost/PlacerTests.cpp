@@ -181,6 +181,7 @@ TEST_F(PlacerTest, leavesTheHostAloneWhereThereIsNoCompanionOrOneThatHasGone) {
     workUntilPlaced();
     companion.ended(helper);
     work();
+    EXPECT_EQ(pace.waitingTime() > 0us, placer->way() != Way::apart);
     for (int step = 0; step < 100; ++step) {
         EXPECT_FALSE(isPlaced(host));
         EXPECT_FALSE(isPlaced(helper));
