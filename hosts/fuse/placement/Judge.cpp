@@ -48,7 +48,8 @@ bool Judge::add(Clock::time_point now, std::optional<double> cost) {
         if (now < *barredUntil_)
             return false;
         barredUntil_.reset();
-        startTrial();
+        if (!before_)
+            startTrial();
         return false;
     }
     if (!trying_) {
@@ -103,8 +104,9 @@ void Judge::conclude(Clock::time_point now) {
 
 void Judge::bar(Clock::time_point until) {
     barredUntil_ = until;
+    if (trying_)
+        before_.reset();
     trying_ = false;
-    before_.reset();
 }
 
 void Judge::excludeTogether(bool excluded) {

@@ -34,7 +34,7 @@ public:
     /// there were too few. True if a trial has ended with this.
     bool add(Clock::time_point now, std::optional<double> cost);
 
-    /// From now on no more is to be tried but `apart`, until `until`; then all begins anew.
+    /// From now on work is done apart, until `until`; then as was found out before, if anything was.
     void bar(Clock::time_point until);
 
     /// `together` cannot be had. May be called again.

@@ -9,8 +9,11 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr std::chrono::seconds shortestBar = 1s;
-constexpr std::chrono::seconds longestBar = 16s;
+/// What else has run there for a moment has mostly gone by then, or the two find another processor.
+constexpr std::chrono::milliseconds shortestBar = 50ms;
+constexpr std::chrono::milliseconds longestBar = 16s;
+/// Whoever has started one process will start another.
+constexpr std::chrono::milliseconds barForProcesses = 1s;
 /// After so long without harm the next one counts as the first.
 constexpr auto forgotten = 20s;
 
@@ -38,8 +41,10 @@ bool Placer::end(Clock::time_point now) {
 
 bool Placer::step(Clock::time_point now) {
     meetCompanion(now, companion_.process());
-    if (pace_.take(gaps_) > 0)
+    if (const std::uint64_t requests = pace_.take(gaps_); requests > 0) {
         lastRequest_ = now;
+        requests_ += requests;
+    }
     if (now - lastRequest_ >= idleAfter) {
         beIdle(now);
         if (!masks_.isSettled())
@@ -50,13 +55,29 @@ bool Placer::step(Clock::time_point now) {
     checkHarm(now);
     if (!knowsWhoAnswers())
         return true;
-    const auto cost = typicalCost(gaps_);
+    const auto cost = costOfLook();
     if (judge_.add(now, cost))
         tell(judge_.result() + " of the time apart; from now on " + nameOf(judge_.way()));
-    if (cost || judge_.way() != way_)
-        gaps_.clear();
+    if (judge_.way() != way_)
+        forgetLook();
     go(now, judge_.way());
     return true;
+}
+
+// What others' work costs shows in few requests, each of which is late by milliseconds; by the usual ones nobody would
+// see it.
+std::optional<double> Placer::costOfLook() {
+    auto cost = typicalCost(gaps_);
+    if (cost) {
+        *cost += static_cast<double>(strain_.takeWaited().count()) / static_cast<double>(requests_);
+        forgetLook();
+    }
+    return cost;
+}
+
+void Placer::forgetLook() {
+    gaps_.clear();
+    requests_ = 0;
 }
 
 std::chrono::milliseconds Placer::untilNextStep() const {
@@ -119,8 +140,10 @@ void Placer::checkHarm(Clock::time_point now) {
             judge_.excludeTogether(true);
             return;
         }
-        if (started > 0)
+        if (started > 0) {
+            bar_ = std::max(bar_, barForProcesses);
             return giveUp(now, "the companion starts processes");
+        }
     }
     if (!host || !companion)
         return;
@@ -131,7 +154,7 @@ void Placer::checkHarm(Clock::time_point now) {
 }
 
 void Placer::giveUp(Clock::time_point now, const std::string& reason) {
-    tell("given up for " + std::to_string(bar_.count()) + " s: " + reason);
+    tell("given up for " + std::to_string(bar_.count()) + " ms: " + reason);
     judge_.bar(now + bar_);
     bar_ = std::min(longestBar, bar_ * 2);
     lastGoneWell_ = now;
@@ -175,7 +198,7 @@ void Placer::beIdle(Clock::time_point now) {
     if (way_ == Way::together && !judge_.isTrying())
         tell("the mount is idle");
     go(now, Way::apart);
-    gaps_.clear();
+    forgetLook();
     isResuming_ = true;
     masks_.lookAfterOthers();
 }

@@ -52,6 +52,8 @@ private:
     void meetCompanion(Clock::time_point now, pid_t family);
     bool knowsWhoAnswers();
     void checkHarm(Clock::time_point now);
+    std::optional<double> costOfLook();
+    void forgetLook();
     void giveUp(Clock::time_point now, const std::string& reason);
     void go(Clock::time_point now, Way way);
     bool place();
@@ -69,10 +71,11 @@ private:
     std::optional<Task> answering_;                         // the thread of the family that answers
     std::vector<std::pair<Task, std::uint64_t>> mayAnswer_; // with the turns each has had
     std::vector<std::uint32_t> gaps_;                       // of the look under way
+    std::uint64_t requests_ = 0;                            // likewise
     bool isResuming_ = true;                                // work has just begun
     Clock::time_point lastRequest_;
     Clock::time_point lastGoneWell_; // since when nothing had to be given up
-    std::chrono::seconds bar_{};     // how long the next harm is remembered
+    std::chrono::milliseconds bar_;  // how long the next harm is remembered
     std::string lastRefusal_;
 };
 

@@ -1,6 +1,7 @@
 #include "hosts/fuse/placement/Strain.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace fusehost {
 namespace {
@@ -33,6 +34,7 @@ void Strain::begin(Clock::time_point now, const TaskTimes& host, const TaskTimes
     host_ = host;
     companion_ = companion;
     steps_ = {};
+    waited_ = {};
 }
 
 Strain::Step Strain::take(Clock::time_point now, const TaskTimes& host, const TaskTimes& companion) {
@@ -41,7 +43,12 @@ Strain::Step Strain::take(Clock::time_point now, const TaskTimes& host, const Ta
     last_ = now;
     host_ = host;
     companion_ = companion;
+    waited_ += step.waited;
     return step;
+}
+
+nanoseconds Strain::takeWaited() {
+    return std::exchange(waited_, nanoseconds(0));
 }
 
 void Strain::addUsual(Clock::time_point now, const TaskTimes& host, const TaskTimes& companion) {

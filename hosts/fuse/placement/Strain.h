@@ -25,6 +25,10 @@ public:
     /// Adds what has happened, sharing, since the last call. Returns what is wrong, for the log; empty if nothing is.
     std::string add(Clock::time_point now, const TaskTimes& host, const TaskTimes& companion);
 
+    /// How long the two have waited for processors that others had, of all that was added since the last call or since
+    /// it began anew.
+    std::chrono::nanoseconds takeWaited();
+
 private:
     struct Step {
         std::chrono::nanoseconds length{};
@@ -42,6 +46,7 @@ private:
     std::array<Step, kept> steps_{};
     std::size_t next_ = 0;
     Step usual_;
+    std::chrono::nanoseconds waited_{};
 };
 
 } // namespace fusehost

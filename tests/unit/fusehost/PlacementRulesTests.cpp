@@ -107,16 +107,27 @@ TEST_F(JudgeTest, looksAgainEverMoreSeldomWhileTheAnswerStaysTheSame) {
     EXPECT_EQ(untilNextTrial(), 1s) << "after another answer";
 }
 
-TEST_F(JudgeTest, staysApartWhileBarredAndTriesAnewAfterwards) {
+TEST_F(JudgeTest, staysApartWhileBarredAndGoesOnAfterwardsAsItHasFoundOut) {
     cost[Way::together] = 50;
     finishTrial();
-    judge.bar(now + 1s);
+    judge.bar(now + 100ms);
     const auto barred = now;
-    while (!judge.isTrying()) {
+    while (judge.way() == Way::apart)
+        judge.add(now += 5ms, 100);
+    EXPECT_EQ(now - barred, 100ms);
+    EXPECT_FALSE(judge.isTrying());
+    EXPECT_EQ(judge.way(), Way::together);
+}
+
+TEST_F(JudgeTest, beginsATrialAnewThatWasBroken) {
+    cost[Way::together] = 50;
+    for (int look = 0; look < 8; ++look)
+        judge.add(now += 5ms, cost[judge.way()]);
+    judge.bar(now + 100ms);
+    for (int look = 0; look < 20; ++look) {
         EXPECT_EQ(judge.way(), Way::apart);
         judge.add(now += 5ms, 100);
     }
-    EXPECT_EQ(now - barred, 1s);
     EXPECT_EQ(finishTrial(), 18);
     EXPECT_EQ(judge.way(), Way::together);
 }
@@ -193,6 +204,16 @@ TEST_F(StrainTest, showsWhereTheCompanionUsesTheProcessorUp) {
     for (int at = 0; at < 3; ++at)
         EXPECT_THAT(step(1, 0us, at < 2 ? 5ms : 4ms), IsEmpty());
     EXPECT_THAT(step(1, 0us, 5ms), HasSubstr("uses the processor up"));
+}
+
+TEST_F(StrainTest, tellsHowLongTheyHaveWaitedBeyondTheirTurns) {
+    stepApart(10, 120us);
+    step(10, 70us);
+    EXPECT_EQ(strain.takeWaited(), 2 * 10 * 100us + 2 * 10 * 50us);
+    EXPECT_EQ(strain.takeWaited(), 0us);
+    step(10, 70us);
+    strain.begin(now, host, companion);
+    EXPECT_EQ(strain.takeWaited(), 0us);
 }
 
 class PaceTest : public testing::Test {

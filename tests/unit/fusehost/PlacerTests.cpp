@@ -29,7 +29,7 @@ protected:
 
     /// One step of work, as fast as the way in which it is done makes it.
     void work() {
-        const auto gap = isPlaced(host) ? 30us : 60us;
+        const auto gap = isPlaced(host) ? gapTogether : 60us;
         const auto end = now + Placer::stepLength;
         for (; now < end; now += gap) {
             pace.arrived(now);
@@ -60,6 +60,7 @@ protected:
     Companion companion;
     Pace pace{[] {}};
     pid_t answering = helper;
+    std::chrono::microseconds gapTogether = 30us;
     int steady = 0;
     Placer::Clock::time_point now = Placer::Clock::now();
     std::function<void()> each = [] {};
@@ -106,11 +107,21 @@ TEST_F(PlacerTest, givesUpAtOnceWhenTheTwoHaveToWaitForTheProcessor) {
     work();
     EXPECT_FALSE(isPlaced(host));
     EXPECT_FALSE(isPlaced(helper));
-    for (int step = 0; step < 150; ++step) {
+    for (int step = 0; step < 9; ++step) {
         work();
         EXPECT_FALSE(isPlaced(host));
     }
-    workUntilPlaced();
+    work();
+    EXPECT_TRUE(isPlaced(host)) << "what was there for a moment has gone";
+}
+
+TEST_F(PlacerTest, countsWhatTheTwoWaitForOthersAsCost) {
+    gapTogether = 55us;
+    each = [&] { tasks.threadsOf[host].times.delayed += isPlaced(host) ? 5800us : 3700us; };
+    for (int step = 0; step < 40; ++step)
+        work();
+    EXPECT_EQ(placer->untilNextStep(), Placer::longStep) << "the trial is over";
+    EXPECT_EQ(placer->way(), Way::apart);
 }
 
 TEST_F(PlacerTest, takesTheProcessorOnWhichTheHostRunsWhenItTakesItUpAgain) {
@@ -135,10 +146,11 @@ TEST_F(PlacerTest, remembersHarmLongerTheMoreOftenItCame) {
         return now - began;
     };
     workUntilPlaced();
-    EXPECT_LT(bar(), 1200ms);
-    EXPECT_GT(bar(), 1900ms);
-    for (int more = 0; more < 5; ++more)
+    EXPECT_LT(bar(), 80ms);
+    EXPECT_GT(bar(), 90ms);
+    for (int more = 0; more < 8; ++more)
         bar();
+    EXPECT_GT(bar(), 15s);
     EXPECT_LT(bar(), 17s);
 }
 
