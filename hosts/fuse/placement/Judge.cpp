@@ -12,6 +12,8 @@ using namespace std::chrono_literals;
 constexpr double clearlyFaster = 0.95;
 /// Two processors in use for the work of one must be worth more than that.
 constexpr double worthTwo = 0.9;
+/// How long the presumption holds.
+constexpr std::chrono::milliseconds untilFirstTrial = 500ms;
 constexpr std::chrono::seconds shortestInterval = 1s;
 constexpr std::chrono::seconds longestInterval = 16s;
 
@@ -53,7 +55,9 @@ bool Judge::add(Clock::time_point now, std::optional<double> cost) {
         return false;
     }
     if (!trying_) {
-        if (now >= again_)
+        if (!again_)
+            again_ = now + untilFirstTrial;
+        else if (now >= *again_)
             startTrial();
         return false;
     }
@@ -64,6 +68,12 @@ bool Judge::add(Clock::time_point now, std::optional<double> cost) {
         return false;
     conclude(now);
     return true;
+}
+
+void Judge::presume() {
+    trying_ = false;
+    kept_ = Way::together;
+    again_.reset();
 }
 
 void Judge::startTrial() {
@@ -114,9 +124,10 @@ void Judge::excludeTogether(bool excluded) {
         return;
     togetherExcluded_ = excluded;
     before_.reset();
-    if (kept_ == Way::together)
-        kept_ = Way::apart;
-    startTrial();
+    if (excluded)
+        startTrial();
+    else
+        presume();
 }
 
 std::string Judge::result() const {

@@ -19,8 +19,8 @@ enum class Way {
 const char* nameOf(Way way);
 
 /// Finds out by measuring which way is fastest. Each is tried in turn, several times over, so that no chance decides;
-/// what is kept is looked at again now and then, less often while the answer stays the same. Pure: times and costs are
-/// given.
+/// what is kept is looked at again now and then, less often while the answer stays the same. Until the first trial
+/// `together` is presumed: much work is over by then. Pure: times and costs are given.
 class Judge {
 public:
     using Clock = std::chrono::steady_clock;
@@ -47,6 +47,7 @@ private:
     static constexpr std::size_t ways = 3;
     static constexpr std::size_t rounds = 6;
 
+    void presume();
     void startTrial();
     void conclude(Clock::time_point now);
     double ratio(Way way) const;
@@ -55,13 +56,13 @@ private:
     std::size_t waysTried() const { return togetherExcluded_ ? ways - 1 : ways; }
 
     bool togetherExcluded_ = false;
-    bool trying_ = true;
+    bool trying_ = false;
     std::size_t look_ = 0; // of the trial
     std::array<std::array<double, rounds>, ways> costs_{};
-    Way kept_ = Way::apart;
-    std::optional<Way> before_;       // what the last trial has found
-    Clock::time_point again_;         // when to try again
-    std::chrono::seconds interval_{}; // between trials
+    Way kept_ = Way::together;
+    std::optional<Way> before_;              // what the last trial has found
+    std::optional<Clock::time_point> again_; // when to try again, once there was work
+    std::chrono::seconds interval_{};        // between trials
     std::optional<Clock::time_point> barredUntil_;
     std::string result_;
 };

@@ -20,6 +20,8 @@ using testing::IsEmpty;
 
 class JudgeTest : public testing::Test {
 protected:
+    JudgeTest() { presumed = untilNextTrial(); }
+
     /// Works until the trial under way has ended; returns how many looks it took.
     int finishTrial() {
         int looks = 1;
@@ -39,7 +41,27 @@ protected:
     Judge judge;
     Judge::Clock::time_point now = Judge::Clock::now();
     std::map<Way, double> cost{{Way::apart, 100}, {Way::waiting, 100}, {Way::together, 100}};
+    std::chrono::nanoseconds presumed;
 };
+
+TEST_F(JudgeTest, presumesTogetherUntilItHasTried) {
+    EXPECT_EQ(Judge().way(), Way::together);
+    EXPECT_EQ(presumed, 505ms);
+    judge.excludeTogether(true);
+    EXPECT_EQ(judge.way(), Way::apart);
+    judge.excludeTogether(false);
+    EXPECT_EQ(judge.way(), Way::together);
+    EXPECT_FALSE(judge.isTrying());
+}
+
+TEST_F(JudgeTest, triesWhenThePresumptionHasDoneHarm) {
+    Judge fresh;
+    fresh.add(now, 100);
+    fresh.bar(now + 50ms);
+    EXPECT_EQ(fresh.way(), Way::apart);
+    fresh.add(now + 50ms, 100);
+    EXPECT_TRUE(fresh.isTrying());
+}
 
 TEST_F(JudgeTest, triesEachWaySixTimesAndKeepsTheFastest) {
     cost[Way::together] = 60;

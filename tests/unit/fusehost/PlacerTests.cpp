@@ -40,8 +40,9 @@ protected:
         placer->step(now);
     }
 
+    /// For longer than it is presumed to be better.
     void workUntilPlaced() {
-        for (int step = 0; step < 400 && !(placer->way() == Way::together && steady > 20); ++step) {
+        for (int step = 0; step < 400 && !(placer->way() == Way::together && steady > 110); ++step) {
             work();
             steady = placer->way() == Way::together ? steady + 1 : 0;
         }
@@ -118,7 +119,7 @@ TEST_F(PlacerTest, givesUpAtOnceWhenTheTwoHaveToWaitForTheProcessor) {
 TEST_F(PlacerTest, countsWhatTheTwoWaitForOthersAsCost) {
     gapTogether = 55us;
     each = [&] { tasks.threadsOf[host].times.delayed += isPlaced(host) ? 5800us : 3700us; };
-    for (int step = 0; step < 40; ++step)
+    for (int step = 0; step < 100; ++step)
         work();
     EXPECT_EQ(placer->untilNextStep(), Placer::longStep) << "the trial is over";
     EXPECT_EQ(placer->way(), Way::apart);
