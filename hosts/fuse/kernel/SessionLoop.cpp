@@ -72,7 +72,7 @@ SessionLoop::Received SessionLoop::next(KernelRequest& request, int stopDescript
         return Received::nothing;
     }
     const auto since = pace_ != nullptr ? Clock::now() : Clock::time_point();
-    if (const auto time = pace_ != nullptr ? pace_->waitingTime() : Pace::Duration(0); time > Pace::Duration(0)) {
+    if (const auto time = waitingTime(); time > Pace::Duration(0)) {
         if (poll(polled + 1, 1, 0) > 0)
             return Received::end;
         if (const Received received = waitAwake(request, since + time); received != Received::nothing) {
@@ -98,6 +98,12 @@ SessionLoop::Received SessionLoop::receiveNext(KernelRequest& request) {
     if (pace_ != nullptr)
         pace_->arrived(next_.since);
     return received;
+}
+
+Pace::Duration SessionLoop::waitingTime() const {
+    if (pace_ == nullptr || (idleWork_ != nullptr && idleWork_->isUnderWay()))
+        return Pace::Duration(0);
+    return pace_->waitingTime();
 }
 
 SessionLoop::Received SessionLoop::waitAwake(KernelRequest& request, Clock::time_point end) {

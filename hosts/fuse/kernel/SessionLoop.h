@@ -84,6 +84,9 @@ private:
     Received next(KernelRequest& request, int stopDescriptor);
     /// Reads the next request, of which it is known that it comes soon or is there.
     Received receiveNext(KernelRequest& request);
+    /// How long to look for the next request instead of sleeping. Not at all while the volume is asked for something
+    /// beforehand: whoever answers that may need this processor.
+    Pace::Duration waitingTime() const;
     /// Looks for the next request until then instead of sleeping, since to be woken takes a while.
     Received waitAwake(KernelRequest& request, Clock::time_point end);
     void reclaimReading();

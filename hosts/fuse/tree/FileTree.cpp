@@ -9,6 +9,10 @@ FileTree::FileTree(VolumeCalls& volume, const MountOptions& options, Clock clock
 
 FileTree::~FileTree() = default;
 
+bool FileTree::isUnderWay() {
+    return rooms_->handles.isUnderWay();
+}
+
 bool FileTree::isPending() const {
     return rooms_->handles.isPending();
 }

@@ -42,6 +42,8 @@ public:
     /// Read handles that nobody uses any more are given back when there is nothing else to do.
     bool isPending() const override;
     void doNext() noexcept override;
+    /// The next block of a file is being read.
+    bool isUnderWay() override;
 
     /// Activates the volume.
     void begin();

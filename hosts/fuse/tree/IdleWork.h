@@ -10,6 +10,9 @@ public:
     virtual bool isPending() const = 0;
     /// Does one piece of it, which may be one request to the helper.
     virtual void doNext() noexcept = 0;
+
+    /// Whether something is done meanwhile that nobody waits for yet, and that takes a processor elsewhere.
+    virtual bool isUnderWay() = 0;
 };
 
 } // namespace fusehost

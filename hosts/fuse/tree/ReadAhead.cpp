@@ -63,6 +63,11 @@ std::size_t ReadAhead::take(NodeID node, std::int64_t offset, std::span<std::byt
     return count;
 }
 
+bool ReadAhead::isUnderWay() {
+    const std::lock_guard guard(lock_);
+    return state_ == State::asked;
+}
+
 // A helper may have two names for one path, and then two nodes share what is open.
 void ReadAhead::drop(const Node& node) {
     Guard guard(lock_);

@@ -36,6 +36,9 @@ public:
     /// then meets the error.
     std::size_t take(NodeID node, std::int64_t offset, std::span<std::byte> into);
 
+    /// Whether a block is being read.
+    bool isUnderWay();
+
     /// Forgets what was read of the node's file, by whatever name, and waits for the read under way: it uses the
     /// volume's handle of the file.
     void drop(const Node& node);

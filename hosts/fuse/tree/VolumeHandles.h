@@ -78,6 +78,8 @@ public:
     /// Closes the one that waits longest.
     void doNext() noexcept override;
 
+    bool isUnderWay() override { return readAhead_.isUnderWay(); }
+
     // The account
     bool mayBeWritten(const Node& node) const;
     /// The other nodes whose files may be open for writing.

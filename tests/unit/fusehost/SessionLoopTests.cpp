@@ -405,6 +405,19 @@ TEST_F(SessionLoopWaitingAwake, sleepsAtOnceWhereRequestsCameLate) {
     EXPECT_LE(kernel.reads(), before + 2);
 }
 
+TEST_F(SessionLoopWaitingAwake, sleepsAtOnceWhileTheNextBlockOfAFileIsRead) {
+    served.put("/long", "0011223344");
+    const fusehost::OpenFileID file = open("/long", O_RDONLY);
+    read(file, 0, 2);
+    served.before = gate.holding("read /long 4+2");
+    read(file, 2, 2);
+    gate.waitForRequest();
+    start();
+    waitUntilAsleep();
+    EXPECT_LE(kernel.reads(), 1);
+    gate.open();
+}
+
 TEST_F(SessionLoopWaitingAwake, endsWhenAskedToStop) {
     start();
     lookedUp("a");

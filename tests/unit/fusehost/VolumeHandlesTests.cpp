@@ -214,8 +214,10 @@ TEST_F(VolumeHandlesTest, dropsWhatIsReadAheadWhenItHasBeenRead) {
     std::byte block[2];
     handles.readAhead(node, 4, sizeof block);
     entered.get_future().wait();
+    EXPECT_TRUE(handles.isUnderWay());
     mayLeave = true;
     handles.dropReadAhead(node);
+    EXPECT_FALSE(handles.isUnderWay());
     EXPECT_FALSE(isInside) << "whoever drops it goes on to close what is read from";
     volume->onRead = {};
     EXPECT_EQ(handles.takeReadAhead(node, 4, block), 0U);
