@@ -16,8 +16,9 @@ QUICK = 0.5
 
 
 # Every mount but that of the room, "$1": /tmp, for one, may be a file system of its own. With the options that it has, which
-# an ordinary user may not take away. What cannot be changed and can be written to ends the sandbox.
-ALL_READ_ONLY = r'''awk '$3 != "proc" { print $2, $4 }' /proc/self/mounts | while read -r at options; do
+# an ordinary user may not take away. What cannot be changed and can be written to ends the sandbox. What lay below /proc is
+# covered by a new one.
+ALL_READ_ONLY = r'''awk '$3 != "proc" && $2 !~ "^/proc/" { print $2, $4 }' /proc/self/mounts | while read -r at options; do
   at=$(printf %b "$at"); [ "$at" != "$1" ] || continue
   kept=$(printf %s "$options" | tr , '\n' | grep -xE 'nosuid|nodev|noexec|noatime|nodiratime|relatime' | tr '\n' ,)
   mount -o "remount,bind,${kept}ro" "$at" 2>/dev/null || ! [ -w "$at" ] || { echo "$at stays writable" >&2; exit 1; }

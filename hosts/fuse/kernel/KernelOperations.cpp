@@ -32,6 +32,10 @@ void checkAccess(fuse_req_t request, fuse_ino_t node, int wanted) {
     treeOf(request).checkAccess(fuse_req_ctx(request)->uid, node, wanted);
 }
 
+void checkDirectoryAccess(fuse_req_t request, fuse_ino_t directory, int wanted) {
+    treeOf(request).checkDirectoryAccess(fuse_req_ctx(request)->uid, directory, wanted);
+}
+
 void checkOwner(fuse_req_t request, fuse_ino_t node) {
     treeOf(request).checkOwner(fuse_req_ctx(request)->uid, node);
 }
@@ -99,7 +103,7 @@ void opInit(void* userdata, fuse_conn_info* connection) {
 void opLookup(fuse_req_t request, fuse_ino_t parent, const char* name) {
     KernelContext& context = contextOf(request);
     answer(request, [&] {
-        checkAccess(request, parent, X_OK);
+        checkDirectoryAccess(request, parent, X_OK);
         try {
             replyEntry(request, context.tree.lookup(parent, name));
         } catch (const KernelError& error) {
@@ -179,35 +183,35 @@ void opReadlink(fuse_req_t request, fuse_ino_t node) {
 
 void opMknod(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mode, dev_t) {
     answer(request, [&] {
-        checkAccess(request, parent, toChangeNames);
+        checkDirectoryAccess(request, parent, toChangeNames);
         replyEntry(request, treeOf(request).makeNode(parent, name, mode));
     });
 }
 
 void opMkdir(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mode) {
     answer(request, [&] {
-        checkAccess(request, parent, toChangeNames);
+        checkDirectoryAccess(request, parent, toChangeNames);
         replyEntry(request, treeOf(request).makeDirectory(parent, name, mode));
     });
 }
 
 void opSymlink(fuse_req_t request, const char* contents, fuse_ino_t parent, const char* name) {
     answer(request, [&] {
-        checkAccess(request, parent, toChangeNames);
+        checkDirectoryAccess(request, parent, toChangeNames);
         replyEntry(request, treeOf(request).makeSymbolicLink(parent, name, contents));
     });
 }
 
 void opLink(fuse_req_t request, fuse_ino_t node, fuse_ino_t parent, const char* name) {
     answer(request, [&] {
-        checkAccess(request, parent, toChangeNames);
+        checkDirectoryAccess(request, parent, toChangeNames);
         replyEntry(request, treeOf(request).makeLink(node, parent, name));
     });
 }
 
 void opUnlink(fuse_req_t request, fuse_ino_t parent, const char* name) {
     answer(request, [&] {
-        checkAccess(request, parent, toChangeNames);
+        checkDirectoryAccess(request, parent, toChangeNames);
         treeOf(request).removeFile(parent, name);
         fuse_reply_err(request, 0);
     });
@@ -215,7 +219,7 @@ void opUnlink(fuse_req_t request, fuse_ino_t parent, const char* name) {
 
 void opRmdir(fuse_req_t request, fuse_ino_t parent, const char* name) {
     answer(request, [&] {
-        checkAccess(request, parent, toChangeNames);
+        checkDirectoryAccess(request, parent, toChangeNames);
         treeOf(request).removeDirectory(parent, name);
         fuse_reply_err(request, 0);
     });
@@ -224,8 +228,8 @@ void opRmdir(fuse_req_t request, fuse_ino_t parent, const char* name) {
 void opRename(fuse_req_t request, fuse_ino_t parent, const char* name, fuse_ino_t newParent, const char* newName,
               unsigned flags) {
     answer(request, [&] {
-        checkAccess(request, parent, toChangeNames);
-        checkAccess(request, newParent, toChangeNames);
+        checkDirectoryAccess(request, parent, toChangeNames);
+        checkDirectoryAccess(request, newParent, toChangeNames);
         treeOf(request).rename(parent, name, newParent, newName, flags);
         fuse_reply_err(request, 0);
     });
@@ -234,7 +238,7 @@ void opRename(fuse_req_t request, fuse_ino_t parent, const char* name, fuse_ino_
 void opCreate(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mode, fuse_file_info* file) {
     KernelContext& context = contextOf(request);
     answer(request, [&] {
-        checkAccess(request, parent, toChangeNames);
+        checkDirectoryAccess(request, parent, toChangeNames);
         const auto [entry, opened] = context.tree.create(parent, name, file->flags, mode);
         file->fh = numberOf(opened);
         setOpenFlags(*file);

@@ -35,6 +35,10 @@ void FileTree::checkAccess(uid_t caller, NodeID node, int wanted) {
     rooms_->permissions.check(caller, rooms_->nodes.at(node), wanted);
 }
 
+void FileTree::checkDirectoryAccess(uid_t caller, NodeID directory, int wanted) {
+    rooms_->permissions.check(caller, rooms_->nodes.directoryAt(directory), wanted);
+}
+
 void FileTree::checkOwner(uid_t caller, NodeID node) {
     rooms_->permissions.checkOwner(caller, rooms_->nodes.at(node));
 }

@@ -54,6 +54,8 @@ public:
     // Permissions (Permissions): where the kernel does not check them, for what is then asked for by `caller`
     /// EACCES unless all of `wanted` (R_OK, W_OK, X_OK) is allowed.
     void checkAccess(uid_t caller, NodeID node, int wanted);
+    /// The same for names in a directory; ENOTDIR if it is none.
+    void checkDirectoryAccess(uid_t caller, NodeID directory, int wanted);
     /// EPERM unless the caller may make changes that are the owner's.
     void checkOwner(uid_t caller, NodeID node);
 
