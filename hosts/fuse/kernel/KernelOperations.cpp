@@ -42,6 +42,15 @@ void checkOwner(fuse_req_t request, fuse_ino_t node) {
 
 constexpr int toChangeNames = W_OK | X_OK;
 
+/// Runs an operation that changes names in a directory, if whoever asks may do that there.
+template <typename Operation>
+void answerChange(fuse_req_t request, fuse_ino_t directory, const Operation& operation) noexcept {
+    answer(request, [&] {
+        checkDirectoryAccess(request, directory, toChangeNames);
+        operation();
+    });
+}
+
 int accessToOpen(int flags) {
     const int toTruncate = (flags & O_TRUNC) != 0 ? W_OK : 0;
     switch (flags & O_ACCMODE) {
@@ -182,44 +191,31 @@ void opReadlink(fuse_req_t request, fuse_ino_t node) {
 }
 
 void opMknod(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mode, dev_t) {
-    answer(request, [&] {
-        checkDirectoryAccess(request, parent, toChangeNames);
-        replyEntry(request, treeOf(request).makeNode(parent, name, mode));
-    });
+    answerChange(request, parent, [&] { replyEntry(request, treeOf(request).makeNode(parent, name, mode)); });
 }
 
 void opMkdir(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mode) {
-    answer(request, [&] {
-        checkDirectoryAccess(request, parent, toChangeNames);
-        replyEntry(request, treeOf(request).makeDirectory(parent, name, mode));
-    });
+    answerChange(request, parent, [&] { replyEntry(request, treeOf(request).makeDirectory(parent, name, mode)); });
 }
 
 void opSymlink(fuse_req_t request, const char* contents, fuse_ino_t parent, const char* name) {
-    answer(request, [&] {
-        checkDirectoryAccess(request, parent, toChangeNames);
-        replyEntry(request, treeOf(request).makeSymbolicLink(parent, name, contents));
-    });
+    answerChange(request, parent,
+                 [&] { replyEntry(request, treeOf(request).makeSymbolicLink(parent, name, contents)); });
 }
 
 void opLink(fuse_req_t request, fuse_ino_t node, fuse_ino_t parent, const char* name) {
-    answer(request, [&] {
-        checkDirectoryAccess(request, parent, toChangeNames);
-        replyEntry(request, treeOf(request).makeLink(node, parent, name));
-    });
+    answerChange(request, parent, [&] { replyEntry(request, treeOf(request).makeLink(node, parent, name)); });
 }
 
 void opUnlink(fuse_req_t request, fuse_ino_t parent, const char* name) {
-    answer(request, [&] {
-        checkDirectoryAccess(request, parent, toChangeNames);
+    answerChange(request, parent, [&] {
         treeOf(request).removeFile(parent, name);
         fuse_reply_err(request, 0);
     });
 }
 
 void opRmdir(fuse_req_t request, fuse_ino_t parent, const char* name) {
-    answer(request, [&] {
-        checkDirectoryAccess(request, parent, toChangeNames);
+    answerChange(request, parent, [&] {
         treeOf(request).removeDirectory(parent, name);
         fuse_reply_err(request, 0);
     });
@@ -227,8 +223,7 @@ void opRmdir(fuse_req_t request, fuse_ino_t parent, const char* name) {
 
 void opRename(fuse_req_t request, fuse_ino_t parent, const char* name, fuse_ino_t newParent, const char* newName,
               unsigned flags) {
-    answer(request, [&] {
-        checkDirectoryAccess(request, parent, toChangeNames);
+    answerChange(request, parent, [&] {
         checkDirectoryAccess(request, newParent, toChangeNames);
         treeOf(request).rename(parent, name, newParent, newName, flags);
         fuse_reply_err(request, 0);
@@ -237,8 +232,7 @@ void opRename(fuse_req_t request, fuse_ino_t parent, const char* name, fuse_ino_
 
 void opCreate(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mode, fuse_file_info* file) {
     KernelContext& context = contextOf(request);
-    answer(request, [&] {
-        checkDirectoryAccess(request, parent, toChangeNames);
+    answerChange(request, parent, [&] {
         const auto [entry, opened] = context.tree.create(parent, name, file->flags, mode);
         file->fh = numberOf(opened);
         setOpenFlags(*file);

@@ -36,5 +36,14 @@ struct AsciiFolding {
 
 inline constexpr AsciiFolding asciiFoldings[] = {`);
 const hex = (code) => '0x' + code.toString(16).toUpperCase().padStart(4, '0');
-for (const { first, last, text } of runs) console.log(`    {${hex(first)}, ${hex(last)}, ${JSON.stringify(text)}},`);
+let line = '   ';
+for (const { first, last, text } of runs) {
+    const entry = ` {${hex(first)}, ${hex(last)}, ${JSON.stringify(text)}},`;
+    if (line.length + entry.length > 120) {
+        console.log(line);
+        line = '   ';
+    }
+    line += entry;
+}
+console.log(line);
 console.log('};\n\n} // namespace local');
