@@ -612,7 +612,8 @@ def test_names_that_are_not_utf8(mount):
 
 @claim("What changes behind the mount is seen within a second.")
 def test_changes_are_seen(mount):
-    for options, seconds in ((AT_ONCE, 0), ([], 1)):
+    # The kernel counts the second in ticks of its clock, from when it has read the answer; the rest is a busy machine's.
+    for options, seconds in ((AT_ONCE, 0), ([], 1.25)):
         volume = mount(options=options)
         put(volume.backing / "file")
         os.stat(volume.path / "file")
