@@ -1,5 +1,6 @@
 #include "hosts/fuse/placement/LinuxTasks.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <dirent.h>
@@ -127,6 +128,18 @@ std::uint64_t LinuxTasks::family(const Task& task) {
 
     ::stat(threadsPath(task.process).c_str(), &folder); // its links are counted from its threads
     return std::hash<std::string_view>()(read(taskPath(task, "children"))) * 31 + folder.st_nlink;
+}
+
+// "0.20 0.18 0.12 1/80 11206": those ready stand before the slash.
+int LinuxTasks::runnable() {
+    std::string_view text = read("/proc/loadavg");
+    for (int average = 0; average < 3 && !text.empty(); ++average)
+        text.remove_prefix(std::min(text.size(), text.find(' ') + 1));
+    return takeNumber<int>(text).value_or(0);
+}
+
+int LinuxTasks::processors() {
+    return static_cast<int>(::sysconf(_SC_NPROCESSORS_ONLN));
 }
 
 std::string_view LinuxTasks::read(const std::string& path) {

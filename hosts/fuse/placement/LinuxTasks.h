@@ -21,6 +21,9 @@ public:
     std::optional<std::vector<pid_t>> children(pid_t process) override;
     std::uint64_t family(const Task& task) override;
 
+    int runnable() override;
+    int processors() override;
+
     void rest() override { open_.clear(); }
 
 private:

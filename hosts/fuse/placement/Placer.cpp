@@ -24,7 +24,8 @@ void tell(std::string_view text) {
 } // namespace
 
 Placer::Placer(Tasks& tasks, Pace& pace, const Companion& companion, Task host)
-    : tasks_(tasks), pace_(pace), companion_(companion), host_(host), masks_(tasks, host), bar_(shortestBar) {
+    : tasks_(tasks), pace_(pace), companion_(companion), host_(host), masks_(tasks, host),
+      processors_(tasks.processors()), bar_(shortestBar) {
     judge_.excludeTogether(true); // until there is somebody
 }
 
@@ -52,6 +53,7 @@ bool Placer::step(Clock::time_point now) {
         tasks_.rest();
         return false;
     }
+    checkDemand(now);
     checkHarm(now);
     if (!knowsWhoAnswers())
         return true;
@@ -119,6 +121,18 @@ bool Placer::knowsWhoAnswers() {
         }
     mayAnswer_.clear();
     return true;
+}
+
+// Not a harm that is remembered: it is looked for at every step.
+void Placer::checkDemand(Clock::time_point now) {
+    const bool wasHigh = demand_.isHigh();
+    demand_.add(tasks_.runnable(), processors_);
+    if (!demand_.isHigh())
+        return;
+    if (!wasHigh)
+        tell("apart while others want every processor");
+    judge_.bar(now + shortestBar);
+    go(now, Way::apart);
 }
 
 void Placer::checkHarm(Clock::time_point now) {
@@ -199,6 +213,7 @@ void Placer::beIdle(Clock::time_point now) {
         tell("the mount is idle");
     go(now, Way::apart);
     forgetLook();
+    demand_.begin();
     isResuming_ = true;
     masks_.lookAfterOthers();
 }

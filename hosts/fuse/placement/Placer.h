@@ -1,6 +1,7 @@
 #pragma once
 
 #include "hosts/fuse/placement/Companion.h"
+#include "hosts/fuse/placement/Demand.h"
 #include "hosts/fuse/placement/Judge.h"
 #include "hosts/fuse/placement/Masks.h"
 #include "hosts/fuse/placement/Pace.h"
@@ -51,6 +52,7 @@ public:
 private:
     void meetCompanion(Clock::time_point now, pid_t family);
     bool knowsWhoAnswers();
+    void checkDemand(Clock::time_point now);
     void checkHarm(Clock::time_point now);
     std::optional<double> costOfLook();
     void forgetLook();
@@ -64,7 +66,9 @@ private:
     const Companion& companion_;
     const Task host_;
     Masks masks_;
+    const int processors_; // of the machine
     Strain strain_;
+    Demand demand_;
     Judge judge_;
     Way way_ = Way::apart;
     pid_t family_ = 0;

@@ -48,6 +48,11 @@ public:
     /// number that nothing has most likely changed.
     virtual std::uint64_t family(const Task& task) = 0;
 
+    /// How many threads of the machine run or are ready to; 0 where it is not known.
+    virtual int runnable() = 0;
+    /// How many processors the machine has in use.
+    virtual int processors() = 0;
+
     /// Nothing will be asked for a while: what is kept for that is given back.
     virtual void rest() = 0;
 };

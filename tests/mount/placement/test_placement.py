@@ -48,7 +48,10 @@ def work(volume, count=200):
 def work_until(volume, condition, seconds=20, what="the condition"):
     end = time.monotonic() + seconds * SLOWNESS
     while not condition():
-        assert time.monotonic() < end, f"{what} did not come true while the mount was busy"
+        if time.monotonic() >= end:
+            if volume.log_lines("others want every processor"):
+                pytest.skip("other programs want every processor of this machine")
+            pytest.fail(f"{what} did not come true while the mount was busy")
         work(volume, 20)
 
 
@@ -104,9 +107,9 @@ def test_no_other_thread_of_host_or_helper_is_placed(auto):
 
 @needs_two
 def test_what_the_helper_starts_has_the_processors_that_the_helper_had(mount):
-    volume = mount(options=["placement=auto"], helper=HERE / "busyFamily.mjs", environment={"KEMVI_TEST_KIT": os.environ["KEMVI_SDK"]})
+    volume = mount(options=["placement=auto", "log_level=debug"], helper=HERE / "busyFamily.mjs", environment={"KEMVI_TEST_KIT": os.environ["KEMVI_SDK"]})
     helper = volume.helper_pid()
-    volume.expect_log("getattr of <private> failed")
+    volume.expect_log("placement: ", "getattr of <private> failed")
     started = volume.backing / "started"
     for number in range(1, 4):
         work_until(volume, lambda: is_placed(helper), what="the placing")
@@ -130,8 +133,8 @@ def test_what_the_helper_starts_has_the_processors_that_the_helper_had(mount):
 
 @needs_two
 def test_a_helper_that_outlives_a_killed_host_has_its_processors_again(mount):
-    volume = mount(options=["placement=auto"], helper=HERE / "outliving.mjs", environment={"KEMVI_TEST_KIT": os.environ["KEMVI_SDK"]})
-    volume.expect_log("getattr of <private> failed")
+    volume = mount(options=["placement=auto", "log_level=debug"], helper=HERE / "outliving.mjs", environment={"KEMVI_TEST_KIT": os.environ["KEMVI_SDK"]})
+    volume.expect_log("placement: ", "getattr of <private> failed")
     volume.expects_exit = -signal.SIGKILL
     helper = volume.helper_pid()
     work_until(volume, lambda: is_placed(helper), what="the placing")

@@ -114,6 +114,11 @@ TEST_F(LinuxTasksTest, tellsWhatAThreadHasHadOfProcessors) {
     EXPECT_TRUE(tasks.affinity(0)->has(tasks.processorOf(self)));
 }
 
+TEST_F(LinuxTasksTest, tellsHowManyThreadsAreReadyOnHowManyProcessors) {
+    EXPECT_GE(tasks.runnable(), 1) << "this one";
+    EXPECT_GE(tasks.processors(), tasks.unrestricted().count());
+}
+
 TEST_F(LinuxTasksTest, showsThreadsAndChildren) {
     const auto before = tasks.family(self);
     EXPECT_EQ(tasks.family(self), before);

@@ -1,3 +1,4 @@
+#include "hosts/fuse/placement/Demand.h"
 #include "hosts/fuse/placement/Judge.h"
 #include "hosts/fuse/placement/Pace.h"
 #include "hosts/fuse/placement/Strain.h"
@@ -9,6 +10,7 @@ namespace fusehosttests {
 namespace {
 
 using namespace std::chrono_literals;
+using fusehost::Demand;
 using fusehost::Judge;
 using fusehost::Pace;
 using fusehost::Strain;
@@ -236,6 +238,47 @@ TEST_F(StrainTest, tellsHowLongTheyHaveWaitedBeyondTheirTurns) {
     step(10, 70us);
     strain.begin(now, host, companion);
     EXPECT_EQ(strain.takeWaited(), 0us);
+}
+
+TEST(DemandTest, isHighWhereOthersAreAlwaysReadyOnEveryProcessor) {
+    Demand demand;
+    EXPECT_FALSE(demand.isHigh()) << "nothing was seen";
+    for (int look = 0; look < 20; ++look) {
+        demand.add(look % 2 == 0 ? 4 : 6, 2);
+        EXPECT_TRUE(demand.isHigh()) << look;
+    }
+}
+
+TEST(DemandTest, isNotHighWhereManyAreReadyTogetherNowAndThen) {
+    Demand demand;
+    demand.add(3, 2);
+    for (int look = 0; look < 40; ++look) {
+        demand.add(look % 4 == 0 ? 3 : 9, 2);
+        EXPECT_FALSE(demand.isHigh()) << look;
+    }
+}
+
+TEST(DemandTest, bearsWithOneLookThatWasDifferent) {
+    Demand demand;
+    for (int look = 0; look < 20; ++look) {
+        demand.add(look % 8 == 5 ? 3 : 4, 2);
+        EXPECT_TRUE(demand.isHigh()) << look;
+    }
+}
+
+TEST(DemandTest, ofMoreProcessorsNeedsMore) {
+    Demand demand;
+    demand.add(9, 8);
+    EXPECT_FALSE(demand.isHigh());
+    demand.begin();
+    demand.add(10, 8);
+    EXPECT_TRUE(demand.isHigh());
+}
+
+TEST(DemandTest, isNotHighWhereTheSystemDoesNotTell) {
+    Demand demand;
+    demand.add(0, 2);
+    EXPECT_FALSE(demand.isHigh());
 }
 
 class PaceTest : public testing::Test {

@@ -116,6 +116,36 @@ TEST_F(PlacerTest, givesUpAtOnceWhenTheTwoHaveToWaitForTheProcessor) {
     EXPECT_TRUE(isPlaced(host)) << "what was there for a moment has gone";
 }
 
+TEST_F(PlacerTest, leavesEverythingAloneWhileOthersWantEveryProcessor) {
+    tasks.ready = 4;
+    for (int step = 0; step < 400; ++step) {
+        work();
+        EXPECT_FALSE(isPlaced(host));
+        EXPECT_EQ(pace.waitingTime(), 0us);
+    }
+    tasks.ready = 3;
+    workUntilPlaced();
+    tasks.ready = 4;
+    for (int step = 0; step < 8; ++step)
+        work();
+    EXPECT_FALSE(isPlaced(host));
+    EXPECT_FALSE(isPlaced(helper));
+    tasks.ready = 3;
+    for (int step = 0; step < 12; ++step)
+        work();
+    EXPECT_TRUE(isPlaced(host)) << "what was found out is not forgotten";
+}
+
+TEST_F(PlacerTest, looksAnewWhatOthersWantWhenWorkBeginsAgain) {
+    tasks.ready = 4;
+    work();
+    rest();
+    tasks.ready = 3;
+    for (int step = 0; step < 12; ++step)
+        work();
+    EXPECT_TRUE(isPlaced(host));
+}
+
 TEST_F(PlacerTest, countsWhatTheTwoWaitForOthersAsCost) {
     gapTogether = 55us;
     each = [&] { tasks.threadsOf[host].times.delayed += isPlaced(host) ? 5800us : 3700us; };

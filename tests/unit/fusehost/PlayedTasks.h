@@ -78,6 +78,9 @@ public:
         return threads(task.process).size() * 100 + childrenOf[task.process].size();
     }
 
+    int runnable() override { return ready; }
+    int processors() override { return machine.count(); }
+
     void rest() override { ++rests; }
 
     fusehost::ProcessorSet machine;
@@ -86,6 +89,7 @@ public:
     std::map<pid_t, fusehost::ProcessorSet> asked; // the last mask that was asked for, by thread
     std::function<int(pid_t)> refuse = [](pid_t) { return 0; };
     std::function<void(pid_t)> onChange = [](pid_t) {};
+    int ready = 2;
     int changes = 0;
     int rests = 0;
     bool counts = true; // the system counts how long threads wait
