@@ -17,16 +17,20 @@ const char* Error::what() const noexcept {
     }
 }
 
+NSError errorValue(const Error& error) {
+    NSError value = error.nsError();
+    if (value.debugText.empty())
+        value.debugText = error.description();
+    if (error.origin())
+        value.origin = error.origin();
+    return value;
+}
+
 NSError currentError() {
     try {
         throw;
     } catch (const Error& error) {
-        NSError value = error.nsError();
-        if (value.debugText.empty())
-            value.debugText = error.description();
-        if (error.origin())
-            value.origin = error.origin();
-        return value;
+        return errorValue(error);
     } catch (const std::bad_alloc&) {
         return NSError::posix(posixErrno::ENOMEM_);
     } catch (const std::exception& error) {

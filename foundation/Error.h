@@ -45,6 +45,9 @@ private:
     NSError error_;
 };
 
+/// The error value for `error`, which knows where it arose and, for the log, what it was.
+NSError errorValue(const Error& error);
+
 /// The error value for the exception being handled; call it from a catch block only. An exception that is not an
 /// `Error` becomes ENOMEM (std::bad_alloc) or EIO with the exception's text as debug text.
 NSError currentError();

@@ -16,6 +16,8 @@ std::optional<foundation::NSError> caughtError(Work&& work) {
     try {
         std::forward<Work>(work)();
         return std::nullopt;
+    } catch (const foundation::Error& error) {
+        return foundation::errorValue(error); // what the core throws on purpose is not thrown a second time
     } catch (...) {
         return foundation::currentError();
     }

@@ -65,15 +65,18 @@ void HelperExchange::failAtEnd(const HelperRequest& request) {
     throwWith(inState(helperGoneState), AdapterError::protocolError("helper closed stdout"));
 }
 
-void HelperExchange::refuseUnlessAccepted(const HelperResponse& response, const std::string& id) {
-    if (response.id != id)
-        throwWith(inState(outOfStepState(id)),
-                  AdapterError::protocolError("response id " + response.id + " did not match request id " + id));
+// What the helper refuses is of everyday use (a name that is not there), so it is thrown once, with all that is known
+// of it.
+void HelperExchange::refuseUnlessAccepted(const HelperResponse& response, const HelperRequest& request) {
+    if (response.id != request.id)
+        throwWith(
+            withRequest(request, inState(outOfStepState(request.id))),
+            AdapterError::protocolError("response id " + response.id + " did not match request id " + request.id));
     if (!response.ok && response.error)
-        throwWith(withCode(response.error->code.value_or("")),
+        throwWith(withRequest(request, withCode(response.error->code.value_or(""))),
                   foundation::NSErrorException(response.error->posixError()));
     if (!response.ok)
-        throw AdapterError::protocolError("unknown helper error");
+        throwWith(withRequest(request, {}), AdapterError::protocolError("unknown helper error"));
 }
 
 // Once answers are out of step with requests they stay so. Threads that get here at once may count one state as two.
@@ -85,17 +88,17 @@ std::string HelperExchange::outOfStepState(const std::string& id) {
 }
 
 HelperResponse HelperExchange::ask(HelperRequest& request, const HelperResponse::ResultHandler& onResult) {
-    return tellingRequest(request, [&] {
-        std::unique_lock guard(requestLock_);
+    std::unique_lock guard(requestLock_);
+    HelperResponse response = tellingRequest(request, [&] {
         const LineData line = answerTo(request);
         if (!line) {
             guard.unlock();
             failAtEnd(request);
         }
-        HelperResponse response = HelperResponse::decode(line, decoder_, onResult);
-        refuseUnlessAccepted(response, request.id);
-        return response;
+        return HelperResponse::decode(line, decoder_, onResult);
     });
+    refuseUnlessAccepted(response, request);
+    return response;
 }
 
 HelperExchange::PayloadAnswer HelperExchange::askForPayload(HelperRequest& request) {
@@ -115,12 +118,10 @@ HelperExchange::PayloadAnswer HelperExchange::askForPayload(HelperRequest& reque
 }
 
 HelperResponse HelperExchange::acceptedAnswer(const HelperRequest& request, const PayloadAnswer& answer) {
-    return tellingRequest(request, [&] {
-        foundation::JSONReader reader;
-        HelperResponse response = HelperResponse::decode(answer.line, reader);
-        refuseUnlessAccepted(response, request.id);
-        return response;
-    });
+    foundation::JSONReader reader;
+    HelperResponse response = tellingRequest(request, [&] { return HelperResponse::decode(answer.line, reader); });
+    refuseUnlessAccepted(response, request);
+    return response;
 }
 
 } // namespace kemvi

@@ -67,7 +67,7 @@ private:
     LineData answerTo(HelperRequest& request);
     LineData readLineData();
     [[noreturn]] void failAtEnd(const HelperRequest& request);
-    void refuseUnlessAccepted(const HelperResponse& response, const std::string& id);
+    void refuseUnlessAccepted(const HelperResponse& response, const HelperRequest& request);
     std::string outOfStepState(const std::string& id);
 
     foundation::FileHandle& requests_;

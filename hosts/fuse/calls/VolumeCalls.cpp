@@ -90,12 +90,27 @@ FSItemAttributes VolumeCalls::attributesOf(const FSItemPtr& item) {
     return getAttributes(item);
 }
 
-FoundItem VolumeCalls::lookup(const FSItemPtr& directory, const std::string& name) {
+SoughtItem VolumeCalls::seek(const FSItemPtr& directory, const std::string& name) {
     auto [item, stored, error] = ask<FSItemPtr, std::optional<fskit::FSFileName>, OptionalError>(
         [&](auto reply) { operations_->lookupItem(fskit::FSFileName(name), directory, std::move(reply)); });
-    check(error);
-    FSItemAttributes attributes = attributesOf(item);
-    return {std::move(item), storedName(stored, name), attributes};
+    if (error) {
+        KernelError failure(*error, failures_);
+        if (failure.number() == ENOENT)
+            return {std::nullopt, std::move(failure)};
+        throw failure;
+    }
+    try {
+        FSItemAttributes attributes = attributesOf(item);
+        return {FoundItem{std::move(item), storedName(stored, name), attributes}};
+    } catch (const KernelError& failure) {
+        if (failure.number() == ENOENT)
+            return {std::nullopt, failure}; // gone meanwhile
+        throw;
+    }
+}
+
+FoundItem VolumeCalls::lookup(const FSItemPtr& directory, const std::string& name) {
+    return seek(directory, name).orThrow();
 }
 
 FSItemAttributes VolumeCalls::getAttributes(const FSItemPtr& item) {

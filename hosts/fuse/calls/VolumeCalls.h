@@ -3,13 +3,16 @@
 #include "fskit/FSUnaryFileSystem.h"
 #include "fskit/FSVolume.h"
 #include "hosts/fuse/calls/FailureLog.h"
+#include "hosts/fuse/calls/KernelError.h"
 
+#include <cerrno>
 #include <cstddef>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <tuple>
+#include <utility>
 
 namespace fusehost {
 
@@ -18,6 +21,19 @@ struct FoundItem {
     fskit::FSItemPtr item;
     std::string name;
     fskit::FSItemAttributes attributes;
+};
+
+/// What has a name, or why nothing has. A name that is not there is the commonest failure of all, and often no failure
+/// to who asks, so it is handed on as a value.
+struct SoughtItem {
+    std::optional<FoundItem> found;
+    KernelError missing{ENOENT}; // of the name, where nothing was found
+
+    FoundItem orThrow() && {
+        if (!found)
+            throw missing;
+        return std::move(*found);
+    }
 };
 
 /// The operations of one volume as plain calls: each waits for the volume's reply and returns its value, or throws
@@ -35,6 +51,8 @@ public:
     /// Unmounts and deactivates; blocks until the volume has let go of everything.
     void end();
 
+    /// Throws any failure but ENOENT.
+    SoughtItem seek(const fskit::FSItemPtr& directory, const std::string& name);
     /// ENOENT if there is no such name.
     FoundItem lookup(const fskit::FSItemPtr& directory, const std::string& name);
     fskit::FSItemAttributes getAttributes(const fskit::FSItemPtr& item);

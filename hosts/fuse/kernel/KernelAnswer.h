@@ -1,5 +1,6 @@
 #pragma once
 
+#include "hosts/fuse/calls/KernelError.h"
 #include "hosts/fuse/calls/Quietly.h"
 #include "hosts/fuse/kernel/LibFuse.h"
 
@@ -17,6 +18,9 @@ template <typename Operation>
 void answer(fuse_req_t request, Operation&& operation) noexcept {
     try {
         std::forward<Operation>(operation)();
+    } catch (const KernelError& failure) {
+        failure.tell();
+        fuse_reply_err(request, failure.number());
     } catch (...) {
         fuse_reply_err(request, errnoOfFailure());
     }

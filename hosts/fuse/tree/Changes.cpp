@@ -19,7 +19,7 @@ bool NameChange::knowsAbsent(const Node& directory, const std::string& name) {
 }
 
 std::optional<FoundItem> NameChange::existing(Nodes& nodes, Node& directory, const std::string& name) {
-    return knowsAbsent(directory, name) ? std::nullopt : nodes.findIfThere(directory, name);
+    return knowsAbsent(directory, name) ? std::nullopt : nodes.seek(directory, name).found;
 }
 
 } // namespace fusehost

@@ -40,7 +40,7 @@ public:
     /// question too old.
     bool knowsAbsent(const Node& directory, const std::string& name);
 
-    /// What has the name; asked of the helper unless the lookup before tells. As `Nodes::findIfThere`.
+    /// What has the name; asked of the helper unless the lookup before tells. As `Nodes::seek`.
     std::optional<FoundItem> existing(Nodes& nodes, Node& directory, const std::string& name);
 
     /// Notes that the change has changed the node too.

@@ -1,8 +1,6 @@
 #include "hosts/fuse/tree/Lookup.h"
 
-#include "hosts/fuse/calls/KernelError.h"
-
-#include <cerrno>
+#include <utility>
 
 namespace fusehost {
 
@@ -16,14 +14,11 @@ TreeEntry Lookup::find(Node& directory, const std::string& name) {
     hidden_.refuseHidden(directory, name);
     if (const auto told = listings_.told(directory, name, entryTimeout_))
         return *told;
-    try {
-        const FoundItem found = nodes_.find(directory, name);
-        return attributes_.handOut(nodes_.adopt(directory, found), found.attributes);
-    } catch (const KernelError& error) {
-        if (error.number() == ENOENT)
-            absence_.note(directory, name);
-        throw;
-    }
+    SoughtItem sought = nodes_.seek(directory, name);
+    if (!sought.found)
+        absence_.note(directory, name);
+    const FoundItem found = std::move(sought).orThrow();
+    return attributes_.handOut(nodes_.adopt(directory, found), found.attributes);
 }
 
 } // namespace fusehost

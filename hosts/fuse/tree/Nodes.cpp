@@ -90,39 +90,22 @@ FSItemPtr Nodes::makeAnew(Node& node) {
     return node.item;
 }
 
-FoundItem Nodes::find(Node& directory, const std::string& name) {
-    try {
-        FoundItem found = volume_.lookup(itemOf(directory), name);
-        if (!isUsableName(found.name, volume_.maximumNameLength()))
-            found.name = name;
-        return found;
-    } catch (const KernelError& error) {
-        if (error.number() == ENOENT)
-            if (Node* vanished = child(directory, name))
-                dropVanished(*vanished);
-        throw;
-    }
+SoughtItem Nodes::seek(Node& directory, const std::string& name) {
+    SoughtItem sought = volume_.seek(itemOf(directory), name);
+    if (sought.found) {
+        if (!isUsableName(sought.found->name, volume_.maximumNameLength()))
+            sought.found->name = name;
+    } else if (Node* vanished = child(directory, name))
+        dropVanished(*vanished);
+    return sought;
 }
 
-std::optional<FoundItem> Nodes::findIfThere(Node& directory, const std::string& name) {
-    try {
-        return find(directory, name);
-    } catch (const KernelError& error) {
-        if (error.number() == ENOENT)
-            return std::nullopt;
-        throw;
-    }
+FoundItem Nodes::find(Node& directory, const std::string& name) {
+    return seek(directory, name).orThrow();
 }
 
 bool Nodes::isTaken(Node& directory, const std::string& name) {
-    try {
-        volume_.lookup(itemOf(directory), name);
-        return true;
-    } catch (const KernelError& error) {
-        if (error.number() == ENOENT)
-            return false;
-        throw;
-    }
+    return volume_.seek(itemOf(directory), name).found.has_value();
 }
 
 Nodes::Resolved Nodes::resolve(Node& directory, const std::string& name) {

@@ -48,10 +48,10 @@ public:
     fskit::FSItemPtr makeAnew(Node& node);
 
     // Names in a directory
-    /// ENOENT if there is no such name, which ends the node that had it.
+    /// A name that is not there ends the node that had it.
+    SoughtItem seek(Node& directory, const std::string& name);
+    /// The same; ENOENT if there is no such name.
     FoundItem find(Node& directory, const std::string& name);
-    /// The same, with nothing for a name that is not there.
-    std::optional<FoundItem> findIfThere(Node& directory, const std::string& name);
     /// Whether the helper knows the name now. Nothing comes of it.
     bool isTaken(Node& directory, const std::string& name);
 
