@@ -378,12 +378,23 @@ protected:
 };
 
 TEST_F(SessionLoopWaitingAwake, looksMoreThanOnceForTheNextRequestAndThenSleeps) {
+    // On a busy machine its moment may be over when it has looked once.
+    constexpr int tries = 100;
     start();
-    waitUntilAsleep();
-    const int before = kernel.reads();
-    lookedUp("a");
-    waitUntilAsleep();
-    EXPECT_GT(kernel.reads(), before + 2);
+    for (int attempt = 0; attempt < tries; ++attempt) {
+        waitUntilAsleep();
+        const int before = kernel.reads();
+        lookedUp("a");
+        waitUntilAsleep();
+        if (kernel.reads() > before + 2)
+            return;
+        requestStop();
+        ASSERT_TRUE(waitForEnd());
+        for (int request = 0; request < 8; ++request)
+            pace.waited(0us, false);
+        resume();
+    }
+    FAIL() << "it has never looked more than once";
 }
 
 TEST_F(SessionLoopWaitingAwake, servesWhatComesWhileItSleepsAndWhileItIsAwake) {
