@@ -70,6 +70,11 @@ std::optional<foundation::ExitStatus> HelperProcesses::exitStatus() const {
     return helper && helper->held.waitGone(graceAfterEndOfOutput) ? helper->child->exitStatus() : std::nullopt;
 }
 
+std::optional<foundation::ExitStatus> HelperProcesses::knownExitStatus() const {
+    const auto helper = current();
+    return helper ? helper->child->exitStatus() : std::nullopt;
+}
+
 std::string HelperProcesses::afterEndOfOutput() const {
     if (!ended())
         return {};

@@ -45,6 +45,9 @@ public:
     /// How the helper ended; one that is about to is given a moment. Nothing if it still runs then, or was not started.
     std::optional<foundation::ExitStatus> exitStatus() const;
 
+    /// The same as far as it is known already: waits for nothing.
+    std::optional<foundation::ExitStatus> knownExitStatus() const;
+
     /// The state of a helper that answers no more, as a clause: how it ended, for which it is given a moment, or that
     /// it still runs. Empty for one that answers.
     std::string afterEndOfOutput() const;

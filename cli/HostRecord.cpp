@@ -3,6 +3,7 @@
 #include "cli/CommandError.h"
 #include "cli/ProcessTable.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -24,7 +25,8 @@ namespace {
 constexpr const char* recordName = "kemvi-mount";
 constexpr const char* recordLink = "/memfd:kemvi-mount (deleted)";
 
-// The first bytes are the device number, or "-", filled up with spaces; the path follows.
+// The first bytes are the device number, or "-", filled up with spaces; the path follows, and, behind a NUL, that
+// of the control channel.
 constexpr std::size_t numberLength = 12;
 
 std::string numberField(std::optional<unsigned> deviceMinor) {
@@ -68,7 +70,7 @@ std::string recordOf(pid_t pid, uid_t user) {
 /// False if the file has not the form of a record.
 bool readRecord(const std::string& path, ServingProcess& into) {
     std::ifstream file(path, std::ios::binary);
-    std::string text(numberLength + PATH_MAX, '\0');
+    std::string text(numberLength + 2 * PATH_MAX, '\0');
     file.read(text.data(), static_cast<std::streamsize>(text.size()));
     text.resize(static_cast<std::size_t>(file.gcount()));
     if (text.size() <= numberLength)
@@ -76,12 +78,14 @@ bool readRecord(const std::string& path, ServingProcess& into) {
     unsigned number = 0;
     const auto result = std::from_chars(text.data(), text.data() + numberLength, number);
     into.deviceMinor = result.ec == std::errc() ? std::optional(number) : std::nullopt;
-    into.mountPoint = text.substr(numberLength);
+    const auto end = std::min(text.find('\0', numberLength), text.size());
+    into.mountPoint = text.substr(numberLength, end - numberLength);
+    into.controlPath = end < text.size() ? text.substr(end + 1) : std::string();
     return true;
 }
 
 std::optional<ServingProcess> servingProcess(pid_t pid) {
-    ServingProcess found{HeldProcess(pid), 0, {}, std::nullopt};
+    ServingProcess found{HeldProcess(pid), 0, {}, std::nullopt, {}};
     const auto user = onlyUserOf(pid);
     const auto record = user ? recordOf(pid, *user) : std::string();
     // Looked at last: while the process held lives, the number was its own all along.
@@ -93,8 +97,11 @@ std::optional<ServingProcess> servingProcess(pid_t pid) {
 
 } // namespace
 
-HostRecord::HostRecord(const std::string& mountPoint) : descriptor_(::memfd_create(recordName, MFD_CLOEXEC)) {
-    const std::string text = numberField(std::nullopt) + mountPoint;
+HostRecord::HostRecord(const std::string& mountPoint, const std::string& controlPath)
+    : descriptor_(::memfd_create(recordName, MFD_CLOEXEC)) {
+    std::string text = numberField(std::nullopt) + mountPoint;
+    if (!controlPath.empty())
+        text.append(1, '\0').append(controlPath);
     if (!descriptor_.isOpen() || ::pwrite(descriptor_.number(), text.data(), text.size(), 0) < 0)
         throw CommandError(ExitCode::failure, mountPoint, "cannot be noted as mounted: " + errnoText(errno));
 }

@@ -12,11 +12,12 @@ namespace cli {
 
 /// What a process that serves a mount holds open, so that other commands recognise it: a file in memory that names its
 /// mount. It vanishes with the process, needs no place on a disk, and says the same to every copy and version of the
-/// program. Not thread-safe.
+/// program. It also says where the mount's control channel is. Not thread-safe.
 class HostRecord {
 public:
-    /// A mount at this real path is being made; it has no device number yet. Throws CommandError.
-    explicit HostRecord(const std::string& mountPoint);
+    /// A mount at this real path is being made; it has no device number yet. `controlPath` is the socket of its control
+    /// channel, empty if it has none. Throws CommandError.
+    explicit HostRecord(const std::string& mountPoint, const std::string& controlPath = {});
 
     /// Names the minor device number of the mount, or, with nothing, says that it is mounted no more.
     void setDevice(std::optional<unsigned> deviceMinor);
@@ -31,6 +32,7 @@ struct ServingProcess {
     uid_t owner = 0;
     std::string mountPoint;
     std::optional<unsigned> deviceMinor;
+    std::string controlPath; // of its control channel; empty if it has none
 };
 
 /// The processes that hold a record, as far as this user may look into them. Nobody can have another user's process

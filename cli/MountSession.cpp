@@ -4,8 +4,11 @@
 #include "cli/DeathWatch.h"
 #include "cli/HelperProcesses.h"
 #include "cli/HostRecord.h"
+#include "cli/MountControl.h"
 #include "cli/MountPoint.h"
 #include "cli/StopControl.h"
+#include "cli/control/StatusOperation.h"
+#include "cli/control/UnmountOperation.h"
 #include "extension/KemviUnaryFileSystem.h"
 #include "foundation/Error.h"
 #include "foundation/PosixErrno.h"
@@ -13,6 +16,7 @@
 #include "hosts/fuse/calls/Quietly.h"
 #include "hosts/fuse/mounting/MountError.h"
 
+#include <atomic>
 #include <cerrno>
 #include <memory>
 #include <mutex>
@@ -121,13 +125,20 @@ std::string startProblem(const foundation::NSError& error, const HelperProcesses
 
 class MountSession {
 public:
-    MountSession(const MountPlan& plan)
-        : plan_(plan), lock_(std::in_place, plan.mountPoint), record_(plan.mountPoint),
+    explicit MountSession(const MountPlan& plan)
+        : plan_(plan), lock_(std::in_place, plan.mountPoint), control_(plan), record_(plan.mountPoint, control_.path()),
           watch_(afterOurDeath, plan.mountPoint), helpers_(watch_, &companion_),
           host_(
               std::make_shared<kemvi::KemviUnaryFileSystem>(helpers_), plan.source, plan.mountPoint, plan.options,
               [this](const foundation::ErrorOrigin&) { return helpers_.afterEndOfOutput(); }, &companion_),
-          stop_(host_, helpers_, plan.mountPoint) {}
+          stop_(host_, helpers_, plan.mountPoint) {
+        control_.serve([this](control::ControlServer& server) { addOperations(server); });
+    }
+
+    ~MountSession() { control_.stop(); } // what its operations look at goes next
+
+    MountSession(const MountSession&) = delete;
+    MountSession& operator=(const MountSession&) = delete;
 
     ExitCode run(const Progress& progress) {
         nameProcess("kemvi-starting");
@@ -144,6 +155,11 @@ public:
     }
 
 private:
+    void addOperations(control::ControlServer& server) {
+        addStatusOperation(server, {plan_, helpers_, stop_});
+        addUnmountOperation(server, plan_.mountPoint, [this] { return device_.load(); });
+    }
+
     [[noreturn]] void throwInterrupted() const {
         throw CommandError(ExitCode::interrupted, plan_.mountPoint, "interrupted before the mount was ready");
     }
@@ -172,6 +188,7 @@ private:
         if (const auto device = host_.deviceMinor()) {
             nameProcess("kemvi-" + std::to_string(*device));
             record_.setDevice(*device);
+            device_ = *device;
             watch_.begin(*device);
         }
         progress.mounted();
@@ -190,6 +207,7 @@ private:
         // The device number may now be given to another mount, whose process must not be taken for this one.
         nameProcess("kemvi-ending");
         record_.setDevice(std::nullopt);
+        device_ = std::nullopt;
         watch_.release();
         stop_.enter(StopControl::Phase::ending);
         host_.shutdown();
@@ -197,13 +215,15 @@ private:
 
     const MountPlan& plan_;
     std::optional<MountPointLock> lock_; // until it is mounted; then the mount table says so
+    MountControl control_;               // stopped before what follows goes
     HostRecord record_;
     DeathWatch watch_; // goes after the helper, which it ends should this process be killed
     fusehost::Companion companion_{[this](int processor) { watch_.placing(processor); }}; // the helper, for the host
     HelperProcesses helpers_; // goes after the host: by then the helper's input is closed
     fusehost::FuseHost host_;
     StopControl stop_;
-    bool interrupted_ = false; // the end came between the mount and its first answer
+    std::atomic<std::optional<unsigned>> device_{}; // while it is served
+    bool interrupted_ = false;                      // the end came between the mount and its first answer
 };
 
 /// Whatever folder the command was called in must not stay busy for as long as the mount lives. Staying there is no

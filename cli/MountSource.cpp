@@ -2,6 +2,7 @@
 
 #include "cli/CommandError.h"
 #include "cli/Paths.h"
+#include "control/ControlServer.h"
 #include "foundation/DecodingError.h"
 #include "foundation/FileContents.h"
 
@@ -87,6 +88,7 @@ void tellSourceToHelpers(const MountSource& source) {
     ::setenv("KEMVI_SOURCE", source.path.c_str(), 1);
     if (const auto become = shippedProgram("kemvi-become.node"))
         ::setenv("KEMVI_BECOME", become->c_str(), 1);
+    ::setenv(control::environmentName, "", 1);
 }
 
 } // namespace cli

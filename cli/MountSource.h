@@ -25,7 +25,8 @@ void checkHelperAvailable(const MountSource& source);
 
 /// Puts the source directory into this process's own environment, as KEMVI_SOURCE. The helper inherits it and so knows
 /// which file the mount was made from. As KEMVI_BECOME it also gets what the shipped helper `program` needs to become
-/// the program that it starts. To be called before there are other threads.
+/// the program that it starts. No control channel is named yet: that of another mount, from whose helper this command
+/// may have been called, is not meant. To be called before there are other threads.
 void tellSourceToHelpers(const MountSource& source);
 
 } // namespace cli

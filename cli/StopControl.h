@@ -31,6 +31,9 @@ public:
 
     void enter(Phase phase);
 
+    /// Any thread.
+    Phase phase() const { return phase_; }
+
     /// A signal came before the mount was served.
     bool interrupted() const { return interrupted_; }
 

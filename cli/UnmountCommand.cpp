@@ -2,8 +2,9 @@
 
 #include "cli/CommandError.h"
 #include "cli/HostRecord.h"
-#include "cli/Paths.h"
+#include "cli/MountTarget.h"
 #include "cli/ProcessTable.h"
+#include "control/ControlClient.h"
 #include "foundation/Error.h"
 #include "foundation/FileContents.h"
 #include "hosts/fuse/mounting/MountTable.h"
@@ -12,7 +13,6 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <filesystem>
 #include <iterator>
 #include <memory>
 #include <optional>
@@ -34,6 +34,8 @@ constexpr auto endAfterKilling = 1000ms;
 constexpr auto quietWait = 3000ms;
 constexpr auto watcherEnd = 1000ms;
 
+constexpr auto asLongAsItTakes = std::chrono::hours(24 * 365); // the kernel writes what it holds before it lets go
+
 constexpr std::size_t namedUsers = 5;
 
 struct Request {
@@ -41,49 +43,20 @@ struct Request {
     bool force = false;
 };
 
-/// What the user means: a mount, or, where nothing is mounted any more, the path at which something was.
-struct Target {
-    std::string path;
-    std::optional<fusehost::MountEntry> mount;
-};
-
-/// A link to a mount point is followed only once it is clear that no mount bears its name, because following the name
-/// of a mount asks the mounted file system.
-Target findTarget(const std::string& name) {
-    const auto table = fusehost::readMountTable();
-    auto path = realParentPath(name);
-    auto found = path ? fusehost::findMount(table, *path) : std::nullopt;
-    std::error_code error;
-    if (path && !found && std::filesystem::is_symlink(*path, error)) {
-        path = realPath(*path);
-        found = path ? fusehost::findMount(table, *path) : std::nullopt;
-    }
-    if (found && !found->isOurs()) {
-        throw CommandError(ExitCode::notMounted, name,
-                           "what is mounted here is of type " + found->type + ", not of ours; use umount");
-    }
-    return {path.value_or(name), found};
-}
-
 /// The processes behind a mount, held before it is taken away.
 struct Processes {
     std::vector<HeldProcess> hosts; // one, or none behind a stale mount
     std::vector<HeldProcess> helpers;
     /// They look at the mount point once more when the host ends; a new mount there must not meet them.
     std::vector<HeldProcess> watchers;
+    std::string controlPath; // of the host; may be empty
 };
-
-bool isBehind(const ServingProcess& serving, const Target& target) {
-    if (!target.mount)
-        return serving.mountPoint == target.path;
-    return serving.deviceMinor == target.mount->deviceMinor && serving.owner == target.mount->owner;
-}
 
 void moveTo(std::vector<HeldProcess>& all, std::vector<HeldProcess> more) {
     std::move(more.begin(), more.end(), std::back_inserter(all));
 }
 
-Processes processesBehind(const Target& target) {
+Processes processesBehind(const MountTarget& target) {
     Processes processes;
     for (auto& serving : servingProcesses()) {
         if (!isBehind(serving, target))
@@ -95,6 +68,7 @@ Processes processesBehind(const Target& target) {
         if (serving.process.gone())
             continue; // those are another process's children, if there are any
         processes.hosts.push_back(std::move(serving.process));
+        processes.controlPath = serving.controlPath;
         moveTo(processes.helpers, std::move(helpers));
         moveTo(processes.watchers, std::move(watchers));
     }
@@ -176,9 +150,42 @@ void waitForHost(const fusehost::MountEntry& mount, const HeldProcess& host) {
     host.waitGone();
 }
 
+bool isMounted(const fusehost::MountEntry& mount) {
+    const auto found = fusehost::findMount(fusehost::readMountTable(), mount.mountPoint);
+    return found && found->isOurs() && found->deviceMinor == mount.deviceMinor;
+}
+
+/// Has the process that serves it take the mount away. Nothing if that leaves it to us: it has no channel, does not
+/// answer, knows the mount by another path, or has a mount table of its own.
+std::optional<std::optional<fusehost::UnmountFailure>> unmountByHost(const fusehost::MountEntry& mount,
+                                                                     const Processes& processes) {
+    if (processes.controlPath.empty())
+        return std::nullopt;
+    try {
+        control::ControlClient channel(processes.controlPath, processes.hosts.back().pid());
+        if (const auto* known = channel.greeting().find("mountPoint");
+            known == nullptr || known->asString() == nullptr || *known->asString() != mount.mountPoint)
+            return std::nullopt;
+        channel.ask("unmount", {}, asLongAsItTakes);
+    } catch (const control::ChannelError& error) {
+        if (error.code() == "busy")
+            return fusehost::UnmountFailure{true, error.what()};
+        // An end that came first has cut the answer off.
+    }
+    if (isMounted(mount))
+        return std::nullopt;
+    return std::optional<fusehost::UnmountFailure>();
+}
+
+std::optional<fusehost::UnmountFailure> takeAway(const fusehost::MountEntry& mount, const Processes& processes) {
+    if (const auto outcome = unmountByHost(mount, processes))
+        return *outcome;
+    return fusehost::unmount(mount.mountPoint);
+}
+
 void unmountOrderly(const fusehost::MountEntry& mount, const Processes& processes) {
     const bool unseen = isServedUnseen(mount, processes);
-    if (const auto failure = fusehost::unmount(mount.mountPoint))
+    if (const auto failure = takeAway(mount, processes))
         refuse(mount, *failure, processes);
     if (unseen)
         printMessage(mount.mountPoint + ": " + hostUnseen);
@@ -233,7 +240,7 @@ void unmountByForce(const fusehost::MountEntry& mount, const Processes& processe
 }
 
 ExitCode run(const Request& request) {
-    const Target target = findTarget(request.mountPoint);
+    const MountTarget target = findMountTarget(request.mountPoint);
     const Processes processes = processesBehind(target);
     if (!target.mount && (processes.hosts.empty() || !request.force))
         refuseUnmounted(target.path, processes);

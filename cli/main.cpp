@@ -3,10 +3,12 @@
 #include "cli/CommandError.h"
 #include "cli/DeathWatch.h"
 #include "cli/InitCommand.h"
+#include "cli/ListCommand.h"
 #include "cli/MountCommand.h"
 #include "cli/MountHelper.h"
 #include "cli/ProcessStart.h"
 #include "cli/Spelling.h"
+#include "cli/StatusCommand.h"
 #include "cli/UnmountCommand.h"
 
 #include <CLI/CLI.hpp>
@@ -54,12 +56,15 @@ int runCommandLine(int argc, char** argv) {
     cli::ExitCode result = cli::ExitCode::success;
     cli::addMountCommand(app, result);
     cli::addUnmountCommand(app, result);
+    cli::addListCommand(app, result);
+    cli::addStatusCommand(app, result);
     cli::addInitCommand(app, result);
     cli::addCheckCommand(app, result);
     app.get_subcommand("unmount")->alias("umount");
     auto words = withoutHelpCommand({argv + 1, argv + argc});
     if (words.empty()) {
-        cli::printMessage("a command is missing: mount, unmount, init or check; see kemvi --help");
+        cli::printMessage(
+            "a command is missing: mount, unmount, list, status, init, check or another; see kemvi --help");
         return static_cast<int>(cli::ExitCode::usage);
     }
     checkCommand(app, words);

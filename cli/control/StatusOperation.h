@@ -1,0 +1,21 @@
+#pragma once
+
+#include "cli/HelperProcesses.h"
+#include "cli/MountSession.h"
+#include "cli/StopControl.h"
+#include "control/ControlServer.h"
+
+namespace cli {
+
+/// What the status of a mount is told from; all must outlive the server.
+struct StatusSources {
+    const MountPlan& plan;
+    const HelperProcesses& helpers;
+    const StopControl& stop;
+};
+
+/// Adds the operation "status": what the mount is, and what it is at. It waits for nothing, so it also answers while
+/// the helper hangs.
+void addStatusOperation(control::ControlServer& server, const StatusSources& sources);
+
+} // namespace cli
