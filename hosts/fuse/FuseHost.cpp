@@ -8,6 +8,7 @@
 
 #include "hosts/fuse/calls/Quietly.h"
 #include "hosts/fuse/calls/VolumeCalls.h"
+#include "hosts/fuse/kernel/CacheNotifier.h"
 #include "hosts/fuse/kernel/KernelContext.h"
 #include "hosts/fuse/kernel/KernelSession.h"
 #include "hosts/fuse/kernel/PageWriter.h"
@@ -43,10 +44,12 @@ public:
     void requestStop() noexcept { stop_.signal(); }
 
     void refuseRequests() noexcept;
+    void invalidate(std::vector<std::string> paths, WhenInvalidated whenDone);
     void shutdown();
 
 private:
     class LoopInUse;
+    class Invalidation;
 
     std::unique_ptr<Placement> makePlacement() const;
     bool isStopRequested() const;
@@ -67,15 +70,17 @@ private:
 
     std::mutex lock_; // guards what follows
     SessionLoop* loop_ = nullptr;
+    CacheNotifier* notifier_ = nullptr; // for as long as there is a loop
     bool refuses_ = false;
 };
 
-/// Lets `refuseRequests` reach a loop for as long as it runs.
+/// Lets other threads reach a loop for as long as it runs.
 class FuseHost::Implementation::LoopInUse {
 public:
-    LoopInUse(Implementation& host, SessionLoop& loop) : host_(host) {
+    LoopInUse(Implementation& host, SessionLoop& loop, CacheNotifier& notifier) : host_(host) {
         const std::lock_guard guard(host_.lock_);
         host_.loop_ = &loop;
+        host_.notifier_ = &notifier;
         if (host_.refuses_)
             loop.refuse();
     }
@@ -83,6 +88,7 @@ public:
     ~LoopInUse() {
         const std::lock_guard guard(host_.lock_);
         host_.loop_ = nullptr;
+        host_.notifier_ = nullptr;
     }
 
     LoopInUse(const LoopInUse&) = delete;
@@ -90,6 +96,28 @@ public:
 
 private:
     Implementation& host_;
+};
+
+/// One that is asked for, until its answer is given. Where nobody gives it, as at the end of a mount, its own end does.
+class FuseHost::Implementation::Invalidation {
+public:
+    Invalidation(std::vector<std::string> itsPaths, WhenInvalidated whenDone)
+        : paths(std::move(itsPaths)), whenDone_(std::move(whenDone)) {}
+
+    ~Invalidation() { answer(std::nullopt); }
+
+    Invalidation(const Invalidation&) = delete;
+    Invalidation& operator=(const Invalidation&) = delete;
+
+    void answer(std::optional<std::size_t> told) noexcept {
+        if (const WhenInvalidated whenDone = std::exchange(whenDone_, {}))
+            quietly("answering an invalidation", [&] { whenDone(told); });
+    }
+
+    const std::vector<std::string> paths;
+
+private:
+    WhenInvalidated whenDone_;
 };
 
 void FuseHost::Implementation::load() {
@@ -115,12 +143,16 @@ bool FuseHost::Implementation::serve(const std::function<void()>& onWriting) {
     {
         const SystemCallers callers;
         const auto placement = makePlacement();
+        CacheNotifier notifier(session_->descriptor(), {.dropFiles = options_.writeback});
         SessionLoop loop(session_->get(), session_->descriptor(), callers, tree_.get(),
                          placement ? &placement->pace() : nullptr);
-        const LoopInUse inUse(*this, loop);
+        const LoopInUse inUse(*this, loop, notifier);
         ended = loop.run(stop_.number());
         if (ended && isStopRequested())
             ended = writePages(loop, onWriting);
+        notifier.finish();
+        if (ended)
+            ended = loop.run(notifier.finished());
     }
     session_->unmount();
     return ended;
@@ -155,6 +187,20 @@ void FuseHost::Implementation::refuseRequests() noexcept {
     refuses_ = true;
     if (loop_ != nullptr)
         loop_->refuse();
+}
+
+// The executing thread says what is to be forgotten, since the tree is its own; the notifier, which it does not wait
+// for, has it forgotten.
+void FuseHost::Implementation::invalidate(std::vector<std::string> paths, WhenInvalidated whenDone) {
+    const auto invalidation = std::make_shared<Invalidation>(std::move(paths), std::move(whenDone));
+    const std::lock_guard guard(lock_);
+    if (loop_ == nullptr)
+        return;
+    loop_->hand([this, &notifier = *notifier_, invalidation] {
+        ToForget toForget = tree_->noteOutsideChanges(invalidation->paths);
+        const std::size_t count = toForget.names.size() + toForget.nodes.size();
+        notifier.tell(std::move(toForget), [invalidation, count] { invalidation->answer(count); });
+    });
 }
 
 void FuseHost::Implementation::shutdown() {
@@ -199,6 +245,10 @@ void FuseHost::requestStop() noexcept {
 
 void FuseHost::refuseRequests() noexcept {
     implementation_->refuseRequests();
+}
+
+void FuseHost::invalidate(std::vector<std::string> paths, WhenInvalidated whenDone) {
+    implementation_->invalidate(std::move(paths), std::move(whenDone));
 }
 
 void FuseHost::shutdown() {

@@ -5,15 +5,17 @@
 #include "hosts/fuse/mounting/MountOptions.h"
 #include "hosts/fuse/placement/Companion.h"
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace fusehost {
 
 /// Puts one volume of an fskit file system before the Linux kernel. Used in this order by one thread:
-/// load, mount, serve, shutdown. Only `requestStop` and `refuseRequests` may be called from elsewhere.
+/// load, mount, serve, shutdown. Only `requestStop`, `refuseRequests` and `invalidate` may be called from elsewhere.
 class FuseHost {
 public:
     /// `explain` is asked, on any thread, when the volume falls into a state in which operations fail. `companion` is
@@ -47,6 +49,17 @@ public:
     /// From now on nothing is asked of the file system: what is not written then is lost, and whoever waits gets EIO.
     /// For an end that the file system holds up. Any thread.
     void refuseRequests() noexcept;
+
+    /// Called once: with the number of names and files that the kernel was told to forget, or with nothing if the mount
+    /// ends before that.
+    using WhenInvalidated = std::function<void(std::optional<std::size_t>)>;
+
+    /// Something was made, removed, replaced or written at these paths of the served tree, or anywhere beneath them,
+    /// otherwise than through the mount: neither the host nor the kernel is to trust what they know of it. What
+    /// programs have written is kept, and written first where the kernel still holds it. Paths that lead nowhere are as
+    /// good as others: "/" is everything. Any thread. Returns at once; `whenDone` is called on another thread, or,
+    /// where nothing is served, on this one. It takes as long as the operation in hand.
+    void invalidate(std::vector<std::string> paths, WhenInvalidated whenDone);
 
     /// Gives back what is open and ends the volume. Blocks until the file system has let go of everything, which may
     /// wait for a helper process without limit.

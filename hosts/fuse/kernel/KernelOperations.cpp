@@ -116,7 +116,7 @@ void opLookup(fuse_req_t request, fuse_ino_t parent, const char* name) {
         try {
             replyEntry(request, context.tree.lookup(parent, name));
         } catch (const KernelError& error) {
-            if (error.number() != ENOENT || context.options.negativeTimeout <= Seconds(0))
+            if (error.number() != ENOENT || !context.tree.noteToldAbsence(parent, name))
                 throw;
             fuse_entry_param absent{};
             absent.entry_timeout = context.options.negativeTimeout.count();

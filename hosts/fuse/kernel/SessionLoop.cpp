@@ -55,7 +55,11 @@ bool SessionLoop::run(int stopDescriptor) {
 
 SessionLoop::Received SessionLoop::next(KernelRequest& request, int stopDescriptor) {
     reclaimReading();
-    pollfd polled[] = {{descriptor_, POLLIN, 0}, {stopDescriptor, POLLIN, 0}};
+    if (errands_.arePending()) {
+        runErrand();
+        return Received::nothing;
+    }
+    pollfd polled[] = {{descriptor_, POLLIN, 0}, {stopDescriptor, POLLIN, 0}, {errands_.descriptor(), POLLIN, 0}};
     {
         const std::lock_guard guard(lock_);
         if (!backlog_.empty()) {
@@ -67,7 +71,7 @@ SessionLoop::Received SessionLoop::next(KernelRequest& request, int stopDescript
             return Received::request;
         }
     }
-    if (idleWork_ != nullptr && idleWork_->isPending() && poll(polled, 2, 0) == 0) {
+    if (idleWork_ != nullptr && idleWork_->isPending() && poll(polled, 3, 0) == 0) {
         workIdly();
         return Received::nothing;
     }
@@ -80,10 +84,12 @@ SessionLoop::Received SessionLoop::next(KernelRequest& request, int stopDescript
             return received;
         }
     }
-    if (poll(polled, 2, -1) < 0)
+    if (poll(polled, 3, -1) < 0)
         return errno == EINTR ? Received::nothing : Received::failure;
     if (polled[1].revents != 0)
         return Received::end;
+    if (polled[2].revents != 0)
+        return Received::nothing;
     const Received received = receiveNext(request);
     if (pace_ != nullptr && received == Received::request)
         pace_->waited(next_.since - since, true);
@@ -110,7 +116,7 @@ SessionLoop::Received SessionLoop::waitAwake(KernelRequest& request, Clock::time
     Received received = Received::nothing;
     do
         received = receiveNext(request);
-    while (received == Received::nothing && Clock::now() < end);
+    while (received == Received::nothing && Clock::now() < end && !errands_.arePending());
     return received;
 }
 
@@ -165,6 +171,12 @@ void SessionLoop::execute(const KernelRequest& request) {
 void SessionLoop::workIdly() {
     begin({0, 0, false, Clock::now()});
     idleWork_->doNext();
+    finish();
+}
+
+void SessionLoop::runErrand() {
+    begin({0, 0, false, Clock::now()});
+    errands_.runNext();
     finish();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "hosts/fuse/kernel/Callers.h"
+#include "hosts/fuse/kernel/Errands.h"
 #include "hosts/fuse/kernel/KernelRequest.h"
 #include "hosts/fuse/placement/Pace.h"
 #include "hosts/fuse/support/EventDescriptor.h"
@@ -13,6 +14,7 @@
 #include <deque>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 struct fuse_session;
 
@@ -60,6 +62,10 @@ public:
     /// end that nothing must hold up. Any thread.
     void refuse() noexcept { refuses_ = true; }
 
+    /// Has the errand run on the executing thread between two requests, while `run` runs: at once if it waits, else
+    /// when the operation in hand is done. Destroyed with the loop if it never comes to that. Any thread.
+    void hand(Errands::Errand errand) { errands_.add(std::move(errand)); }
+
 private:
     using Clock = std::chrono::steady_clock;
     using Guard = std::unique_lock<std::mutex>;
@@ -95,6 +101,7 @@ private:
     void begin(const Pending& operation);
     void finish();
     void workIdly();
+    void runErrand();
     Received receive(KernelRequest& request);
 
     // On the watcher
@@ -119,6 +126,7 @@ private:
     bool failureTold_ = false; // that reading fails is in the log; belongs to the thread that reads
     EventDescriptor wake_;     // by which the executing thread ends the watcher's poll
     std::atomic<bool> refuses_{false};
+    Errands errands_;
 
     std::mutex lock_; // guards everything below
     std::condition_variable changed_;

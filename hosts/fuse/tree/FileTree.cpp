@@ -47,6 +47,10 @@ TreeEntry FileTree::lookup(NodeID directory, const std::string& name) {
     return rooms_->lookup.find(rooms_->nodes.directoryAt(directory), name);
 }
 
+bool FileTree::noteToldAbsence(NodeID directory, const std::string& name) {
+    return rooms_->toldAbsences.add(rooms_->nodes.directoryAt(directory), name);
+}
+
 void FileTree::forget(NodeID node, std::uint64_t lookups) {
     rooms_->nodes.forget(node, lookups);
 }
@@ -155,6 +159,13 @@ void FileTree::rename(NodeID directory, const std::string& name, NodeID newDirec
                       unsigned flags) {
     rooms_->renaming.rename(rooms_->nodes.directoryAt(directory), name, rooms_->nodes.directoryAt(newDirectory),
                             newName, flags);
+}
+
+ToForget FileTree::noteOutsideChanges(const std::vector<std::string>& paths) {
+    ToForget toForget;
+    for (const std::string& path : paths)
+        rooms_->outsideChanges.note(path, toForget);
+    return toForget;
 }
 
 fskit::FSStatFSResult FileTree::statistics() const {

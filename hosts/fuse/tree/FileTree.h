@@ -8,6 +8,7 @@
 #include "hosts/fuse/tree/IdleWork.h"
 #include "hosts/fuse/tree/NodeTable.h"
 #include "hosts/fuse/tree/OpenIDs.h"
+#include "hosts/fuse/tree/ToForget.h"
 #include "hosts/fuse/tree/TreeEntry.h"
 
 #include <cstddef>
@@ -61,6 +62,8 @@ public:
 
     // Lookup and attributes (Lookup, Attributes, AttributeChanges)
     TreeEntry lookup(NodeID directory, const std::string& name);
+    /// The kernel is about to be told that it may remember the absence of a name, just looked up. False if it must not.
+    bool noteToldAbsence(NodeID directory, const std::string& name);
     /// The kernel gives back references, or never got an entry that was handed out.
     void forget(NodeID node, std::uint64_t lookups);
     struct stat getAttributes(NodeID node);
@@ -107,6 +110,11 @@ public:
     void removeDirectory(NodeID directory, const std::string& name);
     void rename(NodeID directory, const std::string& name, NodeID newDirectory, const std::string& newName,
                 unsigned flags);
+
+    // Changes behind the mount (OutsideChanges)
+    /// Something was changed at these paths of the served tree, or beneath them, by somebody else. From now on it is
+    /// asked for anew; what the kernel is to be told to forget is returned.
+    ToForget noteOutsideChanges(const std::vector<std::string>& paths);
 
     // The volume
     fskit::FSStatFSResult statistics() const;

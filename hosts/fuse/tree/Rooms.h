@@ -8,6 +8,7 @@
 #include "hosts/fuse/tree/Listings.h"
 #include "hosts/fuse/tree/Lookup.h"
 #include "hosts/fuse/tree/Opening.h"
+#include "hosts/fuse/tree/OutsideChanges.h"
 #include "hosts/fuse/tree/Permissions.h"
 #include "hosts/fuse/tree/Removal.h"
 #include "hosts/fuse/tree/Renaming.h"
@@ -16,10 +17,14 @@ namespace fusehost {
 
 /// All rooms of one tree. Each is given those above it that it needs; none reaches down.
 struct FileTree::Rooms {
+    /// Some megabytes, where the kernel remembers absent names at all.
+    static constexpr std::size_t mostToldAbsences = 50'000;
+
     Rooms(VolumeCalls& itsVolume, const MountOptions& options, const Clock& clock)
         : volume(itsVolume), attributeMap(options), freshness(options.attrTimeout, clock),
           absence(options.entryTimeout > Seconds(0) && options.negativeTimeout <= Seconds(0), clock),
-          handles(volume, table, options.attrTimeout), permissions(attributes, !options.kernelChecksPermissions()),
+          toldAbsences(options.negativeTimeout, mostToldAbsences, clock), handles(volume, table, options.attrTimeout),
+          permissions(attributes, !options.kernelChecksPermissions()),
           contents(nodes, handles, freshness, options.requestSize),
           attributeChanges(changes, nodes, attributes, resizing, options.quiet),
           files(nodes, handles, hidden, options.writeback),
@@ -31,6 +36,7 @@ struct FileTree::Rooms {
     HiddenNames hiddenNames;
     Freshness freshness;
     Absence absence;
+    ToldAbsences toldAbsences;
     VolumeHandles handles;
     Nodes nodes{volume, table, handles};
     Changes changes{handles, freshness, absence};
@@ -52,6 +58,7 @@ struct FileTree::Rooms {
     Creation creation{changes, nodes, hidden, newItems, attributes, opening};
     Removal removal{changes, nodes, hidden, listings};
     Renaming renaming{changes, nodes, hidden, listings};
+    OutsideChanges outsideChanges{nodes, contents, freshness, absence, toldAbsences};
 };
 
 } // namespace fusehost

@@ -155,6 +155,17 @@ TEST_F(KernelOperations, lookupOfAMissingNameIsRememberedByTheKernelWhereThatIsA
     EXPECT_EQ(fromBytes<fuse_entry_out>(answer.body).entry_valid, 3U);
 }
 
+TEST_F(KernelOperations, anAbsenceThatTheKernelRemembersIsKnownToWhoHasItForget) {
+    options.negativeTimeout = fusehost::Seconds(3);
+    start();
+    EXPECT_EQ(kernel.call(FUSE_LOOKUP, rootNodeID, named("a")).error, 0);
+    requestStop();
+    EXPECT_TRUE(waitForEnd());
+    const fusehost::ToForget toForget = tree().noteOutsideChanges({"/"});
+    ASSERT_EQ(toForget.names.size(), 1U);
+    EXPECT_EQ(toForget.names[0].name, "a");
+}
+
 // A kernel that took a failure for an absence would let programs make what is there already.
 TEST_F(KernelOperations, lookupThatFailsIsNoAbsenceWhereAbsencesAreRemembered) {
     options.negativeTimeout = fusehost::Seconds(3);

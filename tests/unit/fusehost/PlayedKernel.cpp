@@ -20,6 +20,18 @@ using namespace std::chrono_literals;
 constexpr auto limit = 20s;     // longer than anything takes on a busy machine
 constexpr auto lookAgain = 2ms; // between looks at what is written to the connection directly
 
+std::string noticeOf(int code, std::string_view body) {
+    if (code == FUSE_NOTIFY_INVAL_INODE) {
+        const auto notice = fromBytes<fuse_notify_inval_inode_out>(body);
+        return (notice.off < 0 ? "attributes " : "forget ") + std::to_string(notice.ino);
+    }
+    const auto notice = fromBytes<fuse_notify_inval_entry_out>(body);
+    const std::string_view name = body.substr(sizeof notice, notice.namelen);
+    EXPECT_EQ(body[sizeof notice + notice.namelen], '\0');
+    return (notice.flags == FUSE_EXPIRE_ONLY ? "expire " : "drop ") + std::to_string(notice.parent) + "/" +
+           std::string(name);
+}
+
 } // namespace
 
 PlayedKernel::PlayedKernel() : received_(1 << 18, '\0') {
@@ -84,6 +96,10 @@ void PlayedKernel::takeIn() {
             return;
         const auto header = fromBytes<fuse_out_header>(received_);
         EXPECT_EQ(header.len, static_cast<std::uint32_t>(got));
+        if (header.unique == 0) {
+            notices_.push_back(noticeOf(header.error, std::string_view(received_).substr(sizeof header)));
+            continue;
+        }
         if (gone_.count(header.unique) != 0 || answers_.count(header.unique) != 0) {
             ++refusals_;
             continue;
@@ -113,6 +129,15 @@ void PlayedKernel::waitUntilRead() {
     while (ioctl(kernelEnd_, SIOCOUTQ, &unread) == 0 && unread > 0 && std::chrono::steady_clock::now() < end)
         changed_.wait_for(guard, lookAgain);
     EXPECT_EQ(unread, 0);
+}
+
+std::vector<std::string> PlayedKernel::notices(std::size_t count) {
+    std::unique_lock guard(lock_);
+    const auto end = std::chrono::steady_clock::now() + limit;
+    for (takeIn(); notices_.size() < count && std::chrono::steady_clock::now() < end; takeIn())
+        changed_.wait_for(guard, lookAgain);
+    EXPECT_GE(notices_.size(), count);
+    return notices_;
 }
 
 PlayedKernel::Answer PlayedKernel::call(std::uint32_t opcode, std::uint64_t node, std::string_view body) {

@@ -66,6 +66,11 @@ public:
     int refusals();
     void waitForRefusals(int count);
 
+    // What it is told unasked
+    /// Waits until so many notices have come and returns all, such as "expire 1/name", "drop 1/name", "forget 5" and
+    /// "attributes 1".
+    std::vector<std::string> notices(std::size_t count);
+
     // What may happen to the connection
     void unmount();
     /// From now on reading is called for, and fails.
@@ -94,6 +99,7 @@ private:
     std::uint32_t user_ = 0;
     std::map<std::uint64_t, Answer> answers_;
     std::vector<std::uint64_t> order_;
+    std::vector<std::string> notices_;
     std::string received_;         // room for one datagram
     std::set<std::uint64_t> gone_; // requests whose callers left
     int refusals_ = 0;

@@ -1,6 +1,8 @@
 #include "SessionTest.h"
 
 #include <linux/fuse.h>
+#include <semaphore>
+#include <stdexcept>
 
 namespace fusehosttests {
 namespace {
@@ -92,6 +94,64 @@ TEST_F(SessionLoopTest, answersWhatCameDuringALongOperationAfterItInOrder) {
     std::vector<std::uint64_t> answered = kernel.answered();
     answered.erase(answered.begin());
     EXPECT_EQ(answered, asked);
+}
+
+TEST_F(SessionLoopTest, runsAnErrandWhileNothingIsAsked) {
+    start();
+    std::binary_semaphore done{0};
+    hand([&] { done.release(); });
+    EXPECT_TRUE(done.try_acquire_for(20s));
+    lookedUp("a");
+}
+
+TEST_F(SessionLoopTest, runsErrandsInTheirOrderAfterTheOperationInHandAndBeforeWhatWaits) {
+    start();
+    const std::uint64_t slow = hang(living);
+    const std::uint64_t waiting = ask(FUSE_LOOKUP, "a", living);
+    kernel.waitUntilRead();
+    std::vector<std::string> seen;
+    const auto note = [&](const char* errand) {
+        seen.push_back(errand);
+        EXPECT_TRUE(kernel.isAnswered(slow));
+        EXPECT_FALSE(kernel.isAnswered(waiting));
+    };
+    hand([&] { note("first"); });
+    hand([&] { note("second"); });
+    EXPECT_THAT(seen, IsEmpty());
+    gate.open();
+    EXPECT_EQ(kernel.answerTo(waiting).error, 0);
+    EXPECT_THAT(seen, testing::ElementsAre("first", "second"));
+}
+
+TEST_F(SessionLoopTest, readsWhatIsAskedWhileAnErrandLasts) {
+    start();
+    std::binary_semaphore goOn{0};
+    hand([&] { EXPECT_TRUE(goOn.try_acquire_for(20s)); });
+    const std::uint64_t asked = ask(FUSE_LOOKUP, "a", dying);
+    kernel.interrupt(asked);
+    EXPECT_EQ(kernel.answerTo(asked).error, EINTR);
+    goOn.release();
+    lookedUp("b");
+}
+
+TEST_F(SessionLoopTest, anErrandThatFailsIsToldToTheLogAndHarmsNothing) {
+    start();
+    hand([] { throw std::runtime_error("this one fails"); });
+    lookedUp("a");
+    requestStop();
+    EXPECT_TRUE(waitForEnd());
+    EXPECT_THAT(log.texts(), testing::ElementsAre(testing::HasSubstr("this one fails")));
+}
+
+TEST_F(SessionLoopTest, anErrandThatNobodyRunsEndsWithTheLoop) {
+    start();
+    requestStop();
+    EXPECT_TRUE(waitForEnd());
+    const auto waits = std::make_shared<int>();
+    hand([waits] { ADD_FAILURE() << "nothing is served"; });
+    EXPECT_EQ(waits.use_count(), 2);
+    dropLoop();
+    EXPECT_EQ(waits.use_count(), 1);
 }
 
 TEST_F(SessionLoopTest, answersAnInterruptedOperationOfADyingCallerWithEINTRAndDropsItsLateReply) {

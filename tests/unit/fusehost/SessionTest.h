@@ -69,6 +69,12 @@ protected:
     /// Tells the loop to refuse everything.
     void refuse() { loop_->refuse(); }
 
+    /// Has something done on the executing thread.
+    void hand(fusehost::Errands::Errand errand) { loop_->hand(std::move(errand)); }
+
+    /// Ends the loop's life, which must have stopped.
+    void dropLoop() { loop_.reset(); }
+
     /// Waits for the loop to end and returns what it returned. From then on the tree is the test's again.
     bool waitForEnd();
     void TearDown() override;
