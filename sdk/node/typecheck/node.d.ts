@@ -14,6 +14,7 @@ declare class Buffer extends Uint8Array {
     toString(encoding?: string, start?: number, end?: number): string;
     copy(target: Uint8Array, at?: number, start?: number, end?: number): number;
     equals(other: Uint8Array): boolean;
+    readUInt32LE(at: number): number;
     indexOf(value: number | Uint8Array, start?: number): number;
     subarray(start?: number, end?: number): Buffer;
     latin1Slice(start?: number, end?: number): string;
@@ -107,7 +108,13 @@ declare module 'node:net' {
     export default net;
 }
 
+declare module 'node:zlib' {
+    const zlib: object;
+    export default zlib;
+}
+
 declare module 'node:child_process' {
+    export function spawnSync(program: string, parts: string[], options: object): { error?: Error; stdout: Buffer };
     interface Stream {
         on(event: string, listener: (value: any) => void): void;
         write(text: string): void;
