@@ -17,8 +17,9 @@ enum class ExitCode : int {
     notMounted = 9,        // nothing of ours is mounted there
     busy = 10,             // the mount is in use
     gaveUpWaiting = 11,    // a helper that did not end was killed
-    findings = 12,         // `kemvi check` found errors
-    interrupted = 13,      // stopped by a signal: before the mount was ready, or during `kemvi check`
+    findings = 12,         // `kemvi check` found errors, `kemvi replay` found different answers
+    interrupted = 13,      // stopped by a signal: before the mount was ready, during `kemvi check` or `kemvi replay`
+    badRecording = 16,     // a recording cannot be read, or cannot be made
 };
 
 } // namespace cli

@@ -1,6 +1,7 @@
 #include "cli/InitCommand.h"
 
 #include "cli/CommandError.h"
+#include "cli/HelperScript.h"
 #include "cli/MountSource.h"
 #include "cli/Paths.h"
 #include "foundation/Descriptor.h"
@@ -13,10 +14,8 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -39,7 +38,6 @@ struct Request {
     bool force = false;
 };
 
-constexpr const char* defaultHelper = "local";
 constexpr const char* programRunner = "program"; // the shipped helper that runs what helperCommand names
 
 /// What serves the tree: a script for node, and the command that this script runs where the helper is a program.
@@ -48,47 +46,16 @@ struct Helper {
     std::vector<std::string> command;
 };
 
-/// A helper is named by its path, or by its bare name if it is one that ships with the command.
-std::string helperPath(const std::string& named) {
-    std::error_code error;
-    std::string path = absolutePath(named);
-    if (filesystem::is_regular_file(path, error))
-        return path;
-    if (named.find('/') == std::string::npos) {
-        if (const auto folder = shippedHelpers()) {
-            const auto shipped = *folder / (named + ".mjs");
-            if (filesystem::is_regular_file(shipped, error))
-                return shipped.string();
-            if (error == std::errc::permission_denied) {
-                throw CommandError(ExitCode::helperUnavailable, folder->string(),
-                                   "you may not read this folder, where the helpers are that ship with Kemvi; install "
-                                   "Kemvi where you may read it, or name a script of your own with --helper PATH");
-            }
-        }
-    }
-    throw CommandError(ExitCode::helperUnavailable, named,
-                       "there is no such helper; expected the path of a script, or the name of a shipped one such as " +
-                           std::string(defaultHelper));
-}
-
-bool isProgram(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::array<char, 4> begin{};
-    file.read(begin.data(), begin.size());
-    return file && std::string_view(begin.data(), begin.size()) == "\x7f"
-                                                                   "ELF";
-}
-
 Helper chosenHelper(const Request& request) {
     if (request.native) {
         const auto program = shippedProgram("kemvi-local");
         if (!program)
             throw CommandError(ExitCode::helperUnavailable, "kemvi-local", "is not installed beside this command");
-        return {helperPath(programRunner), {program->string()}};
+        return {helperScript(programRunner), {program->string()}};
     }
-    std::string path = helperPath(request.helper.empty() ? defaultHelper : request.helper);
+    std::string path = helperScript(request.helper.empty() ? std::string(defaultHelper) : request.helper);
     if (isProgram(path))
-        return {helperPath(programRunner), {std::move(path)}};
+        return {helperScript(programRunner), {std::move(path)}};
     return {std::move(path), {}};
 }
 

@@ -7,6 +7,7 @@
 #include "cli/MountCommand.h"
 #include "cli/MountHelper.h"
 #include "cli/ProcessStart.h"
+#include "cli/ReplayCommand.h"
 #include "cli/Spelling.h"
 #include "cli/StatusCommand.h"
 #include "cli/UnmountCommand.h"
@@ -60,6 +61,7 @@ int runCommandLine(int argc, char** argv) {
     cli::addStatusCommand(app, result);
     cli::addInitCommand(app, result);
     cli::addCheckCommand(app, result);
+    cli::addReplayCommand(app, result);
     app.get_subcommand("unmount")->alias("umount");
     auto words = withoutHelpCommand({argv + 1, argv + argc});
     if (words.empty()) {

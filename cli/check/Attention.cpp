@@ -11,6 +11,7 @@
 #include <poll.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
+#include <utility>
 
 namespace cli::check {
 
@@ -38,11 +39,11 @@ sigset_t signalsToTake() {
 
 } // namespace
 
-Attention::Attention() : tellAt_(started_ + quietTime) {
+Attention::Attention(std::string command) : command_(std::move(command)), tellAt_(started_ + quietTime) {
     const sigset_t set = signalsToTake();
     signals_ = foundation::Descriptor(::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
     if (!signals_.isOpen())
-        throw CommandError(ExitCode::failure, "check", "cannot wait for signals: " + errnoText(errno));
+        throw CommandError(ExitCode::failure, command_, "cannot wait for signals: " + errnoText(errno));
 }
 
 void Attention::beginCleaning() {
@@ -98,7 +99,7 @@ void Attention::tellProgress(Clock::time_point now) {
     if (now < tellAt_)
         return;
     const auto elapsed = std::chrono::duration_cast<std::chrono::seconds>(now - started_);
-    printMessage("check: " + std::to_string(elapsed.count()) + " s, " + std::to_string(exchanges_) +
+    printMessage(command_ + ": " + std::to_string(elapsed.count()) + " s, " + std::to_string(exchanges_) +
                  " requests; now: " + doing_);
     tellAt_ = now + std::clamp<std::chrono::seconds>(elapsed, quietTime, longestSilence);
 }

@@ -11,9 +11,9 @@ namespace cli::check {
 /// Thrown when a signal has ended an examination.
 struct Interrupted {};
 
-/// What a check attends to while it waits for its helper: the signals that ask it to end, and the user, who is told on
-/// standard error how far it is when it lasts longer than two seconds. Not thread-safe; the signals of stopSignals()
-/// must be blocked. One that was ignored when the command was started stays ignored.
+/// What a command attends to while it waits for a helper that it asks: the signals that ask it to end, and the user,
+/// who is told on standard error how far it is when it lasts longer than two seconds. Not thread-safe; the signals of
+/// stopSignals() must be blocked. One that was ignored when the command was started stays ignored.
 ///
 /// The first signal gives the helper two seconds for the answer that is under way. What was made is then removed, as
 /// long as each answer comes within three seconds, for a minute at most. A second signal ends all waiting at once.
@@ -21,8 +21,8 @@ class Attention {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// Throws CommandError if there is no descriptor for the signals.
-    Attention();
+    /// `command` is its name, for the user. Throws CommandError if there is no descriptor for the signals.
+    explicit Attention(std::string command);
     Attention(const Attention&) = delete;
     Attention& operator=(const Attention&) = delete;
 
@@ -58,6 +58,7 @@ private:
     void onSignal();
     void tellProgress(Clock::time_point now);
 
+    const std::string command_;
     foundation::Descriptor signals_;
     int received_ = 0;
     bool cleaning_ = false;

@@ -82,7 +82,7 @@ private:
     const kemvi::KemviMountConfig& config_;
     const CheckedHelper::Duration limit_;
     Report& report_;
-    Attention attention_;
+    Attention attention_{"check"};
     std::unique_ptr<CheckedHelper> helper_;
     foundation::JSONReader reader_;
     kemvi::HelperRequestEncoder encoder_;
