@@ -1,5 +1,6 @@
 // The package `kemvi-helper`.
 export { serve } from './serve.mjs';
+export { changed } from './changed.mjs';
 export { PosixError } from './errors.mjs';
 export { LocalFileSystem } from './filesystems/local.mjs';
 export { MemoryFileSystem } from './filesystems/memory.mjs';

@@ -1,8 +1,9 @@
 // The main loop of a helper.
-import fs from 'node:fs';
 import { makeCodec } from './base64/codec.mjs';
+import { endNotices, noteLoop, usesChanged } from './changed.mjs';
 import { asyncFunctions, checkFileSystem } from './fileSystem.mjs';
 import { runBlocking, runInEventLoop, writerTo } from './loops.mjs';
+import { report } from './report.mjs';
 import { LineBuffer } from './requestLines.mjs';
 import { Session } from './session.mjs';
 import { takeStandardStreams } from './standardStreams.mjs';
@@ -40,6 +41,7 @@ export async function serve(fileSystem, options = {}) {
     const debug = options.debug ?? process.env.KEMVI_HELPER_DEBUG === '1';
     const say = (/** @type {string} */ text) => debug && report(text);
     say(`${loop} loop: ${reason}`);
+    noteLoop(loop);
     const lines = new LineBuffer(codec);
     const onStray = (/** @type {unknown} */ error) => session.strayFailure(error);
     const onNothingLeft = () => session.abandonHopeless();
@@ -52,6 +54,7 @@ export async function serve(fileSystem, options = {}) {
             const underWay = runBlocking(input, lines, session);
             if (underWay !== undefined) {
                 say('events loop from here on: a function returned a promise');
+                noteLoop('events');
                 await runInEventLoop(input, lines, session, underWay);
             }
         }
@@ -59,6 +62,7 @@ export async function serve(fileSystem, options = {}) {
     } catch (error) {
         if (/** @type {any} */ (error).code !== 'EPIPE') throw error; // nobody reads the answers any more: the end too
     } finally {
+        endNotices();
         const grace = setTimeout(endNow, graceMilliseconds);
         await session.end();
         grace.unref();
@@ -87,15 +91,7 @@ function chooseLoop(fileSystem, options) {
     const async = asyncFunctions(fileSystem);
     if (async.length > 0) return { loop: 'events', reason: `${async.join(', ')} async` };
     const active = new Set(process.getActiveResourcesInfo().filter((name) => !standardStreams.has(name)));
+    if (usesChanged()) return { loop: 'events', reason: 'changed is used' };
     if (active.size > 0) return { loop: 'events', reason: `${[...active].join(', ')} active` };
     return { loop: 'blocking', reason: 'plain functions, nothing else active' };
-}
-
-/** @param {string} text */
-function report(text) {
-    try {
-        fs.writeSync(2, `kemvi-helper: ${text}\n`);
-    } catch {
-        // Standard error is gone; there is nobody to tell.
-    }
 }

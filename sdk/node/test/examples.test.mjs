@@ -22,7 +22,7 @@ test('the tutorial\'s file system over a ready one works from a folder of its ow
     const folder = temporaryFolder(t);
     fs.mkdirSync(path.join(folder, 'node_modules'));
     fs.symlinkSync(packageFolder, path.join(folder, 'node_modules/kemvi-helper'));
-    fs.writeFileSync(path.join(folder, 'shouting.mjs'), blocks[2]);
+    fs.writeFileSync(path.join(folder, 'shouting.mjs'), blocks.find((block) => block.includes('class Shouting')) ?? '');
     fs.writeFileSync(path.join(folder, 'text'), 'quiet');
     const helper = new Driver(t, [process.execPath, path.join(folder, 'shouting.mjs')], { KEMVI_REPO_ROOT: folder });
     const { handle } = await helper.ok('open', { path: '/text', flags: ['read'] });

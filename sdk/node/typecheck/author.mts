@@ -1,6 +1,6 @@
 // What an author in TypeScript writes, checked against the declarations that ship: never run.
 import {
-    GitFileSystem, LocalFileSystem, MemoryFileSystem, PosixError, serve,
+    changed, GitFileSystem, LocalFileSystem, MemoryFileSystem, PosixError, serve,
     type Entry, type FileSystem, type OpenFlags, type ServeOptions, type Stat,
 } from '../types/index.mjs';
 
@@ -33,6 +33,10 @@ const options: ServeOptions = { loop: 'events', debug: true };
 const ended: Promise<void>[] = [serve(readOnly), serve(full, options), serve(new MemoryFileSystem({ limit: 1 << 20 }))];
 ended.push(serve(new GitFileSystem('/')), serve(new LocalFileSystem('/')));
 
+changed('/a');
+changed(new Set(['/a', '/b']));
+// @ts-expect-error a path is a text
+changed(3);
 // @ts-expect-error a size is a number
 const wrongSize: Stat = { size: '3' };
 // @ts-expect-error getattr is required

@@ -102,9 +102,19 @@ declare module 'node:net' {
     export class Socket {
         constructor(options: { fd: number; readable: boolean; writable: boolean });
         read(size: number): unknown;
+        write(text: string): boolean;
+        setEncoding(encoding: string): void;
+        on(event: 'data', listener: (text: string) => void): void;
+        on(event: 'error', listener: (error: Error) => void): void;
+        on(event: 'close', listener: () => void): void;
+        unref(): void;
+        destroy(): void;
         [Symbol.asyncIterator](): AsyncIterator<Buffer>;
     }
-    const net: { Socket: typeof Socket };
+    namespace net {
+        type Socket = import('node:net').Socket;
+    }
+    const net: { Socket: typeof Socket; createConnection(options: { path: string }): Socket };
     export default net;
 }
 

@@ -1,4 +1,5 @@
 export { serve } from "./serve.mjs";
+export { changed } from "./changed.mjs";
 export { PosixError } from "./errors.mjs";
 export { LocalFileSystem } from "./filesystems/local.mjs";
 export { MemoryFileSystem } from "./filesystems/memory.mjs";

@@ -1,0 +1,48 @@
+/// <reference path="../typecheck/node.d.ts" />
+export class ChangeNotices {
+    /**
+     * @param {string} address path of the mount's socket
+     * @param {(text: string) => void} say takes lines for people
+     */
+    constructor(address: string, say: (text: string) => void);
+    address_: string;
+    say_: (text: string) => void;
+    /** @type {Set<string>} */
+    waiting_: Set<string>;
+    /** @type {string[] | undefined} the paths of the request that is not answered yet */
+    asked_: string[] | undefined;
+    /** @type {net.Socket | undefined} */
+    socket_: net.Socket | undefined;
+    isGreeted_: boolean;
+    isScheduled_: boolean;
+    isEnded_: boolean;
+    pause_: number;
+    received_: string;
+    /** @type {Set<string>} what was said already */
+    said_: Set<string>;
+    /** @param {string} path */
+    add(path: string): void;
+    /** Nothing more is told. */
+    end(): void;
+    /** @param {string} text */
+    sayOnce(text: string): void;
+    proceed_(): void;
+    connect_(): void;
+    /** @param {net.Socket} socket */
+    ask_(socket: net.Socket): void;
+    /**
+     * @param {net.Socket} socket
+     * @param {string} text
+     */
+    take_(socket: net.Socket, text: string): void;
+    /** @param {{ok?: boolean, error?: {message?: string, code?: string}}} said */
+    heard_(said: {
+        ok?: boolean;
+        error?: {
+            message?: string;
+            code?: string;
+        };
+    }): void;
+    lost_(): void;
+}
+import net from "node:net";
