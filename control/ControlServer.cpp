@@ -96,8 +96,8 @@ class ControlServer::Implementation {
 public:
     Implementation(const Greeting& greeting, SocketFolder folder, std::chrono::milliseconds patience)
         : owner_(::geteuid()), greeting_(greetingLine(greeting.version, greeting.mountPoint)), patience_(patience),
-          folder_(std::move(folder)), path_(folder_.pathFor(::getpid())),
-          mailbox_(std::make_shared<Mailbox>()), listener_(folder_.listen()) {}
+          folder_(std::move(folder)), path_(folder_.pathFor(::getpid())), mailbox_(std::make_shared<Mailbox>()),
+          listener_(folder_.listen()) {}
 
     ~Implementation() {
         stop();

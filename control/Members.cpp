@@ -10,7 +10,7 @@ namespace control {
 
 namespace {
 
-constexpr std::size_t longestDouble = 32;            // characters
+constexpr std::size_t longestDouble = 32;             // characters
 constexpr double largestInteger = 9007199254740992.0; // 2 to the 53; above, not every integer is a double
 
 template <typename Element, typename Write>
