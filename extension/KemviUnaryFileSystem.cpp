@@ -51,12 +51,13 @@ foundation::NSError posixError(std::int32_t code, std::string message) {
     return foundation::NSError::posix(code, std::move(message));
 }
 
-std::shared_ptr<KemviVolume> makeVolume(const foundation::URL& sourceDirectory, HelperObserver* observer) {
+std::shared_ptr<KemviVolume> makeVolume(const foundation::URL& sourceDirectory, HelperObserver* observer,
+                                        ExchangeObserver* exchanges) {
     const std::string bytes = foundation::contentsOfFile(appendingComponent(sourceDirectory.path(), configFileName));
     const KemviMountConfig config = KemviMountConfig::decode(bytes);
     logger().info({"loaded mount config driveId=", foundation::logPublic(config.driveId),
                    " helperPath=", foundation::logPublic(config.helperPath)});
-    auto client = std::make_shared<HelperClient>(config.helperPath, config.helperEnvironment(), observer);
+    auto client = std::make_shared<HelperClient>(config.helperPath, config.helperEnvironment(), observer, exchanges);
     client->start();
     client->ping();
     logger().info({"helper started and ping succeeded"});
@@ -66,12 +67,13 @@ std::shared_ptr<KemviVolume> makeVolume(const foundation::URL& sourceDirectory, 
 
 } // namespace
 
-KemviUnaryFileSystem::KemviUnaryFileSystem() : KemviUnaryFileSystem(nullptr) {}
+KemviUnaryFileSystem::KemviUnaryFileSystem() : KemviUnaryFileSystem(nullptr, nullptr) {}
 
-KemviUnaryFileSystem::KemviUnaryFileSystem(HelperObserver& observer) : KemviUnaryFileSystem(&observer) {}
+KemviUnaryFileSystem::KemviUnaryFileSystem(HelperObserver& observer, ExchangeObserver* exchanges)
+    : KemviUnaryFileSystem(&observer, exchanges) {}
 
-KemviUnaryFileSystem::KemviUnaryFileSystem(HelperObserver* observer)
-    : containerID_(foundation::UUID::random()), observer_(observer) {}
+KemviUnaryFileSystem::KemviUnaryFileSystem(HelperObserver* observer, ExchangeObserver* exchanges)
+    : containerID_(foundation::UUID::random()), observer_(observer), exchanges_(exchanges) {}
 
 void KemviUnaryFileSystem::probeResource(const std::shared_ptr<fskit::FSResource>& resource, fskit::ProbeReply reply) {
     logger().info({"probeResource: ", foundation::logPrivate(resource->description())});
@@ -89,7 +91,7 @@ void KemviUnaryFileSystem::loadResource(const std::shared_ptr<fskit::FSResource>
     }
     const ScopedAccess access(directory->url()); // ends last of all, after the reply
     std::shared_ptr<fskit::FSVolume> volume;
-    auto error = fskit::caughtError([&] { volume = makeVolume(directory->url(), observer_); });
+    auto error = fskit::caughtError([&] { volume = makeVolume(directory->url(), observer_, exchanges_); });
     if (error)
         logger().error({"loadResource failed: ", foundation::logPublic(error->description())});
     reply(std::move(volume), std::move(error));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "fskit/FSUnaryFileSystem.h"
+#include "helper/ExchangeObserver.h"
 #include "helper/HelperObserver.h"
 
 #include <memory>
@@ -13,9 +14,9 @@ namespace kemvi {
 class KemviUnaryFileSystem final : public fskit::FSUnaryFileSystem {
 public:
     KemviUnaryFileSystem();
-    /// The same with somebody to be told of every helper that a load starts, who must outlive the file system and its
-    /// volumes.
-    explicit KemviUnaryFileSystem(HelperObserver& observer);
+    /// The same with somebody to be told of every helper that a load starts, and somebody (or null) of every exchange
+    /// with one. Both must outlive the file system and its volumes.
+    explicit KemviUnaryFileSystem(HelperObserver& observer, ExchangeObserver* exchanges = nullptr);
 
     /// Every resource is usable; it is not looked at. Replies before it returns.
     void probeResource(const std::shared_ptr<fskit::FSResource>& resource, fskit::ProbeReply reply) override;
@@ -31,10 +32,11 @@ public:
                         fskit::ErrorReply reply) override;
 
 private:
-    explicit KemviUnaryFileSystem(HelperObserver* observer);
+    KemviUnaryFileSystem(HelperObserver* observer, ExchangeObserver* exchanges);
 
     const fskit::FSContainerIdentifier containerID_;
-    HelperObserver* const observer_; // or null
+    HelperObserver* const observer_;    // or null
+    ExchangeObserver* const exchanges_; // or null
 };
 
 } // namespace kemvi

@@ -8,10 +8,11 @@ HelperClient::HelperClient(std::string helperPath, std::map<std::string, std::st
     : HelperClient(std::move(helperPath), std::move(environment), nullptr) {}
 
 HelperClient::HelperClient(std::string helperPath, std::map<std::string, std::string> environment,
-                           HelperObserver* observer)
+                           HelperObserver* observer, ExchangeObserver* exchanges)
     : process_(std::move(helperPath), std::move(environment)),
       exchange_(process_.input().fileHandleForWriting(), process_.output().fileHandleForReading()),
       observer_(observer) {
+    exchange_.observer = exchanges;
     exchange_.onEnd = [this](const HelperRequest& request) { tellEnd(request.op); };
 }
 

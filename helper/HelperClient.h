@@ -35,8 +35,10 @@ class HelperClient {
 public:
     /// `environment` is the whole environment of the helper. Does no input or output.
     HelperClient(std::string helperPath, std::map<std::string, std::string> environment);
-    /// The same with somebody to be told of the helper's life, who must outlive the client.
-    HelperClient(std::string helperPath, std::map<std::string, std::string> environment, HelperObserver* observer);
+    /// The same with somebody to be told of the helper's life, and somebody of each exchange: null, or to outlive the
+    /// client.
+    HelperClient(std::string helperPath, std::map<std::string, std::string> environment, HelperObserver* observer,
+                 ExchangeObserver* exchanges = nullptr);
     HelperClient(const HelperClient&) = delete;
     HelperClient& operator=(const HelperClient&) = delete;
     /// Neither stops nor signals the helper.

@@ -31,6 +31,59 @@ foundation::ErrorOrigin withCode(std::string code) {
 
 } // namespace
 
+/// What the observer, if there is one, is told of one exchange. Used while the request lock is held.
+class HelperExchange::Observed {
+public:
+    Observed(ExchangeObserver* observer, const HelperRequest& request) : observer_(observer), request_(request) {}
+
+    /// Whatever was thrown meanwhile: the answer was none.
+    ~Observed() {
+        if (began_)
+            end(ExchangeEnd::Kind::breach, {});
+    }
+
+    Observed(const Observed&) = delete;
+    Observed& operator=(const Observed&) = delete;
+
+    void begin(const HelperRequestEncoder::Line& line) {
+        if (observer_ == nullptr)
+            return;
+        observer_->exchangeBegan(request_, line);
+        began_ = true;
+    }
+
+    void arrived(const LineData& line) {
+        if (observer_ == nullptr)
+            return;
+        observer_->answerArrived();
+        line_ = line.get();
+        if (!line)
+            end(ExchangeEnd::Kind::gone, {});
+    }
+
+    void ended(const HelperResponse& response) {
+        if (observer_ == nullptr)
+            return;
+        if (response.id != request_.id || (!response.ok && !response.error))
+            end(ExchangeEnd::Kind::breach, {});
+        else if (response.ok)
+            end(ExchangeEnd::Kind::success, {});
+        else
+            end(ExchangeEnd::Kind::failure, response.error->code ? *response.error->code : std::string_view());
+    }
+
+private:
+    void end(ExchangeEnd::Kind kind, std::string_view code) {
+        began_ = false;
+        observer_->exchangeEnded(request_, {kind, code, line_ != nullptr ? line_->view() : std::string_view()});
+    }
+
+    ExchangeObserver* const observer_;
+    const HelperRequest& request_;
+    const foundation::ByteBuffer* line_ = nullptr; // outlives this object: whoever asks holds it
+    bool began_ = false;                           // and has not ended
+};
+
 HelperExchange::HelperExchange(foundation::FileHandle& requests, foundation::FileHandle& answers)
     : requests_(requests), answers_(answers), buffers_(std::make_shared<BufferPool>()) {}
 
@@ -50,13 +103,16 @@ HelperExchange::LineData HelperExchange::readLineData() {
 }
 
 // Needs requestLock_. Null at the end of the helper's output.
-HelperExchange::LineData HelperExchange::answerTo(HelperRequest& request) {
+HelperExchange::LineData HelperExchange::answerTo(HelperRequest& request, Observed& observed) {
     request.id = takeID();
     const HelperRequestEncoder::Line line = encoder_.encode(request);
+    observed.begin(line);
     // A helper that has gone shows in the read below, so the result of the write tells nothing new. One that can answer
     // no more is to do nothing more either, and may have stopped to read.
     (void)requests_.writeUnlessEnded(std::array{line.head, line.payload, line.tail}, answers_);
-    return readLineData();
+    LineData answer = readLineData();
+    observed.arrived(answer);
+    return answer;
 }
 
 void HelperExchange::failAtEnd(const HelperRequest& request) {
@@ -90,12 +146,16 @@ std::string HelperExchange::outOfStepState(const std::string& id) {
 HelperResponse HelperExchange::ask(HelperRequest& request, const HelperResponse::ResultHandler& onResult) {
     std::unique_lock guard(requestLock_);
     HelperResponse response = tellingRequest(request, [&] {
-        const LineData line = answerTo(request);
+        LineData line;
+        Observed observed(observer, request);
+        line = answerTo(request, observed);
         if (!line) {
             guard.unlock();
             failAtEnd(request);
         }
-        return HelperResponse::decode(line, decoder_, onResult);
+        HelperResponse decoded = HelperResponse::decode(line, decoder_, onResult);
+        observed.ended(decoded);
+        return decoded;
     });
     refuseUnlessAccepted(response, request);
     return response;
@@ -105,12 +165,14 @@ HelperExchange::PayloadAnswer HelperExchange::askForPayload(HelperRequest& reque
     return tellingRequest(request, [&] {
         std::unique_lock guard(requestLock_);
         PayloadAnswer answer;
-        answer.line = answerTo(request);
+        Observed observed(observer, request);
+        answer.line = answerTo(request, observed);
         if (!answer.line) {
             guard.unlock();
             failAtEnd(request);
         }
         answer.response = HelperResponse::decodeTrustingBase64(answer.line, decoder_);
+        observed.ended(answer.response);
         answer.isWanted =
             answer.response.id == request.id && answer.response.ok && answer.response.dataBase64.has_value();
         return answer;

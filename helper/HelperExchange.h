@@ -3,6 +3,7 @@
 #include "foundation/FileHandle.h"
 #include "foundation/JSON.h"
 #include "helper/BufferPool.h"
+#include "helper/ExchangeObserver.h"
 #include "helper/HelperRequest.h"
 #include "helper/HelperResponse.h"
 
@@ -40,6 +41,9 @@ public:
     /// is held then. To be set before the first exchange.
     std::function<void(const HelperRequest& request)> onEnd;
 
+    /// Who is told of every exchange; null: nobody. To be set before the first exchange.
+    ExchangeObserver* observer = nullptr;
+
     /// Numbers the request, sends it and returns the helper's answer, which is a success.
     HelperResponse ask(HelperRequest& request, const HelperResponse::ResultHandler& onResult = {});
 
@@ -63,8 +67,10 @@ public:
 private:
     using LineData = std::shared_ptr<const foundation::ByteBuffer>;
 
+    class Observed;
+
     std::string takeID();
-    LineData answerTo(HelperRequest& request);
+    LineData answerTo(HelperRequest& request, Observed& observed);
     LineData readLineData();
     [[noreturn]] void failAtEnd(const HelperRequest& request);
     void refuseUnlessAccepted(const HelperResponse& response, const HelperRequest& request);

@@ -12,6 +12,7 @@
 #include "hosts/fuse/kernel/KernelContext.h"
 #include "hosts/fuse/kernel/KernelSession.h"
 #include "hosts/fuse/kernel/PageWriter.h"
+#include "hosts/fuse/kernel/RequestReports.h"
 #include "hosts/fuse/kernel/SessionLoop.h"
 #include "hosts/fuse/placement/Placement.h"
 
@@ -47,6 +48,8 @@ public:
     void invalidate(std::vector<std::string> paths, WhenInvalidated whenDone);
     void shutdown();
 
+    Monitor& monitor() noexcept { return monitor_; }
+
 private:
     class LoopInUse;
     class Invalidation;
@@ -62,6 +65,7 @@ private:
     StateExplanation explain_;
     const Companion* companion_;
     EventDescriptor stop_;
+    Monitor monitor_;
     std::shared_ptr<fskit::FSResource> resource_;
     std::unique_ptr<VolumeCalls> volume_;
     std::unique_ptr<FileTree> tree_;
@@ -144,8 +148,10 @@ bool FuseHost::Implementation::serve(const std::function<void()>& onWriting) {
         const SystemCallers callers;
         const auto placement = makePlacement();
         CacheNotifier notifier(session_->descriptor(), {.dropFiles = options_.writeback});
+        RequestReports reports(*context_, monitor_);
         SessionLoop loop(session_->get(), session_->descriptor(), callers, tree_.get(),
                          placement ? &placement->pace() : nullptr);
+        loop.reportTo(reports);
         const LoopInUse inUse(*this, loop, notifier);
         ended = loop.run(stop_.number());
         if (ended && isStopRequested())
@@ -249,6 +255,10 @@ void FuseHost::refuseRequests() noexcept {
 
 void FuseHost::invalidate(std::vector<std::string> paths, WhenInvalidated whenDone) {
     implementation_->invalidate(std::move(paths), std::move(whenDone));
+}
+
+Monitor& FuseHost::monitor() noexcept {
+    return implementation_->monitor();
 }
 
 void FuseHost::shutdown() {

@@ -2,6 +2,7 @@
 
 #include "fskit/FSUnaryFileSystem.h"
 #include "hosts/fuse/calls/FailureLog.h"
+#include "hosts/fuse/monitor/Monitor.h"
 #include "hosts/fuse/mounting/MountOptions.h"
 #include "hosts/fuse/placement/Companion.h"
 
@@ -15,7 +16,8 @@
 namespace fusehost {
 
 /// Puts one volume of an fskit file system before the Linux kernel. Used in this order by one thread:
-/// load, mount, serve, shutdown. Only `requestStop`, `refuseRequests` and `invalidate` may be called from elsewhere.
+/// load, mount, serve, shutdown. Only `requestStop`, `refuseRequests`, `invalidate` and `monitor` may be called from
+/// elsewhere.
 class FuseHost {
 public:
     /// `explain` is asked, on any thread, when the volume falls into a state in which operations fail. `companion` is
@@ -60,6 +62,8 @@ public:
     /// good as others: "/" is everything. Any thread. Returns at once; `whenDone` is called on another thread, or,
     /// where nothing is served, on this one. It takes as long as the operation in hand.
     void invalidate(std::vector<std::string> paths, WhenInvalidated whenDone);
+    /// What the mount is doing and has done: to be read by any thread, for as long as this object lives.
+    Monitor& monitor() noexcept;
 
     /// Gives back what is open and ends the volume. Blocks until the file system has let go of everything, which may
     /// wait for a helper process without limit.

@@ -1,6 +1,7 @@
 #include "hosts/fuse/kernel/KernelAnswer.h"
 
 #include "hosts/fuse/calls/KernelError.h"
+#include "hosts/fuse/kernel/KernelContext.h"
 
 #include <cerrno>
 #include <new>
@@ -19,6 +20,11 @@ int errnoOfFailure() noexcept {
         logFailure("an operation that is answered with EIO");
         return EIO;
     }
+}
+
+void replyFailure(fuse_req_t request, int number) noexcept {
+    contextOf(request).outcome.error = number;
+    fuse_reply_err(request, number);
 }
 
 } // namespace fusehost

@@ -12,6 +12,9 @@ namespace fusehost {
 /// gets a log line.
 int errnoOfFailure() noexcept;
 
+/// Answers with an errno value.
+void replyFailure(fuse_req_t request, int number) noexcept;
+
 /// Runs one operation, which replies as the last thing that can fail; a failure before that becomes the reply here. A
 /// request has exactly one reply: what is left to do after it belongs into `quietly`.
 template <typename Operation>
@@ -20,9 +23,9 @@ void answer(fuse_req_t request, Operation&& operation) noexcept {
         std::forward<Operation>(operation)();
     } catch (const KernelError& failure) {
         failure.tell();
-        fuse_reply_err(request, failure.number());
+        replyFailure(request, failure.number());
     } catch (...) {
-        fuse_reply_err(request, errnoOfFailure());
+        replyFailure(request, errnoOfFailure());
     }
 }
 

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -14,11 +15,18 @@ struct fuse_req;
 
 namespace fusehost {
 
+/// What came of the request under way, for whoever counts.
+struct RequestOutcome {
+    int error = 0;                      // the errno value that it was answered with
+    std::optional<std::uint64_t> bytes; // of a file's contents that were read or written
+};
+
 /// What the kernel's operations work on; handed to libfuse as the session's user data.
 struct KernelContext {
     FileTree& tree;
     const MountOptions& options;
     std::vector<std::byte> buffer; // for reads and listings; reused, since one operation runs at a time
+    RequestOutcome outcome{};      // of the request that is executed
 
     /// Room for `size` bytes, whose contents are of no account. The next call ends it.
     std::span<std::byte> bufferFor(std::size_t size);

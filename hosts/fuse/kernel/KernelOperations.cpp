@@ -120,6 +120,7 @@ void opLookup(fuse_req_t request, fuse_ino_t parent, const char* name) {
                 throw;
             fuse_entry_param absent{};
             absent.entry_timeout = context.options.negativeTimeout.count();
+            context.outcome.error = ENOENT;
             fuse_reply_entry(request, &absent);
         }
     });
@@ -261,21 +262,22 @@ void opRead(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offset, fuse
     answer(request, [&] {
         const std::span<std::byte> buffer = context.bufferFor(size);
         const std::size_t count = context.tree.read(fileOf(*file), offset, buffer);
+        context.outcome.bytes = count;
         fuse_reply_buf(request, reinterpret_cast<const char*>(buffer.data()), count);
     });
 }
 
 void opWrite(fuse_req_t request, fuse_ino_t, const char* bytes, std::size_t size, off_t offset, fuse_file_info* file) {
+    KernelContext& context = contextOf(request);
     answer(request, [&] {
         const std::span<const std::byte> contents(reinterpret_cast<const std::byte*>(bytes), size);
-        FileTree& tree = treeOf(request);
-        if (file->writepage) {
-            // Of a short count the kernel would tell nobody.
-            tree.writePages(fileOf(*file), offset, contents);
-            fuse_reply_write(request, size);
-        } else {
-            fuse_reply_write(request, tree.write(fileOf(*file), offset, contents));
-        }
+        std::size_t written = size;
+        if (file->writepage)
+            context.tree.writePages(fileOf(*file), offset, contents); // of a short count the kernel would tell nobody
+        else
+            written = context.tree.write(fileOf(*file), offset, contents);
+        context.outcome.bytes = written;
+        fuse_reply_write(request, written);
     });
 }
 

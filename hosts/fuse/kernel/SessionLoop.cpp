@@ -67,7 +67,9 @@ SessionLoop::Received SessionLoop::next(KernelRequest& request, int stopDescript
                 return Received::end;
             request = std::move(backlog_.front().request);
             next_ = backlog_.front().about;
+            next_.hasWaited = true;
             backlog_.pop_front();
+            reportBacklog();
             return Received::request;
         }
     }
@@ -160,23 +162,35 @@ void SessionLoop::execute(const KernelRequest& request) {
         return;
     }
     begin(next_);
+    if (reports_ != nullptr)
+        reports_->begin(request, next_.since, next_.hasWaited ? Clock::now() : next_.since);
     fuse_buf buffer{};
     buffer.mem = request.memory.get();
     buffer.size = request.size;
     fuse_session_process_buf(session_, &buffer);
+    if (reports_ != nullptr)
+        reports_->end();
     finish();
 }
 
-// No caller waits for it, but requests that come meanwhile do: should it last, they are the watcher's to read.
 void SessionLoop::workIdly() {
-    begin({0, 0, false, Clock::now()});
-    idleWork_->doNext();
-    finish();
+    executeOwn([&] { idleWork_->doNext(); });
 }
 
 void SessionLoop::runErrand() {
-    begin({0, 0, false, Clock::now()});
-    errands_.runNext();
+    executeOwn([&] { errands_.runNext(); });
+}
+
+// No caller waits for it, but requests that come meanwhile do: should it last, they are the watcher's to read.
+template <typename Work>
+void SessionLoop::executeOwn(const Work& work) {
+    const auto now = Clock::now();
+    begin({0, 0, false, now});
+    if (reports_ != nullptr)
+        reports_->beginIdleWork(now);
+    work();
+    if (reports_ != nullptr)
+        reports_->end();
     finish();
 }
 
@@ -252,6 +266,7 @@ bool SessionLoop::readIntoBacklog() {
         const Pending about{request.unique(), request.thread(), request.isFlush(), Clock::now()};
         try {
             backlog_.push_back({std::move(request), about});
+            reportBacklog();
         } catch (const std::bad_alloc&) {
             replyErrorDirectly(descriptor_, about.unique, ENOMEM);
         }
@@ -299,7 +314,13 @@ void SessionLoop::giveUp() {
     };
     if (busy_ && isAnswered(current_))
         current_ = {};
-    std::erase_if(backlog_, [&](const Waiting& waiting) { return isAnswered(waiting.about); });
+    if (std::erase_if(backlog_, [&](const Waiting& waiting) { return isAnswered(waiting.about); }) > 0)
+        reportBacklog();
+}
+
+void SessionLoop::reportBacklog() {
+    if (reports_ != nullptr)
+        reports_->setWaiting(backlog_.size());
 }
 
 } // namespace fusehost

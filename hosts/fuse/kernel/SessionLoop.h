@@ -3,6 +3,7 @@
 #include "hosts/fuse/kernel/Callers.h"
 #include "hosts/fuse/kernel/Errands.h"
 #include "hosts/fuse/kernel/KernelRequest.h"
+#include "hosts/fuse/kernel/RequestReports.h"
 #include "hosts/fuse/placement/Pace.h"
 #include "hosts/fuse/support/EventDescriptor.h"
 #include "hosts/fuse/tree/IdleWork.h"
@@ -54,6 +55,9 @@ public:
     SessionLoop(const SessionLoop&) = delete;
     SessionLoop& operator=(const SessionLoop&) = delete;
 
+    /// From here on the reports are told what is executed; they must outlive the loop. Before `run`.
+    void reportTo(RequestReports& reports) { reports_ = &reports; }
+
     /// Serves until the file system is unmounted or a stop is asked for by making `stopDescriptor`, an eventfd,
     /// readable. False if the connection failed. May be called again after a stop.
     bool run(int stopDescriptor);
@@ -77,6 +81,7 @@ private:
         bool isFlush = false;
         Clock::time_point since;
         bool isInterrupted = false; // its caller has got a signal
+        bool hasWaited = false;     // in the backlog
     };
 
     struct Waiting {
@@ -102,6 +107,9 @@ private:
     void finish();
     void workIdly();
     void runErrand();
+    /// What the host does of its own accord.
+    template <typename Work>
+    void executeOwn(const Work& work);
     Received receive(KernelRequest& request);
 
     // On the watcher
@@ -112,6 +120,8 @@ private:
     bool readIntoBacklog();
     void noteInterrupt(std::uint64_t unique);
     void giveUp();
+    /// Tells how many wait. Needs the lock.
+    void reportBacklog();
     /// The errno value with which a request is given up; 0 if it is not.
     int reasonToGiveUp(const Pending& pending, Clock::time_point now) const;
     bool isCallerDying(const Pending& pending, Clock::time_point now) const;
@@ -122,9 +132,10 @@ private:
     IdleWork* const idleWork_;
     Pace* const pace_;
     const Limits limits_;
-    Pending next_;             // about the request to be executed; the executing thread's own
-    bool failureTold_ = false; // that reading fails is in the log; belongs to the thread that reads
-    EventDescriptor wake_;     // by which the executing thread ends the watcher's poll
+    RequestReports* reports_ = nullptr; // or who is told of what is executed
+    Pending next_;                      // about the request to be executed; the executing thread's own
+    bool failureTold_ = false;          // that reading fails is in the log; belongs to the thread that reads
+    EventDescriptor wake_;              // by which the executing thread ends the watcher's poll
     std::atomic<bool> refuses_{false};
     Errands errands_;
 

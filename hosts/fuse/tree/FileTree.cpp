@@ -1,5 +1,6 @@
 #include "hosts/fuse/tree/FileTree.h"
 
+#include "hosts/fuse/tree/NodePath.h"
 #include "hosts/fuse/tree/Rooms.h"
 
 namespace fusehost {
@@ -174,6 +175,15 @@ fskit::FSStatFSResult FileTree::statistics() const {
 
 std::size_t FileTree::maximumNameLength() const {
     return rooms_->volume.maximumNameLength();
+}
+
+std::string_view FileTree::describe(NodeID node, std::string_view name, std::span<char> room) {
+    const Node* found = rooms_->table.find(node);
+    return found != nullptr ? pathOf(*found, name, room) : std::string_view();
+}
+
+TreeGauges FileTree::gauges() const {
+    return {rooms_->table.size(), rooms_->files.size(), rooms_->handles.openItems(), rooms_->hidden.count()};
 }
 
 const NodeTable& FileTree::nodes() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "hosts/fuse/calls/VolumeCalls.h"
+#include "hosts/fuse/monitor/TreeGauges.h"
 #include "hosts/fuse/mounting/MountOptions.h"
 #include "hosts/fuse/tree/AttributeChange.h"
 #include "hosts/fuse/tree/Clock.h"
@@ -17,6 +18,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <sys/stat.h>
 #include <utility>
 #include <vector>
@@ -119,6 +121,11 @@ public:
     // The volume
     fskit::FSStatFSResult statistics() const;
     std::size_t maximumNameLength() const;
+
+    // What it is at, for whoever watches
+    /// The path of a node, or of a name in it, as `pathOf` writes it; empty if there is no such node.
+    std::string_view describe(NodeID node, std::string_view name, std::span<char> room);
+    TreeGauges gauges() const;
 
     // For tests
     const NodeTable& nodes() const;

@@ -23,6 +23,16 @@ void HiddenFiles::refuseHidden(const Node& directory, const std::string& name) c
         throw KernelError(ENOENT);
 }
 
+void HiddenFiles::setHidden(Node& node) {
+    count_ += node.hidden ? 0 : 1;
+    node.hidden = true;
+}
+
+void HiddenFiles::setPlain(Node& node) {
+    count_ -= node.hidden ? 1 : 0;
+    node.hidden = false;
+}
+
 void HiddenFiles::moveTo(Node& node, Node& directory, const std::string& name) {
     handles_.closeForMove(node);
     Node& from = *node.parent;
@@ -45,7 +55,7 @@ void HiddenFiles::hide(const NameChange&, Node& node) {
         freshness_.noteChange(node);
         nodes_.move(node, *node.parent, name);
     }
-    node.hidden = true;
+    setHidden(node);
 }
 
 void HiddenFiles::showAgain(const NameChange&, Node& node, const std::string& name) {
@@ -59,7 +69,7 @@ void HiddenFiles::showAgain(const NameChange&, Node& node, const std::string& na
         hostLog().error({"a file that was to be replaced, and was not, is now called ", foundation::logPublic(hiddenAs),
                          ": ", foundation::logPublic(error.what())});
     }
-    node.hidden = false; // whatever came of it: nobody removed this file, so its last close must not
+    setPlain(node); // whatever came of it: nobody removed this file, so its last close must not
 }
 
 void HiddenFiles::moveOut(const NameChange&, Node& directory) {
@@ -83,7 +93,7 @@ void HiddenFiles::remove(Node& node) {
             hostLog().error({"a removed file stays in the served tree as ", foundation::logPublic(node.name), ": ",
                              foundation::logPublic(error.what())});
     }
-    node.hidden = false;
+    setPlain(node);
     Node* const directory = node.parent;
     if (directory != nullptr)
         freshness_.noteChange(*directory);

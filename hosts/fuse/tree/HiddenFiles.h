@@ -5,6 +5,7 @@
 #include "hosts/fuse/tree/Nodes.h"
 #include "hosts/fuse/tree/VolumeHandles.h"
 
+#include <cstddef>
 #include <string>
 
 namespace fusehost {
@@ -31,13 +32,19 @@ public:
     /// Removes the file, which nobody has open any more. A failure is logged. May end the node, and the directory's.
     void remove(Node& node);
 
+    /// How many there are.
+    std::size_t count() const { return count_; }
+
 private:
+    void setHidden(Node& node);
+    void setPlain(Node& node);
     void moveTo(Node& node, Node& directory, const std::string& name);
 
     Nodes& nodes_;
     VolumeHandles& handles_;
     Freshness& freshness_;
     HiddenNames& names_;
+    std::size_t count_ = 0;
 };
 
 } // namespace fusehost

@@ -7,6 +7,7 @@
 #include "hosts/fuse/tree/OpenTable.h"
 #include "hosts/fuse/tree/VolumeHandles.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <vector>
@@ -46,6 +47,9 @@ public:
     void flush(OpenFileID id);
     /// Nobody has the file open any more. May end the node.
     void release(OpenFileID id);
+
+    /// How many files the kernel has open; one that was opened twice counts twice.
+    std::size_t size() const { return files_.size(); }
 
     /// The files that are open for writing and have a name: of them alone the kernel may hold changed pages, since it
     /// writes those when a file is closed and when a map of it is let go. In the order of their numbers.

@@ -3,6 +3,7 @@
 #include "hosts/fuse/calls/KernelError.h"
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <unordered_map>
 #include <utility>
@@ -31,6 +32,8 @@ public:
     void erase(ID id) { values_.erase(id); }
 
     void clear() { values_.clear(); }
+
+    std::size_t size() const { return values_.size(); }
 
     /// Calls `use(const Value&)` for each.
     template <typename Use>

@@ -44,6 +44,8 @@ void SessionTest::connect() {
     ASSERT_EQ(fuse_session_custom_io(session_->get(), &io, kernel.takeHostEnd()), 0);
     loop_ = std::make_unique<fusehost::SessionLoop>(session_->get(), session_->descriptor(), callers, &tree(), &pace,
                                                     limits);
+    reports_ = std::make_unique<fusehost::RequestReports>(*context_, monitor);
+    loop_->reportTo(*reports_);
     server_ = std::thread([this] { result_ = loop_->run(stop_.number()); });
 }
 

@@ -6,6 +6,7 @@
 #include "hosts/fuse/kernel/Callers.h"
 #include "hosts/fuse/kernel/KernelContext.h"
 #include "hosts/fuse/kernel/KernelSession.h"
+#include "hosts/fuse/kernel/RequestReports.h"
 #include "hosts/fuse/kernel/SessionLoop.h"
 #include "hosts/fuse/support/EventDescriptor.h"
 
@@ -87,6 +88,7 @@ protected:
     PlayedCallers callers;
     fusehost::SessionLoop::Limits limits;
     fusehost::Pace pace{[] {}};
+    fusehost::Monitor monitor; // of what the loop executes
     Gate gate;
 
 private:
@@ -96,6 +98,7 @@ private:
 
     std::unique_ptr<Context> context_;
     std::unique_ptr<fusehost::KernelSession> session_;
+    std::unique_ptr<fusehost::RequestReports> reports_;
     std::unique_ptr<fusehost::SessionLoop> loop_;
     fusehost::EventDescriptor stop_;
     std::thread server_;
