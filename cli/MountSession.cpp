@@ -7,6 +7,7 @@
 #include "cli/MountControl.h"
 #include "cli/MountPoint.h"
 #include "cli/StopControl.h"
+#include "cli/control/InvalidateOperation.h"
 #include "cli/control/StatusOperation.h"
 #include "cli/control/UnmountOperation.h"
 #include "extension/KemviUnaryFileSystem.h"
@@ -158,6 +159,7 @@ private:
     void addOperations(control::ControlServer& server) {
         addStatusOperation(server, {plan_, helpers_, stop_});
         addUnmountOperation(server, plan_.mountPoint, [this] { return device_.load(); });
+        addInvalidateOperation(server, host_);
     }
 
     [[noreturn]] void throwInterrupted() const {

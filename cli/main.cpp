@@ -3,6 +3,7 @@
 #include "cli/CommandError.h"
 #include "cli/DeathWatch.h"
 #include "cli/InitCommand.h"
+#include "cli/InvalidateCommand.h"
 #include "cli/ListCommand.h"
 #include "cli/MountCommand.h"
 #include "cli/MountHelper.h"
@@ -59,6 +60,7 @@ int runCommandLine(int argc, char** argv) {
     cli::addUnmountCommand(app, result);
     cli::addListCommand(app, result);
     cli::addStatusCommand(app, result);
+    cli::addInvalidateCommand(app, result);
     cli::addInitCommand(app, result);
     cli::addCheckCommand(app, result);
     cli::addReplayCommand(app, result);
