@@ -1,6 +1,8 @@
 // Tells a mount of changes over its control channel: one request at a time, whatever gathers meanwhile in the next.
 import net from 'node:net';
 
+/** @typedef {{write: (text: string) => boolean, destroy: () => void}} Connection to the mount */
+
 const mostWaiting = 10_000; // paths; more of them are told as a change of everything
 const mostPerRequest = 64 * 1024; // characters; whatever they are escaped to, the channel takes it
 const firstPause = 50; // milliseconds, before another attempt to connect; doubled for each
@@ -18,7 +20,7 @@ export class ChangeNotices {
         this.waiting_ = new Set();
         /** @type {string[] | undefined} the paths of the request that is not answered yet */
         this.asked_ = undefined;
-        /** @type {net.Socket | undefined} */
+        /** @type {Connection | undefined} */
         this.socket_ = undefined;
         this.isGreeted_ = false; // the mount has spoken first, as it does
         this.isScheduled_ = false;
@@ -75,7 +77,7 @@ export class ChangeNotices {
         socket.on('close', () => this.lost_());
     }
 
-    /** @param {net.Socket} socket */
+    /** @param {Connection} socket */
     ask_(socket) {
         this.asked_ = [];
         let length = 0;
@@ -89,7 +91,7 @@ export class ChangeNotices {
     }
 
     /**
-     * @param {net.Socket} socket
+     * @param {Connection} socket
      * @param {string} text
      */
     take_(socket, text) {

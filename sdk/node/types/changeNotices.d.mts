@@ -1,4 +1,3 @@
-/// <reference path="../typecheck/node.d.ts" />
 export class ChangeNotices {
     /**
      * @param {string} address path of the mount's socket
@@ -11,8 +10,8 @@ export class ChangeNotices {
     waiting_: Set<string>;
     /** @type {string[] | undefined} the paths of the request that is not answered yet */
     asked_: string[] | undefined;
-    /** @type {net.Socket | undefined} */
-    socket_: net.Socket | undefined;
+    /** @type {Connection | undefined} */
+    socket_: Connection | undefined;
     isGreeted_: boolean;
     isScheduled_: boolean;
     isEnded_: boolean;
@@ -28,13 +27,13 @@ export class ChangeNotices {
     sayOnce(text: string): void;
     proceed_(): void;
     connect_(): void;
-    /** @param {net.Socket} socket */
-    ask_(socket: net.Socket): void;
+    /** @param {Connection} socket */
+    ask_(socket: Connection): void;
     /**
-     * @param {net.Socket} socket
+     * @param {Connection} socket
      * @param {string} text
      */
-    take_(socket: net.Socket, text: string): void;
+    take_(socket: Connection, text: string): void;
     /** @param {{ok?: boolean, error?: {message?: string, code?: string}}} said */
     heard_(said: {
         ok?: boolean;
@@ -45,4 +44,10 @@ export class ChangeNotices {
     }): void;
     lost_(): void;
 }
-import net from "node:net";
+/**
+ * to the mount
+ */
+export type Connection = {
+    write: (text: string) => boolean;
+    destroy: () => void;
+};
