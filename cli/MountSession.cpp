@@ -156,8 +156,10 @@ public:
     }
 
 private:
+    StatusSources statusSources() { return {plan_, helpers_, stop_, host_.monitor()}; }
+
     void addOperations(control::ControlServer& server) {
-        addStatusOperation(server, {plan_, helpers_, stop_});
+        addStatusOperation(server, statusSources());
         addUnmountOperation(server, plan_.mountPoint, [this] { return device_.load(); });
         addInvalidateOperation(server, host_);
     }

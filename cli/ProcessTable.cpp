@@ -8,6 +8,7 @@
 #include <charconv>
 #include <filesystem>
 #include <fstream>
+#include <string_view>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -102,6 +103,17 @@ std::string processName(pid_t pid) {
     if (!name.empty() && name.back() == '\n')
         name.pop_back();
     return name;
+}
+
+std::optional<pid_t> processOfThread(pid_t thread) {
+    constexpr std::string_view key = "\nTgid:\t";
+    const std::string status = contents(procPath(thread, "status"));
+    const auto at = status.find(key);
+    pid_t process = 0;
+    if (at == std::string::npos ||
+        std::from_chars(status.data() + at + key.size(), status.data() + status.size(), process).ec != std::errc())
+        return std::nullopt;
+    return process;
 }
 
 Children childrenOf(pid_t parent) {

@@ -3,6 +3,7 @@
 #include "cli/HeldProcess.h"
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -20,6 +21,9 @@ std::vector<pid_t> allProcesses();
 
 /// The name of a process's main thread; empty if it is gone.
 std::string processName(pid_t pid);
+
+/// The process that a thread belongs to; nothing if it is gone.
+std::optional<pid_t> processOfThread(pid_t thread);
 
 /// What a process that serves a mount has started.
 struct Children {

@@ -1,6 +1,5 @@
 #include "cli/StatusText.h"
 
-#include "cli/ProcessTable.h"
 #include "foundation/ControlCharacters.h"
 #include "foundation/ISO8601.h"
 
@@ -43,9 +42,12 @@ std::string wholeNumber(double number) {
 }
 
 /// "cat (pid 1234)"
-std::string processText(double pid) {
-    const std::string name = processName(static_cast<pid_t>(pid));
-    return name.empty() ? "process " + wholeNumber(pid) : escapedControls(name) + " (pid " + wholeNumber(pid) + ")";
+std::string processText(const JSONObject& current) {
+    const auto* pid = numberOf(current, "pid");
+    const std::string name = textOf(current, "process");
+    if (pid == nullptr)
+        return "a process that is gone";
+    return name.empty() ? "process " + wholeNumber(*pid) : name + " (pid " + wholeNumber(*pid) + ")";
 }
 
 std::string waitingText(const JSONObject& status) {
@@ -55,12 +57,12 @@ std::string waitingText(const JSONObject& status) {
     std::string text = "waiting";
     if (const auto* seconds = numberOf(*current, "seconds"))
         text += " since " + durationText(*seconds);
-    text += " for " + textOf(*current, "op");
+    const std::string operation = textOf(*current, "op");
+    const bool isOwn = operation == "idle"; // what the host does while nobody asks for anything
+    text += isOwn ? " for work of its own" : " for " + operation;
     if (const auto path = textOf(*current, "path"); !path.empty())
-        text += " of " + path;
-    if (const auto* pid = numberOf(*current, "pid"))
-        text += " on behalf of " + processText(*pid);
-    return text;
+        text += (isOwn ? " on " : " of ") + path;
+    return isOwn ? text : text + " on behalf of " + processText(*current);
 }
 
 std::string helperText(const JSONObject& helper) {

@@ -1,9 +1,11 @@
 #include "cli/control/StatusOperation.h"
 
+#include "cli/ProcessTable.h"
 #include "cli/control/OptionsInForce.h"
 #include "foundation/ISO8601.h"
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <unistd.h>
 
@@ -13,6 +15,8 @@ namespace {
 
 using control::Members;
 using Clock = std::chrono::steady_clock;
+
+constexpr auto usual = std::chrono::seconds(1); // for one request; beyond, the mount is said to wait
 
 double secondsSince(Clock::time_point then) {
     constexpr double thousandth = 1000;
@@ -25,7 +29,10 @@ std::string now() {
     return foundation::ISO8601DateFormatter().string({sinceEpoch.count()});
 }
 
-const char* stateOf(const StatusSources& sources) {
+using UnderWay = std::optional<fusehost::RequestUnderWay>;
+
+/// The state as one word. A request that lasts is what the mount is at, whatever else there is.
+const char* stateOf(const StatusSources& sources, const UnderWay& underWay) {
     switch (sources.stop.phase()) {
     case StopControl::Phase::starting: return "starting";
     case StopControl::Phase::writing: return "writing";
@@ -35,7 +42,18 @@ const char* stateOf(const StatusSources& sources) {
     }
     if (sources.helpers.ended())
         return "helperDead";
-    return "serving";
+    return underWay && Clock::now() - underWay->since > usual ? "waiting" : "serving";
+}
+
+/// The request that is being executed; nobody is named for what the host does of its own accord.
+Members currentOf(const fusehost::RequestUnderWay& underWay) {
+    Members current;
+    current.add("op", fusehost::nameOf(underWay.operation))
+        .add("path", underWay.path)
+        .add("seconds", secondsSince(underWay.since));
+    if (const auto process = processOfThread(static_cast<pid_t>(underWay.thread)))
+        current.add("pid", *process).add("process", processName(*process));
+    return current;
 }
 
 Members helperOf(const StatusSources& sources) {
@@ -53,6 +71,15 @@ Members helperOf(const StatusSources& sources) {
 
 } // namespace
 
+Members changingStatus(const StatusSources& sources) {
+    const auto underWay = sources.monitor.underWay();
+    Members status;
+    status.add("state", stateOf(sources, underWay));
+    if (underWay)
+        status.add("current", currentOf(*underWay));
+    return status.add("helper", helperOf(sources)).add("requests", sources.monitor.requests());
+}
+
 void addStatusOperation(control::ControlServer& server, const StatusSources& sources) {
     server.handle("status", {},
                   [sources, since = now(), start = Clock::now()](const control::Request&, control::Reply& reply) {
@@ -60,9 +87,8 @@ void addStatusOperation(control::ControlServer& server, const StatusSources& sou
                                         .add("version", KEMVI_VERSION)
                                         .add("source", sources.plan.source)
                                         .add("mountPoint", sources.plan.mountPoint)
-                                        .add("state", stateOf(sources))
+                                        .append(changingStatus(sources))
                                         .add("host", Members().add("pid", ::getpid()))
-                                        .add("helper", helperOf(sources))
                                         .add("owner", ::geteuid())
                                         .add("since", since)
                                         .add("seconds", secondsSince(start))

@@ -4,6 +4,7 @@
 #include "cli/MountSession.h"
 #include "cli/StopControl.h"
 #include "control/ControlServer.h"
+#include "hosts/fuse/monitor/Monitor.h"
 
 namespace cli {
 
@@ -12,7 +13,11 @@ struct StatusSources {
     const MountPlan& plan;
     const HelperProcesses& helpers;
     const StopControl& stop;
+    const fusehost::Monitor& monitor;
 };
+
+/// What "status" answers as far as it changes while the mount lives. Any thread; waits for nothing.
+control::Members changingStatus(const StatusSources& sources);
 
 /// Adds the operation "status": what the mount is, and what it is at. It waits for nothing, so it also answers while
 /// the helper hangs.

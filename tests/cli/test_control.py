@@ -4,6 +4,7 @@ and never felt by the mount."""
 import json
 import os
 import pwd
+import re
 import signal
 import socket
 import stat
@@ -88,7 +89,10 @@ def test_status_tells_what_the_mount_is(place):
     for option in ("ro", "entry_timeout=2.5", "attr_timeout=1", "fmask=022", "noatime", "placement=auto"):
         assert option in told["options"]
     same, = listed(place)
-    assert same | {"seconds": 0} == told | {"seconds": 0}
+    for changing in ("seconds", "requests", "current"):
+        same.pop(changing, None)
+        told.pop(changing, None)
+    assert same == told
 
 
 def test_status_and_list_are_told_in_words(place):
@@ -132,9 +136,29 @@ def test_a_mount_whose_helper_hangs_answers(place):
         assert peer.ask(op="status")["ok"]
     assert time.monotonic() - begin < 20 * 0.05 * SLOWNESS, "50 ms for each"
     peer.close()
-    assert len(listed(place)) == 1
+    told = eventually(lambda: (now := status(place))["state"] == "waiting" and now, 30, "a second of waiting")
+    assert told["current"]["op"] in ("opendir", "readdir", "readdirplus") and told["current"]["path"] == "/"
+    assert (told["current"]["pid"], told["current"]["process"]) == (listing.pid, "ls")
+    assert told["current"]["seconds"] > 1
+    assert listed(place)[0]["state"] == "waiting"
+    words = place.run("status", place.point).stdout
+    assert re.search(rf"state     waiting since \d+ s for {told['current']['op']} of / on behalf of ls \(pid {listing.pid}\)\n", words)
     place.unmount("--force")
     listing.wait(10 * SLOWNESS)
+
+
+def test_requests_are_counted(place):
+    place.mount()
+    before = status(place)["requests"]
+    (place.point / "a.txt").read_text()
+    assert status(place)["requests"] > before
+
+
+def test_a_mount_that_is_busy_is_not_one_that_waits(place):
+    place.mount()
+    for _ in range(20):
+        (place.point / "a.txt").read_text()
+        assert status(place)["state"] == "serving"
 
 
 def test_a_dead_helper_is_told_with_how_it_ended(place):
