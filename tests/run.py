@@ -75,6 +75,8 @@ def owned_copy(arguments, user):
     shutil.copytree(arguments.sdk, home / "share" / "kemvi", ignore=shutil.ignore_patterns("node_modules"),
                     symlinks=True)
     shutil.copy2(SEMANTICS, home / "semantics.md")
+    for folder in ("docs", "completions"):  # which some tests read
+        copy_folder(HERE.parent / folder, home / folder)
     copy_folder(HERE / "harness", home / "tests" / "harness")
     shutil.copy2(__file__, home / "tests")  # its own tests run it
     for conftest in arguments.tests.glob("conftest.py"):
