@@ -9,6 +9,7 @@
 #include "cli/MountHelper.h"
 #include "cli/ProcessStart.h"
 #include "cli/ReplayCommand.h"
+#include "cli/ReportCommand.h"
 #include "cli/Spelling.h"
 #include "cli/StatusCommand.h"
 #include "cli/UnmountCommand.h"
@@ -64,6 +65,7 @@ int runCommandLine(int argc, char** argv) {
     cli::addInitCommand(app, result);
     cli::addCheckCommand(app, result);
     cli::addReplayCommand(app, result);
+    cli::addReportCommand(app, result);
     app.get_subcommand("unmount")->alias("umount");
     auto words = withoutHelpCommand({argv + 1, argv + argc});
     if (words.empty()) {
