@@ -30,6 +30,7 @@ void HelperProcesses::helperStarted(const std::shared_ptr<foundation::ChildProce
     const std::lock_guard lock(mutex_);
     watch_.guard(started->held);
     helpers_.push_back(started);
+    ++starts_;
     if (companion_ != nullptr)
         companion_->began(started->held.pid());
 }
@@ -52,6 +53,11 @@ std::shared_ptr<const HelperProcesses::Helper> HelperProcesses::current() const 
 std::optional<pid_t> HelperProcesses::pid() const {
     const auto helper = current();
     return helper ? std::optional(helper->held.pid()) : std::nullopt;
+}
+
+std::uint64_t HelperProcesses::restarts() const {
+    const std::lock_guard guard(mutex_);
+    return starts_ > 0 ? starts_ - 1 : 0;
 }
 
 void HelperProcesses::kill() const {

@@ -6,6 +6,7 @@
 #include "helper/HelperObserver.h"
 #include "hosts/fuse/placement/Companion.h"
 
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -36,6 +37,9 @@ public:
     /// The process number of the helper; nothing before one was started.
     std::optional<pid_t> pid() const;
 
+    /// How many helpers were started after the first.
+    std::uint64_t restarts() const;
+
     /// Kills the helpers, each with its whole process group. Does not wait.
     void kill() const;
 
@@ -65,6 +69,7 @@ private:
     fusehost::Companion* const companion_;
     mutable std::mutex mutex_; // guards what follows; never held while a helper is waited for
     std::vector<std::shared_ptr<Helper>> helpers_;
+    std::uint64_t starts_ = 0;
 };
 
 } // namespace cli

@@ -2,14 +2,18 @@
 
 #include "cli/CommandError.h"
 #include "cli/DeathWatch.h"
+#include "cli/ExchangeMeter.h"
 #include "cli/HelperProcesses.h"
 #include "cli/HostRecord.h"
 #include "cli/MountControl.h"
 #include "cli/MountPoint.h"
 #include "cli/StopControl.h"
 #include "cli/control/InvalidateOperation.h"
+#include "cli/control/StatsOperation.h"
 #include "cli/control/StatusOperation.h"
+#include "cli/control/TraceOperation.h"
 #include "cli/control/UnmountOperation.h"
+#include "cli/trace/TraceFeed.h"
 #include "extension/KemviUnaryFileSystem.h"
 #include "foundation/Error.h"
 #include "foundation/PosixErrno.h"
@@ -130,8 +134,9 @@ public:
         : plan_(plan), lock_(std::in_place, plan.mountPoint), control_(plan), record_(plan.mountPoint, control_.path()),
           watch_(afterOurDeath, plan.mountPoint), helpers_(watch_, &companion_),
           host_(
-              std::make_shared<kemvi::KemviUnaryFileSystem>(helpers_), plan.source, plan.mountPoint, plan.options,
-              [this](const foundation::ErrorOrigin&) { return helpers_.afterEndOfOutput(); }, &companion_),
+              std::make_shared<kemvi::KemviUnaryFileSystem>(helpers_, &exchanges_), plan.source, plan.mountPoint,
+              plan.options, [this](const foundation::ErrorOrigin&) { return helpers_.afterEndOfOutput(); },
+              &companion_),
           stop_(host_, helpers_, plan.mountPoint) {
         control_.serve([this](control::ControlServer& server) { addOperations(server); });
     }
@@ -160,6 +165,8 @@ private:
 
     void addOperations(control::ControlServer& server) {
         addStatusOperation(server, statusSources());
+        addStatsOperation(server, {plan_, helpers_, host_.monitor(), exchanges_});
+        addTraceOperation(server, trace_);
         addUnmountOperation(server, plan_.mountPoint, [this] { return device_.load(); });
         addInvalidateOperation(server, host_);
     }
@@ -224,7 +231,9 @@ private:
     DeathWatch watch_; // goes after the helper, which it ends should this process be killed
     fusehost::Companion companion_{[this](int processor) { watch_.placing(processor); }}; // the helper, for the host
     HelperProcesses helpers_; // goes after the host: by then the helper's input is closed
+    ExchangeMeter exchanges_;
     fusehost::FuseHost host_;
+    TraceFeed trace_{host_.monitor(), exchanges_};
     StopControl stop_;
     std::atomic<std::optional<unsigned>> device_{}; // while it is served
     bool interrupted_ = false;                      // the end came between the mount and its first answer

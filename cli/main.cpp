@@ -5,13 +5,16 @@
 #include "cli/InitCommand.h"
 #include "cli/InvalidateCommand.h"
 #include "cli/ListCommand.h"
+#include "cli/MetricsCommand.h"
 #include "cli/MountCommand.h"
 #include "cli/MountHelper.h"
 #include "cli/ProcessStart.h"
 #include "cli/ReplayCommand.h"
 #include "cli/ReportCommand.h"
 #include "cli/Spelling.h"
+#include "cli/StatsCommand.h"
 #include "cli/StatusCommand.h"
+#include "cli/TraceCommand.h"
 #include "cli/UnmountCommand.h"
 
 #include <CLI/CLI.hpp>
@@ -61,6 +64,9 @@ int runCommandLine(int argc, char** argv) {
     cli::addUnmountCommand(app, result);
     cli::addListCommand(app, result);
     cli::addStatusCommand(app, result);
+    cli::addStatsCommand(app, result);
+    cli::addMetricsCommand(app, result);
+    cli::addTraceCommand(app, result);
     cli::addInvalidateCommand(app, result);
     cli::addInitCommand(app, result);
     cli::addCheckCommand(app, result);

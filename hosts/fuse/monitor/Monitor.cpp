@@ -54,8 +54,8 @@ MonitorCounts Monitor::read() const {
     for (std::size_t i = 0; i < kernelOperationCount; ++i) {
         const auto operation = static_cast<KernelOperation>(i);
         if (operation == KernelOperation::idle)
-            continue;
-        if (OperationCounts counted = read(counters_[i], operation); counted.latency.count() > 0)
+            counts.idleWork = counters_[i].latency.read().sum;
+        else if (OperationCounts counted = read(counters_[i], operation); counted.latency.count() > 0)
             counts.operations.push_back(std::move(counted));
     }
     counts.waited = std::chrono::nanoseconds(waited_.load(relaxed));

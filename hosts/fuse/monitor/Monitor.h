@@ -29,6 +29,7 @@ struct OperationCounts {
 
 struct MonitorCounts {
     std::vector<OperationCounts> operations; // those of which there was one, without idle work
+    std::chrono::nanoseconds idleWork{0};    // what was done while there was no request
     std::chrono::nanoseconds waited{0};      // what requests have waited for those before them, after they were read
     TreeGauges tree;
     std::size_t waiting = 0; // requests that were read and wait for the one under way
