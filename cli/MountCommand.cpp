@@ -87,9 +87,9 @@ std::shared_ptr<foundation::LogSink> fileSink(const MountPlan& plan) {
 /// What fails before the mount is ready is told in one message of the command's own; the log would tell it twice.
 ExitCode runInForeground(const MountPlan& plan, const MountRequest& request) {
     StderrRelay relay;
-    foundation::Log::setSink(plan.options.logFile
-                                 ? fileSink(plan)
-                                 : foundation::makeDescriptorLogSink(relay.duplicateOfTerminal(), plan.mountPoint));
+    foundation::Log::setSink(plan.log->before(
+        plan.options.logFile ? fileSink(plan)
+                             : foundation::makeDescriptorLogSink(relay.duplicateOfTerminal(), plan.mountPoint)));
     const LogLevel level = plan.options.logLevel.value_or(request.verbose ? LogLevel::info : LogLevel::warning);
     setLevel(request.verbose || plan.options.logFile ? level : LogLevel::fault);
     Progress progress;
@@ -102,8 +102,8 @@ ExitCode runInForeground(const MountPlan& plan, const MountRequest& request) {
 
 ExitCode runInTheBackground(const MountPlan& plan) {
     const ExitCode code = runInBackground([&](const Progress& progress) {
-        foundation::Log::setSink(plan.options.logFile ? fileSink(plan)
-                                                      : foundation::makeSystemLogSink("kemvi", plan.mountPoint));
+        foundation::Log::setSink(plan.log->before(
+            plan.options.logFile ? fileSink(plan) : foundation::makeSystemLogSink("kemvi", plan.mountPoint)));
         setLevel(plan.options.logLevel.value_or(LogLevel::info));
         return runMountSession(plan, progress);
     });

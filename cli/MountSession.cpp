@@ -9,6 +9,7 @@
 #include "cli/MountPoint.h"
 #include "cli/StopControl.h"
 #include "cli/control/InvalidateOperation.h"
+#include "cli/control/LogOperation.h"
 #include "cli/control/StatsOperation.h"
 #include "cli/control/StatusOperation.h"
 #include "cli/control/TraceOperation.h"
@@ -169,6 +170,7 @@ private:
         addTraceOperation(server, trace_);
         addUnmountOperation(server, plan_.mountPoint, [this] { return device_.load(); });
         addInvalidateOperation(server, host_);
+        addLogOperation(server, plan_.log);
     }
 
     [[noreturn]] void throwInterrupted() const {

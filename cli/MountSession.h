@@ -2,8 +2,10 @@
 
 #include "cli/Background.h"
 #include "cli/ExitCode.h"
+#include "cli/RecentLog.h"
 #include "hosts/fuse/mounting/MountOptions.h"
 
+#include <memory>
 #include <string>
 
 namespace cli {
@@ -14,6 +16,7 @@ struct MountPlan {
     std::string mountPoint; // real path
     std::string helperPath; // for messages
     fusehost::MountOptions options;
+    std::shared_ptr<RecentLog> log = std::make_shared<RecentLog>();
 };
 
 /// Lives through one mount: starts the helper, mounts, reports, serves until the end, lets the helper go. Blocks all

@@ -5,6 +5,7 @@
 #include "cli/InitCommand.h"
 #include "cli/InvalidateCommand.h"
 #include "cli/ListCommand.h"
+#include "cli/LogCommand.h"
 #include "cli/MetricsCommand.h"
 #include "cli/MountCommand.h"
 #include "cli/MountHelper.h"
@@ -67,6 +68,7 @@ int runCommandLine(int argc, char** argv) {
     cli::addStatsCommand(app, result);
     cli::addMetricsCommand(app, result);
     cli::addTraceCommand(app, result);
+    cli::addLogCommand(app, result);
     cli::addInvalidateCommand(app, result);
     cli::addInitCommand(app, result);
     cli::addCheckCommand(app, result);

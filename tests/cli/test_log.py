@@ -5,6 +5,7 @@ import re
 import resource
 import shutil
 import signal
+import subprocess
 
 import pytest
 
@@ -172,3 +173,63 @@ def test_a_helper_that_ends_later_is_told_with_its_status_and_the_request(place)
 def test_a_helper_that_ends_at_once_is_told_with_its_status(place):
     place.use_helper("exits.mjs")
     assert_fails(place.run("mount", place.source, place.point), 5, "it exited with status")
+
+
+# kemvi log
+
+def kept(place, *more):
+    result = place.run("log", place.point, *more)
+    assert (result.returncode, result.stderr) == (0, "")
+    return result.stdout.splitlines()
+
+
+def test_the_mount_itself_shows_its_last_lines_wherever_its_log_goes(place):
+    place.use_helper("talks.mjs")
+    place.mount("--log-file", "log")
+    os.listdir(place.point)
+    eventually(lambda: any(line.endswith(" Helper: talks.mjs: listing") for line in kept(place)), 30, "the helper's words")
+    lines = kept(place)
+    for line in lines:
+        assert re.match(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z \S+: ", line), line
+    assert kept(place, "-n", "1") == kept(place)[-1:] and kept(place, "-n", "0") == []
+    assert kept(place, "--lines", "100000") == kept(place)
+    end(place)
+
+
+def test_no_more_than_a_thousand_lines_are_kept(place):
+    place.use_helper("talks.mjs")
+    place.mount("--log-file", "log")
+    for _ in range(1100):
+        os.listdir(place.point)
+    eventually(lambda: len(lines_of(place.folder / "log")) > 1100, 60, "the helper's words")
+    assert len(kept(place)) == 1000
+    end(place)
+
+
+def test_followed_log_goes_on_until_the_mount_ends(place):
+    place.use_helper("talks.mjs")
+    place.mount("--log-file", "log")
+    follower = place.start("log", place.point, "--follow")
+    first = follower.stdout.readline()
+    assert first
+    os.listdir(place.point)
+    line = ""
+    while "talks.mjs: listing" not in line:
+        line = follower.stdout.readline()
+        assert line, "the helper's words are missing"
+    end(place)
+    rest, errors = follower.communicate(timeout=LIMIT)
+    assert (follower.returncode, errors) == (0, "")
+    assert "Volume: unmount" in rest
+
+
+def test_log_is_shown_while_the_helper_hangs_and_nothing_is_mounted_is_code_9(place):
+    place.use_helper("hangsOnReaddir.mjs")
+    place.mount("--log-file", "log")
+    caller = subprocess.Popen(["ls", place.point], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                              env=place.environment())
+    eventually(lambda: "State:\tS" in open(f"/proc/{caller.pid}/status", encoding="utf-8").read(), 20, "a caller that waits")
+    assert kept(place)
+    assert place.run("unmount", "--force", place.point).returncode == 0
+    caller.wait(LIMIT)
+    assert_fails(place.run("log", place.point), 9, "nothing is mounted")
