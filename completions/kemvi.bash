@@ -74,7 +74,7 @@ _kemvi_offer_mount_option() {
 
 _kemvi_offer_value() {
     case $1 in
-    FILE | PATH | HELPER | SCRIPT) _kemvi_offer_files -f "$2" ;;
+    FILE* | PATH | HELPER | SCRIPT) _kemvi_offer_files -f "$2" ;;
     DIR | SOURCE) _kemvi_offer_files -d "$2" ;;
     LEVEL) _kemvi_offer "$2" <<<$'debug\ninfo\nwarning\nerror' ;;
     OPTION,...) _kemvi_offer_mount_option "$2" ;;

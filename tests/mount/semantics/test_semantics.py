@@ -623,6 +623,36 @@ def test_changes_are_seen(mount):
         eventually(lambda path=volume.path: not (path / "file").exists(), seconds)
 
 
+def invalidate(volume, *what):
+    assert volume.program.run("invalidate", volume.path, *what).returncode == 0
+
+
+@claim("What changes behind the mount is seen at once when the mount is told of it.")
+def test_changes_that_are_told_are_seen(mount):
+    volume = mount(options=["entry_timeout=3600", "attr_timeout=3600"])
+    os.utime(put(volume.backing / "file", b"before"), (1_000, 1_000))
+    assert (volume.path / "file").read_bytes() == b"before"
+    os.utime(put(volume.backing / "file", b"after!"), (1_000, 1_000))
+    assert (volume.path / "file").read_bytes() == b"before"
+    invalidate(volume, "file")
+    assert (volume.path / "file").read_bytes() == b"after!"
+    os.stat(volume.path / "file")
+    os.unlink(volume.backing / "file")
+    assert (volume.path / "file").exists()
+    invalidate(volume, "file")
+    assert not (volume.path / "file").exists()
+
+
+@claim("Telling a mount of changes loses nothing that programs have written through it.")
+def test_written_bytes_outlive_invalidation(mount):
+    volume = mount(options=["writeback", "attr_timeout=3600"])
+    with open(volume.path / "file", "w+b", buffering=0) as file:
+        file.write(b"held back")
+        invalidate(volume, "--all")
+        assert (volume.backing / "file").read_bytes() == b"held back"
+        assert os.pread(file.fileno(), 100, 0) == b"held back"
+
+
 @claim("Content that changes behind the mount is seen by the next open after its size or time was seen to change.")
 def test_changed_content_is_seen(mount):
     volume = mount(options=AT_ONCE)
