@@ -1,6 +1,7 @@
 """docs/operating.md: its commands are executed as they stand there, in their order, on a mount as it describes."""
 
 import os
+import pty
 import re
 import signal
 import subprocess
@@ -47,25 +48,51 @@ def make_sure_of_the_mount(home):
         assert home.run("mount", home.folder / "config", home.folder / "mnt").returncode == 0
 
 
+def started(home, command, output):
+    environment = home.environment(PATH=f"{home.folder}/bin:{os.environ['PATH']}", TERM="xterm")
+    return subprocess.Popen(["bash", "-c", f"exec {command}"], cwd=home.folder, env=environment,
+                            stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT, start_new_session=True)
+
+
 def execute(home, command):
-    """The exit code and all that it wrote. One that goes on for ever gets a Ctrl-C when it has said something."""
-    environment = home.environment(PATH=f"{home.folder}/bin:{os.environ['PATH']}")
-    process = subprocess.Popen(["bash", "-c", f"exec {command}"], cwd=home.folder, env=environment, text=True,
-                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                               start_new_session=True)
+    """The exit code and all that it wrote."""
+    if ENDLESS in command:
+        return execute_until_interrupted(home, command)
+    process = started(home, command, subprocess.PIPE)
     try:
-        if ENDLESS in command:
-            def used():
-                subprocess.run(["cat", home.folder / "mnt" / "notes" / "todo.txt"], check=True, capture_output=True,
-                               timeout=LIMIT)
-                return awaits_signals(process) or process.poll() is not None
-            eventually(used, 20, command)
-            process.send_signal(signal.SIGINT)
         output = process.communicate(timeout=LIMIT)[0]
     finally:
         process.kill()
         process.wait()
     return process.returncode, output
+
+
+def execute_until_interrupted(home, command):
+    """On a terminal, while the mount is used; with a Ctrl-C when it has said something."""
+    mine, its = pty.openpty()
+    process = started(home, command, its)
+    os.close(its)
+    os.set_blocking(mine, False)
+    written = b""
+
+    def waits_for_more():
+        nonlocal written
+        subprocess.run(["cat", home.folder / "mnt" / "notes" / "todo.txt"], check=True, capture_output=True,
+                       timeout=LIMIT)
+        try:
+            written += os.read(mine, 1 << 16)
+        except OSError:
+            pass
+        return awaits_signals(process) or process.poll() is not None
+    try:
+        eventually(waits_for_more, 20, command)
+        process.send_signal(signal.SIGINT)
+        process.wait(LIMIT)
+    finally:
+        process.kill()
+        process.wait()
+        os.close(mine)
+    return process.returncode, written
 
 
 def awaits_signals(process):
@@ -92,3 +119,16 @@ def test_every_command_that_it_names_exists(place):
     named = set(re.findall(r"`kemvi ([a-z]+)|^ {4,}kemvi ([a-z]+)", DOCUMENT.read_text(encoding="utf-8"), re.M))
     missing = {one or other for one, other in named} - known
     assert not missing, f"{DOCUMENT}: there is no {missing}"
+
+
+def test_every_command_and_option_is_in_the_man_page(place):
+    page = (DOCUMENT.parent / "kemvi.1").read_text(encoding="utf-8").replace("\\-", "-")
+    missing = []
+    for command in re.findall(r"^  ([a-z]+)", place.run("--help").stdout.split("Subcommands:")[1], re.M):
+        if f".SS kemvi {command}\n" not in page:
+            missing.append(command)
+            continue
+        section = re.split(r"^\.S[SH] ", page.split(f".SS kemvi {command}\n")[1], flags=re.M)[0]
+        options = re.findall(r"^  (?:-\w,)?(--[a-z-]+)", place.run("help", command).stdout, re.M)
+        missing += [f"{command} {option}" for option in options if option != "--help" and option not in section]
+    assert not missing, f"not in kemvi(1): {missing}"

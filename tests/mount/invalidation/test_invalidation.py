@@ -342,6 +342,36 @@ def test_end_of_the_mount_is_told_to_who_waits(mount):
     assert command.returncode == 1 and str(volume.path) in told
 
 
+def test_mount_ends_in_order_in_the_middle_of_it(mount):
+    for turn in range(5):
+        volume = mount(options=LONG, name=str(turn))
+        for number in range(200):
+            put(volume.backing / f"file{number}", b"x")
+        ended = threading.Event()
+
+        def look(path=volume.path, ended=ended):
+            while not ended.is_set():
+                try:
+                    subprocess.run(["ls", "-l", path], capture_output=True, timeout=LIMIT, check=False)
+                except OSError:
+                    pass
+
+        def forget(path=volume.path, program=volume.program, ended=ended):
+            while not ended.is_set():
+                program.run("invalidate", path, "--all")
+
+        threads = [threading.Thread(target=work) for work in (look, forget, forget)]
+        for thread in threads:
+            thread.start()
+        for _ in range(3):
+            invalidate(volume, "--all")
+        eventually(lambda path=volume.path, program=volume.program: program.run("unmount", path).returncode == 0, 30)
+        ended.set()
+        for thread in threads:
+            thread.join(LIMIT)
+        assert volume.wait_for_end() == 0
+
+
 def exists_or_fails(path):
     try:
         return exists(path)
