@@ -74,6 +74,16 @@ void checkLogFile(const std::optional<std::string>& logFile, const std::string& 
         throw CommandError(ExitCode::usage, *logFile, "a log cannot lie on the mount that it is about");
 }
 
+/// What the recording tells of a mount would be written to that mount, and told once more.
+RecordPlan recordPlan(const MountRequest& request, const std::string& mountPoint) {
+    if (request.record.empty())
+        return {};
+    const std::string file = absolutePath(request.record);
+    if (isWithin(realParentPath(file).value_or(file), mountPoint))
+        throw CommandError(ExitCode::usage, file, "a recording cannot lie on the mount that it is of");
+    return {file, request.recordOptions.settings()};
+}
+
 std::shared_ptr<foundation::LogSink> fileSink(const MountPlan& plan) {
     try {
         return foundation::makeFileLogSink(*plan.options.logFile, plan.mountPoint);
@@ -129,7 +139,8 @@ ExitCode mount(const MountRequest& request) {
     checkLogFile(options.logFile, mountPoint);
     blockStopSignals();
     tellSourceToHelpers(source);
-    const MountPlan plan{source.path, mountPoint, source.config.helperPath, std::move(options)};
+    const MountPlan plan{source.path, mountPoint, source.config.helperPath, std::move(options),
+                         recordPlan(request, mountPoint)};
     foundation::Log::showPrivateValues(plan.options.showPrivate);
     return request.foreground ? runInForeground(plan, request) : runInTheBackground(plan);
 }
@@ -150,6 +161,11 @@ void addMountCommand(CLI::App& app, ExitCode& result) {
         ->type_name("FILE");
     command->add_option("--log-level", request->logLevel, "The least that is logged: debug, info, warning or error")
         ->type_name("LEVEL");
+    command
+        ->add_option("--record", request->record,
+                     "Record what is asked and answered into this file; compressed if its name ends in .zst")
+        ->type_name("FILE");
+    addRecordOptions(*command, request->recordOptions, "--record-");
     command->footer(optionList);
     command->callback([request, &result] { result = mount(*request); });
 }

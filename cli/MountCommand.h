@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cli/ExitCode.h"
+#include "cli/record/RecordSettings.h"
 
 #include <CLI/CLI.hpp>
 #include <string>
@@ -19,6 +20,8 @@ struct MountRequest {
     bool showPrivate = false;
     std::string logFile;  // empty: none
     std::string logLevel; // empty: the usual one
+    std::string record;   // a file; empty: none
+    RecordOptions recordOptions;
 };
 
 /// Adds `kemvi mount` to the command line; `result` receives what it ended with.

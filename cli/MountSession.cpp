@@ -10,6 +10,7 @@
 #include "cli/StopControl.h"
 #include "cli/control/InvalidateOperation.h"
 #include "cli/control/LogOperation.h"
+#include "cli/control/RecordOperation.h"
 #include "cli/control/StatsOperation.h"
 #include "cli/control/StatusOperation.h"
 #include "cli/control/TraceOperation.h"
@@ -149,6 +150,7 @@ public:
 
     ExitCode run(const Progress& progress) {
         nameProcess("kemvi-starting");
+        recording_ = recordMount(plan_.record, plan_.mountPoint, exchanges_, trace_);
         load();
         const bool served = mountAndServe(progress);
         end();
@@ -171,6 +173,7 @@ private:
         addUnmountOperation(server, plan_.mountPoint, [this] { return device_.load(); });
         addInvalidateOperation(server, host_);
         addLogOperation(server, plan_.log);
+        addRecordOperation(server, plan_.mountPoint, exchanges_, trace_);
     }
 
     [[noreturn]] void throwInterrupted() const {
@@ -224,6 +227,7 @@ private:
         watch_.release();
         stop_.enter(StopControl::Phase::ending);
         host_.shutdown();
+        recording_.reset();
     }
 
     const MountPlan& plan_;
@@ -236,6 +240,7 @@ private:
     ExchangeMeter exchanges_;
     fusehost::FuseHost host_;
     TraceFeed trace_{host_.monitor(), exchanges_};
+    std::unique_ptr<RecordTap> recording_; // or null
     StopControl stop_;
     std::atomic<std::optional<unsigned>> device_{}; // while it is served
     bool interrupted_ = false;                      // the end came between the mount and its first answer

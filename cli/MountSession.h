@@ -3,6 +3,7 @@
 #include "cli/Background.h"
 #include "cli/ExitCode.h"
 #include "cli/RecentLog.h"
+#include "cli/record/MountRecording.h"
 #include "hosts/fuse/mounting/MountOptions.h"
 
 #include <memory>
@@ -16,6 +17,7 @@ struct MountPlan {
     std::string mountPoint; // real path
     std::string helperPath; // for messages
     fusehost::MountOptions options;
+    RecordPlan record;
     std::shared_ptr<RecentLog> log = std::make_shared<RecentLog>();
 };
 

@@ -10,6 +10,7 @@
 #include "cli/MountCommand.h"
 #include "cli/MountHelper.h"
 #include "cli/ProcessStart.h"
+#include "cli/RecordCommand.h"
 #include "cli/ReplayCommand.h"
 #include "cli/ReportCommand.h"
 #include "cli/Spelling.h"
@@ -72,6 +73,7 @@ int runCommandLine(int argc, char** argv) {
     cli::addInvalidateCommand(app, result);
     cli::addInitCommand(app, result);
     cli::addCheckCommand(app, result);
+    cli::addRecordCommand(app, result);
     cli::addReplayCommand(app, result);
     cli::addReportCommand(app, result);
     app.get_subcommand("unmount")->alias("umount");

@@ -21,7 +21,7 @@ using foundation::JSONType;
 
 // Members of the protocol and of a trace whose strings name no file.
 constexpr auto plainMembers = std::to_array<std::string_view>(
-    {"code", "errno", "error", "flags", "id", "modifiedAt", "mtime", "op", "state", "time"});
+    {"code", "errno", "error", "flags", "id", "modifiedAt", "mtime", "op", "result", "state", "time"});
 static_assert(std::is_sorted(plainMembers.begin(), plainMembers.end()));
 
 constexpr std::size_t mostUnreadable = 4096; // bytes kept of an answer that is no JSON

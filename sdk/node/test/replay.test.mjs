@@ -81,6 +81,20 @@ test('a look that was not recorded at this time is answered from before, or from
     assert.equal(await helper.code('getattr', { path: '/a' }), 'ENOENT');
 });
 
+test('what was still to be made is not there yet', async (t) => {
+    const helper = replaying(t, [
+        mkdir('/d'),
+        [{ op: 'getattr', path: '/d' }, { ok: true, result: stat('d', 0) }],
+        [{ op: 'readdir', path: '/' }, { ok: true, result: [stat('a', 1), stat('d', 0)] }],
+    ]);
+    const names = async () => (await helper.ok('readdir', { path: '/' })).map((entry) => entry.name);
+    assert.equal(await helper.code('getattr', { path: '/d' }), 'ENOENT');
+    assert.deepEqual(await names(), ['a']);
+    await helper.ok('mkdir', { path: '/d' });
+    assert.equal((await helper.ok('getattr', { path: '/d' })).name, 'd');
+    assert.deepEqual(await names(), ['a', 'd']);
+});
+
 test('what was only listed has the attributes of the listing', async (t) => {
     const helper = replaying(t, [[{ op: 'readdir', path: '/' }, { ok: true, result: [stat('a', 4)] }]]);
     assert.deepEqual(await helper.ok('getattr', { path: '/a' }), stat('a', 4));

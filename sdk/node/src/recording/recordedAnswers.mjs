@@ -73,6 +73,8 @@ export class RecordedAnswers {
         this.changes_ = 0; // how many there are
         /** @type {Map<string, number[]>} when a path was changed */
         this.changesAt_ = new Map();
+        /** @type {Map<string, number[]>} when something was made at a path */
+        this.madeAt_ = new Map();
         /** @type {Map<string, number[]>} when a member of a folder was changed */
         this.changesIn_ = new Map();
         this.time_ = 0; // the recorded time at which the requests have arrived
@@ -93,7 +95,20 @@ export class RecordedAnswers {
             listAt(this.changesAt_, path, () => /** @type {number[]} */ ([])).push(this.changes_);
             listAt(this.changesIn_, folderOf(path), () => /** @type {number[]} */ ([])).push(this.changes_);
         }
+        if (makes(request)) {
+            const made = withoutOwnNames(request.newPath ?? request.path);
+            listAt(this.madeAt_, made, () => /** @type {number[]} */ ([])).push(this.changes_);
+        }
         this.changes_++;
+    }
+
+    /**
+     * Whether an exchange tells of a path that, by now, was still to be made: its answer was recorded later.
+     * @param {string} path
+     * @param {Recorded} recorded
+     */
+    isToCome(path, recorded) {
+        return isAmong(this.madeAt_.get(withoutOwnNames(path)), this.time_, recorded.time);
     }
 
     /**
@@ -148,16 +163,28 @@ export class RecordedAnswers {
      * @param {number} to
      */
     changed_(path, from, to) {
-        const within = (/** @type {number[]} */ times = []) => {
-            const index = firstFrom(times.length, (i) => times[i], from);
-            return index < times.length && times[index] < to;
-        };
-        if (within(this.changesIn_.get(path))) return true;
+        if (isAmong(this.changesIn_.get(path), from, to)) return true;
         for (let at = path; ; at = folderOf(at)) {
-            if (within(this.changesAt_.get(at))) return true;
+            if (isAmong(this.changesAt_.get(at), from, to)) return true;
             if (at === '/') return false;
         }
     }
+}
+
+/** @param {any} request */
+function makes({ op, flags }) {
+    return op === 'mkdir' || op === 'rename' || (op === 'open' && Boolean(flags?.includes?.('create')));
+}
+
+/**
+ * @param {number[] | undefined} times in order
+ * @param {number} from
+ * @param {number} to
+ */
+function isAmong(times, from, to) {
+    if (times === undefined) return false;
+    const index = firstFrom(times.length, (i) => times[i], from);
+    return index < times.length && times[index] < to;
 }
 
 /** @param {string} path */

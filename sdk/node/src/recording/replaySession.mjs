@@ -110,6 +110,10 @@ export class ReplaySession {
         }
         const { dataLength, dataSHA256, dataInvalid, ...rest } = answer;
         rest.id = request.id;
+        if (request.op === 'getattr' && rest.ok && this.answers_.isToCome(request.path, found)) return failed(request, 'ENOENT');
+        if (request.op === 'readdir' && Array.isArray(rest.result)) {
+            rest.result = rest.result.filter((/** @type {any} */ entry) => !this.answers_.isToCome(String(entry?.path), found));
+        }
         if (request.op === 'open' && rest.ok && typeof rest.result?.handle === 'number') {
             rest.result.handle = ++this.lastHandle_;
             this.files_.set(this.lastHandle_, request.path);
@@ -130,16 +134,22 @@ export class ReplaySession {
         const head = `{"id":${quote(String(request.id))}`;
         if (harmless.has(op)) return `${head},"ok":true}`;
         if (op === 'statfs') return `${head},"ok":true,"result":{}}`;
-        const fail = (/** @type {string} */ code) =>
-            `${head},"ok":false,${failureText(`the recording does not tell: ${op} ${path || request.oldPath}`, code)}}`;
         if (op === 'getattr') {
             const entry = this.listed_.get(path);
-            return entry ? `${head},"ok":true,"result":${withOwnNames(entry, this.ownName_)}}` : fail('ENOENT');
+            return entry ? `${head},"ok":true,"result":${withOwnNames(entry, this.ownName_)}}` : failed(request, 'ENOENT');
         }
         const isLook = op === 'readdir' || op === 'read' || (op === 'open' && !request.flags?.includes?.('write'));
         this.report_(`was asked what the recording does not tell: ${op} ${path || request.oldPath}`);
-        return fail(isLook ? 'EIO' : 'EROFS');
+        return failed(request, isLook ? 'EIO' : 'EROFS');
     }
+}
+
+/**
+ * @param {any} request
+ * @param {string} code
+ */
+function failed({ id, op, path, oldPath }, code) {
+    return `{"id":${quote(String(id))},"ok":false,${failureText(`the recording does not tell: ${op} ${path ?? oldPath ?? ''}`, code)}}`;
 }
 
 /**
