@@ -35,9 +35,11 @@ void replaceByNull(int descriptor, int flags) {
         ::dup2(null.number(), descriptor);
 }
 
-[[noreturn]] void serveInChild(const std::function<ExitCode(const Progress&)>& serve, pid_t parent, Descriptor status) {
+[[noreturn]] void serveInChild(const std::function<ExitCode(const Progress&)>& serve, OwnSession session, pid_t parent,
+                               Descriptor status) {
     dieWithParent(parent);
-    ::setsid();
+    if (session == OwnSession::fromTheStart)
+        ::setsid();
     heedAllStopSignals();
     replaceByNull(STDIN_FILENO, O_RDONLY);
     replaceByNull(STDOUT_FILENO, O_WRONLY);
@@ -48,6 +50,8 @@ void replaceByNull(int descriptor, int flags) {
         progress.mounted = [] { ::prctl(PR_SET_PDEATHSIG, 0); }; // a setting of the thread, not of the process
         progress.ready = [&] {
             relay.switchToLogAlone();
+            if (session == OwnSession::onceReady)
+                ::setsid();
             const char ready = static_cast<char>(ExitCode::success);
             [[maybe_unused]] const auto written = ::write(status.number(), &ready, 1);
             status.reset();
@@ -88,7 +92,7 @@ ExitCode awaitReadiness(pid_t child, const Descriptor& status) {
 
 } // namespace
 
-ExitCode runInBackground(const std::function<ExitCode(const Progress&)>& serve) {
+ExitCode runInBackground(const std::function<ExitCode(const Progress&)>& serve, OwnSession session) {
     // A descriptor inherited from the caller (the pipe of a script, say) must not live as long as the mount.
     ::close_range(STDERR_FILENO + 1, ~0U, 0);
     auto status = foundation::openPipe();
@@ -100,7 +104,7 @@ ExitCode runInBackground(const std::function<ExitCode(const Progress&)>& serve) 
         throw CommandError(ExitCode::failure, "mount", "cannot go to the background: " + errnoText(errno));
     if (child == 0) {
         status.reading.reset();
-        serveInChild(serve, parent, std::move(status.writing));
+        serveInChild(serve, session, parent, std::move(status.writing));
     }
     status.writing.reset();
     return awaitReadiness(child, status.reading);

@@ -14,11 +14,17 @@ struct Progress {
     std::function<void()> ready;
 };
 
+/// When the serving process leaves the session of the command, and with it the group of processes.
+enum class OwnSession {
+    fromTheStart,
+    onceReady, // for a mount point that is an automount: it lets only its manager's group through until then
+};
+
 /// Runs `serve` in a process of its own that outlives the command. Returns in the calling process only: success as soon
 /// as `serve` has reported "ready", or what `serve` ended with when it ended before that; its error is on
 /// the terminal then. Before the call SIGINT, SIGTERM and SIGHUP must be blocked: they are passed on to the serving
 /// process until it is ready. Call it before the process has started any thread. Throws CommandError.
-ExitCode runInBackground(const std::function<ExitCode(const Progress&)>& serve);
+ExitCode runInBackground(const std::function<ExitCode(const Progress&)>& serve, OwnSession session);
 
 /// Runs `serve` and turns what it throws into a message on standard error and an exit code.
 ExitCode reportingErrors(const std::function<ExitCode()>& serve);

@@ -111,12 +111,14 @@ ExitCode runInForeground(const MountPlan& plan, const MountRequest& request) {
 }
 
 ExitCode runInTheBackground(const MountPlan& plan) {
-    const ExitCode code = runInBackground([&](const Progress& progress) {
+    const auto session = isAutomount(plan.mountPoint) ? OwnSession::onceReady : OwnSession::fromTheStart;
+    const auto serve = [&](const Progress& progress) {
         foundation::Log::setSink(plan.log->before(
             plan.options.logFile ? fileSink(plan) : foundation::makeSystemLogSink("kemvi", plan.mountPoint)));
         setLevel(plan.options.logLevel.value_or(LogLevel::info));
         return runMountSession(plan, progress);
-    });
+    };
+    const ExitCode code = runInBackground(serve, session);
     if (code == ExitCode::success && !plan.options.logFile && !foundation::hasSystemLog()) {
         printMessage(plan.mountPoint +
                      ": is mounted; this machine has no system log, so what there is to tell from here "
@@ -139,8 +141,13 @@ ExitCode mount(const MountRequest& request) {
     checkLogFile(options.logFile, mountPoint);
     blockStopSignals();
     tellSourceToHelpers(source);
-    const MountPlan plan{source.path, mountPoint, source.config.helperPath, std::move(options),
-                         recordPlan(request, mountPoint)};
+    const auto manager = ServiceManager::takeFromEnvironment(); // waits for the command itself, not for its child
+    const MountPlan plan{source.path,
+                         mountPoint,
+                         source.config.helperPath,
+                         std::move(options),
+                         recordPlan(request, mountPoint),
+                         request.foreground ? manager : ServiceManager()};
     foundation::Log::showPrivateValues(plan.options.showPrivate);
     return request.foreground ? runInForeground(plan, request) : runInTheBackground(plan);
 }

@@ -19,13 +19,16 @@ namespace filesystem = std::filesystem;
 
 namespace {
 
+/// What waits at a directory for somebody to look, and has the mount made then.
+constexpr const char* automountType = "autofs";
+
 [[noreturn]] void refuse(const std::string& mountPoint, const std::string& problem) {
     throw CommandError(ExitCode::mountPoint, mountPoint, problem);
 }
 
 void refuseMounted(const std::string& mountPoint) {
     const auto mount = fusehost::findMount(fusehost::readMountTable(), mountPoint);
-    if (!mount)
+    if (!mount || mount->type == automountType)
         return;
     if (mount->type.starts_with("fuse") && fusehost::isStale(mountPoint)) {
         refuse(mountPoint, "a stale mount is left here (its process is gone: Transport endpoint is not connected); "
@@ -122,6 +125,11 @@ MountPointLock::MountPointLock(const std::string& mountPoint)
         refuseBeingMounted(mountPoint);
     }
     refuseMounted(mountPoint);
+}
+
+bool isAutomount(const std::string& mountPoint) {
+    const auto mount = fusehost::findMount(fusehost::readMountTable(), mountPoint);
+    return mount && mount->type == automountType;
 }
 
 std::string checkedMountPoint(const std::string& mountPoint, const MountSource& source,

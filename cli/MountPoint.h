@@ -29,4 +29,7 @@ private:
 /// Throws CommandError unless this user can mount FUSE file systems with these options here.
 void checkFuseAvailable(const fusehost::MountOptions& options);
 
+/// True if what is mounted at this real path is an automount, which is to be mounted on.
+bool isAutomount(const std::string& mountPoint);
+
 } // namespace cli

@@ -7,6 +7,8 @@
 #include "cli/HostRecord.h"
 #include "cli/MountControl.h"
 #include "cli/MountPoint.h"
+#include "cli/ServiceReport.h"
+#include "cli/StatusText.h"
 #include "cli/StopControl.h"
 #include "cli/control/InvalidateOperation.h"
 #include "cli/control/LogOperation.h"
@@ -16,7 +18,9 @@
 #include "cli/control/TraceOperation.h"
 #include "cli/control/UnmountOperation.h"
 #include "cli/trace/TraceFeed.h"
+#include "control/JSONText.h"
 #include "extension/KemviUnaryFileSystem.h"
+#include "foundation/ControlCharacters.h"
 #include "foundation/Error.h"
 #include "foundation/PosixErrno.h"
 #include "hosts/fuse/FuseHost.h"
@@ -139,11 +143,14 @@ public:
               std::make_shared<kemvi::KemviUnaryFileSystem>(helpers_, &exchanges_), plan.source, plan.mountPoint,
               plan.options, [this](const foundation::ErrorOrigin&) { return helpers_.afterEndOfOutput(); },
               &companion_),
-          stop_(host_, helpers_, plan.mountPoint) {
+          stop_(host_, helpers_, plan.mountPoint), report_(plan.manager, [this] { return stateLine(); }) {
         control_.serve([this](control::ControlServer& server) { addOperations(server); });
     }
 
-    ~MountSession() { control_.stop(); } // what its operations look at goes next
+    ~MountSession() { // what the channel's operations look at, and the report tells of, goes next
+        control_.stop();
+        report_.stop();
+    }
 
     MountSession(const MountSession&) = delete;
     MountSession& operator=(const MountSession&) = delete;
@@ -165,6 +172,11 @@ public:
 
 private:
     StatusSources statusSources() { return {plan_, helpers_, stop_, host_.monitor()}; }
+
+    std::string stateLine() {
+        return foundation::escapedControls(plan_.mountPoint) + ": " +
+               stateText(control::parsedObject(changingStatus(statusSources()).json()));
+    }
 
     void addOperations(control::ControlServer& server) {
         addStatusOperation(server, statusSources());
@@ -210,9 +222,13 @@ private:
         progress.mounted();
         stop_.enter(StopControl::Phase::serving);
         const auto writing = [&] { stop_.enter(StopControl::Phase::writing); };
-        if (!progress.ready)
+        if (!progress.ready && !report_.isWanted())
             return host_.serve(writing);
-        Announcer announcer(plan_.mountPoint, progress.ready);
+        Announcer announcer(plan_.mountPoint, [&] {
+            report_.ready();
+            if (progress.ready)
+                progress.ready();
+        });
         const bool served = host_.serve(writing);
         interrupted_ = !announcer.cancel();
         return served;
@@ -226,6 +242,7 @@ private:
         device_ = std::nullopt;
         watch_.release();
         stop_.enter(StopControl::Phase::ending);
+        report_.stopping();
         host_.shutdown();
         recording_.reset();
     }
@@ -242,6 +259,7 @@ private:
     TraceFeed trace_{host_.monitor(), exchanges_};
     std::unique_ptr<RecordTap> recording_; // or null
     StopControl stop_;
+    ServiceReport report_;                          // stopped before what it tells of goes
     std::atomic<std::optional<unsigned>> device_{}; // while it is served
     bool interrupted_ = false;                      // the end came between the mount and its first answer
 };

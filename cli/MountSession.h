@@ -3,6 +3,7 @@
 #include "cli/Background.h"
 #include "cli/ExitCode.h"
 #include "cli/RecentLog.h"
+#include "cli/ServiceManager.h"
 #include "cli/record/MountRecording.h"
 #include "hosts/fuse/mounting/MountOptions.h"
 
@@ -18,6 +19,7 @@ struct MountPlan {
     std::string helperPath; // for messages
     fusehost::MountOptions options;
     RecordPlan record;
+    ServiceManager manager; // who is told how the mount is, beside the one who waits for it
     std::shared_ptr<RecentLog> log = std::make_shared<RecentLog>();
 };
 

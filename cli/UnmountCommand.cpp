@@ -41,6 +41,7 @@ constexpr std::size_t namedUsers = 5;
 struct Request {
     std::string mountPoint;
     bool force = false;
+    bool staleOnly = false;
 };
 
 /// The processes behind a mount, held before it is taken away.
@@ -239,9 +240,20 @@ void unmountByForce(const fusehost::MountEntry& mount, const Processes& processe
                            " of a mount here still runs; to end it and its helper: kemvi unmount --force " + path);
 }
 
+/// What a service does after its process has ended, however it ended: mostly there is nothing to do.
+ExitCode clearStale(const MountTarget& target, const Processes& processes) {
+    if (!target.mount || !processes.hosts.empty() || !fusehost::isStale(target.mount->mountPoint))
+        return ExitCode::success;
+    if (const auto failure = fusehost::unmountLazily(target.mount->mountPoint))
+        refuse(*target.mount, *failure, processes);
+    return ExitCode::success;
+}
+
 ExitCode run(const Request& request) {
     const MountTarget target = findMountTarget(request.mountPoint);
     const Processes processes = processesBehind(target);
+    if (request.staleOnly)
+        return clearStale(target, processes);
     if (!target.mount && (processes.hosts.empty() || !request.force))
         refuseUnmounted(target.path, processes);
     if (!target.mount)
@@ -260,8 +272,10 @@ void addUnmountCommand(CLI::App& app, ExitCode& result) {
     auto request = std::make_shared<Request>();
     CLI::App* command = app.add_subcommand("unmount", "End a mount and wait until its helper has ended");
     command->add_option("MOUNTPOINT", request->mountPoint, "Directory that is mounted on")->required();
-    command->add_flag("--force", request->force,
-                      "Also if it is in use or its helper does not answer; takes a few seconds at most");
+    auto* force = command->add_flag("--force", request->force,
+                                    "Also if it is in use or its helper does not answer; takes a few seconds at most");
+    command->add_flag("--stale", request->staleOnly, "Only if the process that served it is gone; otherwise do nothing")
+        ->excludes(force);
     command->callback([request, &result] { result = run(*request); });
 }
 

@@ -1,8 +1,8 @@
 #include "control/ControlClient.h"
 
+#include "control/JSONText.h"
 #include "control/SocketAddress.h"
 #include "foundation/Error.h"
-#include "foundation/JSON.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -12,7 +12,6 @@
 #include <system_error>
 #include <thread>
 #include <utility>
-#include <vector>
 
 namespace control {
 
@@ -55,16 +54,11 @@ void checkListener(const foundation::Descriptor& socket, pid_t expected) {
 }
 
 kemvi::JSONObject parsed(std::string_view line) {
-    std::vector<kemvi::JSONObject::Member> members;
     try {
-        foundation::JSONReader().readObject(line, [&](std::string_view key, foundation::JSONElement& value) {
-            std::string name(key); // the value may take the place of the key
-            members.emplace_back(std::move(name), kemvi::JSONValue::read(value));
-        });
+        return parsedObject(line);
     } catch (const foundation::Error& error) {
         throw ChannelError(Kind::broken, "what it says is no line of a channel: " + error.description());
     }
-    return kemvi::JSONObject(std::move(members));
 }
 
 std::string textOf(const kemvi::JSONObject& object, std::string_view name, std::string otherwise) {

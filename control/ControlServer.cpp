@@ -1,11 +1,10 @@
 #include "control/ControlServer.h"
 
 #include "control/Connection.h"
-#include "control/ControlClient.h"
+#include "control/JSONText.h"
 #include "control/Lines.h"
 #include "control/Mailbox.h"
 #include "foundation/Error.h"
-#include "foundation/JSON.h"
 
 #include <algorithm>
 #include <atomic>
@@ -72,17 +71,13 @@ std::string namesOf(const Operations& operations) {
 }
 
 /// Throws Refusal.
-Request parsedRequest(foundation::JSONReader& reader, std::string_view line, Peer peer) {
-    std::vector<kemvi::JSONObject::Member> members;
+Request parsedRequest(std::string_view line, Peer peer) {
+    kemvi::JSONObject object;
     try {
-        reader.readObject(line, [&](std::string_view key, foundation::JSONElement& value) {
-            std::string name(key); // the value may take the place of the key
-            members.emplace_back(std::move(name), kemvi::JSONValue::read(value));
-        });
+        object = parsedObject(line);
     } catch (const foundation::Error& error) {
         throw Refusal("badRequest", "expected a JSON object in one line: " + error.description());
     }
-    kemvi::JSONObject object(std::move(members));
     const auto* name = object.find("op");
     if (name == nullptr || name->asString() == nullptr)
         throw Refusal("badRequest", "\"op\": expected the name of an operation");
@@ -252,7 +247,7 @@ private:
     void run(Connection& connection, std::string_view line) {
         Reply reply(mailbox_, connection.number());
         try {
-            ask(parsedRequest(reader_, line, connection.peer()), reply);
+            ask(parsedRequest(line, connection.peer()), reply);
         } catch (const Refusal& refusal) {
             refuse(reply, refusal.code(), refusal.what());
         } catch (const std::exception& error) {
@@ -324,7 +319,6 @@ private:
     std::atomic<bool> stopping_{false};
 
     // The thread's own.
-    foundation::JSONReader reader_;
     Connections connections_;
     Mailbox::PeerNumber lastNumber_ = 0;
     std::optional<Clock::time_point> acceptAgain_;

@@ -1,7 +1,11 @@
 #include "control/JSONText.h"
 
 #include "control/Members.h"
+#include "foundation/JSON.h"
 #include "foundation/JSONWriter.h"
+
+#include <utility>
+#include <vector>
 
 namespace control {
 
@@ -33,6 +37,15 @@ std::string jsonText(const kemvi::JSONValue& value) {
     case kemvi::JSONValue::Case::null: break;
     }
     return "null";
+}
+
+kemvi::JSONObject parsedObject(std::string_view line) {
+    std::vector<kemvi::JSONObject::Member> members;
+    foundation::JSONReader().readObject(line, [&](std::string_view key, foundation::JSONElement& value) {
+        std::string name(key); // the value may take the place of the key
+        members.emplace_back(std::move(name), kemvi::JSONValue::read(value));
+    });
+    return kemvi::JSONObject(std::move(members));
 }
 
 } // namespace control
