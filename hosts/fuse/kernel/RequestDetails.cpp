@@ -169,7 +169,9 @@ std::vector<Argument> argumentsOf(const KernelRequest& request) {
     case FUSE_BATCH_FORGET: arguments = {{"nodes", number(frontOf<fuse_batch_forget_in>(body).count)}}; break;
     case FUSE_GETXATTR: arguments = {{"name", std::string(textAt(body, sizeof(fuse_getxattr_in)))}}; break;
     case FUSE_REMOVEXATTR: arguments = {{"name", std::string(textAt(body, 0))}}; break;
-    default: break;
+    default:
+        if (operationOf(request.opcode()) == KernelOperation::other)
+            arguments = {{"opcode", number(request.opcode())}};
     }
     return arguments;
 }
