@@ -122,10 +122,13 @@ void Report::keepIfSlow(SlowExchange exchange) {
 
 void Report::take(const KernelRequest& request) {
     const JSONObject& members = request.members;
+    const std::string op = textIn(members, "op");
+    if (op == "idle" || op == "readahead")
+        return; // nobody waited for it
     const std::int64_t took = numberIn(members, "microseconds");
     const double begun = secondsOf(textIn(members, "time"));
     const auto at = static_cast<std::int64_t>(std::llround((begun - started_) * 1e6));
-    Tally& tally = requests_[textIn(members, "op")];
+    Tally& tally = requests_[op];
     tally.durations.add(took);
     tally.errors += members.find("errno") != nullptr ? 1 : 0;
     if (begun > 0) {
@@ -138,9 +141,11 @@ void Report::take(const KernelRequest& request) {
     const JSONValue* const exchanges = members.find("exchanges");
     if (exchanges == nullptr || exchanges->asArray() == nullptr)
         return;
+    std::int64_t asked = 0;
     for (const JSONValue& exchange : *exchanges->asArray())
         if (exchange.asObject() != nullptr)
-            exchangeTime_ += numberIn(*exchange.asObject(), "microseconds");
+            asked += numberIn(*exchange.asObject(), "microseconds");
+    exchangeTime_ += std::min(asked, took); // the first request has the helper's start beside it
 }
 
 namespace {

@@ -64,13 +64,16 @@ TEST_F(Reports, TellOfOperationsPathsAndErrors) {
          R"({"t":900,"d":5,"q":{"id":"3","op":"getattr","path":"/b"},"a":{"ok":false,"error":{"message":"","code":"ENOENT"}}})",
          R"({"t":950,"d":5,"q":{"id":"4","op":"ping"},"a":null})",
          R"({"k":{"time":"2026-11-22T12:00:00.000990Z","op":"READ","process":"cat","microseconds":700,"exchanges":[{"op":"read","microseconds":500}]}})",
+         R"({"k":{"time":"2026-11-22T12:00:00.000000Z","op":"init","microseconds":1,"exchanges":[{"op":"ping","microseconds":99}]}})",
+         R"({"k":{"time":"2026-11-22T12:00:00.000000Z","op":"idle","microseconds":9,"exchanges":[]}})",
          R"({"lost":7})"});
     EXPECT_THAT(text, HasSubstr(R"("took":500,"line":3,"op":"read","path":"/a","error":"")"));
     EXPECT_THAT(text, HasSubstr(R"({"path":"/a","count":2,"errors":0,"bytes":5,"time":510})"));
     EXPECT_THAT(text, HasSubstr(R"({"op":"getattr","code":"ENOENT","count":1,"path":"/b"})"));
     EXPECT_THAT(text, HasSubstr(R"({"op":"ping","code":"no answer","count":1,"path":""})"));
-    EXPECT_THAT(text, HasSubstr(R"("requestTime":700,"exchangeTime":500,"helperTime":520)"));
+    EXPECT_THAT(text, HasSubstr(R"("requestTime":701,"exchangeTime":501,"helperTime":520)"));
     EXPECT_THAT(text, HasSubstr(R"("duration":1690,)"));
+    EXPECT_THAT(text, testing::Not(HasSubstr("idle")));
     EXPECT_THAT(text, HasSubstr(R"("lost":7)"));
     EXPECT_THAT(text, HasSubstr(R"("cut":true)"));
     EXPECT_THAT(text, HasSubstr(R"({"process":"cat","count":1})"));
