@@ -137,7 +137,7 @@ std::string durationText(double seconds) {
 }
 
 std::string stateText(const JSONObject& status) {
-    const std::string state = textOf(status, "state");
+    std::string state = textOf(status, "state");
     if (state == "waiting")
         return waitingText(status);
     if (state == "helperDead") {

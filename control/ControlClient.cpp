@@ -61,9 +61,9 @@ kemvi::JSONObject parsed(std::string_view line) {
     }
 }
 
-std::string textOf(const kemvi::JSONObject& object, std::string_view name, std::string otherwise) {
+std::string textOf(const kemvi::JSONObject& object, std::string_view name, const char* otherwise) {
     const auto* value = object.find(name);
-    return value != nullptr && value->asString() != nullptr ? *value->asString() : std::move(otherwise);
+    return value != nullptr && value->asString() != nullptr ? *value->asString() : otherwise;
 }
 
 /// Throws the refusal, if it is one.
