@@ -47,7 +47,7 @@ def test_help_as_a_command_says_what_the_option_says(place):
 
 def test_no_command_at_all_names_the_commands(place):
     result = place.run()
-    assert_fails(result, 2, "mount, unmount, init or check", "kemvi --help")
+    assert_fails(result, 2, "mount, unmount, list, status, init, check or another", "kemvi --help")
     assert result.stderr.startswith("kemvi: a command is missing: ")
 
 
