@@ -26,28 +26,69 @@ HelperProcesses::~HelperProcesses() {
 
 void HelperProcesses::helperStarted(const std::shared_ptr<foundation::ChildProcess>& helper) noexcept {
     // The number is still its own: nobody has waited for it yet.
-    const auto started = std::make_shared<Helper>(Helper{helper, HeldProcess(helper->processIdentifier())});
+    const auto started = std::make_shared<Helper>(helper, HeldProcess(helper->processIdentifier()));
     const std::lock_guard lock(mutex_);
     watch_.guard(started->held);
+    // Those before it that have gone, and whose exit is collected: a mount may see very many helpers.
+    std::erase_if(helpers_, [](const auto& earlier) { return earlier->held.gone() && !earlier->child->isRunning(); });
     helpers_.push_back(started);
     ++starts_;
+    started_.signal();
     if (companion_ != nullptr)
         companion_->began(started->held.pid());
 }
 
 void HelperProcesses::helperEnded(const std::shared_ptr<foundation::ChildProcess>& helper,
-                                  const std::string&) noexcept {
+                                  const std::string& lastRequest) noexcept {
     const std::lock_guard lock(mutex_);
     if (companion_ != nullptr)
         companion_->ended(helper->processIdentifier());
     for (const auto& known : helpers_)
-        if (known->child == helper)
+        if (known->child == helper) {
             known->ended = true;
+            known->lastRequest = lastRequest;
+        }
 }
 
 std::shared_ptr<const HelperProcesses::Helper> HelperProcesses::current() const {
     const std::lock_guard lock(mutex_);
     return helpers_.empty() ? nullptr : helpers_.back();
+}
+
+std::shared_ptr<const HeldProcess> HelperProcesses::held() const {
+    const auto helper = current();
+    return helper ? std::shared_ptr<const HeldProcess>(helper, &helper->held) : nullptr;
+}
+
+bool HelperProcesses::isGone() const {
+    const auto helper = current();
+    return helper && helper->held.gone();
+}
+
+HelperProcesses::Ending HelperProcesses::endLast(Patience patience) {
+    const auto helper = current();
+    if (!helper)
+        return {};
+    const HeldProcess& held = helper->held;
+    std::string description = "the helper (pid " + std::to_string(held.pid()) + ") ";
+    const bool hadToBeEnded = !held.waitGone(patience.alone);
+    if (hadToBeEnded) {
+        held.signalGroup(SIGTERM);
+        if (!held.waitGone(patience.afterTermination))
+            held.signalGroup(SIGKILL);
+        held.waitGone();
+    }
+    held.signalGroup(SIGKILL); // what it has left behind must not go on beside the next one
+    helper->child->waitUntilExit();
+    const auto status = helper->child->exitStatus();
+    if (hadToBeEnded)
+        description += "had closed its output and was ended";
+    else
+        description += status ? status->description() : "has ended";
+    const std::lock_guard lock(mutex_);
+    if (!helper->lastRequest.empty())
+        description += " while it was asked for " + helper->lastRequest;
+    return {hadToBeEnded ? std::nullopt : status, std::move(description)};
 }
 
 std::optional<pid_t> HelperProcesses::pid() const {

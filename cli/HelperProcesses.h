@@ -5,6 +5,7 @@
 #include "foundation/ExitStatus.h"
 #include "helper/HelperObserver.h"
 #include "hosts/fuse/placement/Companion.h"
+#include "hosts/fuse/support/EventDescriptor.h"
 
 #include <cstdint>
 #include <memory>
@@ -12,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <sys/types.h>
+#include <utility>
 #include <vector>
 
 namespace cli {
@@ -40,8 +42,27 @@ public:
     /// How many helpers were started after the first.
     std::uint64_t restarts() const;
 
+    /// The helper as it is held; null before one was started.
+    std::shared_ptr<const HeldProcess> held() const;
+
+    /// Readable when a helper has started since it was last cleared.
+    const fusehost::EventDescriptor& started() const { return started_; }
+
+    /// How a helper has ended.
+    struct Ending {
+        std::optional<foundation::ExitStatus> status; // nothing if it is not known
+        std::string description;                      // a clause; empty if there was no helper
+    };
+
+    /// Ends the last helper if it still runs, with all of its process group, and waits for it without limit. Nobody
+    /// must be about to start one.
+    Ending endLast(Patience patience);
+
     /// Kills the helpers, each with its whole process group. Does not wait.
     void kill() const;
+
+    /// True if the helper's process is there no more.
+    bool isGone() const;
 
     /// True if the helper answers no more.
     bool ended() const;
@@ -58,14 +79,19 @@ public:
 
 private:
     struct Helper {
+        Helper(std::shared_ptr<foundation::ChildProcess> itsChild, HeldProcess itsHeld)
+            : child(std::move(itsChild)), held(std::move(itsHeld)) {}
+
         std::shared_ptr<foundation::ChildProcess> child;
         HeldProcess held;
-        bool ended = false; // guarded by mutex_
+        bool ended = false;      // guarded by mutex_, as is the next
+        std::string lastRequest; // that met the end; empty if none did
     };
 
     std::shared_ptr<const Helper> current() const;
 
     DeathWatch& watch_;
+    const fusehost::EventDescriptor started_;
     fusehost::Companion* const companion_;
     mutable std::mutex mutex_; // guards what follows; never held while a helper is waited for
     std::vector<std::shared_ptr<Helper>> helpers_;

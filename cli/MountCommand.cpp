@@ -30,6 +30,9 @@ constexpr const char* optionList = R"(Mount options:
                          how long names, attributes and absent names are trusted (1, 1, 0)
   request_size=BYTES     most bytes of one read or write request (64k)
   placement=auto|off     whether host and helper may share a processor while that is faster (auto)
+  on_death=fail|exit|restart
+                         when the helper ends: operations fail, the mount ends too, or it is started anew (fail)
+  op_timeout=SECONDS     a helper that does not answer for so long is ended (none)
   writeback              let the kernel gather small writes
   fsname=TEXT            the device shown in the mount table (default: SOURCE)
   log_file=FILE, log_level=LEVEL, show_private

@@ -10,9 +10,12 @@
 #include "cli/ServiceReport.h"
 #include "cli/StatusText.h"
 #include "cli/StopControl.h"
+#include "cli/Supervisor.h"
+#include "cli/SupervisorThread.h"
 #include "cli/control/InvalidateOperation.h"
 #include "cli/control/LogOperation.h"
 #include "cli/control/RecordOperation.h"
+#include "cli/control/RestartOperation.h"
 #include "cli/control/StatsOperation.h"
 #include "cli/control/StatusOperation.h"
 #include "cli/control/TraceOperation.h"
@@ -142,7 +145,7 @@ public:
           host_(
               std::make_shared<kemvi::KemviUnaryFileSystem>(helpers_, &exchanges_), plan.source, plan.mountPoint,
               plan.options, [this](const foundation::ErrorOrigin&) { return helpers_.afterEndOfOutput(); },
-              &companion_),
+              &companion_, &supervisor_),
           stop_(host_, helpers_, plan.mountPoint), report_(plan.manager, [this] { return stateLine(); }) {
         control_.serve([this](control::ControlServer& server) { addOperations(server); });
     }
@@ -163,6 +166,8 @@ public:
         end();
         if (stop_.gaveUp())
             return ExitCode::gaveUpWaiting;
+        if (const auto verdict = supervisor_.verdict())
+            throwHelperEnded(*verdict);
         if (interrupted_ || stop_.interrupted())
             throwInterrupted();
         if (!served)
@@ -171,7 +176,7 @@ public:
     }
 
 private:
-    StatusSources statusSources() { return {plan_, helpers_, stop_, host_.monitor()}; }
+    StatusSources statusSources() { return {plan_, helpers_, supervisor_, stop_, host_.monitor()}; }
 
     std::string stateLine() {
         return foundation::escapedControls(plan_.mountPoint) + ": " +
@@ -186,10 +191,18 @@ private:
         addInvalidateOperation(server, host_);
         addLogOperation(server, plan_.log);
         addRecordOperation(server, plan_.mountPoint, exchanges_, trace_);
+        addRestartOperation(server, supervisor_, helpers_);
     }
 
     [[noreturn]] void throwInterrupted() const {
         throw CommandError(ExitCode::interrupted, plan_.mountPoint, "interrupted before the mount was ready");
+    }
+
+    [[noreturn]] void throwHelperEnded(ExitCode verdict) const {
+        throw CommandError(verdict, plan_.helperPath,
+                           verdict == ExitCode::helperEnded
+                               ? "the helper ended, and with it the mount (on_death=exit)"
+                               : "the helper ended again and again; the mount ends (on_death=restart)");
     }
 
     void load() {
@@ -220,6 +233,7 @@ private:
             watch_.begin(*device);
         }
         progress.mounted();
+        supervising_.emplace(SupervisorThread::Watched{supervisor_, helpers_, exchanges_, host_}, plan_.options);
         stop_.enter(StopControl::Phase::serving);
         const auto writing = [&] { stop_.enter(StopControl::Phase::writing); };
         if (!progress.ready && !report_.isWanted())
@@ -238,6 +252,7 @@ private:
     void end() {
         // The device number may now be given to another mount, whose process must not be taken for this one.
         nameProcess("kemvi-ending");
+        supervising_.reset(); // which would take for a death what is an end
         record_.setDevice(std::nullopt);
         device_ = std::nullopt;
         watch_.release();
@@ -255,7 +270,9 @@ private:
     fusehost::Companion companion_{[this](int processor) { watch_.placing(processor); }}; // the helper, for the host
     HelperProcesses helpers_; // goes after the host: by then the helper's input is closed
     ExchangeMeter exchanges_;
+    Supervisor supervisor_{helpers_, plan_.options};
     fusehost::FuseHost host_;
+    std::optional<SupervisorThread> supervising_;
     TraceFeed trace_{host_.monitor(), exchanges_};
     std::unique_ptr<RecordTap> recording_; // or null
     StopControl stop_;

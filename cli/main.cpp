@@ -13,6 +13,7 @@
 #include "cli/RecordCommand.h"
 #include "cli/ReplayCommand.h"
 #include "cli/ReportCommand.h"
+#include "cli/RestartCommand.h"
 #include "cli/Spelling.h"
 #include "cli/StatsCommand.h"
 #include "cli/StatusCommand.h"
@@ -71,6 +72,7 @@ int runCommandLine(int argc, char** argv) {
     cli::addTraceCommand(app, result);
     cli::addLogCommand(app, result);
     cli::addInvalidateCommand(app, result);
+    cli::addRestartCommand(app, result);
     cli::addInitCommand(app, result);
     cli::addCheckCommand(app, result);
     cli::addRecordCommand(app, result);

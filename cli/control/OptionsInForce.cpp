@@ -28,6 +28,14 @@ std::string_view nameOf(foundation::LogLevel level) {
     }
 }
 
+std::string_view nameOf(fusehost::OnDeath onDeath) {
+    switch (onDeath) {
+    case fusehost::OnDeath::exit: return "exit";
+    case fusehost::OnDeath::restart: return "restart";
+    default: return "fail";
+    }
+}
+
 class OptionList {
 public:
     void addFlag(const char* name, bool isSet) {
@@ -54,6 +62,9 @@ std::vector<std::string> optionsInForce(const fusehost::MountOptions& options) {
     list.add("negative_timeout", options.negativeTimeout);
     list.add("request_size", std::to_string(options.requestSize));
     list.add("placement", options.placement ? "auto" : "off");
+    list.add("on_death", nameOf(options.onDeath));
+    if (options.operationTimeout)
+        list.add("op_timeout", *options.operationTimeout);
     list.addFlag("writeback", options.writeback);
     list.addFlag("quiet", options.quiet);
     list.addFlag("nonempty", options.nonEmpty);

@@ -40,6 +40,8 @@ const char* stateOf(const StatusSources& sources, const UnderWay& underWay) {
     case StopControl::Phase::ended: return "ending";
     case StopControl::Phase::serving: break;
     }
+    if (sources.supervisor.isRestarting())
+        return "restarting";
     if (sources.helpers.ended())
         return "helperDead";
     return underWay && Clock::now() - underWay->since > usual ? "waiting" : "serving";
@@ -77,7 +79,9 @@ Members changingStatus(const StatusSources& sources) {
     status.add("state", stateOf(sources, underWay));
     if (underWay)
         status.add("current", currentOf(*underWay));
-    return status.add("helper", helperOf(sources)).add("requests", sources.monitor.requests());
+    return status.add("helper", helperOf(sources))
+        .add("requests", sources.monitor.requests())
+        .add("restarts", std::uint64_t{sources.helpers.restarts()});
 }
 
 void addStatusOperation(control::ControlServer& server, const StatusSources& sources) {

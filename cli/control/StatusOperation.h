@@ -3,6 +3,7 @@
 #include "cli/HelperProcesses.h"
 #include "cli/MountSession.h"
 #include "cli/StopControl.h"
+#include "cli/Supervisor.h"
 #include "control/ControlServer.h"
 #include "hosts/fuse/monitor/Monitor.h"
 
@@ -12,6 +13,7 @@ namespace cli {
 struct StatusSources {
     const MountPlan& plan;
     const HelperProcesses& helpers;
+    const Supervisor& supervisor;
     const StopControl& stop;
     const fusehost::Monitor& monitor;
 };

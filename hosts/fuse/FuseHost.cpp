@@ -27,9 +27,10 @@ using OptionalError = std::optional<foundation::NSError>;
 class FuseHost::Implementation {
 public:
     Implementation(std::shared_ptr<fskit::FSUnaryFileSystem> fileSystem, std::string source, std::string mountPoint,
-                   MountOptions options, StateExplanation explain, const Companion* companion)
+                   MountOptions options, StateExplanation explain, const Companion* companion, Supervision* supervision)
         : fileSystem_(std::move(fileSystem)), source_(std::move(source)), mountPoint_(std::move(mountPoint)),
-          options_(std::move(options)), explain_(std::move(explain)), companion_(companion) {}
+          options_(std::move(options)), explain_(std::move(explain)), companion_(companion), supervision_(supervision) {
+    }
 
     ~Implementation() { session_.reset(); }
 
@@ -46,6 +47,17 @@ public:
 
     void refuseRequests() noexcept;
     void invalidate(std::vector<std::string> paths, WhenInvalidated whenDone);
+
+    void restart(KernelCaches caches) noexcept {
+        if (renewal_)
+            renewal_->ask(caches);
+    }
+
+    void lookAtVolume() noexcept {
+        if (renewal_)
+            renewal_->look();
+    }
+
     void shutdown();
 
     Monitor& monitor() noexcept { return monitor_; }
@@ -53,6 +65,11 @@ public:
 private:
     class LoopInUse;
     class Invalidation;
+
+    std::shared_ptr<fskit::FSVolume> loadVolume() const;
+    void unload() const;
+    void superviseVolume();
+    EndTest endTest() const;
 
     std::unique_ptr<Placement> makePlacement() const;
     bool isStopRequested() const;
@@ -64,11 +81,13 @@ private:
     MountOptions options_;
     StateExplanation explain_;
     const Companion* companion_;
+    Supervision* const supervision_;
     EventDescriptor stop_;
     Monitor monitor_;
     std::shared_ptr<fskit::FSResource> resource_;
     std::unique_ptr<VolumeCalls> volume_;
     std::unique_ptr<FileTree> tree_;
+    std::unique_ptr<VolumeRenewal> renewal_; // null without supervision; from the load on as long as this lives
     std::unique_ptr<KernelContext> context_;
     std::unique_ptr<KernelSession> session_;
 
@@ -87,9 +106,13 @@ public:
         host_.notifier_ = &notifier;
         if (host_.refuses_)
             loop.refuse();
+        if (host_.renewal_)
+            host_.renewal_->use(&loop, host_.session_->descriptor());
     }
 
     ~LoopInUse() {
+        if (host_.renewal_)
+            host_.renewal_->use(nullptr, -1);
         const std::lock_guard guard(host_.lock_);
         host_.loop_ = nullptr;
         host_.notifier_ = nullptr;
@@ -127,17 +150,41 @@ private:
 void FuseHost::Implementation::load() {
     resource_ =
         std::make_shared<fskit::FSPathURLResource>(std::make_shared<foundation::URL>(source_), !options_.readOnly);
+    volume_ = std::make_unique<VolumeCalls>(loadVolume(), explain_, endTest());
+    tree_ = std::make_unique<FileTree>(*volume_, options_);
+    tree_->begin();
+    if (supervision_ != nullptr)
+        superviseVolume();
+}
+
+std::shared_ptr<fskit::FSVolume> FuseHost::Implementation::loadVolume() const {
     auto [volume, error] = await<std::shared_ptr<fskit::FSVolume>, OptionalError>(
         [&](auto reply) { fileSystem_->loadResource(resource_, fskit::FSTaskOptions(), std::move(reply)); });
     if (error)
         throw foundation::NSErrorException(*error);
-    volume_ = std::make_unique<VolumeCalls>(std::move(volume), explain_);
-    tree_ = std::make_unique<FileTree>(*volume_, options_);
-    tree_->begin();
+    return std::move(volume);
+}
+
+void FuseHost::Implementation::unload() const {
+    await<OptionalError>(
+        [&](auto reply) { fileSystem_->unloadResource(resource_, fskit::FSTaskOptions(), std::move(reply)); });
+}
+
+void FuseHost::Implementation::superviseVolume() {
+    const VolumeRenewal::Source source{[this] { return loadVolume(); }, [this] { unload(); },
+                                       [this] { invalidate({"/"}, [](std::optional<std::size_t>) {}); }};
+    renewal_ = std::make_unique<VolumeRenewal>(*volume_, *tree_, source, *supervision_, options_, stop_);
+}
+
+/// Where a volume's end is the end, it is told as any other failure that lasts.
+EndTest FuseHost::Implementation::endTest() const {
+    if (supervision_ == nullptr || options_.onDeath == OnDeath::fail)
+        return {};
+    return [this](const foundation::ErrorOrigin& origin) { return supervision_->isEnd(origin); };
 }
 
 void FuseHost::Implementation::mount() {
-    context_ = std::make_unique<KernelContext>(KernelContext{*tree_, options_, {}});
+    context_ = std::make_unique<KernelContext>(KernelContext{*tree_, options_, {}, {}, renewal_.get()});
     session_ = std::make_unique<KernelSession>(*context_, source_, options_);
     session_->mount(mountPoint_);
 }
@@ -216,16 +263,14 @@ void FuseHost::Implementation::shutdown() {
         return;
     tree_->end();
     quietly("ending the volume", [&] { volume_->end(); });
-    quietly("unloading the file system", [&] {
-        await<OptionalError>(
-            [&](auto reply) { fileSystem_->unloadResource(resource_, fskit::FSTaskOptions(), std::move(reply)); });
-    });
+    quietly("unloading the file system", [&] { unload(); });
 }
 
 FuseHost::FuseHost(std::shared_ptr<fskit::FSUnaryFileSystem> fileSystem, std::string source, std::string mountPoint,
-                   MountOptions options, StateExplanation explain, const Companion* companion)
+                   MountOptions options, StateExplanation explain, const Companion* companion, Supervision* supervision)
     : implementation_(std::make_unique<Implementation>(std::move(fileSystem), std::move(source), std::move(mountPoint),
-                                                       std::move(options), std::move(explain), companion)) {}
+                                                       std::move(options), std::move(explain), companion,
+                                                       supervision)) {}
 
 FuseHost::~FuseHost() = default;
 
@@ -259,6 +304,14 @@ void FuseHost::invalidate(std::vector<std::string> paths, WhenInvalidated whenDo
 
 Monitor& FuseHost::monitor() noexcept {
     return implementation_->monitor();
+}
+
+void FuseHost::restart(KernelCaches caches) noexcept {
+    implementation_->restart(caches);
+}
+
+void FuseHost::lookAtVolume() noexcept {
+    implementation_->lookAtVolume();
 }
 
 void FuseHost::shutdown() {

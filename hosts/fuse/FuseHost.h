@@ -1,6 +1,8 @@
 #pragma once
 
 #include "fskit/FSUnaryFileSystem.h"
+#include "hosts/fuse/Supervision.h"
+#include "hosts/fuse/VolumeRenewal.h"
 #include "hosts/fuse/calls/FailureLog.h"
 #include "hosts/fuse/monitor/Monitor.h"
 #include "hosts/fuse/mounting/MountOptions.h"
@@ -16,14 +18,16 @@
 namespace fusehost {
 
 /// Puts one volume of an fskit file system before the Linux kernel. Used in this order by one thread:
-/// load, mount, serve, shutdown. Only `requestStop`, `refuseRequests`, `invalidate` and `monitor` may be called from
-/// elsewhere.
+/// load, mount, serve, shutdown. Only `requestStop`, `refuseRequests`, `invalidate`, `restart`, `lookAtVolume` and
+/// `monitor` may be called from elsewhere.
 class FuseHost {
 public:
     /// `explain` is asked, on any thread, when the volume falls into a state in which operations fail. `companion` is
-    /// the process that answers the volume, if it is told of one; it must outlive this object and may be null.
+    /// the process that answers the volume, if it is told of one. `supervision` looks after the volume's life; without
+    /// it a volume that has ended stays so. Both must outlive this object and may be null.
     FuseHost(std::shared_ptr<fskit::FSUnaryFileSystem> fileSystem, std::string source, std::string mountPoint,
-             MountOptions options, StateExplanation explain = {}, const Companion* companion = nullptr);
+             MountOptions options, StateExplanation explain = {}, const Companion* companion = nullptr,
+             Supervision* supervision = nullptr);
     /// Unmounts if still mounted. Does not shut the volume down.
     ~FuseHost();
     FuseHost(const FuseHost&) = delete;
@@ -62,8 +66,17 @@ public:
     /// good as others: "/" is everything. Any thread. Returns at once; `whenDone` is called on another thread, or,
     /// where nothing is served, on this one. It takes as long as the operation in hand.
     void invalidate(std::vector<std::string> paths, WhenInvalidated whenDone);
+
     /// What the mount is doing and has done: to be read by any thread, for as long as this object lives.
     Monitor& monitor() noexcept;
+
+    /// Has another volume loaded in the place of the present one, which is ended in good order if it is well: all that
+    /// the kernel has in hand goes on. Returns at once; Supervision is told what comes of it. Nothing comes of it while
+    /// nothing is served. Any thread, once loaded.
+    void restart(KernelCaches caches) noexcept;
+
+    /// The volume may have ended by itself: Supervision tells. Any thread, once loaded.
+    void lookAtVolume() noexcept;
 
     /// Gives back what is open and ends the volume. Blocks until the file system has let go of everything, which may
     /// wait for a helper process without limit.

@@ -123,6 +123,11 @@ void FailureLog::note(const NSError& error, int number) noexcept {
     }
 }
 
+void FailureLog::forgetState() noexcept {
+    const std::lock_guard guard(lock_);
+    state_.clear();
+}
+
 void FailureLog::noteState(const NSError& error) {
     const ErrorOrigin& origin = *error.origin;
     {

@@ -33,6 +33,9 @@ public:
     /// Takes note of a failure that programs see as `number`, an errno value of the running kernel.
     void note(const foundation::NSError& error, int number) noexcept;
 
+    /// What lasted is over: should it come again, it is told again.
+    void forgetState() noexcept;
+
 private:
     using Clock = std::chrono::steady_clock;
 

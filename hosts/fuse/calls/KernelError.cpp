@@ -19,7 +19,7 @@ KernelError::KernelError(foundation::NSError cause, std::shared_ptr<FailureLog> 
 }
 
 void KernelError::tell() const noexcept {
-    if (cause_)
+    if (cause_ && cause_->log)
         cause_->log->note(cause_->error, number_);
 }
 

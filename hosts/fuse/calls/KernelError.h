@@ -15,7 +15,8 @@ public:
     explicit KernelError(int number) : number_(number) {}
 
     /// The failure that an error of the volume is. What the number alone would hide is for `log`, by whoever answers
-    /// the operation with this failure, or gives it up where nobody can be answered.
+    /// the operation with this failure, or gives it up where nobody can be answered. A null `log`: it is told
+    /// elsewhere.
     KernelError(foundation::NSError cause, std::shared_ptr<FailureLog> log);
 
     /// An errno value of the running kernel.

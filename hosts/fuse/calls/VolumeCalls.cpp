@@ -27,14 +27,31 @@ std::string storedName(const std::optional<fskit::FSFileName>& stored, const std
 } // namespace
 
 VolumeCalls::VolumeCalls(std::shared_ptr<fskit::FSVolume> volume, StateExplanation explain)
-    : volume_(std::move(volume)), operations_(dynamic_cast<fskit::FSVolumeOperations*>(volume_.get())),
-      openClose_(dynamic_cast<fskit::FSVolumeOpenCloseOperations*>(volume_.get())),
-      readWrite_(dynamic_cast<fskit::FSVolumeReadWriteOperations*>(volume_.get())),
-      failures_(std::make_shared<FailureLog>(std::move(explain))) {
-    if (operations_ == nullptr || openClose_ == nullptr || readWrite_ == nullptr)
+    : VolumeCalls(std::move(volume), std::move(explain), {}) {}
+
+VolumeCalls::VolumeCalls(std::shared_ptr<fskit::FSVolume> volume, StateExplanation explain, EndTest isEnd)
+    : failures_(std::make_shared<FailureLog>(std::move(explain))), isEnd_(std::move(isEnd)) {
+    use(std::move(volume));
+}
+
+void VolumeCalls::use(std::shared_ptr<fskit::FSVolume> volume) {
+    auto* const operations = dynamic_cast<fskit::FSVolumeOperations*>(volume.get());
+    auto* const openClose = dynamic_cast<fskit::FSVolumeOpenCloseOperations*>(volume.get());
+    auto* const readWrite = dynamic_cast<fskit::FSVolumeReadWriteOperations*>(volume.get());
+    if (operations == nullptr || openClose == nullptr || readWrite == nullptr)
         throw MountError("the volume does not offer the operations that a mount needs");
-    const std::int64_t limit = operations_->maximumNameLength();
+    const std::int64_t limit = operations->maximumNameLength();
     maximumNameLength_ = limit < 0 ? NAME_MAX : static_cast<std::size_t>(limit);
+    operations_ = operations;
+    openClose_ = openClose;
+    readWrite_ = readWrite;
+    volume_ = std::move(volume);
+}
+
+void VolumeCalls::replace(std::shared_ptr<fskit::FSVolume> volume) {
+    use(std::move(volume));
+    hasEnded_ = false;
+    failures_->forgetState();
 }
 
 // As a KernelError, so that whoever asked undoes what it has done before, as for any other failure.
@@ -64,7 +81,14 @@ std::tuple<Args...> VolumeCalls::ask(Start&& start) {
 
 void VolumeCalls::check(const OptionalError& error) {
     if (error)
-        throw KernelError(*error, failures_);
+        throw failureOf(*error);
+}
+
+KernelError VolumeCalls::failureOf(const NSError& error) {
+    const bool isEnd = isEnd_ && error.origin && isEnd_(*error.origin);
+    if (isEnd)
+        hasEnded_ = true;
+    return KernelError(error, isEnd ? nullptr : failures_);
 }
 
 FSItemPtr VolumeCalls::activate() {
@@ -94,7 +118,7 @@ SoughtItem VolumeCalls::seek(const FSItemPtr& directory, const std::string& name
     auto [item, stored, error] = ask<FSItemPtr, std::optional<fskit::FSFileName>, OptionalError>(
         [&](auto reply) { operations_->lookupItem(fskit::FSFileName(name), directory, std::move(reply)); });
     if (error) {
-        KernelError failure(*error, failures_);
+        KernelError failure = failureOf(*error);
         if (failure.number() == ENOENT)
             return {std::nullopt, std::move(failure)};
         throw failure;
@@ -122,6 +146,7 @@ FSItemAttributes VolumeCalls::getAttributes(const FSItemPtr& item) {
 }
 
 FSItemAttributes VolumeCalls::setAttributes(const FSItemPtr& item, fskit::FSItemSetAttributesRequest& request) {
+    ++changes_;
     const auto [attributes, error] = ask<std::optional<FSItemAttributes>, OptionalError>(
         [&](auto reply) { operations_->setAttributes(request, item, std::move(reply)); });
     check(error);
@@ -138,6 +163,7 @@ void VolumeCalls::enumerate(const FSItemPtr& directory, fskit::FSDirectoryEntryP
 }
 
 FoundItem VolumeCalls::create(const FSItemPtr& directory, const std::string& name, fskit::FSItemType type) {
+    ++changes_;
     fskit::FSItemSetAttributesRequest none;
     auto [item, stored, error] = ask<FSItemPtr, std::optional<fskit::FSFileName>, OptionalError>(
         [&](auto reply) { operations_->createItem(fskit::FSFileName(name), type, directory, none, std::move(reply)); });
@@ -147,6 +173,7 @@ FoundItem VolumeCalls::create(const FSItemPtr& directory, const std::string& nam
 }
 
 void VolumeCalls::remove(const FSItemPtr& item, const FSItemPtr& directory, const std::string& name) {
+    ++changes_;
     const auto [error] = ask<OptionalError>(
         [&](auto reply) { operations_->removeItem(item, fskit::FSFileName(name), directory, std::move(reply)); });
     check(error);
@@ -154,6 +181,7 @@ void VolumeCalls::remove(const FSItemPtr& item, const FSItemPtr& directory, cons
 
 void VolumeCalls::rename(const FSItemPtr& item, const FSItemPtr& from, const std::string& oldName, const FSItemPtr& to,
                          const std::string& newName) {
+    ++changes_;
     const auto [stored, error] = ask<std::optional<fskit::FSFileName>, OptionalError>([&](auto reply) {
         // No item to be replaced is named: the volume would remove it first, and it would be lost if the rename fails.
         operations_->renameItem(item, from, fskit::FSFileName(oldName), fskit::FSFileName(newName), to, nullptr,
@@ -164,6 +192,7 @@ void VolumeCalls::rename(const FSItemPtr& item, const FSItemPtr& from, const std
 
 FoundItem VolumeCalls::createSymbolicLink(const FSItemPtr& directory, const std::string& name,
                                           const std::string& contents) {
+    ++changes_;
     fskit::FSItemSetAttributesRequest none;
     auto [item, stored, error] = ask<FSItemPtr, std::optional<fskit::FSFileName>, OptionalError>([&](auto reply) {
         operations_->createSymbolicLink(fskit::FSFileName(name), directory, none, fskit::FSFileName(contents),
@@ -175,6 +204,7 @@ FoundItem VolumeCalls::createSymbolicLink(const FSItemPtr& directory, const std:
 }
 
 void VolumeCalls::createLink(const FSItemPtr& item, const FSItemPtr& directory, const std::string& name) {
+    ++changes_;
     const auto [stored, error] = ask<std::optional<fskit::FSFileName>, OptionalError>(
         [&](auto reply) { operations_->createLink(item, fskit::FSFileName(name), directory, std::move(reply)); });
     check(error);
@@ -219,6 +249,7 @@ std::size_t VolumeCalls::read(const FSItemPtr& item, std::int64_t offset, std::s
 }
 
 std::size_t VolumeCalls::write(const FSItemPtr& item, std::int64_t offset, std::span<const std::byte> contents) {
+    ++changes_;
     const auto [count, error] = ask<std::size_t, OptionalError>(
         [&](auto reply) { readWrite_->write(contents, item, offset, std::move(reply)); });
     check(error);
@@ -226,6 +257,7 @@ std::size_t VolumeCalls::write(const FSItemPtr& item, std::int64_t offset, std::
 }
 
 void VolumeCalls::synchronize() {
+    ++changes_;
     const auto [error] =
         ask<OptionalError>([&](auto reply) { operations_->synchronize(fskit::FSSyncFlags::wait, std::move(reply)); });
     check(error);

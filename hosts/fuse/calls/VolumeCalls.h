@@ -5,8 +5,11 @@
 #include "hosts/fuse/calls/FailureLog.h"
 #include "hosts/fuse/calls/KernelError.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -36,6 +39,9 @@ struct SoughtItem {
     }
 };
 
+/// Whether a failure of that origin shows that a volume answers no more, and never will. Any thread; returns soon.
+using EndTest = std::function<bool(const foundation::ErrorOrigin&)>;
+
 /// The operations of one volume as plain calls: each waits for the volume's reply and returns its value, or throws
 /// KernelError, which knows what is to be logged of it. Safe on any thread, as the volume's operations are.
 ///
@@ -45,6 +51,19 @@ class VolumeCalls {
 public:
     /// Throws MountError if the volume lacks an operation family that a host needs.
     explicit VolumeCalls(std::shared_ptr<fskit::FSVolume> volume, StateExplanation explain = {});
+    /// The same where somebody looks after the volume's end, whose task it is then to tell the log of it.
+    VolumeCalls(std::shared_ptr<fskit::FSVolume> volume, StateExplanation explain, EndTest isEnd);
+
+    /// Puts another volume in the place of this one, which nobody asks anything any more. Not while an operation is
+    /// under way on another thread. Throws as the constructor does; then all is as it was.
+    void replace(std::shared_ptr<fskit::FSVolume> volume);
+
+    /// Whether a failure has shown that the volume answers no more: then it never will again.
+    bool hasEnded() const { return hasEnded_; }
+
+    /// How many operations so far may have changed something: a request that has not added to it can be carried out
+    /// once more.
+    std::uint64_t changes() const { return changes_; }
 
     /// Mounts and activates. Returns the root item.
     fskit::FSItemPtr activate();
@@ -85,6 +104,8 @@ public:
 
 private:
     void check(const std::optional<foundation::NSError>& error);
+    /// What the volume's error is; notes it if that is the volume's end.
+    KernelError failureOf(const foundation::NSError& error);
     /// For the exception being handled, which no volume should throw.
     [[noreturn]] void failUnexpectedly();
     /// Starts one operation and waits for the values of its reply. Whatever it throws is a KernelError.
@@ -92,12 +113,17 @@ private:
     std::tuple<Args...> ask(Start&& start);
     fskit::FSItemAttributes attributesOf(const fskit::FSItemPtr& item);
 
+    void use(std::shared_ptr<fskit::FSVolume> volume);
+
     std::shared_ptr<fskit::FSVolume> volume_;
-    fskit::FSVolumeOperations* operations_;
-    fskit::FSVolumeOpenCloseOperations* openClose_;
-    fskit::FSVolumeReadWriteOperations* readWrite_;
-    std::size_t maximumNameLength_;
+    fskit::FSVolumeOperations* operations_ = nullptr;
+    fskit::FSVolumeOpenCloseOperations* openClose_ = nullptr;
+    fskit::FSVolumeReadWriteOperations* readWrite_ = nullptr;
+    std::size_t maximumNameLength_ = 0;
     const std::shared_ptr<FailureLog> failures_;
+    const EndTest isEnd_;
+    std::atomic<bool> hasEnded_{false};
+    std::atomic<std::uint64_t> changes_{0};
 };
 
 } // namespace fusehost

@@ -8,6 +8,16 @@
 
 namespace fusehost {
 
+void beginRequest(fuse_req_t request) noexcept {
+    if (Renewal* const renewal = contextOf(request).renewal)
+        renewal->beforeRequest();
+}
+
+bool isToBeRepeated(fuse_req_t request) noexcept {
+    Renewal* const renewal = contextOf(request).renewal;
+    return renewal != nullptr && renewal->isToBeRepeated();
+}
+
 int errnoOfFailure() noexcept {
     try {
         throw;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "hosts/fuse/kernel/Renewal.h"
 #include "hosts/fuse/mounting/MountOptions.h"
 #include "hosts/fuse/tree/FileTree.h"
 
@@ -27,6 +28,7 @@ struct KernelContext {
     const MountOptions& options;
     std::vector<std::byte> buffer; // for reads and listings; reused, since one operation runs at a time
     RequestOutcome outcome{};      // of the request that is executed
+    Renewal* renewal = nullptr;    // null where nobody looks after the volume
 
     /// Room for `size` bytes, whose contents are of no account. The next call ends it.
     std::span<std::byte> bufferFor(std::size_t size);

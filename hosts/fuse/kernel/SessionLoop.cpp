@@ -5,6 +5,7 @@
 #include "hosts/fuse/support/BackgroundThread.h"
 #include "hosts/fuse/support/HostLog.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -301,7 +302,15 @@ int SessionLoop::reasonToGiveUp(const Pending& pending, Clock::time_point now) c
         return 0; // nobody's, or answered
     if (refuses_)
         return EIO;
-    return isCallerDying(pending, now) ? EINTR : 0;
+    if (isCallerDying(pending, now))
+        return EINTR;
+    return longestWait_ && now - std::max(pending.since, limitedSince_) >= *longestWait_ ? EIO : 0;
+}
+
+void SessionLoop::limitWaiting(std::optional<std::chrono::milliseconds> limit) {
+    const std::lock_guard guard(lock_);
+    longestWait_ = limit;
+    limitedSince_ = Clock::now();
 }
 
 void SessionLoop::giveUp() {

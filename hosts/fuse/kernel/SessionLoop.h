@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <deque>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -69,6 +70,10 @@ public:
     /// Has the errand run on the executing thread between two requests, while `run` runs: at once if it waits, else
     /// when the operation in hand is done. Destroyed with the loop if it never comes to that. Any thread.
     void hand(Errands::Errand errand) { errands_.add(std::move(errand)); }
+
+    /// From now on a request, that under way included, fails with EIO when it has waited so long: from this call on, or
+    /// since it came. Nothing: no longer so. Any thread.
+    void limitWaiting(std::optional<std::chrono::milliseconds> limit);
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -148,6 +153,8 @@ private:
     std::uint64_t operation_ = 0; // counts executed operations
     Pending current_;             // valid while busy_
     std::deque<Waiting> backlog_;
+    std::optional<std::chrono::milliseconds> longestWait_;
+    Clock::time_point limitedSince_; // valid where there is a longest wait
 
     std::thread watcher_;
 };

@@ -98,6 +98,23 @@ bool automaticOrOff(std::string_view name, std::string_view value) {
     return value == "auto";
 }
 
+Seconds timeLimit(std::string_view name, std::string_view value) {
+    const Seconds limit = seconds(name, value);
+    if (limit < Seconds(0.1) || limit > std::chrono::hours(24))
+        fail(name, "a number of seconds from 0.1 to 86400");
+    return limit;
+}
+
+OnDeath onDeath(std::string_view name, std::string_view value) {
+    if (value == "fail")
+        return OnDeath::fail;
+    if (value == "exit")
+        return OnDeath::exit;
+    if (value != "restart")
+        fail(name, "fail, exit or restart");
+    return OnDeath::restart;
+}
+
 std::string file(std::string_view name, std::string_view value) {
     if (value.empty())
         fail(name, "the path of a file");
@@ -125,6 +142,8 @@ const std::map<std::string_view, WithValue>& optionsWithValue() {
         {"gid", [](MountOptions& o, auto name, auto value) { o.gid = group(name, value); }},
         {"request_size", [](MountOptions& o, auto name, auto value) { o.requestSize = requestBytes(name, value); }},
         {"placement", [](MountOptions& o, auto name, auto value) { o.placement = automaticOrOff(name, value); }},
+        {"on_death", [](MountOptions& o, auto name, auto value) { o.onDeath = onDeath(name, value); }},
+        {"op_timeout", [](MountOptions& o, auto name, auto value) { o.operationTimeout = timeLimit(name, value); }},
         {"fsname", [](MountOptions& o, auto, auto value) { o.fsname = std::string(value); }},
         {"log_file", [](MountOptions& o, auto name, auto value) { o.logFile = file(name, value); }},
         {"log_level", [](MountOptions& o, auto name, auto value) { o.logLevel = logLevel(name, value); }},

@@ -25,6 +25,13 @@ public:
 /// How long something is trusted: with fractions, and as long as users like.
 using Seconds = std::chrono::duration<double>;
 
+/// What becomes of the mount when its volume has ended by itself.
+enum class OnDeath {
+    fail,   // it stays, and all operations fail
+    exit,   // it ends too
+    restart // it gets another volume
+};
+
 /// The settings of one mount, as `-o` gives them. Unset optionals mean "as the volume reports".
 struct MountOptions {
     bool readOnly = false;
@@ -37,6 +44,8 @@ struct MountOptions {
     Seconds entryTimeout{1};         // how long a name is trusted
     Seconds attrTimeout{1};          // how long attributes are trusted
     Seconds negativeTimeout{0};      // how long the absence of a name is trusted
+    OnDeath onDeath = OnDeath::fail;
+    std::optional<Seconds> operationTimeout;    // how long the volume is waited for; without limit otherwise
     std::uint32_t requestSize = 64 * 1024;      // most bytes of one read or write of the helper
     std::optional<std::uint32_t> fileMask;      // permission bits taken from 0777 for files
     std::optional<std::uint32_t> directoryMask; // the same for directories

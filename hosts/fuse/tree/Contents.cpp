@@ -51,8 +51,9 @@ fskit::FSItemAttributes Contents::makeEmpty(Node& node) {
     nodes_.itemOf(node);
     const fskit::FSItemAttributes attributes = handles_.makeEmpty(node);
     node.safety = Safety::told;
+    node.isUnconfirmed = false; // here and below: what it is about is gone
     if (!node.isOpen())
-        node.deferredError.take(); // what it is about is gone, and with it whoever wrote it
+        node.deferredError.take(); // and with it whoever wrote it
     return attributes;
 }
 

@@ -2,6 +2,9 @@
 
 #include "hosts/fuse/calls/KernelError.h"
 
+#include <cerrno>
+#include <utility>
+
 namespace fusehost {
 
 Durability::Durability(Nodes& nodes, VolumeHandles& handles, Attributes& attributes)
@@ -10,6 +13,8 @@ Durability::Durability(Nodes& nodes, VolumeHandles& handles, Attributes& attribu
 void Durability::synchronize(Node& node) {
     if (const int error = node.deferredError.take())
         throw KernelError(error);
+    if (std::exchange(node.isUnconfirmed, false))
+        throw KernelError(EIO);
     makeSafe(node);
 }
 

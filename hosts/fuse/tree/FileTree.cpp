@@ -32,6 +32,18 @@ void FileTree::end() noexcept {
     rooms_->listings.end();
 }
 
+void FileTree::leaveVolume() noexcept {
+    rooms_->volumeChange.leave();
+}
+
+void FileTree::loseVolume() {
+    rooms_->volumeChange.lose();
+}
+
+void FileTree::takeVolume() {
+    rooms_->volumeChange.take();
+}
+
 void FileTree::checkAccess(uid_t caller, NodeID node, int wanted) {
     rooms_->permissions.check(caller, rooms_->nodes.at(node), wanted);
 }

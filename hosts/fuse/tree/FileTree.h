@@ -54,6 +54,17 @@ public:
     /// throws; for the end of a mount.
     void end() noexcept;
 
+    // Another volume in the place of the one that the tree shows (VolumeChange), between two requests
+    /// For a volume that is to go in good order: has it make safe what is written, and gives back what is open.
+    void leaveVolume() noexcept;
+    /// For one that has ended by itself: what was written and not made safe is told as an error by the file's next
+    /// fsync, or close of one that writes it.
+    void loseVolume();
+    /// Activates the volume that `VolumeCalls::replace` has put in the place of the one before, and forgets all that it
+    /// knew of that. What the kernel has in hand goes on: nodes, open files and directories. ESTALE is the answer for
+    /// an open file whose name is gone.
+    void takeVolume();
+
     // Permissions (Permissions): where the kernel does not check them, for what is then asked for by `caller`
     /// EACCES unless all of `wanted` (R_OK, W_OK, X_OK) is allowed.
     void checkAccess(uid_t caller, NodeID node, int wanted);

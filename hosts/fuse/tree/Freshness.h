@@ -25,6 +25,9 @@ public:
 
     void noteChange(Node& node) { node.changed = ++changes_; }
 
+    /// What was last shown of any node is true no more.
+    void forgetShown() { shown_ = {}; }
+
     void noteShown(const Node& node, const struct stat& attributes);
     /// What was last shown of the node came of a change of its attributes.
     void noteShownForChange(const Node& node);

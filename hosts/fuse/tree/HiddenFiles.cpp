@@ -4,6 +4,7 @@
 #include "hosts/fuse/support/HostLog.h"
 
 #include <cerrno>
+#include <utility>
 #include <vector>
 
 namespace fusehost {
@@ -89,6 +90,10 @@ void HiddenFiles::remove(Node& node) {
         if (node.hasName())
             handles_.remove(nodes_.itemOf(node), nodes_.itemOf(*node.parent), node.name);
     } catch (const KernelError& error) {
+        if (handles_.hasEnded()) {
+            unused_.push_back(node.id);
+            return;
+        }
         if (error.number() != ENOENT && error.number() != ESTALE)
             hostLog().error({"a removed file stays in the served tree as ", foundation::logPublic(node.name), ": ",
                              foundation::logPublic(error.what())});
@@ -100,6 +105,12 @@ void HiddenFiles::remove(Node& node) {
     nodes_.drop(node);
     if (directory != nullptr)
         nodes_.dropIfUnused(*directory); // it may have been kept for this file alone
+}
+
+void HiddenFiles::removeUnused() {
+    for (const NodeID id : std::exchange(unused_, {}))
+        if (Node* node = nodes_.find(id))
+            remove(*node);
 }
 
 } // namespace fusehost

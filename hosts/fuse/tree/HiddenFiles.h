@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace fusehost {
 
@@ -30,7 +31,10 @@ public:
     /// Moves the hidden files of a directory that is to be removed into the one above it.
     void moveOut(const NameChange&, Node& directory);
     /// Removes the file, which nobody has open any more. A failure is logged. May end the node, and the directory's.
+    /// Where the volume has ended the node stays, for `removeUnused`.
     void remove(Node& node);
+    /// For another volume: removes those that nobody has open any more.
+    void removeUnused();
 
     /// How many there are.
     std::size_t count() const { return count_; }
@@ -45,6 +49,7 @@ private:
     Freshness& freshness_;
     HiddenNames& names_;
     std::size_t count_ = 0;
+    std::vector<NodeID> unused_; // to be removed when there is a volume that answers
 };
 
 } // namespace fusehost

@@ -46,6 +46,10 @@ public:
     /// it. `directory` is the item's node; null if the kernel does not know it.
     void refuseIfNotEmpty(const Node* directory, const fskit::FSItemPtr& item);
 
+    /// What was listed is of a volume that is gone: lookups are told nothing from it. Listings that are being read go
+    /// on as they are.
+    void forgetRecent() { recent_.clear(); }
+
     /// For the end of a mount.
     void end() noexcept {
         open_.clear();

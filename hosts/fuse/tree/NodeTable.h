@@ -58,9 +58,10 @@ struct Node {
     Node* nextOfName = nullptr;
     std::uint32_t nameHash = 0;
     fskit::FSItemType type : 8 = fskit::FSItemType::unknown;
-    bool hidden = false;       // removed by name while open; lives on under a name of ours until its last close
-    bool hasPlainPath = false; // was last reported by the path of its folder and name: its item follows from them
-    Node* parent = nullptr;    // null for the root and for a node that has lost its name
+    bool hidden = false;        // removed by name while open; lives on under a name of ours until its last close
+    bool hasPlainPath = false;  // was last reported by the path of its folder and name: its item follows from them
+    bool isUnconfirmed = false; // closed, and its volume has ended before it was made safe: the next fsync tells
+    Node* parent = nullptr;     // null for the root and for a node that has lost its name
     std::string name;
     Node* firstChild = nullptr;
     Node* nextSibling = nullptr;
@@ -122,6 +123,12 @@ public:
     bool hasForgottenDue() const { return forgottenDue_; }
 
     std::size_t size() const { return ids_.size(); }
+
+    /// Calls `use(Node&)` for each node, in no order. It must end none.
+    template <typename Use>
+    void forEach(const Use& use) const {
+        ids_.forEach(use);
+    }
 
 private:
     // Numbers are given out in turn, so that they spread over the slots as they are.

@@ -25,6 +25,10 @@ public:
     // Nodes by what the kernel calls them
     /// ESTALE if there is no such node.
     Node& at(NodeID id);
+
+    /// Null if there is no such node.
+    Node* find(NodeID id) { return table_.find(id); }
+
     /// ENOTDIR if it is no directory.
     Node& directoryAt(NodeID id);
     /// Null if it is not known.

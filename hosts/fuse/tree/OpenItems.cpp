@@ -63,6 +63,11 @@ void OpenItems::leave(const FSItem& item) {
         items_.erase(known);
 }
 
+void OpenItems::clear() {
+    items_.clear();
+    unused_.clear();
+}
+
 bool OpenItems::mayBeWritten(const FSItem& item) const {
     const auto known = find(item);
     return known != items_.end() && known->second.isWritten;

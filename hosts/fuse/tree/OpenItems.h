@@ -29,6 +29,8 @@ public:
     void leaveWriting(const fskit::FSItem& item);
     /// Nothing of the item is open any more.
     void leave(const fskit::FSItem& item);
+    /// Nothing at all is open any more, and nothing waits.
+    void clear();
 
     bool mayBeWritten(const fskit::FSItem& item) const;
     /// The nodes of the items that may be open for writing, but for `item`, which may be null.

@@ -77,6 +77,11 @@ void ReadAhead::drop(const Node& node) {
         clear(guard);
 }
 
+void ReadAhead::dropAll() {
+    Guard guard(lock_);
+    clear(guard);
+}
+
 void ReadAhead::work() {
     Guard guard(lock_);
     while (true) {

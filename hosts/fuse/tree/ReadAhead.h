@@ -42,6 +42,8 @@ public:
     /// Forgets what was read of the node's file, by whatever name, and waits for the read under way: it uses the
     /// volume's handle of the file.
     void drop(const Node& node);
+    /// The same for whatever file it is of.
+    void dropAll();
 
 private:
     using Guard = std::unique_lock<std::mutex>;

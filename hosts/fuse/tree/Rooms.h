@@ -12,6 +12,7 @@
 #include "hosts/fuse/tree/Permissions.h"
 #include "hosts/fuse/tree/Removal.h"
 #include "hosts/fuse/tree/Renaming.h"
+#include "hosts/fuse/tree/VolumeChange.h"
 
 namespace fusehost {
 
@@ -59,6 +60,7 @@ struct FileTree::Rooms {
     Removal removal{changes, nodes, hidden, listings};
     Renaming renaming{changes, nodes, hidden, listings};
     OutsideChanges outsideChanges{nodes, contents, freshness, absence, toldAbsences};
+    VolumeChange volumeChange{volume, table, handles, freshness, absence, hidden, durability, listings};
 };
 
 } // namespace fusehost

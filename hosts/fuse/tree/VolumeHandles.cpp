@@ -122,6 +122,11 @@ void VolumeHandles::closeForMove(Node& node) {
         closeForMove(*child);
 }
 
+void VolumeHandles::forgetAll() {
+    readAhead_.dropAll();
+    open_.clear();
+}
+
 void VolumeHandles::closeOtherWriters(const Node& node) {
     for (Node* other : otherWriters(node)) {
         if (other->isWriteProtected)

@@ -59,6 +59,8 @@ public:
     /// Closes everything that is open at the node and beneath it: the volume's handles are tied to paths. They open
     /// again when next used. A failure is kept for the file's next flush.
     void closeForMove(Node& node);
+    /// The volume is another one from now on: nothing is open in it. Waits for a block that is being read ahead.
+    void forgetAll();
     /// Closes what other files have open for writing. They open again when next written. One that could not, because
     /// its mode was changed, stays open. Failures are kept for the files' next flushes.
     void closeOtherWriters(const Node& node);
@@ -79,6 +81,9 @@ public:
     void doNext() noexcept override;
 
     bool isUnderWay() override { return readAhead_.isUnderWay(); }
+
+    /// Whether the volume is known to answer no more, and another one is to take its place.
+    bool hasEnded() const { return volume_.hasEnded(); }
 
     // The account
     bool mayBeWritten(const Node& node) const;

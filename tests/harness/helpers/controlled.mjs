@@ -106,6 +106,20 @@ const actions = {
   },
   // Not process.exit, which would wait for the read of standard input that is under way.
   die: () => process.kill(process.pid, 'SIGKILL'),
+  // The same, but not that of the next helper.
+  dieOnce(rule, request, next) {
+    const mark = path.join(folder, `died-${rule.number}`);
+    if (fs.existsSync(mark)) return next(request);
+    fs.writeFileSync(mark, '');
+    return process.kill(process.pid, 'SIGKILL');
+  },
+  // Does not answer, but the next helper does.
+  async hangOnce(rule, request, next) {
+    const mark = path.join(folder, `hung-${rule.number}`);
+    if (fs.existsSync(mark)) return next(request);
+    fs.writeFileSync(mark, '');
+    for (;;) await pause(1000);
+  },
   // Lives on, but neither answers nor reads any more.
   async closeOutput() {
     fs.closeSync(1);

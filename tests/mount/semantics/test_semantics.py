@@ -392,6 +392,49 @@ def test_dead_helper_is_an_error(controlled):
     assert len(controlled.log().splitlines()) == 1
 
 
+def restarted(mount):
+    """A volume, and a function that kills its helper and waits for the next."""
+    volume = mount(options=["on_death=restart"])
+    volume.expect_log("helper")
+
+    def kill_helper():
+        before = len(volume.log_lines("was started anew"))
+        os.kill(volume.helper_pid(), signal.SIGKILL)
+        eventually(lambda: len(volume.log_lines("was started anew")) > before, 20, "a new helper")
+    return volume, kill_helper
+
+
+@claim("With `-o on_death=restart` a program that only looks does not notice that the helper has died.")
+def test_who_looks_does_not_notice_a_death(mount):
+    volume, kill_helper = restarted(mount)
+    with open(put(volume.path / "file"), "rb", buffering=0) as file:
+        assert file.read(3) == b"con"
+        kill_helper()
+        assert file.read() == b"tent" and os.listdir(volume.path) == ["file"]
+
+
+@claim("A change under way when the helper died fails with EIO, done or not.")
+def test_change_under_way_at_a_death_fails(mount):
+    volume = mount(control=True, options=["on_death=restart"])
+    volume.expect_log("helper")
+    volume.helper.rule("dieOnce", "mkdir")
+    assert failure(os.mkdir, volume.path / "folder") == errno.EIO
+    os.mkdir(volume.path / "folder")
+
+
+@claim("What the helper had accepted and was not told to make safe when it died is an EIO of the file's next fsync, or of the "
+       "next close by who writes it.")
+def test_what_was_not_safe_at_a_death_is_told(mount):
+    volume, kill_helper = restarted(mount)
+    for tell in (os.fsync, os.close):
+        descriptor = os.open(volume.path / "file", os.O_WRONLY | os.O_CREAT)
+        os.write(descriptor, b"accepted")
+        kill_helper()
+        assert failure(tell, descriptor) == errno.EIO
+        if tell is os.fsync:
+            os.close(descriptor)
+
+
 @claim("When the host dies the mount goes away with it.")
 def test_mount_goes_with_its_host(mount):
     volume = mount()

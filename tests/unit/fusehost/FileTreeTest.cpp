@@ -4,9 +4,22 @@
 
 namespace fusehosttests {
 
+void throwGone() {
+    foundation::NSErrorException gone(foundation::NSError{"protocol", 1, std::nullopt, "gone"});
+    foundation::ErrorOrigin origin;
+    origin.operation = "getattr";
+    origin.state = "gone";
+    gone.setOrigin(origin);
+    throw gone;
+}
+
+bool isGone(const foundation::ErrorOrigin& origin) {
+    return origin.state == "gone";
+}
+
 fusehost::FileTree& FileTreeTest::tree() {
     if (!tree_) {
-        calls_ = std::make_unique<fusehost::VolumeCalls>(volume);
+        calls_ = std::make_unique<fusehost::VolumeCalls>(volume, fusehost::StateExplanation(), endTest);
         tree_ = std::make_unique<fusehost::FileTree>(*calls_, options);
         tree_->begin();
     }
@@ -116,6 +129,24 @@ std::vector<std::string> FileTreeTest::list(const std::string& path) {
 
 void FileTreeTest::forget(NodeID node) {
     tree().forget(node, std::exchange(held_[node], 0));
+}
+
+void FileTreeTest::changeVolume() {
+    tree().leaveVolume();
+    EXPECT_EQ(served.openHandles(), 0U) << "the volume was left with something open";
+    takeAnotherVolume();
+}
+
+void FileTreeTest::loseVolume() {
+    tree().loseVolume();
+    served.loseHandles();
+    takeAnotherVolume();
+}
+
+void FileTreeTest::takeAnotherVolume() {
+    volume = std::make_shared<MemoryVolume>(served);
+    calls_->replace(volume);
+    tree().takeVolume();
 }
 
 void FileTreeTest::end() {

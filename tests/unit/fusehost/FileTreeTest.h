@@ -31,6 +31,10 @@ using fusehost::TreeEntry;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+/// Fails as a volume does that has ended, if `isGone` is what tells an end.
+[[noreturn]] void throwGone();
+bool isGone(const foundation::ErrorOrigin& origin);
+
 /// A file tree over a MemoryVolume. The test plays the kernel through the functions below, which keep account of what
 /// was handed out. At the end of each test everything is given back, and then nothing may be left: no helper handle, no
 /// node but the root, no hidden file.
@@ -38,6 +42,11 @@ class FileTreeTest : public testing::Test {
 protected:
     /// The tree, made with `options` when it is first asked for.
     fusehost::FileTree& tree();
+
+    fusehost::VolumeCalls& calls() {
+        tree();
+        return *calls_;
+    }
 
     /// Looks every name of the path up, as the kernel does.
     TreeEntry lookup(const std::string& path);
@@ -68,10 +77,19 @@ protected:
     /// Takes back what the tests holds of a node.
     void forget(NodeID node);
 
+    /// Another volume over the same served tree takes the place of this one, which goes in good order.
+    void changeVolume();
+    /// The same after the volume has ended by itself.
+    void loseVolume();
+
     /// The end of the mount; what is open then stays the tree's.
     void end();
     void TearDown() override;
 
+    /// What was released without `release`.
+    void forgetOpen(OpenFileID file) { open_.erase(file); }
+
+    fusehost::EndTest endTest; // to be set before the tree is asked for
     ServedTree served;
     fusehost::MountOptions options;
     testsupport::RecordingLog log;
@@ -79,6 +97,7 @@ protected:
 
 private:
     TreeEntry counted(const TreeEntry& entry);
+    void takeAnotherVolume();
 
     std::unique_ptr<fusehost::VolumeCalls> calls_;
     std::unique_ptr<fusehost::FileTree> tree_;

@@ -331,6 +331,11 @@ std::vector<std::string> ServedTree::names(const std::string& directory) const {
     return names;
 }
 
+void ServedTree::loseHandles() {
+    const Guard guard(lock_);
+    handles_.clear();
+}
+
 std::vector<std::string> ServedTree::takeRequests() {
     const Guard guard(lock_);
     return std::exchange(requests_, {});

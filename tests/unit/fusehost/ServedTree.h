@@ -81,6 +81,9 @@ public:
     std::uint32_t mode(const std::string& path) const;
     std::vector<std::string> names(const std::string& directory) const;
 
+    /// The helper died: its handles are gone with it.
+    void loseHandles();
+
     /// The requests since the last call.
     std::vector<std::string> takeRequests();
     /// Handles that were not given back.
