@@ -63,6 +63,7 @@ _kemvi_offer_mount_option() {
     compopt -o nospace 2>/dev/null
     case $part in
     placement=*) _kemvi_offer "${part#*=}" <<<$'auto\noff' ;;
+    on_death=*) _kemvi_offer "${part#*=}" <<<$'fail\nexit\nrestart' ;;
     log_level=*) _kemvi_offer "${part#*=}" <<<$'debug\ninfo\nwarning\nerror' ;;
     *=*) ;;
     *)
