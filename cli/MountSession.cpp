@@ -144,8 +144,8 @@ public:
           watch_(afterOurDeath, plan.mountPoint), helpers_(watch_, &companion_),
           host_(
               std::make_shared<kemvi::KemviUnaryFileSystem>(helpers_, &exchanges_), plan.source, plan.mountPoint,
-              plan.options, [this](const foundation::ErrorOrigin&) { return helpers_.afterEndOfOutput(); },
-              &companion_, &supervisor_),
+              plan.options, [this](const foundation::ErrorOrigin&) { return helpers_.afterEndOfOutput(); }, &companion_,
+              &supervisor_),
           stop_(host_, helpers_, plan.mountPoint), report_(plan.manager, [this] { return stateLine(); }) {
         control_.serve([this](control::ControlServer& server) { addOperations(server); });
     }
