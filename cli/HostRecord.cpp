@@ -70,7 +70,7 @@ std::string recordOf(pid_t pid, uid_t user) {
 /// False if the file has not the form of a record.
 bool readRecord(const std::string& path, ServingProcess& into) {
     std::ifstream file(path, std::ios::binary);
-    std::string text(numberLength + 2 * PATH_MAX, '\0');
+    std::string text(numberLength + 2 * std::size_t{PATH_MAX}, '\0');
     file.read(text.data(), static_cast<std::streamsize>(text.size()));
     text.resize(static_cast<std::size_t>(file.gcount()));
     if (text.size() <= numberLength)

@@ -39,6 +39,7 @@ std::vector<ScrapedMount> scrapedMounts() {
             answers.push_back(std::async(std::launch::async, scraped, serving.mountPoint, serving.controlPath,
                                          serving.process.pid()));
     std::vector<ScrapedMount> mounts;
+    mounts.reserve(answers.size());
     for (auto& answer : answers)
         mounts.push_back(answer.get());
     std::sort(mounts.begin(), mounts.end(),

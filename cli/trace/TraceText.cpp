@@ -101,7 +101,7 @@ std::string subjectOf(const JSONObject& line) {
 }
 
 std::string resultOf(const JSONObject& line) {
-    if (const std::string error = text(line, "errno"); !error.empty())
+    if (std::string error = text(line, "errno"); !error.empty())
         return error;
     if (const auto bytes = number(line, "bytes"))
         return std::to_string(*bytes) + " bytes";

@@ -10,7 +10,7 @@ namespace fusehost {
 
 namespace {
 
-constexpr std::size_t longestWholePath = 64 * 1024;
+constexpr std::size_t longestWholePath = std::size_t{64} * 1024;
 
 /// Kernels forget nodes by the thousand, and nobody is interested in which.
 bool isAboutAFile(const RequestHead& head) {
