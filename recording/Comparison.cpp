@@ -115,7 +115,8 @@ private:
                 return;
             if (const JSONObject* const object = before->asObject()) {
                 for (const std::string& key : keysOf(*object, *after->asObject()))
-                    values(std::string(member).append(".").append(key), object->find(key), after->asObject()->find(key));
+                    values(std::string(member).append(".").append(key), object->find(key),
+                           after->asObject()->find(key));
                 return;
             }
             if (const JSONValue::Array* const array = before->asArray()) {
