@@ -79,6 +79,7 @@ public:
     }
 
     int runnable() override { return ready; }
+
     int processors() override { return machine.count(); }
 
     void rest() override { ++rests; }
