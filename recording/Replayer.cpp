@@ -254,7 +254,7 @@ void Replayer::followOpen(const Exchange& recorded, const JSONObject& now) {
     const auto before = recorded.answer && recorded.succeeded() ? handleIn(*recorded.answer) : std::nullopt;
     const auto after = isOk(now) ? handleIn(now) : std::nullopt;
     if (before && after) {
-        files_[*before] = {*after, recorded.text("path")};
+        files_.insert_or_assign(before.value_or(0), OpenFile{*after, recorded.text("path")});
     } else if (after) { // nobody will ask for it
         HelperRequest request;
         request.op = "release";
