@@ -9,6 +9,7 @@ import signal
 import socket
 import stat
 import subprocess
+import sys
 import threading
 import time
 from pathlib import Path
@@ -292,16 +293,17 @@ def test_another_user_is_turned_away_at_the_socket_itself(place):
     path = socket_of(place)
     opened = os.open(path.parent, os.O_PATH)
     os.chmod(path, 0o666)
-    script = ("import os, socket, sys; os.setuid(int(sys.argv[1])); s = socket.socket(socket.AF_UNIX);"
-              "s.connect(f'/proc/self/fd/{sys.argv[2]}/{sys.argv[3]}'); print(s.makefile().read())")
+    script = ("import os, socket, sys; os.fchdir(int(sys.argv[2])); os.setuid(int(sys.argv[1]));"
+              "s = socket.socket(socket.AF_UNIX); s.connect(sys.argv[3]); print(s.makefile().read())")
     os.chmod(path.parent, 0o711)
     try:
-        said = subprocess.run(["python3", "-c", script, str(OTHER_USER.pw_uid), str(opened), path.name], pass_fds=[opened],
-                              capture_output=True, text=True, timeout=30 * SLOWNESS, check=True).stdout
+        asked = subprocess.run([sys.executable, "-c", script, str(OTHER_USER.pw_uid), str(opened), path.name],
+                               pass_fds=[opened], capture_output=True, text=True, timeout=30 * SLOWNESS, check=False)
     finally:
         os.chmod(path.parent, 0o700)
         os.close(opened)
-    assert json.loads(said) == {"ok": False, "error": {"message": "only the owner of the mount and root may ask",
+    assert asked.returncode == 0, asked.stderr
+    assert json.loads(asked.stdout) == {"ok": False, "error": {"message": "only the owner of the mount and root may ask",
                                                        "code": "denied"}}
 
 

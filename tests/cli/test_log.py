@@ -125,7 +125,7 @@ def test_a_name_with_control_characters_is_never_shown_as_it_is(place):
 def test_a_start_without_enough_descriptors_says_so(place):
     """Whichever descriptor is the first that cannot be had."""
     said = set()
-    for most in range(7, 20):
+    for most in range(7, 30):
         result = place.run("mount", place.source, place.point, "--log-file", place.folder / "log",
                            preexec_fn=lambda most=most: resource.setrlimit(resource.RLIMIT_NOFILE, (most, most)))
         if result.returncode == 0:

@@ -376,7 +376,7 @@ def test_a_trace_shows_only_what_is_asked_for(place, trace):
     by_error = trace("--error", "ENOENT")
     by_caller = trace("--caller", "stat", "--op", "lookup,getattr")
     slow = trace("--slower", "60000")
-    by_path.until("read", "/folder/a", act)
+    by_path.until("open", "/folder/a", act)  # its content is read once, perhaps before somebody listens
     by_error.until("lookup", "/gone", act)
     by_caller.until("lookup", "/gone", act)
     everything.until("lookup", "/missing", act)

@@ -388,6 +388,7 @@ def resident(pid):
 
 
 @pytest.mark.long
+@pytest.mark.limit(300)
 def test_two_hundred_restarts_leave_nothing_behind(restarting):
     """Every tenth by a death; memory of host and watch, and descriptors, are flat."""
     watch = next(pid for pid in system.processes(restarting.workspace) if system.command_of(pid).startswith("kemvi-watch")
