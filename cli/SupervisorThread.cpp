@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <poll.h>
+#include <utility>
 #include <vector>
 
 namespace cli {
@@ -18,6 +19,8 @@ using std::chrono::milliseconds;
 
 /// How often it is looked at whether a request waits.
 constexpr milliseconds usualRound = 1s;
+/// While the mount is idle: until work begins.
+constexpr milliseconds noRound{-1};
 /// The same while a time limit is to be kept, which may be set at any time.
 constexpr milliseconds shortRound = 250ms;
 
@@ -46,18 +49,31 @@ void SupervisorThread::run() {
         fusehost::quietly("watching over the helper", [&] { wait(); });
 }
 
-milliseconds SupervisorThread::round() const {
+// An idle mount uses no processor time.
+bool SupervisorThread::isIdle() {
+    fusehost::Monitor& monitor = on_.host.monitor();
+    const std::uint64_t before = std::exchange(requests_, monitor.requests());
+    if (before != requests_ || monitor.underWay())
+        return false;
+    monitor.rest();
+    return !monitor.underWay();
+}
+
+milliseconds SupervisorThread::round() {
     if (on_.supervisor.deadline())
         return shortRound;
+    if (isIdle())
+        return noRound;
     return longestExchange_ ? std::clamp(*longestExchange_ / 4, 50ms, usualRound) : usualRound;
 }
 
 void SupervisorThread::wait() {
     const auto helper = on_.helpers.held();
     const int gone = helper && helper != watched_.lock() ? helper->descriptor() : -1;
-    std::array<pollfd, 3> events{pollfd{end_.number(), POLLIN, 0}, pollfd{on_.helpers.started().number(), POLLIN, 0},
-                                 pollfd{gone, POLLIN, 0}};
+    std::array<pollfd, 4> events{pollfd{end_.number(), POLLIN, 0}, pollfd{on_.helpers.started().number(), POLLIN, 0},
+                                 pollfd{gone, POLLIN, 0}, pollfd{on_.host.monitor().workBegan().number(), POLLIN, 0}};
     ::poll(events.data(), events.size(), static_cast<int>(round().count()));
+    on_.host.monitor().workBegan().clear();
     isEnding_ = events[0].revents != 0;
     if (events[1].revents != 0)
         on_.helpers.started().clear();

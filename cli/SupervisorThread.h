@@ -8,6 +8,7 @@
 #include "hosts/fuse/support/EventDescriptor.h"
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <thread>
@@ -40,11 +41,13 @@ private:
     void endLateHelper(Supervisor::Clock::time_point now);
     void warn(Supervisor::Clock::time_point now);
     /// How long to sleep at most.
-    std::chrono::milliseconds round() const;
+    std::chrono::milliseconds round();
+    bool isIdle();
 
     const Watched on_;
     const std::optional<std::chrono::milliseconds> longestExchange_;
     WaitWarnings warnings_;
+    std::uint64_t requests_ = 0; // that there had been at the last look
     fusehost::EventDescriptor end_;
     bool isEnding_ = false;
     Supervisor::Clock::time_point ended_;      // when the exchange began that a helper was killed for

@@ -5,6 +5,7 @@
 #include "hosts/fuse/monitor/RequestListener.h"
 #include "hosts/fuse/monitor/TreeGauges.h"
 #include "hosts/fuse/monitor/UnderWay.h"
+#include "hosts/fuse/support/EventDescriptor.h"
 
 #include <array>
 #include <atomic>
@@ -57,6 +58,12 @@ public:
 
     /// One load.
     bool isListenedTo() const noexcept { return isListenedTo_.load(std::memory_order_relaxed); }
+
+    /// For one thread that has nothing to look at: from here on `workBegan` becomes readable with the next request that
+    /// begins. One may have begun just before, so `underWay` is to be asked after this.
+    void rest() noexcept;
+
+    const EventDescriptor& workBegan() const noexcept { return workBegan_; }
 
     // The executing thread
 
@@ -111,6 +118,8 @@ private:
     KernelOperation operation_ = KernelOperation::other;
     Clock::time_point since_;
 
+    EventDescriptor workBegan_;
+    std::atomic<bool> resting_{false};
     std::atomic<bool> isListenedTo_{false};
     std::mutex lock_; // guards the listeners; held while they are told
     std::vector<RequestListener*> listeners_;

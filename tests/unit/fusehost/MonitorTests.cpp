@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cmath>
 #include <memory>
+#include <poll.h>
 #include <thread>
 
 namespace fusehosttests {
@@ -236,6 +237,27 @@ TEST_F(MonitorTest, tellsListenersFromWhenTheyAreAddedUntilTheyAreRemoved) {
     EXPECT_FALSE(monitor->isListenedTo());
     EXPECT_THAT(first.paths, ElementsAre("/a", "/b"));
     EXPECT_THAT(second.paths, ElementsAre("/b", "/c"));
+}
+
+// Resting
+
+TEST(RestingAtAMonitor, endsWithTheNextRequestAlone) {
+    const auto monitor = std::make_unique<Monitor>();
+    const auto isWoken = [&] {
+        pollfd event{monitor->workBegan().number(), POLLIN, 0};
+        return poll(&event, 1, 0) == 1;
+    };
+    monitor->begin({KernelOperation::open, "/a", 1, 2, start, start});
+    EXPECT_FALSE(isWoken()) << "nobody rests";
+    monitor->end(start, {});
+    monitor->rest();
+    EXPECT_FALSE(isWoken());
+    monitor->begin({KernelOperation::open, "/a", 1, 2, start, start});
+    EXPECT_TRUE(isWoken());
+    monitor->workBegan().clear();
+    monitor->end(start, {});
+    monitor->begin({KernelOperation::open, "/a", 1, 2, start, start});
+    EXPECT_FALSE(isWoken()) << "once for each rest";
 }
 
 } // namespace
