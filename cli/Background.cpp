@@ -110,16 +110,4 @@ ExitCode runInBackground(const std::function<ExitCode(const Progress&)>& serve, 
     return awaitReadiness(child, status.reading);
 }
 
-ExitCode reportingErrors(const std::function<ExitCode()>& serve) {
-    try {
-        return serve();
-    } catch (const CommandError& error) {
-        printMessage(error.what());
-        return error.code();
-    } catch (const std::exception& error) {
-        printMessage(error.what());
-        return ExitCode::failure;
-    }
-}
-
 } // namespace cli

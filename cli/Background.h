@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cli/ExitCode.h"
+#include "cli/ReportingErrors.h"
 
 #include <functional>
 
@@ -25,8 +26,5 @@ enum class OwnSession {
 /// the terminal then. Before the call SIGINT, SIGTERM and SIGHUP must be blocked: they are passed on to the serving
 /// process until it is ready. Call it before the process has started any thread. Throws CommandError.
 ExitCode runInBackground(const std::function<ExitCode(const Progress&)>& serve, OwnSession session);
-
-/// Runs `serve` and turns what it throws into a message on standard error and an exit code.
-ExitCode reportingErrors(const std::function<ExitCode()>& serve);
 
 } // namespace cli

@@ -33,7 +33,7 @@ ExitCode examine(const Request& request, check::Report& report) {
         const MountSource source = readMountSource(request.source);
         checkHelperAvailable(source);
         tellSourceToHelpers(source);
-        if (!realPath(source.config.repoRoot)) {
+        if (!source.config.repoRoot.empty() && !realPath(source.config.repoRoot)) {
             report.add(configurationCheck, {check::Severity::warning,
                                             "\"repoRoot\" names no existing directory: " + source.config.repoRoot,
                                             "a helper that serves it has nothing to serve",

@@ -81,11 +81,11 @@ HelperProcesses::Ending HelperProcesses::endLast(Patience patience) {
     held.signalGroup(SIGKILL); // what it has left behind must not go on beside the next one
     helper->child->waitUntilExit();
     const auto status = helper->child->exitStatus();
+    const std::lock_guard lock(mutex_);
     if (hadToBeEnded)
-        description += "had closed its output and was ended";
+        description += helper->ended ? "had closed its output and was ended" : "was ended";
     else
         description += status ? status->description() : "has ended";
-    const std::lock_guard lock(mutex_);
     if (!helper->lastRequest.empty())
         description += " while it was asked for " + helper->lastRequest;
     return {hadToBeEnded ? std::nullopt : status, std::move(description)};

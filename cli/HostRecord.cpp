@@ -51,8 +51,13 @@ std::optional<uid_t> onlyUserOf(pid_t pid) {
     return std::nullopt;
 }
 
-/// Where /proc shows the record that a process holds; empty if it holds none that belongs to its own user.
-std::string recordOf(pid_t pid, uid_t user) {
+struct FoundRecord {
+    std::string path; // by which /proc shows it
+    timespec written{};
+};
+
+/// The record that a process holds; nothing if it holds none that belongs to its own user.
+std::optional<FoundRecord> recordOf(pid_t pid, uid_t user) {
     std::error_code error;
     for (filesystem::directory_iterator entry("/proc/" + std::to_string(pid) + "/fd", error), end;
          !error && entry != end; entry.increment(error)) {
@@ -62,9 +67,9 @@ std::string recordOf(pid_t pid, uid_t user) {
 
         if (filesystem::read_symlink(entry->path(), ignored) == recordLink &&
             ::stat(entry->path().c_str(), &about) == 0 && S_ISREG(about.st_mode) && about.st_uid == user)
-            return entry->path().string();
+            return FoundRecord{entry->path().string(), about.st_mtim};
     }
-    return {};
+    return std::nullopt;
 }
 
 /// False if the file has not the form of a record.
@@ -85,14 +90,31 @@ bool readRecord(const std::string& path, ServingProcess& into) {
 }
 
 std::optional<ServingProcess> servingProcess(pid_t pid) {
-    ServingProcess found{HeldProcess(pid), 0, {}, std::nullopt, {}};
+    ServingProcess found{HeldProcess(pid), 0, {}, std::nullopt, {}, {}};
     const auto user = onlyUserOf(pid);
-    const auto record = user ? recordOf(pid, *user) : std::string();
+    const auto record = user ? recordOf(pid, *user) : std::nullopt;
     // Looked at last: while the process held lives, the number was its own all along.
-    if (record.empty() || !readRecord(record, found) || found.process.gone())
+    if (!record || !readRecord(record->path, found) || found.process.gone())
         return std::nullopt;
     found.owner = *user;
+    found.noted = record->written;
     return found;
+}
+
+bool isEarlier(const timespec& one, const timespec& other) {
+    return one.tv_sec != other.tv_sec ? one.tv_sec < other.tv_sec : one.tv_nsec < other.tv_nsec;
+}
+
+/// Leaves each device number to the process that noted it last; the mounts of the others are gone.
+void forgetReusedDevices(std::vector<ServingProcess>& all) {
+    for (auto& serving : all) {
+        const bool isReused = std::any_of(all.begin(), all.end(), [&](const ServingProcess& other) {
+            return serving.deviceMinor && other.deviceMinor == serving.deviceMinor && other.owner == serving.owner &&
+                   isEarlier(serving.noted, other.noted);
+        });
+        if (isReused)
+            serving.deviceMinor.reset();
+    }
 }
 
 } // namespace
@@ -120,6 +142,7 @@ std::vector<ServingProcess> servingProcesses() {
         if (auto serving = servingProcess(pid))
             found.push_back(std::move(*serving));
     }
+    forgetReusedDevices(found);
     return found;
 }
 

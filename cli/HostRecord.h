@@ -3,6 +3,7 @@
 #include "cli/HeldProcess.h"
 #include "foundation/Descriptor.h"
 
+#include <ctime>
 #include <optional>
 #include <string>
 #include <sys/types.h>
@@ -33,10 +34,13 @@ struct ServingProcess {
     std::string mountPoint;
     std::optional<unsigned> deviceMinor;
     std::string controlPath; // of its control channel; empty if it has none
+    timespec noted{};        // when it wrote the device number
 };
 
 /// The processes that hold a record, as far as this user may look into them. Nobody can have another user's process
-/// taken for one: the record must belong to the user whose process holds it.
+/// taken for one: the record must belong to the user whose process holds it. No two of a user have the same device
+/// number: the kernel gives it away again once a mount is gone, which a process that is stopped, or ends just now, has
+/// not noted yet.
 std::vector<ServingProcess> servingProcesses();
 
 } // namespace cli

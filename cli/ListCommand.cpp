@@ -5,18 +5,18 @@
 #include "cli/MountTarget.h"
 #include "cli/Output.h"
 #include "cli/StatusText.h"
-#include "control/ControlClient.h"
 #include "control/JSONText.h"
+#include "control/ManyChannels.h"
 #include "control/SocketFolder.h"
 #include "hosts/fuse/mounting/MountTable.h"
 
 #include <algorithm>
 #include <chrono>
-#include <future>
 #include <memory>
 #include <optional>
 #include <string>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace cli {
@@ -55,25 +55,11 @@ void explainUnseen(Listed& listed) {
         setState(listed, "unseen", "its process has ended, or runs in another container");
 }
 
-Listed asked(Listed listed) {
-    if (!listed.host) {
-        explainUnseen(listed);
-        return listed;
-    }
-    if (listed.controlPath.empty()) {
-        setState(listed, "noChannel", "has no control channel");
-        return listed;
-    }
-    try {
-        control::ControlClient channel(listed.controlPath, *listed.host, limit);
-        listed.status = channel.ask("status", {}, limit);
-    } catch (const ChannelError& error) {
-        if (error.kind() == ChannelError::Kind::silent)
-            setState(listed, "silent", "does not answer; its process may be stopped");
-        else
-            setState(listed, "noAnswer", std::string("cannot be asked: ") + error.what());
-    }
-    return listed;
+void explainProblem(Listed& listed, const ChannelError& problem) {
+    if (problem.kind() == ChannelError::Kind::silent)
+        setState(listed, "silent", "does not answer; its process may be stopped");
+    else
+        setState(listed, "noAnswer", std::string("cannot be asked: ") + problem.what());
 }
 
 /// The mounts in the kernel's table, then those of the user's processes that have none there.
@@ -107,15 +93,25 @@ std::vector<Listed> found() {
     return all;
 }
 
-std::vector<Listed> askedAll(std::vector<Listed> all) {
-    std::vector<std::future<Listed>> answers;
-    answers.reserve(all.size());
-    for (auto& listed : all)
-        answers.push_back(std::async(std::launch::async, asked, std::move(listed)));
-    all.clear();
-    for (auto& answer : answers)
-        all.push_back(answer.get());
-    return all;
+void askAll(std::vector<Listed>& all) {
+    std::vector<Listed*> asked;
+    std::vector<control::ChannelAddress> channels;
+    for (auto& listed : all) {
+        if (!listed.host) {
+            explainUnseen(listed);
+        } else if (listed.controlPath.empty()) {
+            setState(listed, "noChannel", "has no control channel");
+        } else {
+            asked.push_back(&listed);
+            channels.push_back({listed.controlPath, *listed.host});
+        }
+    }
+    auto answers = control::askAll(channels, "status", limit);
+    for (std::size_t i = 0; i < asked.size(); ++i) {
+        asked[i]->status = std::move(answers[i].members);
+        if (answers[i].problem)
+            explainProblem(*asked[i], *answers[i].problem);
+    }
 }
 
 /// The path in the mount table comes before what the mount says: it may have been mounted elsewhere once more.
@@ -177,7 +173,8 @@ void removeDeadSockets() {
 
 ExitCode run(bool asJSON) {
     removeDeadSockets();
-    const auto all = askedAll(found());
+    auto all = found();
+    askAll(all);
     if (asJSON) {
         print(jsonList(all));
         return ExitCode::success;

@@ -2,16 +2,20 @@
 
 #include "cli/CommandError.h"
 #include "cli/HostRecord.h"
+#include "cli/MountTarget.h"
 #include "cli/metrics/PageServer.h"
 #include "cli/stats/PrometheusText.h"
-#include "control/ControlClient.h"
+#include "control/ManyChannels.h"
 #include "foundation/Error.h"
+#include "hosts/fuse/mounting/MountTable.h"
 
-#include <algorithm>
 #include <chrono>
-#include <future>
+#include <cstddef>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace cli {
@@ -23,27 +27,40 @@ using namespace std::chrono_literals;
 /// All mounts are asked at once, so this is also what a whole page takes at most.
 constexpr auto limit = 1000ms;
 
-ScrapedMount scraped(const std::string& mountPoint, const std::string& channelPath, pid_t host) {
-    try {
-        control::ControlClient channel(channelPath, host, limit);
-        return {mountPoint, MountFigures::of(channel.ask("stats", {}, limit))};
-    } catch (const control::ChannelError&) {
-        return {mountPoint, std::nullopt};
+/// Processes whose mounts have paths of their own. Where two name the same, as one was detached while it was in use and
+/// another took its place, their series would be the same and a server would take neither: shown is what is mounted
+/// there now.
+std::vector<ServingProcess> shownProcesses() {
+    const auto table = fusehost::readMountTable();
+    std::map<std::string, ServingProcess> byPath;
+    for (auto& serving : servingProcesses()) {
+        if (serving.controlPath.empty())
+            continue;
+        const bool isThere = isBehind(serving, {serving.mountPoint, fusehost::findMount(table, serving.mountPoint)});
+        std::string path = serving.mountPoint;
+        if (isThere)
+            byPath.insert_or_assign(std::move(path), std::move(serving));
+        else
+            byPath.try_emplace(std::move(path), std::move(serving));
     }
+    std::vector<ServingProcess> shown;
+    shown.reserve(byPath.size());
+    for (auto& [path, serving] : byPath)
+        shown.push_back(std::move(serving));
+    return shown;
 }
 
 std::vector<ScrapedMount> scrapedMounts() {
-    std::vector<std::future<ScrapedMount>> answers;
-    for (const auto& serving : servingProcesses())
-        if (!serving.controlPath.empty())
-            answers.push_back(std::async(std::launch::async, scraped, serving.mountPoint, serving.controlPath,
-                                         serving.process.pid()));
     std::vector<ScrapedMount> mounts;
-    mounts.reserve(answers.size());
-    for (auto& answer : answers)
-        mounts.push_back(answer.get());
-    std::sort(mounts.begin(), mounts.end(),
-              [](const ScrapedMount& a, const ScrapedMount& b) { return a.mountPoint < b.mountPoint; });
+    std::vector<control::ChannelAddress> channels;
+    for (const auto& serving : shownProcesses()) {
+        mounts.push_back({serving.mountPoint, std::nullopt});
+        channels.push_back({serving.controlPath, serving.process.pid()});
+    }
+    const auto answers = control::askAll(channels, "stats", limit);
+    for (std::size_t i = 0; i < mounts.size(); ++i)
+        if (answers[i].members)
+            mounts[i].figures = MountFigures::of(*answers[i].members);
     return mounts;
 }
 

@@ -2,18 +2,22 @@
 
 #include "cli/Background.h"
 #include "cli/CommandError.h"
+#include "cli/HelperEnvOption.h"
 #include "cli/MountPoint.h"
 #include "cli/MountSession.h"
 #include "cli/MountSource.h"
 #include "cli/Paths.h"
 #include "cli/Signals.h"
 #include "cli/StderrRelay.h"
+#include "cli/watch/HelperFiles.h"
 #include "foundation/Error.h"
 #include "foundation/Log.h"
 #include "foundation/PosixErrno.h"
 
 #include <memory>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace cli {
 
@@ -28,11 +32,13 @@ constexpr const char* optionList = R"(Mount options:
   nonempty               mount on a directory that is not empty
   entry_timeout=SECONDS, attr_timeout=SECONDS, negative_timeout=SECONDS
                          how long names, attributes and absent names are trusted (1, 1, 0)
+  close_to_open          whoever opens a file sees what others have closed before
   request_size=BYTES     most bytes of one read or write request (64k)
   placement=auto|off     whether host and helper may share a processor while that is faster (auto)
   on_death=fail|exit|restart
                          when the helper ends: operations fail, the mount ends too, or it is started anew (fail)
   op_timeout=SECONDS     a helper that does not answer for so long is ended (none)
+  helper_env=NAME=VALUE  a variable for the helper's environment; may be given several times
   writeback              let the kernel gather small writes
   fsname=TEXT            the device shown in the mount table (default: SOURCE)
   log_file=FILE, log_level=LEVEL, show_private
@@ -40,14 +46,31 @@ constexpr const char* optionList = R"(Mount options:
   nosuid, nodev, noexec, noatime, sync, dirsync
                          as mount(8) has them)";
 
-fusehost::MountOptions parseOptions(const std::vector<std::string>& lists) {
-    fusehost::MountOptions options;
+/// What is for the helper goes into `settings`.
+void addOptions(fusehost::MountOptions& options, const std::vector<std::string>& lists, HelperSettings& settings) {
     for (const std::string& list : lists) {
         try {
-            options.add(list);
+            options.add(takeSettings(list, settings));
         } catch (const fusehost::MountOptionError& error) {
             throw CommandError(ExitCode::usage, "-o " + list, error.what());
         }
+    }
+}
+
+/// What the configuration says that its tree should be mounted with.
+fusehost::MountOptions optionsOf(const MountSource& source) {
+    const std::string key = source.configurationPath() + ": \"mountOptions\"";
+    fusehost::MountOptions options;
+    for (const std::string& list : source.options) {
+        HelperSettings settings;
+        try {
+            options.add(takeSettings(list, settings));
+        } catch (const fusehost::MountOptionError& error) {
+            throw CommandError(ExitCode::configuration, key, list + ": " + error.what());
+        }
+        if (!settings.empty())
+            throw CommandError(ExitCode::configuration, key,
+                               list + ": variables for the helper belong into \"helperEnvironment\"");
     }
     return options;
 }
@@ -123,9 +146,10 @@ ExitCode runInTheBackground(const MountPlan& plan) {
     };
     const ExitCode code = runInBackground(serve, session);
     if (code == ExitCode::success && !plan.options.logFile && !foundation::hasSystemLog()) {
-        printMessage(plan.mountPoint +
-                     ": is mounted; this machine has no system log, so what there is to tell from here "
-                     "on is lost: --log-file FILE keeps it");
+        printMessage(
+            plan.mountPoint +
+            ": is mounted; this machine has no system log, so the last that there is to tell is in 'kemvi log' "
+            "for as long as the mount lives: --log-file FILE keeps it");
     }
     return code;
 }
@@ -133,8 +157,13 @@ ExitCode runInTheBackground(const MountPlan& plan) {
 } // namespace
 
 ExitCode mount(const MountRequest& request) {
-    auto options = parseOptions(request.options);
-    const MountSource source = readMountSource(request.source);
+    HelperSettings settings;
+    fusehost::MountOptions given; // looked at first: the configuration is not to blame for what was typed
+    addOptions(given, request.options, settings);
+    MountSource source = readMountSource(request.source);
+    auto options = optionsOf(source);
+    settings.clear();
+    addOptions(options, request.options, settings);
     const std::string mountPoint = checkedMountPoint(request.mountPoint, source, options);
     checkHelperAvailable(source);
     checkFuseAvailable(options);
@@ -143,14 +172,20 @@ ExitCode mount(const MountRequest& request) {
     addLogOptions(options, request);
     checkLogFile(options.logFile, mountPoint);
     blockStopSignals();
+    // What is asked for now counts more than what is written there.
+    source.settings.insert(source.settings.end(), settings.begin(), settings.end());
     tellSourceToHelpers(source);
     const auto manager = ServiceManager::takeFromEnvironment(); // waits for the command itself, not for its child
     const MountPlan plan{source.path,
                          mountPoint,
                          source.config.helperPath,
+                         source.helperName(),
+                         source.command,
+                         namesOf(source.settings),
                          std::move(options),
                          recordPlan(request, mountPoint),
-                         request.foreground ? manager : ServiceManager()};
+                         request.foreground ? manager : ServiceManager(),
+                         request.watch ? helperRoots(source) : std::vector<std::string>()};
     foundation::Log::showPrivateValues(plan.options.showPrivate);
     return request.foreground ? runInForeground(plan, request) : runInTheBackground(plan);
 }
@@ -171,6 +206,8 @@ void addMountCommand(CLI::App& app, ExitCode& result) {
         ->type_name("FILE");
     command->add_option("--log-level", request->logLevel, "The least that is logged: debug, info, warning or error")
         ->type_name("LEVEL");
+    command->add_flag("--watch", request->watch,
+                      "Start the helper anew when its script, or a file that the script imports, changes");
     command
         ->add_option("--record", request->record,
                      "Record what is asked and answered into this file; compressed if its name ends in .zst")

@@ -20,6 +20,7 @@ struct MountRequest {
     bool showPrivate = false;
     std::string logFile;  // empty: none
     std::string logLevel; // empty: the usual one
+    bool watch = false;   // start the helper anew when its files change
     std::string record;   // a file; empty: none
     RecordOptions recordOptions;
 };

@@ -2,6 +2,7 @@
 
 #include "cli/Background.h"
 #include "cli/MountCommand.h"
+#include "cli/VersionText.h"
 
 #include <string>
 #include <string_view>
@@ -47,6 +48,9 @@ int runAsMountHelper(int argc, char** argv) {
     app.add_option("-t,-N", ignored, "Accepted without effect")->allow_extra_args(false);
     try {
         app.parse(argc, argv);
+    } catch (const CLI::CallForVersion&) {
+        printVersion();
+        return 0;
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : mountUsage;
     }

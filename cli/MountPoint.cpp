@@ -12,6 +12,7 @@
 #include <sys/file.h>
 #include <system_error>
 #include <unistd.h>
+#include <vector>
 
 namespace cli {
 
@@ -84,8 +85,11 @@ void checkSurroundings(const std::string& mountPoint, const MountSource& source)
                                ", so the helper would wait for itself; mount elsewhere, or have another directory "
                                "served: kemvi init --repo-root DIR");
     }
-    for (const auto& needed :
-         {source.path, served, realOrEmpty(source.config.kemviHome), realOrEmpty(source.config.helperPath)}) {
+    std::vector<std::string> everythingNeeded{source.path, served, realOrEmpty(source.config.kemviHome),
+                                              realOrEmpty(source.config.helperPath)};
+    for (const std::string& word : source.command) // the program, and what it is given to work with
+        everythingNeeded.push_back(realOrEmpty(word));
+    for (const std::string& needed : everythingNeeded) {
         if (!needed.empty() && isWithin(needed, mountPoint)) {
             const bool isServed = !served.empty() && isWithin(needed, served);
             refuse(mountPoint, "would cover " + needed + ", which the helper needs; mount elsewhere" +

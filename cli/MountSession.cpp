@@ -21,6 +21,7 @@
 #include "cli/control/TraceOperation.h"
 #include "cli/control/UnmountOperation.h"
 #include "cli/trace/TraceFeed.h"
+#include "cli/watch/HelperWatch.h"
 #include "control/JSONText.h"
 #include "extension/KemviUnaryFileSystem.h"
 #include "foundation/ControlCharacters.h"
@@ -137,11 +138,22 @@ std::string startProblem(const foundation::NSError& error, const HelperProcesses
     return "the helper did not answer the first request as it must: " + text;
 }
 
+/// Null where nothing is to be watched.
+std::unique_ptr<HelperWatch> watchOf(const MountPlan& plan) {
+    if (plan.watched.empty())
+        return nullptr;
+    try {
+        return std::make_unique<HelperWatch>(plan.watched, plan.mountPoint);
+    } catch (const WatchError& error) {
+        throw CommandError(ExitCode::failure, "--watch", error.what());
+    }
+}
+
 class MountSession {
 public:
     explicit MountSession(const MountPlan& plan)
         : plan_(plan), lock_(std::in_place, plan.mountPoint), control_(plan), record_(plan.mountPoint, control_.path()),
-          watch_(afterOurDeath, plan.mountPoint), helpers_(watch_, &companion_),
+          watch_(afterOurDeath, plan.mountPoint), helpers_(watch_, &companion_), helperWatch_(watchOf(plan)),
           host_(
               std::make_shared<kemvi::KemviUnaryFileSystem>(helpers_, &exchanges_), plan.source, plan.mountPoint,
               plan.options, [this](const foundation::ErrorOrigin&) { return helpers_.afterEndOfOutput(); }, &companion_,
@@ -176,7 +188,7 @@ public:
     }
 
 private:
-    StatusSources statusSources() { return {plan_, helpers_, supervisor_, stop_, host_.monitor()}; }
+    StatusSources statusSources() { return {plan_, helpers_, supervisor_, stop_, host_, helperWatch_.get()}; }
 
     std::string stateLine() {
         return foundation::escapedControls(plan_.mountPoint) + ": " +
@@ -185,7 +197,7 @@ private:
 
     void addOperations(control::ControlServer& server) {
         addStatusOperation(server, statusSources());
-        addStatsOperation(server, {plan_, helpers_, host_.monitor(), exchanges_});
+        addStatsOperation(server, {plan_, helpers_, supervisor_, host_.monitor(), exchanges_});
         addTraceOperation(server, trace_);
         addUnmountOperation(server, plan_.mountPoint, [this] { return device_.load(); });
         addInvalidateOperation(server, host_);
@@ -199,10 +211,15 @@ private:
     }
 
     [[noreturn]] void throwHelperEnded(ExitCode verdict) const {
-        throw CommandError(verdict, plan_.helperPath,
-                           verdict == ExitCode::helperEnded
-                               ? "the helper ended, and with it the mount (on_death=exit)"
-                               : "the helper ended again and again; the mount ends (on_death=restart)");
+        throw CommandError(verdict, plan_.helperName, problemOf(verdict));
+    }
+
+    static std::string problemOf(ExitCode verdict) {
+        switch (verdict) {
+        case ExitCode::helperEnded: return "the helper ended, and with it the mount (on_death=exit)";
+        case ExitCode::helperKeepsEnding: return "the helper ended again and again; the mount ends (on_death=restart)";
+        default: return "the helper ended at the end of the mount; not everything that programs have changed is safe";
+        }
     }
 
     void load() {
@@ -212,7 +229,7 @@ private:
             const std::string problem = startProblem(error.nsError(), helpers_);
             if (stop_.interrupted())
                 throwInterrupted();
-            throw CommandError(ExitCode::helperFailed, plan_.helperPath,
+            throw CommandError(ExitCode::helperFailed, plan_.helperName,
                                problem + "; see what it said, or run: kemvi check " + plan_.source);
         }
     }
@@ -234,6 +251,8 @@ private:
         }
         progress.mounted();
         supervising_.emplace(SupervisorThread::Watched{supervisor_, helpers_, exchanges_, host_}, plan_.options);
+        if (helperWatch_)
+            helperWatch_->begin(supervisor_);
         stop_.enter(StopControl::Phase::serving);
         const auto writing = [&] { stop_.enter(StopControl::Phase::writing); };
         if (!progress.ready && !report_.isWanted())
@@ -252,6 +271,8 @@ private:
     void end() {
         // The device number may now be given to another mount, whose process must not be taken for this one.
         nameProcess("kemvi-ending");
+        if (helperWatch_)
+            helperWatch_->end();
         supervising_.reset(); // which would take for a death what is an end
         record_.setDevice(std::nullopt);
         device_ = std::nullopt;
@@ -270,7 +291,9 @@ private:
     fusehost::Companion companion_{[this](int processor) { watch_.placing(processor); }}; // the helper, for the host
     HelperProcesses helpers_; // goes after the host: by then the helper's input is closed
     ExchangeMeter exchanges_;
-    Supervisor supervisor_{helpers_, plan_.options};
+    Supervisor supervisor_{helpers_, plan_.options,
+                           plan_.watched.empty() ? Supervisor::Files::notWatched : Supervisor::Files::watched};
+    const std::unique_ptr<HelperWatch> helperWatch_; // or null
     fusehost::FuseHost host_;
     std::optional<SupervisorThread> supervising_;
     TraceFeed trace_{host_.monitor(), exchanges_};

@@ -9,6 +9,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace cli {
 
@@ -16,10 +17,14 @@ namespace cli {
 struct MountPlan {
     std::string source;     // real path
     std::string mountPoint; // real path
-    std::string helperPath; // for messages
+    std::string helperPath;
+    std::string helperName;                  // for messages
+    std::vector<std::string> helperCommand;  // what the shipped script `program` runs; empty: it is not the helper
+    std::vector<std::string> helperSettings; // the names of the variables that are set for the helper, each once
     fusehost::MountOptions options;
     RecordPlan record;
-    ServiceManager manager; // who is told how the mount is, beside the one who waits for it
+    ServiceManager manager;           // who is told how the mount is, beside the one who waits for it
+    std::vector<std::string> watched; // files with which the helper begins, when it is started anew as they change
     std::shared_ptr<RecentLog> log = std::make_shared<RecentLog>();
 };
 

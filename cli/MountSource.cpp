@@ -1,8 +1,11 @@
 #include "cli/MountSource.h"
 
 #include "cli/CommandError.h"
+#include "cli/HelperCommand.h"
+#include "cli/HelperScript.h"
 #include "cli/Paths.h"
-#include "control/ControlServer.h"
+#include "extension/FurtherKeys.h"
+#include "extension/MountSecrets.h"
 #include "foundation/DecodingError.h"
 #include "foundation/FileContents.h"
 
@@ -11,6 +14,7 @@
 #include <filesystem>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace cli {
 
@@ -22,6 +26,10 @@ std::string configurationPath(const std::string& source) {
 
 std::string MountSource::configurationPath() const {
     return cli::configurationPath(path);
+}
+
+std::string MountSource::helperName() const {
+    return command.empty() ? config.helperPath : commandText(command);
 }
 
 namespace {
@@ -42,6 +50,22 @@ std::string readConfiguration(const std::string& path, const std::string& source
     }
 }
 
+/// The program is looked for as the script `program` does it.
+void checkProgram(const MountSource& source) {
+    const std::string& program = source.command.front();
+    const std::string key = source.configurationPath() + ": \"helperCommand\"";
+    if (program.find('/') == std::string::npos) {
+        if (!findInPath(program))
+            throw CommandError(ExitCode::helperUnavailable, program, "is not in PATH; install it, or correct " + key);
+        return;
+    }
+    std::error_code error;
+    if (!filesystem::is_regular_file(program, error))
+        throw CommandError(ExitCode::helperUnavailable, program, "there is no such program; correct " + key);
+    if (::access(program.c_str(), X_OK) != 0)
+        throw CommandError(ExitCode::helperUnavailable, program, "cannot be executed: " + errnoText(errno));
+}
+
 } // namespace
 
 MountSource readMountSource(const std::string& source) {
@@ -51,8 +75,21 @@ MountSource readMountSource(const std::string& source) {
     if (!filesystem::is_directory(*path))
         throw CommandError(ExitCode::configuration, source, "is not a directory; expected the source directory");
     const std::string configuration = configurationPath(*path);
+    const std::string text = readConfiguration(configuration, source);
     try {
-        return {*path, kemvi::KemviMountConfig::decode(readConfiguration(configuration, source))};
+        MountSource read{*path, kemvi::KemviMountConfig::decode(text), {}, {}, {}};
+        kemvi::FurtherKeys keys = kemvi::FurtherKeys::read(text, read.config.helperPath, configuration);
+        read.command = std::move(keys.command);
+        read.settings = std::move(keys.settings);
+        if (!keys.mountOptions)
+            throw kemvi::SettingsError(configuration,
+                                       "\"mountOptions\" must be an array of strings, each as -o takes it");
+        read.options = std::move(*keys.mountOptions);
+        for (auto& secret : kemvi::secretsOf(*path, read.config.repoRoot))
+            read.settings.push_back(std::move(secret));
+        return read;
+    } catch (const kemvi::SettingsError& error) {
+        throw CommandError(ExitCode::configuration, error.subject(), error.problem());
     } catch (const foundation::DecodingError& error) {
         throw CommandError(ExitCode::configuration, configuration,
                            error.description() +
@@ -78,17 +115,18 @@ void checkHelperAvailable(const MountSource& source) {
         throw CommandError(ExitCode::helperUnavailable, helper,
                            "the helper script cannot be read: " + errnoText(errno));
     }
+    if (const auto interpreter = foreignInterpreter(helper); interpreter && filesystem::exists(helper, error)) {
+        throw CommandError(ExitCode::configuration, key,
+                           helper + " is no script for node, but for " + *interpreter +
+                               "; write the configuration anew with: kemvi init --force --command '" + *interpreter +
+                               " " + commandText({helper}) + "' " + source.path);
+    }
+    if (!source.command.empty())
+        checkProgram(source);
     if (!findInPath("node")) {
         throw CommandError(ExitCode::helperUnavailable, "node",
                            "is not in PATH; install Node.js (Debian: nodejs) or add its directory to PATH");
     }
-}
-
-void tellSourceToHelpers(const MountSource& source) {
-    ::setenv("KEMVI_SOURCE", source.path.c_str(), 1);
-    if (const auto become = shippedProgram("kemvi-become.node"))
-        ::setenv("KEMVI_BECOME", become->c_str(), 1);
-    ::setenv(control::environmentName, "", 1);
 }
 
 } // namespace cli

@@ -1,7 +1,9 @@
 #include "cli/Paths.h"
 
+#include "cli/OwnProgram.h"
+
 #include <cstdlib>
-#include <memory>
+#include <string_view>
 #include <system_error>
 #include <unistd.h>
 
@@ -16,11 +18,6 @@ std::string absolutePath(const std::string& path) {
     return absolute;
 }
 
-std::optional<std::string> realPath(const std::string& path) {
-    const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr), &std::free);
-    return resolved ? std::optional<std::string>(resolved.get()) : std::nullopt;
-}
-
 std::optional<std::string> realParentPath(const std::string& path) {
     // ".." is left to realpath, which follows links as the kernel does; only as the last component it is taken as text.
     filesystem::path absolute = filesystem::absolute(path);
@@ -32,11 +29,6 @@ std::optional<std::string> realParentPath(const std::string& path) {
     if (!parent)
         return std::nullopt;
     return (filesystem::path(*parent) / absolute.filename()).string();
-}
-
-bool isWithin(std::string_view path, std::string_view directory) {
-    return path == directory || directory == "/" ||
-           (path.starts_with(directory) && path.substr(directory.size()).starts_with('/'));
 }
 
 std::optional<std::string> findInPath(const std::string& program) {
@@ -59,9 +51,8 @@ namespace {
 
 /// The folder in which this program lies, if the system tells.
 std::optional<filesystem::path> ownFolder() {
-    std::error_code error;
-    const auto program = filesystem::read_symlink("/proc/self/exe", error);
-    return error ? std::nullopt : std::optional(program.parent_path());
+    const auto program = ownProgram();
+    return program ? std::optional(program->parent_path()) : std::nullopt;
 }
 
 } // namespace

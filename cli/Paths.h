@@ -1,9 +1,10 @@
 #pragma once
 
+#include "foundation/RealPath.h"
+
 #include <filesystem>
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace cli {
 
@@ -16,11 +17,8 @@ std::string absolutePath(const std::string& path);
 /// does not exist.
 std::optional<std::string> realParentPath(const std::string& path);
 
-/// The real path, if everything on it exists.
-std::optional<std::string> realPath(const std::string& path);
-
-/// True if `path` is `directory` or lies beneath it. Both absolute and without ".." or trailing slash.
-bool isWithin(std::string_view path, std::string_view directory);
+using foundation::isWithin;
+using foundation::realPath;
 
 /// Where `program` is found along PATH, as execvp would look for it.
 std::optional<std::string> findInPath(const std::string& program);

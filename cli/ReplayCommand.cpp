@@ -93,11 +93,10 @@ MountSource sourceOf(const Request& request) {
         source = readMountSource(request.source);
     if (!request.helper.empty()) {
         source.config.helperPath = helperScript(request.helper);
-        if (isProgram(source.config.helperPath)) {
-            throw CommandError(
-                ExitCode::usage, "--helper " + request.helper,
-                "is a program and no script; write a source directory for it (kemvi init SOURCE --helper "
-                "PROGRAM) and name that with --source");
+        if (isProgram(source.config.helperPath) || foreignInterpreter(source.config.helperPath)) {
+            throw CommandError(ExitCode::usage, "--helper " + request.helper,
+                               "is no script for node; write a source directory for it (kemvi init SOURCE --command "
+                               "COMMAND) and name that with --source");
         }
     }
     if (source.config.helperPath.empty())

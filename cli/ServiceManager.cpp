@@ -3,6 +3,7 @@
 #include "foundation/Descriptor.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
@@ -46,17 +47,17 @@ ServiceManager ServiceManager::takeFromEnvironment() {
     return manager;
 }
 
-void ServiceManager::tell(std::string_view lines) const noexcept {
+bool ServiceManager::tell(std::string_view lines) const noexcept {
     if (!listens())
-        return;
+        return true;
     const foundation::Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::copy(address_.begin(), address_.end(), address.sun_path);
     const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + address_.size());
-    [[maybe_unused]] const auto sent =
-        ::sendto(socket.number(), lines.data(), lines.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
-                 reinterpret_cast<const sockaddr*>(&address), size);
+    const auto sent = ::sendto(socket.number(), lines.data(), lines.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
+                               reinterpret_cast<const sockaddr*>(&address), size);
+    return sent >= 0 || (errno != EAGAIN && errno != ENOBUFS);
 }
 
 } // namespace cli

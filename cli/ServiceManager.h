@@ -23,8 +23,9 @@ public:
     /// How often it wants a sign of life at least, if it wants any.
     std::optional<std::chrono::microseconds> watchdog() const { return watchdog_; }
 
-    /// Sends lines such as "READY=1"; a manager that is gone is told nothing. Waits for nobody.
-    void tell(std::string_view lines) const noexcept;
+    /// Sends lines such as "READY=1"; a manager that is gone is told nothing. Waits for nobody: false if there is no
+    /// room for the moment, as where it reads nothing while it starts many services.
+    bool tell(std::string_view lines) const noexcept;
 
 private:
     std::string address_; // a path, or, with a NUL in front, a name without one

@@ -14,6 +14,7 @@ namespace {
 using std::chrono::microseconds;
 
 constexpr microseconds untilNextLook = std::chrono::seconds(5);
+constexpr microseconds untilNextTry = std::chrono::milliseconds(100); // where the manager has no room
 
 } // namespace
 
@@ -53,24 +54,33 @@ void ServiceReport::run() {
     const auto interval = std::min(untilNextLook, manager_.watchdog().value_or(2 * untilNextLook) / 2);
     std::unique_lock lock(mutex_);
     while (!stopped_) {
-        const std::string news = std::exchange(news_, {}) + (manager_.watchdog() ? "WATCHDOG=1\n" : "");
+        const std::string news = std::exchange(news_, {});
         lock.unlock();
-        fusehost::quietly("telling the service manager how the mount is", [&] {
-            if (!news.empty())
-                manager_.tell(news);
-            tellState();
-        });
+        bool isTold = true;
+        fusehost::quietly("telling the service manager how the mount is", [&] { isTold = tell(news); });
         lock.lock();
-        changed_.wait_for(lock, interval, [&] { return stopped_ || !news_.empty(); });
+        if (isTold) {
+            changed_.wait_for(lock, interval, [&] { return stopped_ || !news_.empty(); });
+        } else {
+            news_.insert(0, news); // it waits for the news that the mount is ready, which come once
+            changed_.wait_for(lock, std::min(interval, untilNextTry), [&] { return stopped_; });
+        }
     }
 }
 
+bool ServiceReport::tell(const std::string& news) {
+    const std::string lines = news + (manager_.watchdog() ? "WATCHDOG=1\n" : "");
+    if (!lines.empty() && !manager_.tell(lines))
+        return false;
+    tellState();
+    return true;
+}
+
+// A state that does not get through is told at the next look, if it lasts.
 void ServiceReport::tellState() {
     std::string state = state_();
-    if (state == lastTold_)
-        return;
-    manager_.tell("STATUS=" + state + "\n");
-    lastTold_ = std::move(state);
+    if (state != lastTold_ && manager_.tell("STATUS=" + state + "\n"))
+        lastTold_ = std::move(state);
 }
 
 } // namespace cli

@@ -38,6 +38,7 @@ public:
 
 private:
     void run();
+    bool tell(const std::string& news); // false: again in a moment
     void tellState();
     void wakeWith(const char* line);
 

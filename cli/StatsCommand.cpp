@@ -7,7 +7,9 @@
 #include "cli/stats/MountFigures.h"
 #include "cli/stats/PrometheusText.h"
 #include "control/JSONText.h"
+#include "foundation/Utf8.h"
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -29,6 +31,14 @@ struct Request {
     double interval = 1; // seconds
 };
 
+/// The beginning of a line, of no more than so many characters.
+std::string_view cutOff(std::string_view line, std::size_t characters) {
+    std::size_t end = 0;
+    for (; characters > 0 && end < line.size(); --characters)
+        end += std::max<std::size_t>(1, foundation::utf8CharacterLength(line.substr(end)));
+    return line.substr(0, end);
+}
+
 /// As many lines as the terminal has, each cut off where that ends, and nothing left of what stood there before.
 std::string screenOf(std::string_view text) {
     winsize size{};
@@ -38,7 +48,7 @@ std::string screenOf(std::string_view text) {
     std::string screen = "\033[H";
     for (std::size_t row = 0; row < rows && !text.empty(); ++row) {
         const std::size_t end = text.find('\n');
-        screen.append(text.substr(0, std::min(end, columns))).append("\033[K\n");
+        screen.append(cutOff(text.substr(0, end), columns)).append("\033[K\n");
         text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
     }
     return screen + "\033[J";

@@ -1,5 +1,6 @@
 #include "cli/StatusText.h"
 
+#include "cli/HelperCommand.h"
 #include "foundation/ControlCharacters.h"
 #include "foundation/ISO8601.h"
 
@@ -8,6 +9,7 @@
 #include <ctime>
 #include <pwd.h>
 #include <string_view>
+#include <vector>
 
 namespace cli {
 
@@ -65,14 +67,35 @@ std::string waitingText(const JSONObject& status) {
     return isOwn ? text : text + " on behalf of " + processText(*current);
 }
 
+/// Each text of the array of that name.
+std::vector<std::string> textsOf(const JSONObject& object, std::string_view name) {
+    std::vector<std::string> texts;
+    const auto* value = object.find(name);
+    if (value != nullptr && value->asArray() != nullptr)
+        for (const auto& each : *value->asArray())
+            if (each.asString() != nullptr)
+                texts.push_back(*each.asString());
+    return texts;
+}
+
+std::string joined(const std::vector<std::string>& texts, std::string_view separator) {
+    std::string text;
+    for (const std::string& each : texts)
+        text.append(text.empty() ? "" : separator).append(escapedControls(each));
+    return text;
+}
+
+/// What the helper is: the command that runs, where the script is but its launcher.
 std::string helperText(const JSONObject& helper) {
     std::string text;
     if (const auto* pid = numberOf(helper, "pid"))
         text += "pid " + wholeNumber(*pid);
     if (const auto end = textOf(helper, "end"); !end.empty())
         text += (text.empty() ? "" : ", ") + end;
-    if (const auto path = textOf(helper, "path"); !path.empty())
-        text += (text.empty() ? "" : ", ") + path;
+    const auto command = textsOf(helper, "command");
+    const std::string name = command.empty() ? textOf(helper, "path") : escapedControls(commandText(command));
+    if (!name.empty())
+        text += (text.empty() ? "" : ", ") + name;
     return text;
 }
 
@@ -85,6 +108,17 @@ std::string hostText(const JSONObject& status) {
         text += " of " + userName(static_cast<uid_t>(*owner));
     if (const auto version = textOf(status, "version"); !version.empty())
         text += ", kemvi " + version;
+    return text;
+}
+
+/// The files for whose changes the helper is started anew.
+std::string watchedText(const JSONObject& helper) {
+    const auto paths = textsOf(helper, "watched");
+    if (paths.empty())
+        return {};
+    std::string text = escapedControls(paths.front());
+    if (paths.size() > 1)
+        text += paths.size() == 2 ? " and another file" : " and " + std::to_string(paths.size() - 1) + " other files";
     return text;
 }
 
@@ -101,17 +135,6 @@ std::string sinceText(const JSONObject& status) {
     }
     if (const auto* seconds = numberOf(status, "seconds"))
         text += " (" + durationText(*seconds) + ")";
-    return text;
-}
-
-std::string optionsText(const JSONObject& status) {
-    std::string text;
-    const auto* options = status.find("options");
-    if (options == nullptr || options->asArray() == nullptr)
-        return text;
-    for (const auto& option : *options->asArray())
-        if (option.asString() != nullptr)
-            text += (text.empty() ? "" : ",") + escapedControls(*option.asString());
     return text;
 }
 
@@ -160,12 +183,15 @@ std::string statusText(const JSONObject& status) {
     addLine("source", textOf(status, "source"));
     addLine("state", stateText(status));
     addLine("host", hostText(status));
-    if (const auto* helper = objectOf(status, "helper"))
+    if (const auto* helper = objectOf(status, "helper")) {
         addLine("helper", helperText(*helper));
+        addLine("settings", joined(textsOf(*helper, "settings"), ", "));
+        addLine("watched", watchedText(*helper));
+    }
     addLine("since", sinceText(status));
     if (const auto* requests = numberOf(status, "requests"))
         addLine("requests", wholeNumber(*requests));
-    addLine("options", optionsText(status));
+    addLine("options", joined(textsOf(status, "options"), ","));
     return text;
 }
 

@@ -1,7 +1,7 @@
 #include "cli/StderrRelay.h"
 
 #include "cli/CommandError.h"
-#include "foundation/Log.h"
+#include "foundation/StandardErrorPipe.h"
 #include "hosts/fuse/calls/Quietly.h"
 
 #include <array>
@@ -16,15 +16,14 @@ namespace {
 
 constexpr std::size_t longestLogLine = 4096; // bytes; a line that grows longer is logged in pieces
 
-const foundation::Logger& helperLog() {
-    static const foundation::Logger logger("kemvi", "Helper");
-    return logger;
+[[noreturn]] void refuse() {
+    throw CommandError(ExitCode::failure, "standard error", "cannot be relayed: " + errnoText(errno));
 }
 
 foundation::PipeEnds makePipe() {
     auto ends = foundation::openPipe();
     if (!ends.reading.isOpen())
-        throw CommandError(ExitCode::failure, "standard error", "cannot be relayed: " + errnoText(errno));
+        refuse();
     return ends;
 }
 
@@ -41,13 +40,12 @@ void writeAll(int descriptor, std::string_view bytes) {
 
 } // namespace
 
-StderrRelay::StderrRelay() : terminal_(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)), lines_(longestLogLine) {
-    auto stream = makePipe();
+StderrRelay::StderrRelay() : terminal_(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)), log_(longestLogLine) {
     commands_ = makePipe();
-    readEnd_ = std::move(stream.reading);
+    readEnd_ = foundation::pipeAsStandardError();
+    if (!readEnd_.isOpen())
+        refuse();
     ::fcntl(readEnd_.number(), F_SETFL, O_NONBLOCK);
-    ::dup2(stream.writing.number(), STDERR_FILENO); // without close-on-exec: the helper inherits it
-    stream.writing.reset();
     thread_ = std::thread([this] { run(); });
 }
 
@@ -99,8 +97,7 @@ void StderrRelay::obey(Command command) {
     finished_ = command == Command::finish; // whatever becomes of the last words
     forwardAvailable();
     if (finished_) {
-        if (const auto last = lines_.rest())
-            log(*last);
+        log_.finish();
         return;
     }
     if (command == Command::switchToLogAlone)
@@ -125,12 +122,7 @@ void StderrRelay::forward(std::string_view bytes) {
         writeAll(terminal_.number(), bytes);
         return;
     }
-    for (const std::string& line : lines_.take(bytes))
-        log(line);
-}
-
-void StderrRelay::log(const std::string& line) {
-    helperLog().warning({foundation::logPublic(line)});
+    log_.take(bytes);
 }
 
 } // namespace cli

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "cli/LineSplitter.h"
 #include "foundation/Descriptor.h"
+#include "helper/HelperLog.h"
 
 #include <future>
-#include <string>
+#include <string_view>
 #include <thread>
 
 namespace cli {
@@ -42,14 +42,13 @@ private:
     /// Reads what is there. False at the end of the stream.
     bool forwardAvailable();
     void forward(std::string_view bytes);
-    void log(const std::string& line);
     void obey(Command command);
 
     foundation::Descriptor terminal_; // the original standard error, until it is let go
     bool toLog_ = false;              // the relay thread's own
     foundation::Descriptor readEnd_;
     foundation::PipeEnds commands_;
-    LineSplitter lines_; // the relay thread's own
+    kemvi::HelperLog log_; // the relay thread's own
     std::promise<void> switched_;
     bool finished_ = false; // the relay thread's own
     std::thread thread_;

@@ -22,6 +22,8 @@ using namespace std::chrono_literals;
 constexpr auto grace = 5s;
 /// What one gets whose output has ended and that still runs.
 constexpr Patience afterEndOfOutput{500ms, 500ms};
+/// The same for one whose answers are out of step: nothing has told it to end.
+constexpr Patience afterBreach{0ms, 500ms};
 
 const foundation::Logger& logger() {
     static const auto* const instance = new foundation::Logger("kemvi", "Supervisor");
@@ -36,8 +38,8 @@ std::string inSeconds(milliseconds time) {
 
 } // namespace
 
-Supervisor::Supervisor(HelperProcesses& helpers, const fusehost::MountOptions& options)
-    : helpers_(helpers), options_(options) {}
+Supervisor::Supervisor(HelperProcesses& helpers, const fusehost::MountOptions& options, Files files)
+    : helpers_(helpers), options_(options), files_(files) {}
 
 void Supervisor::use(fusehost::FuseHost* host) {
     {
@@ -57,6 +59,18 @@ void Supervisor::restart(fusehost::KernelCaches caches, Outcome outcome) {
         return;
     }
     outcomes_.push_back(std::move(outcome));
+    restartWithLock(caches);
+}
+
+void Supervisor::restartAfter(const std::string& change) {
+    const std::lock_guard guard(lock_);
+    if (host_ == nullptr)
+        return;
+    change_ = Change{change, Clock::now()};
+    restartWithLock(fusehost::KernelCaches::drop);
+}
+
+void Supervisor::restartWithLock(fusehost::KernelCaches caches) {
     limit_.forget();
     // Where it hangs nothing else would ever let the restart begin.
     if (!deadline_)
@@ -99,12 +113,37 @@ std::optional<ExitCode> Supervisor::verdict() const {
     return verdict_;
 }
 
-bool Supervisor::isEnd(const foundation::ErrorOrigin& origin) const noexcept {
-    return origin.state == kemvi::helperGoneState;
+// A helper whose answers are out of step lives, and stays so until it is ended.
+bool Supervisor::isEnd(const foundation::ErrorOrigin& origin) noexcept {
+    if (origin.state == kemvi::helperGoneState)
+        return true;
+    if (!origin.state.starts_with(kemvi::outOfStepStateBeginning))
+        return false;
+    fusehost::quietly("taking note of a breach", [&] {
+        const std::lock_guard guard(lock_);
+        if (breach_.empty()) // the first is where it began
+            breach_ = origin.state + " (" + origin.operation + ")";
+    });
+    return true;
+}
+
+bool Supervisor::isOutOfStep() const {
+    const std::lock_guard guard(lock_);
+    return !breach_.empty();
+}
+
+std::string Supervisor::breach() const {
+    const std::lock_guard guard(lock_);
+    return breach_;
+}
+
+std::string Supervisor::takeBreach() {
+    const std::lock_guard guard(lock_);
+    return std::exchange(breach_, {});
 }
 
 bool Supervisor::hasEnded() const noexcept {
-    return helpers_.ended() || helpers_.isGone();
+    return helpers_.ended() || helpers_.isGone() || isOutOfStep();
 }
 
 void Supervisor::leaving() noexcept {
@@ -114,23 +153,38 @@ void Supervisor::leaving() noexcept {
 }
 
 bool Supervisor::settle() noexcept {
-    isRestarting_ = true;
-    setDeadline(std::nullopt);
     const bool wasTold = std::exchange(isLeaving_, false);
+    startFailed_ = isRestarting_.exchange(true) && !wasTold; // it was one that served nothing yet
+    setDeadline(std::nullopt);
+    if (!startFailed_)
+        takeReason();
     bool isInOrder = false;
     fusehost::quietly("ending the helper", [&] {
-        const HelperProcesses::Ending ending = helpers_.endLast(afterEndOfOutput);
-        lastProblem_ = ending.description;
+        const std::string breach = takeBreach();
+        const HelperProcesses::Ending ending = helpers_.endLast(breach.empty() ? afterEndOfOutput : afterBreach);
+        lastProblem_ = startFailed_ ? failedStart() + ending.description : ending.description;
+        if (!breach.empty())
+            lastProblem_ += ": " + breach;
         isInOrder = wasTold && ending.status && ending.status->code() == 0;
     });
     return isInOrder;
+}
+
+void Supervisor::takeReason() {
+    const std::lock_guard guard(lock_);
+    reason_ = std::exchange(change_, std::nullopt);
+}
+
+std::string Supervisor::failedStart() const {
+    return (reason_ ? reason_->text + ": " : std::string()) + "the helper could not be started anew: ";
 }
 
 std::optional<milliseconds> Supervisor::pause() noexcept {
     std::optional<milliseconds> pause;
     fusehost::quietly("deciding about a restart", [&] {
         const std::lock_guard guard(lock_);
-        if (options_.onDeath == OnDeath::restart)
+        // The next attempt with the same files would fail as well.
+        if (options_.onDeath == OnDeath::restart && !(startFailed_ && files_ == Files::watched))
             pause = limit_.failed(Clock::now());
         if (pause)
             logger().error({foundation::logPublic(lastProblem_), "; it is started anew in ",
@@ -142,9 +196,10 @@ std::optional<milliseconds> Supervisor::pause() noexcept {
 }
 
 void Supervisor::loadFailed(const foundation::NSError& error) noexcept {
+    startFailed_ = true;
     fusehost::quietly("telling of a failed start", [&] {
         const HelperProcesses::Ending ending = helpers_.endLast(afterEndOfOutput);
-        lastProblem_ = "the helper could not be started anew: " + error.description();
+        lastProblem_ = failedStart() + error.description();
         if (!ending.description.empty())
             lastProblem_ += " (" + ending.description + ")";
     });
@@ -155,20 +210,33 @@ void Supervisor::renewed() noexcept {
     fusehost::quietly("telling of a restart", [&] {
         {
             const std::lock_guard guard(lock_);
+            breach_.clear(); // of the one before, met while it was ended
             limit_.began(Clock::now());
             deadline_.reset();
         }
-        logger().warning({"the helper was started anew (pid ",
-                          foundation::logPublic(std::to_string(helpers_.pid().value_or(0))), ")"});
+        std::string line = reason_ ? reason_->text + ": " : std::string();
+        line += "the helper was started anew (pid " + std::to_string(helpers_.pid().value_or(0));
+        if (reason_) {
+            const auto took = std::chrono::duration_cast<milliseconds>(Clock::now() - reason_->seen);
+            line += ", " + std::to_string(took.count()) + " ms";
+        }
+        logger().warning({foundation::logPublic(line + ")")});
     });
     finish({});
+}
+
+/// A helper that ends by itself ends the mount where that is asked for; one that is just being written does not.
+bool Supervisor::waitsForChange() const {
+    return files_ == Files::watched && (startFailed_ || options_.onDeath != OnDeath::exit);
 }
 
 void Supervisor::gaveUp() noexcept {
     isRestarting_ = false;
     fusehost::quietly("giving up", [&] {
         const std::lock_guard guard(lock_);
-        if (options_.onDeath == OnDeath::fail) {
+        if (waitsForChange()) {
+            logger().error({"operations fail with \"Input/output error\" until the helper's files change"});
+        } else if (options_.onDeath == OnDeath::fail) {
             logger().error({"operations fail with \"Input/output error\" from here on"});
         } else {
             verdict_ = options_.onDeath == OnDeath::exit ? ExitCode::helperEnded : ExitCode::helperKeepsEnding;
@@ -177,6 +245,16 @@ void Supervisor::gaveUp() noexcept {
         }
     });
     finish(lastProblem_);
+}
+
+void Supervisor::failedAtLast() noexcept {
+    fusehost::quietly("telling of a loss", [&] {
+        logger().error(
+            {foundation::logPublic(lastProblem_), ", at the end of the mount; what was not safe by then may be lost"});
+        const std::lock_guard guard(lock_);
+        if (!verdict_)
+            verdict_ = options_.onDeath == OnDeath::exit ? ExitCode::helperEnded : ExitCode::failure;
+    });
 }
 
 void Supervisor::finish(const std::string& problem) noexcept {

@@ -136,14 +136,38 @@ std::optional<pid_t> processThatSees(const fusehost::MountEntry& mount) {
     return found == processes.end() ? std::nullopt : std::optional(*found);
 }
 
+/// What the serving process knows of it: the kernel has the file system mounted still. False where it does not say.
+bool isServedElsewhere(const Processes& processes) {
+    if (processes.controlPath.empty())
+        return false;
+    try {
+        control::ControlClient channel(processes.controlPath, processes.hosts.back().pid());
+        const auto status = channel.ask("status");
+        const auto* mounted = status.find("mounted");
+        return mounted != nullptr && mounted->asBool() != nullptr && *mounted->asBool();
+    } catch (const control::ChannelError&) {
+        return false;
+    }
+}
+
+/// For whom the file system is mounted still, though it is gone from here; nothing if for nobody. A process is seen to
+/// have it only where this user may look, and only what lies beneath its root: one that has changed its root keeps
+/// copies that no table shows.
+std::optional<std::string> otherUserOf(const fusehost::MountEntry& mount, const Processes& processes) {
+    if (const auto process = processThatSees(mount))
+        return "process " + std::to_string(*process) + " (" + processName(*process) + "), as in a container,";
+    if (isServedElsewhere(processes))
+        return "a process that does not show it, as in a container,";
+    return std::nullopt;
+}
+
 /// The process that serves has not ended, though the mount is gone from here: says what it waits for, and waits too
 /// where it is the helper alone.
-void waitForHost(const fusehost::MountEntry& mount, const HeldProcess& host) {
+void waitForHost(const fusehost::MountEntry& mount, const Processes& processes, const HeldProcess& host) {
     const std::string pid = std::to_string(host.pid());
-    if (const auto elsewhere = processThatSees(mount)) {
-        printMessage(mount.mountPoint + ": unmounted here; the volume is still mounted for process " +
-                     std::to_string(*elsewhere) + " (" + processName(*elsewhere) +
-                     "), as in a container, and served until that ends; to end it now: kill " + pid);
+    if (const auto user = otherUserOf(mount, processes)) {
+        printMessage(mount.mountPoint + ": unmounted here; the volume is still mounted for " + *user +
+                     " and served until that ends; to end it now: kill " + pid);
         return;
     }
     printMessage(mount.mountPoint + ": unmounted; process " + pid +
@@ -196,7 +220,7 @@ void unmountOrderly(const fusehost::MountEntry& mount, const Processes& processe
     }
     for (const auto& host : processes.hosts)
         if (!host.waitGone(quietWait))
-            waitForHost(mount, host);
+            waitForHost(mount, processes, host);
 }
 
 /// Ends the processes of a mount: asked to end in order, told not to wait for the helper, killed.

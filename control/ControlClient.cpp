@@ -27,22 +27,6 @@ constexpr auto untilNextTry = std::chrono::milliseconds(10);
     throw ChannelError(Kind::unreachable, what + ": " + std::generic_category().message(errno));
 }
 
-/// A server that is asked by more than it has taken yet lets others wait.
-void connectWithin(const foundation::Descriptor& socket, const std::string& path, Clock::time_point until) {
-    const auto slash = path.rfind('/');
-    const foundation::Descriptor folder(::open(path.substr(0, slash).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (slash == std::string::npos || !folder.isOpen())
-        throwErrno(path);
-    const SocketAddress address(folder, path.substr(slash + 1));
-    while (::connect(socket.number(), address.get(), address.size()) != 0) {
-        if (errno != EAGAIN && errno != EINTR)
-            throwErrno(path);
-        if (Clock::now() >= until)
-            throw ChannelError(Kind::silent, "takes no connection");
-        std::this_thread::sleep_for(untilNextTry);
-    }
-}
-
 void checkListener(const foundation::Descriptor& socket, pid_t expected) {
     ucred credentials{};
     socklen_t size = sizeof credentials;
@@ -81,14 +65,38 @@ void checkRefusal(const kemvi::JSONObject& answer) {
 
 } // namespace
 
-ControlClient::ControlClient(const std::string& socketPath, pid_t expected, Limit limit)
-    : socket_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
-    const auto until = Clock::now() + limit;
+ControlClient::ControlClient() : socket_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
     if (!socket_.isOpen())
         throwErrno("socket");
-    connectWithin(socket_, socketPath, until);
+}
+
+ControlClient::ControlClient(const std::string& socketPath, pid_t expected, Limit limit) : ControlClient() {
+    const auto until = Clock::now() + limit;
+    while (!connects(socketPath, expected)) {
+        if (Clock::now() >= until)
+            throw ChannelError(Kind::silent, "takes no connection");
+        std::this_thread::sleep_for(untilNextTry);
+    }
+    takeGreeting(answerUntil(until));
+}
+
+bool ControlClient::connects(const std::string& socketPath, pid_t expected) {
+    const auto slash = socketPath.rfind('/');
+    const foundation::Descriptor folder(::open(socketPath.substr(0, slash).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (slash == std::string::npos || !folder.isOpen())
+        throwErrno(socketPath);
+    const SocketAddress address(folder, socketPath.substr(slash + 1));
+    if (::connect(socket_.number(), address.get(), address.size()) != 0) {
+        if (errno == EAGAIN || errno == EINTR)
+            return false;
+        throwErrno(socketPath);
+    }
     checkListener(socket_, expected);
-    greeting_ = answerUntil(until);
+    return true;
+}
+
+void ControlClient::takeGreeting(kemvi::JSONObject greeting) {
+    greeting_ = std::move(greeting);
     if (greeting_.find("channel") == nullptr)
         throw ChannelError(Kind::broken, "what it says is no channel of a mount");
 }
@@ -100,7 +108,10 @@ kemvi::JSONObject ControlClient::ask(std::string_view operation, const Members& 
 }
 
 kemvi::JSONObject ControlClient::answerUntil(Clock::time_point until) {
-    const auto line = lineUntil(until);
+    return answerOf(lineUntil(until));
+}
+
+kemvi::JSONObject ControlClient::answerOf(std::optional<std::string_view> line) {
     if (!line)
         throw ChannelError(Kind::broken, "the connection ended");
     auto answer = parsed(*line);

@@ -68,7 +68,15 @@ public:
     int descriptor() const { return socket_.number(); }
 
 private:
+    friend class OpenQuestion; // has many conversations at once, step by step
     using Clock = std::chrono::steady_clock;
+
+    /// Not connected yet.
+    ControlClient();
+    /// False where the server lets others wait for the moment.
+    bool connects(const std::string& socketPath, pid_t expected);
+    void takeGreeting(kemvi::JSONObject greeting);
+    static kemvi::JSONObject answerOf(std::optional<std::string_view> line);
 
     void send(std::string_view line, Clock::time_point until);
     kemvi::JSONObject answerUntil(Clock::time_point until);

@@ -8,4 +8,8 @@ std::shared_ptr<fskit::FSUnaryFileSystem> KemviFSExtension::fileSystem() const {
     return std::make_shared<KemviUnaryFileSystem>();
 }
 
+std::shared_ptr<fskit::FSUnaryFileSystem> KemviFSExtension::fileSystem(HelperObserver& observer) const {
+    return std::make_shared<KemviUnaryFileSystem>(observer);
+}
+
 } // namespace kemvi

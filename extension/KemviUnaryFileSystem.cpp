@@ -1,6 +1,7 @@
 #include "extension/KemviUnaryFileSystem.h"
 
 #include "extension/KemviMountConfig.h"
+#include "extension/ScopedAccess.h"
 #include "foundation/Error.h"
 #include "foundation/FileContents.h"
 #include "foundation/Log.h"
@@ -23,24 +24,6 @@ const foundation::Logger& logger() {
     static const auto* const instance = new foundation::Logger(foundation::bundleIdentifier, "FileSystem");
     return *instance;
 }
-
-// Security-scoped access to a directory, ended with the object if it was begun.
-class ScopedAccess {
-public:
-    explicit ScopedAccess(foundation::URL& url) : url_(url), begun_(url.startAccessingSecurityScopedResource()) {}
-
-    ~ScopedAccess() {
-        if (begun_)
-            url_.stopAccessingSecurityScopedResource();
-    }
-
-    ScopedAccess(const ScopedAccess&) = delete;
-    ScopedAccess& operator=(const ScopedAccess&) = delete;
-
-private:
-    foundation::URL& url_;
-    const bool begun_;
-};
 
 std::string appendingComponent(const std::string& directory, const char* name) {
     const bool separated = !directory.empty() && directory.back() == '/';

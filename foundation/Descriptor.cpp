@@ -37,6 +37,13 @@ bool Descriptor::close() noexcept {
     return number_ < 0 || ::close(release()) == 0;
 }
 
+Descriptor clearOfStandard(Descriptor descriptor) noexcept {
+    constexpr int firstFree = 3;
+    if (descriptor.number() >= firstFree)
+        return descriptor;
+    return Descriptor(::fcntl(descriptor.number(), F_DUPFD_CLOEXEC, firstFree));
+}
+
 PipeEnds openPipe() noexcept {
     int ends[2];
     if (makePipe(ends) != 0)

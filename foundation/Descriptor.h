@@ -46,6 +46,10 @@ private:
     int number_ = -1;
 };
 
+/// The same file under a number of 3 or higher: a process whose standard descriptors are closed is given one of their
+/// numbers, which the launch of a child overwrites. Owns nothing, with errno set, on failure.
+Descriptor clearOfStandard(Descriptor descriptor) noexcept;
+
 /// The two ends of a pipe.
 struct PipeEnds {
     Descriptor reading;

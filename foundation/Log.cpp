@@ -1,6 +1,7 @@
 #include "foundation/Log.h"
 
 #include "foundation/ControlCharacters.h"
+#include "foundation/PlatformLog.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -23,14 +24,6 @@ Settings& settings() {
     return *instance;
 }
 
-std::shared_ptr<LogSink> defaultSink() {
-#ifdef __APPLE__
-    return makeSystemLogSink("kemvi");
-#else
-    return makeStderrLogSink();
-#endif
-}
-
 LogPiece valuePiece(LogPiece::Privacy privacy, std::string_view value) {
     LogPiece piece("");
     piece.privacy = privacy;
@@ -38,9 +31,30 @@ LogPiece valuePiece(LogPiece::Privacy privacy, std::string_view value) {
     return piece;
 }
 
+std::vector<LogSegment> segmentsOf(const std::vector<LogPiece>& pieces, bool showPrivate) {
+    std::vector<LogSegment> segments(1);
+    for (const LogPiece& piece : pieces) {
+        const bool isPrivate = piece.privacy == LogPiece::Privacy::privateValue && !showPrivate;
+        if (segments.back().isPrivate != isPrivate)
+            segments.push_back({isPrivate, {}});
+        segments.back().text += piece.text;
+    }
+    for (LogSegment& segment : segments)
+        segment.text = escapedControls(segment.text);
+    return segments;
+}
+
 } // namespace
 
 LogSink::~LogSink() = default;
+
+void LogSink::writeSegments(LogLevel level, std::string_view subsystem, std::string_view category,
+                            const std::vector<LogSegment>& segments) {
+    std::string line;
+    for (const LogSegment& segment : segments)
+        line += segment.isPrivate ? "<private>" : segment.text;
+    write(level, subsystem, category, line);
+}
 
 LogPiece logPublic(std::string_view value) {
     return valuePiece(LogPiece::Privacy::publicValue, value);
@@ -71,15 +85,11 @@ void Logger::log(LogLevel level, const std::vector<LogPiece>& pieces) const {
     if (!Log::isWritten(level))
         return;
     Settings& current = settings();
-    std::string line;
-    for (const LogPiece& piece : pieces) {
-        const bool hidden = piece.privacy == LogPiece::Privacy::privateValue && !current.showPrivate;
-        line += hidden ? std::string_view("<private>") : std::string_view(piece.text);
-    }
+    const std::vector<LogSegment> segments = segmentsOf(pieces, current.showPrivate);
     std::lock_guard guard(current.lock);
     if (!current.sink)
-        current.sink = defaultSink();
-    current.sink->write(level, subsystem_, category_, escapedControls(line));
+        current.sink = makeDefaultLogSink();
+    current.sink->writeSegments(level, subsystem_, category_, segments);
 }
 
 void fatalError(std::string_view reason) {

@@ -25,8 +25,15 @@ struct LogPiece {
 
 /// A value that is always shown.
 LogPiece logPublic(std::string_view value);
-/// A value of default privacy: shown as "<private>" unless private values were asked for (Log::showPrivateValues).
+/// A value of default privacy: shown as "<private>" unless private values were asked for (Log::showPrivateValues), or
+/// the log shows them to whoever may see them (os_log on macOS).
 LogPiece logPrivate(std::string_view value);
+
+/// A part of a finished line, with control characters escaped.
+struct LogSegment {
+    bool isPrivate = false;
+    std::string text;
+};
 
 /// Where finished lines go. Called from any thread, one call at a time.
 class LogSink {
@@ -34,6 +41,12 @@ public:
     virtual ~LogSink();
     virtual void write(LogLevel level, std::string_view subsystem, std::string_view category,
                        std::string_view line) = 0;
+
+    /// The same line, with its private values still apart: for a log that decides itself who is shown them. Public and
+    /// private segments alternate, beginning with a public one, which may be empty. Unless it is overridden, this
+    /// writes each private one as "<private>".
+    virtual void writeSegments(LogLevel level, std::string_view subsystem, std::string_view category,
+                               const std::vector<LogSegment>& segments);
 };
 
 /// Process-wide settings of logging. Thread-safe.
@@ -58,7 +71,8 @@ std::shared_ptr<LogSink> makeDescriptorLogSink(Descriptor descriptor, std::strin
 /// A file, to whose end lines are written; made if it does not exist (mode 0640). One that was moved away or removed is
 /// made anew for the next line, so that a rotation needs nobody to tell. Throws NSErrorException with the POSIX error.
 std::shared_ptr<LogSink> makeFileLogSink(std::string path, std::string subject);
-/// The system's log: os_log on macOS; syslog (which the journal collects) on Linux, under the given identity.
+/// The system's log: os_log on macOS, which is told what is private; syslog (which the journal collects) on Linux,
+/// under the given identity.
 std::shared_ptr<LogSink> makeSystemLogSink(const std::string& identity, std::string subject = {});
 /// Whether there is a system's log that takes lines.
 bool hasSystemLog();

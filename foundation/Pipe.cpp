@@ -10,15 +10,6 @@ namespace foundation {
 namespace {
 
 constexpr int wantedCapacity = 1 << 20;
-constexpr int firstFreeDescriptor = 3;
-
-// A process whose standard descriptors are closed would get one of their numbers, which the launch of a child
-// overwrites. Owns nothing, with errno set, on failure.
-Descriptor movedClearOfStandard(Descriptor descriptor) {
-    if (descriptor.number() >= firstFreeDescriptor)
-        return descriptor;
-    return Descriptor(::fcntl(descriptor.number(), F_DUPFD_CLOEXEC, firstFreeDescriptor));
-}
 
 void setUp([[maybe_unused]] const Descriptor& writing) {
 #ifdef __linux__
@@ -39,7 +30,7 @@ Pipe::Ends Pipe::makeEnds() noexcept {
     if (!pipe.reading.isOpen())
         return {{}, darwinErrno(errno)};
     for (Descriptor* const end : {&pipe.reading, &pipe.writing}) {
-        *end = movedClearOfStandard(std::move(*end));
+        *end = clearOfStandard(std::move(*end));
         if (!end->isOpen())
             return {{}, darwinErrno(errno)};
     }

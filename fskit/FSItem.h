@@ -218,6 +218,10 @@ public:
     /// that are not the same may share it. Safe on any thread.
     virtual FSItemID identifier() const { return FSItemID::invalid; }
 
+    /// Whether the size in the attribute records is how many bytes there are. Where it is not, only reading to the end
+    /// tells. Of an item that was made of a listing it is not said. Safe on any thread.
+    virtual bool isSizeKnown() const { return true; }
+
     /// Whether one may stand for the other in every request. Safe on any thread.
     virtual bool isSame(const FSItem& other) const { return this == &other; }
 

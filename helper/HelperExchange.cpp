@@ -140,7 +140,7 @@ std::string HelperExchange::outOfStepState(const std::string& id) {
     const std::int64_t number = std::stoll(id);
     if (lastOutOfStep_.exchange(number) != number - 1)
         outOfStepSince_ = number;
-    return "answers are out of step since request " + std::to_string(outOfStepSince_);
+    return outOfStepStateBeginning + std::to_string(outOfStepSince_);
 }
 
 HelperResponse HelperExchange::ask(HelperRequest& request, const HelperResponse::ResultHandler& onResult) {

@@ -19,6 +19,10 @@ namespace kemvi {
 /// ErrorOrigin::state of every error after the helper has closed its output.
 inline constexpr const char* helperGoneState = "the helper's output has ended";
 
+/// What ErrorOrigin::state begins with when another request's answer was read: from there on nobody knows which answer
+/// belongs to which request.
+inline constexpr const char* outOfStepStateBeginning = "answers are out of step since request ";
+
 /// The conversation with one helper: one request line out, one answer line back, strictly one after the other. Knows
 /// nothing of what is asked. What belongs to one conversation and to no other is here: the numbers of the requests, and
 /// whether answers are out of step with them.

@@ -37,6 +37,9 @@ public:
     /// Bytes; may be negative if the helper said so.
     std::int64_t size() const { return size_; }
 
+    /// A negative size is how a helper says that it does not know it.
+    bool isSizeKnown() const override { return size_ >= 0; }
+
     const std::optional<foundation::Date>& modifiedAt() const { return modifiedAt_; }
 
     /// The full attribute record, made from the item's own facts. Fatal where `attributes` is.

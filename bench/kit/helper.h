@@ -36,9 +36,11 @@ public:
         posix_spawn_file_actions_addclose(&actions, fromHelper[1]);
         std::string program = "node";
         std::string argument = script;
-        char* arguments[] = {program.data(), argument.data(), nullptr};
-        if (posix_spawnp(&pid_, "node", &actions, nullptr, arguments, environ) != 0)
-            throw std::runtime_error("node cannot be started");
+        char* ofNode[] = {program.data(), argument.data(), nullptr};
+        char* ofItself[] = {argument.data(), nullptr};
+        char** const arguments = script.ends_with(".mjs") ? ofNode : ofItself;
+        if (posix_spawnp(&pid_, arguments[0], &actions, nullptr, arguments, environ) != 0)
+            throw std::runtime_error(std::string(arguments[0]) + " cannot be started");
         posix_spawn_file_actions_destroy(&actions);
         close(toHelper[0]);
         close(fromHelper[1]);

@@ -9,8 +9,6 @@
 #include <csignal>
 #include <initializer_list>
 #include <poll.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
 #include <utility>
 
 namespace cli::check {
@@ -39,9 +37,8 @@ sigset_t signalsToTake() {
 
 } // namespace
 
-Attention::Attention(std::string command) : command_(std::move(command)), tellAt_(started_ + quietTime) {
-    const sigset_t set = signalsToTake();
-    signals_ = foundation::Descriptor(::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
+Attention::Attention(std::string command)
+    : command_(std::move(command)), signals_(signalsToTake()), tellAt_(started_ + quietTime) {
     if (!signals_.isOpen())
         throw CommandError(ExitCode::failure, command_, "cannot wait for signals: " + errnoText(errno));
 }
@@ -66,7 +63,7 @@ bool Attention::untilReady(int descriptor, short events, Clock::time_point deadl
             return false; // also where there is something: it may be without end
         const auto wake = std::min({deadline, waitsEnd_, tellAt_});
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(wake - now).count();
-        std::array<pollfd, 2> sources{pollfd{descriptor, events, 0}, pollfd{signals_.number(), POLLIN, 0}};
+        std::array<pollfd, 2> sources{pollfd{descriptor, events, 0}, pollfd{signals_.descriptor(), POLLIN, 0}};
         const int ready = ::poll(sources.data(), sources.size(), static_cast<int>(std::max<std::int64_t>(0, left)));
         if (ready > 0 && sources[1].revents != 0)
             takeSignals();
@@ -78,8 +75,7 @@ bool Attention::untilReady(int descriptor, short events, Clock::time_point deadl
 }
 
 void Attention::takeSignals() {
-    signalfd_siginfo received{};
-    while (::read(signals_.number(), &received, sizeof received) == sizeof received)
+    while (signals_.take())
         onSignal();
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "foundation/Descriptor.h"
+#include "cli/check/StopSignals.h"
 
 #include <chrono>
 #include <cstddef>
@@ -59,7 +59,7 @@ private:
     void tellProgress(Clock::time_point now);
 
     const std::string command_;
-    foundation::Descriptor signals_;
+    StopSignals signals_;
     int received_ = 0;
     bool cleaning_ = false;
     Clock::time_point waitsEnd_ = Clock::time_point::max();

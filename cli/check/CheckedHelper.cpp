@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
@@ -13,8 +12,6 @@ namespace cli::check {
 namespace {
 
 constexpr std::chrono::milliseconds graceAfterEndOfInput{1000};
-/// What the helper gets to finish should this process be killed; one that is still there then hangs.
-constexpr Patience afterOurDeath{std::chrono::seconds(1), std::chrono::seconds(1)};
 constexpr std::chrono::milliseconds patience{100};          // with what comes on and on
 constexpr std::size_t longestLine = std::size_t{256} << 20; // bytes; ten times what any request here asks for
 constexpr std::size_t mostUnasked = std::size_t{1} << 20;   // bytes, of a helper that does not stop writing
@@ -25,15 +22,13 @@ CheckedHelper::CheckedHelper(const kemvi::KemviMountConfig& config, Duration lim
     : limit_(limit), attention_(attention), process_(config.helperPath, config.helperEnvironment()) {}
 
 CheckedHelper::~CheckedHelper() {
-    if (held_)
+    if (guard_)
         end(lost_ ? Duration(0) : graceAfterEndOfInput);
 }
 
 void CheckedHelper::start() {
     process_.start(words_.descriptor());
-    held_.emplace(process_.child()->processIdentifier());
-    watch_.emplace(afterOurDeath);
-    watch_->guard(*held_);
+    guard_.emplace(process_.child()->processIdentifier());
     words_.start();
     for (const int descriptor : {requests(), answers()})
         ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) | O_NONBLOCK);
@@ -118,13 +113,12 @@ std::string CheckedHelper::unaskedOutput(Duration wait) {
 
 bool CheckedHelper::end(Duration limit) {
     process_.input().fileHandleForWriting().close();
-    const bool gone = attention_.untilReady(held_->descriptor(), POLLIN, Clock::now() + limit);
+    const bool gone = attention_.untilReady(guard_->descriptor(), POLLIN, Clock::now() + limit);
     lost_ = true;
     if (!gone)
-        held_->signalGroup(SIGKILL);
+        guard_->kill();
     process_.stop();
-    held_.reset();
-    watch_.reset();
+    guard_.reset();
     return gone;
 }
 

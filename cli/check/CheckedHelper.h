@@ -1,8 +1,7 @@
 #pragma once
 
-#include "cli/DeathWatch.h"
-#include "cli/HeldProcess.h"
 #include "cli/check/Attention.h"
+#include "cli/check/HelperGuard.h"
 #include "cli/check/HelperWords.h"
 #include "extension/KemviMountConfig.h"
 #include "helper/HelperProcess.h"
@@ -81,10 +80,9 @@ private:
     Attention& attention_;
     kemvi::HelperProcess process_;
     HelperWords words_;
-    std::optional<HeldProcess> held_; // while it runs
-    std::optional<DeathWatch> watch_;
-    std::string unread_; // read and not yet handed out
-    bool ended_ = false; // the helper's output has ended
+    std::optional<HelperGuard> guard_; // while it runs
+    std::string unread_;               // read and not yet handed out
+    bool ended_ = false;               // the helper's output has ended
     bool lost_ = false;
     std::int64_t nextID_ = 1;
 };

@@ -1,12 +1,11 @@
 #include "cli/check/Conversation.h"
 
 #include "cli/check/CheckNames.h"
+#include "cli/check/ErrorCodes.h"
 #include "foundation/DecodingError.h"
 #include "foundation/Error.h"
 
 #include <algorithm>
-#include <cstring>
-#include <set>
 
 namespace cli::check {
 
@@ -30,18 +29,6 @@ constexpr const char* everythingFails = "every operation that meets this fails w
 
 std::string unfinished(const std::string& line) {
     return line.empty() ? std::string() : "; there were " + std::to_string(line.size()) + " bytes without a line break";
-}
-
-/// True for the name of an error of this system, such as "ENOSPC".
-bool isPosixCode(const std::string& code) {
-    static const auto codes = [] {
-        std::set<std::string, std::less<>> names{"EWOULDBLOCK", "ENOTSUP", "EDEADLOCK"}; // second names of others
-        for (int number = 1; number < 256; ++number)
-            if (const char* name = ::strerrorname_np(number))
-                names.insert(name);
-        return names;
-    }();
-    return codes.contains(code);
 }
 
 } // namespace

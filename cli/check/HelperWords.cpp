@@ -2,6 +2,7 @@
 
 #include "cli/check/ShownLine.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <fcntl.h>

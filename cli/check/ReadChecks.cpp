@@ -74,7 +74,7 @@ private:
                        "the surplus is transferred and thrown away");
         }
         const std::size_t limit =
-            std::min(mostBytes, static_cast<std::size_t>(std::max<std::int64_t>(0, file_.size)) + surplus);
+            file_.size < 0 ? mostBytes : std::min(mostBytes, static_cast<std::size_t>(file_.size) + surplus);
         const auto whole = readOn(talk_, handle, 0, piece, limit);
         const auto again = readOn(talk_, handle, 0, piece, limit);
         if (!whole || !again || *whole != *again)
@@ -88,7 +88,7 @@ private:
         const Answer answer = talk_.ask(pathRequest("getattr", file_.path));
         const auto* object = answer.result() != nullptr ? answer.result()->asObject() : nullptr;
         const auto* size = object != nullptr ? object->find("size") : nullptr;
-        if (whole.size() < mostBytes && size != nullptr && size->asNumber() != nullptr &&
+        if (whole.size() < mostBytes && size != nullptr && size->asNumber() != nullptr && *size->asNumber() >= 0 &&
             *size->asNumber() != static_cast<double>(whole.size())) {
             talk_.find(wholeSize, Severity::error, answer,
                        file_.path + " gives " + std::to_string(whole.size()) + " bytes",

@@ -19,7 +19,7 @@ using name::types;
 
 constexpr const char* statfs = "statfs is answered with an object of numbers";
 constexpr const char* times = "times have the form 2024-05-01T12:34:56.789Z";
-constexpr const char* sizes = "sizes are whole numbers, 0 or more";
+constexpr const char* sizes = "sizes are whole numbers, 0 or more, or -1";
 constexpr const char* speed = "listings are fast enough for folders of 10,000 entries";
 
 constexpr const char* noRoot = "the root \"/\" does not exist";
@@ -73,8 +73,10 @@ const kemvi::JSONValue* member(const kemvi::JSONValue& object, const char* key) 
     return value != nullptr && !value->isNull() ? value : nullptr;
 }
 
+constexpr double unknownSize = -1;
+
 bool isSize(double number) {
-    return std::floor(number) == number && number >= 0 && number < 9e15;
+    return std::floor(number) == number && number >= unknownSize && number < 9e15;
 }
 
 std::vector<SampleFile> TreeExamination::run() {

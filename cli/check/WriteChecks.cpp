@@ -2,7 +2,7 @@
 #include "cli/check/CheckNames.h"
 #include "cli/check/Checks.h"
 #include "cli/check/Scratch.h"
-#include "foundation/Base64.h"
+#include "cli/check/ScratchFiles.h"
 #include "foundation/UUID.h"
 
 #include <algorithm>
@@ -10,7 +10,6 @@
 #include <chrono>
 #include <exception>
 #include <set>
-#include <span>
 #include <utility>
 
 namespace cli::check {
@@ -35,6 +34,9 @@ constexpr std::chrono::seconds longestListing{1};
 constexpr const char* whatIsMade = "about 10,000 files in it, with 13 MB at a time";
 constexpr std::array writeSizes{std::size_t{768} << 10, std::size_t{12} << 20}; // lines of 1 and 16 MiB
 
+const std::vector<std::string> createFlags{"write", "create", "truncate"};
+const std::vector<std::string> keepFlags{"write", "create"};
+
 kemvi::HelperRequest renameRequest(std::string oldPath, std::string newPath) {
     kemvi::HelperRequest request;
     request.op = "rename";
@@ -43,41 +45,16 @@ kemvi::HelperRequest renameRequest(std::string oldPath, std::string newPath) {
     return request;
 }
 
-class WriteExamination {
+class WriteExamination : private ScratchFiles {
 public:
-    WriteExamination(Conversation& talk, Scratch& scratch) : talk_(talk), scratch_(scratch) {}
+    using ScratchFiles::ScratchFiles;
 
     void run();
 
 private:
-    using Flags = std::vector<std::string>;
-
-    /// Notes an error under the check unless the answer is a success. True if it is.
-    bool succeeds(const char* check, const Answer& answer, const char* consequence) {
-        if (answer.response && !answer.ok())
-            talk_.find(check, Severity::error, answer, "it was refused", consequence);
-        return answer.ok();
-    }
-
-    void error(const char* check, std::string problem, const char* consequence) {
-        talk_.report().add(check, {Severity::error, std::move(problem), consequence, {}, {}});
-    }
-
-    std::string path(const std::string& name) const { return childPath(scratch_.path(), name); }
-
-    bool exists(const std::string& name) { return talk_.ask(pathRequest("getattr", path(name))).ok(); }
-
-    /// True if what is to be made at the path is ours. Otherwise nothing more is written.
-    bool claim(const char* check, const std::string& path, Scratch::Kind kind);
-    bool makeFolder(const char* check, const std::string& name);
     /// Makes the folder for everything, and looks whether it is where and what it must be.
     bool makeScratch();
     bool listsOnlyWhatIsThere();
-
-    bool write(const char* check, const std::string& name, const Flags& flags, std::int64_t offset,
-               std::string_view bytes);
-    std::optional<std::string> contents(const std::string& name);
-    void expect(const char* check, const std::string& name, const std::string& bytes, const char* consequence);
 
     void checkFolders();
     void checkWriting();
@@ -88,13 +65,7 @@ private:
     void checkNames();
     void checkLongWrites();
     void checkManyEntries();
-    Conversation& talk_;
-    Scratch& scratch_;
-    bool stopped_ = false; // what is written may land on what is not ours
 };
-
-const std::vector<std::string> createFlags{"write", "create", "truncate"};
-const std::vector<std::string> keepFlags{"write", "create"};
 
 void WriteExamination::run() {
     if (!makeScratch())
@@ -118,23 +89,6 @@ void WriteExamination::run() {
             (this->*examine)();
         }
     }
-}
-
-bool WriteExamination::claim(const char* check, const std::string& path, Scratch::Kind kind) {
-    const auto claim = scratch_.claim(path, kind);
-    if (claim == Scratch::Claim::taken) {
-        stopped_ = true;
-        error(check, "\"" + path + "\" is there before it was made; nothing more is written",
-              "files are overwritten that have another name");
-    } else if (claim == Scratch::Claim::unknown) {
-        error(check, "the helper does not say whether there is a \"" + path + "\"", "no new file can be made");
-    }
-    return claim == Scratch::Claim::ours;
-}
-
-bool WriteExamination::makeFolder(const char* check, const std::string& name) {
-    return claim(check, path(name), Scratch::Kind::folder) &&
-           succeeds(check, talk_.ask(pathRequest("mkdir", path(name))), "no folder can be made");
 }
 
 bool WriteExamination::makeScratch() {
@@ -163,49 +117,6 @@ bool WriteExamination::listsOnlyWhatIsThere() {
         return false;
     }
     return true;
-}
-
-bool WriteExamination::write(const char* check, const std::string& name, const Flags& flags, std::int64_t offset,
-                             std::string_view bytes) {
-    if (!claim(check, path(name), Scratch::Kind::file))
-        return false;
-    const auto handle = handleIn(talk_.ask(openRequest(path(name), flags)));
-    if (!handle) {
-        error(check, "\"" + name + "\" could not be opened for writing", "no file can be written");
-        return false;
-    }
-    bool kept = true;
-    if (!bytes.empty()) {
-        std::string text(foundation::base64::escapedRoom(bytes.size()), '\0');
-        text.resize(foundation::base64::encodeEscapingSlashes(std::as_bytes(std::span(bytes)), text.data()));
-        auto request = handleRequest("write", *handle);
-        request.offset = offset;
-        request.dataBase64 = text;
-        kept = succeeds(check, talk_.ask(request), "writing fails");
-    }
-    kept = succeeds(check, talk_.ask(handleRequest("flush", *handle)), "close and fsync report an error") && kept;
-    return succeeds(check, talk_.ask(handleRequest("release", *handle)), "close reports an error") && kept;
-}
-
-std::optional<std::string> WriteExamination::contents(const std::string& name) {
-    const auto handle = handleIn(talk_.ask(openRequest(path(name), {"read"})));
-    if (!handle)
-        return std::nullopt;
-    auto bytes = readOn(talk_, *handle, 0, 1 << 20, std::size_t{32} << 20);
-    talk_.ask(handleRequest("release", *handle));
-    return bytes;
-}
-
-void WriteExamination::expect(const char* check, const std::string& name, const std::string& bytes,
-                              const char* consequence) {
-    const auto found = contents(name);
-    if (!found || *found != bytes) {
-        error(check,
-              "\"" + name + "\" holds " +
-                  (found ? std::to_string(found->size()) + " bytes that differ" : "nothing readable") + "; expected " +
-                  std::to_string(bytes.size()) + " bytes",
-              consequence);
-    }
 }
 
 void WriteExamination::checkFolders() {

@@ -66,6 +66,7 @@ std::vector<std::string> optionsInForce(const fusehost::MountOptions& options) {
     if (options.operationTimeout)
         list.add("op_timeout", *options.operationTimeout);
     list.addFlag("writeback", options.writeback);
+    list.addFlag("close_to_open", options.closeToOpen);
     list.addFlag("quiet", options.quiet);
     list.addFlag("nonempty", options.nonEmpty);
     if (options.fileMask)

@@ -103,7 +103,7 @@ Members gaugesOf(const StatsSources& sources, const fusehost::MonitorCounts& cou
         .add("hiddenFiles", std::uint64_t{counts.tree.hiddenFiles})
         .add("waitingRequests", std::uint64_t{counts.waiting})
         .add("currentExchangeSeconds", exchange ? seconds(Clock::now() - exchange->since) : 0.0)
-        .add("helperUp", !sources.helpers.ended())
+        .add("helperUp", !sources.supervisor.hasEnded() && !sources.supervisor.isRestarting())
         .add("helperRestarts", std::uint64_t{sources.helpers.restarts()});
 }
 

@@ -3,6 +3,7 @@
 #include "cli/ExchangeMeter.h"
 #include "cli/HelperProcesses.h"
 #include "cli/MountSession.h"
+#include "cli/Supervisor.h"
 #include "control/ControlServer.h"
 #include "hosts/fuse/monitor/Monitor.h"
 
@@ -15,6 +16,7 @@ namespace cli {
 struct StatsSources {
     const MountPlan& plan;
     const HelperProcesses& helpers;
+    const Supervisor& supervisor;
     const fusehost::Monitor& monitor;
     const ExchangeMeter& exchanges;
 };

@@ -42,7 +42,7 @@ const char* stateOf(const StatusSources& sources, const UnderWay& underWay) {
     }
     if (sources.supervisor.isRestarting())
         return "restarting";
-    if (sources.helpers.ended())
+    if (sources.supervisor.hasEnded())
         return "helperDead";
     return underWay && Clock::now() - underWay->since > usual ? "waiting" : "serving";
 }
@@ -58,29 +58,43 @@ Members currentOf(const fusehost::RequestUnderWay& underWay) {
     return current;
 }
 
+/// How the helper has ended, as a clause that it is the subject of.
+std::string endOf(const StatusSources& sources) {
+    if (const auto status = sources.helpers.knownExitStatus())
+        return status->description();
+    const std::string breach = sources.supervisor.breach();
+    return breach.empty() ? "has closed its output" : "is not believed any more: " + breach;
+}
+
 Members helperOf(const StatusSources& sources) {
     Members helper;
     helper.add("path", sources.plan.helperPath);
+    if (!sources.plan.helperCommand.empty())
+        helper.add("command", sources.plan.helperCommand);
+    if (!sources.plan.helperSettings.empty())
+        helper.add("settings", sources.plan.helperSettings);
     if (const auto pid = sources.helpers.pid())
         helper.add("pid", *pid);
-    helper.add("answers", !sources.helpers.ended());
-    if (sources.helpers.ended()) {
-        const auto status = sources.helpers.knownExitStatus();
-        helper.add("end", status ? status->description() : "has closed its output");
-    }
+    const bool hasEnded = sources.supervisor.hasEnded();
+    helper.add("answers", !hasEnded && !sources.supervisor.isRestarting());
+    if (hasEnded)
+        helper.add("end", endOf(sources));
+    if (sources.watch != nullptr)
+        helper.add("watched", sources.watch->paths());
     return helper;
 }
 
 } // namespace
 
 Members changingStatus(const StatusSources& sources) {
-    const auto underWay = sources.monitor.underWay();
+    const auto& monitor = sources.host.monitor();
+    const auto underWay = monitor.underWay();
     Members status;
-    status.add("state", stateOf(sources, underWay));
+    status.add("state", stateOf(sources, underWay)).add("mounted", sources.host.isMounted());
     if (underWay)
         status.add("current", currentOf(*underWay));
     return status.add("helper", helperOf(sources))
-        .add("requests", sources.monitor.requests())
+        .add("requests", monitor.requests())
         .add("restarts", std::uint64_t{sources.helpers.restarts()});
 }
 

@@ -4,8 +4,9 @@
 #include "cli/MountSession.h"
 #include "cli/StopControl.h"
 #include "cli/Supervisor.h"
+#include "cli/watch/HelperWatch.h"
 #include "control/ControlServer.h"
-#include "hosts/fuse/monitor/Monitor.h"
+#include "hosts/fuse/FuseHost.h"
 
 namespace cli {
 
@@ -15,7 +16,8 @@ struct StatusSources {
     const HelperProcesses& helpers;
     const Supervisor& supervisor;
     const StopControl& stop;
-    const fusehost::Monitor& monitor;
+    fusehost::FuseHost& host;
+    const HelperWatch* watch; // null: the helper's files are not watched
 };
 
 /// What "status" answers as far as it changes while the mount lives. Any thread; waits for nothing.

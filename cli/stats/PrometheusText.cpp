@@ -1,9 +1,13 @@
 #include "cli/stats/PrometheusText.h"
 
+#include "foundation/Utf8.h"
+
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdint>
 #include <functional>
+#include <string_view>
 #include <utility>
 
 namespace cli {
@@ -21,15 +25,22 @@ std::string numberText(double value) {
     return {text.data(), std::to_chars(text.data(), text.data() + text.size(), value).ptr};
 }
 
-std::string escapedLabel(const std::string& value) {
+/// A label must be UTF-8, or a server takes nothing of the whole page; the path of a mount point need not be.
+std::string escapedLabel(std::string_view value) {
+    constexpr const char* replacement = "\xef\xbf\xbd"; // U+FFFD
     std::string text;
-    for (const char c : value) {
-        if (c == '\\' || c == '"')
+    while (!value.empty()) {
+        const std::size_t length = foundation::utf8CharacterLength(value);
+        const char first = value.front();
+        if (first == '\\' || first == '"')
             text += '\\';
-        if (c == '\n')
+        if (first == '\n')
             text += "\\n";
+        else if (length == 0)
+            text += replacement;
         else
-            text += c;
+            text += value.substr(0, length);
+        value.remove_prefix(std::max<std::size_t>(length, 1));
     }
     return text;
 }

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <fnmatch.h>
 #include <string_view>
+#include <variant>
 
 namespace cli {
 
@@ -33,6 +34,15 @@ bool isAt(const std::string& path, const std::string& pattern) {
     while (folder.ends_with('/'))
         folder.remove_suffix(1);
     return path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/');
+}
+
+/// Also what is renamed from elsewhere to that path.
+bool concerns(const fusehost::RequestEvent& event, const std::string& pattern) {
+    return isAt(event.path, pattern) ||
+           std::any_of(event.arguments.begin(), event.arguments.end(), [&](const auto& argument) {
+               const auto* const other = std::get_if<std::string>(&argument.second);
+               return other != nullptr && argument.first == "to" && isAt(*other, pattern);
+           });
 }
 
 bool isBy(const fusehost::RequestEvent& event, const std::string& caller) {
@@ -75,7 +85,7 @@ bool TraceFilter::passes(const TracedRequest& traced) const {
         return false;
     if (error && (event.error == 0 || (*error != "any" && *error != errnoName(event.error))))
         return false;
-    return (!path || isAt(event.path, *path)) && (!caller || isBy(event, *caller));
+    return (!path || concerns(event, *path)) && (!caller || isBy(event, *caller));
 }
 
 } // namespace cli

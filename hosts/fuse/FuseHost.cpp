@@ -40,6 +40,7 @@ public:
     void load();
     void mount();
     bool serve(const std::function<void()>& onWriting);
+    bool isMounted() noexcept;
 
     std::optional<unsigned> deviceMinor() const { return session_ ? session_->deviceMinor() : std::nullopt; }
 
@@ -69,7 +70,7 @@ private:
     std::shared_ptr<fskit::FSVolume> loadVolume() const;
     void unload() const;
     void superviseVolume();
-    EndTest endTest() const;
+    EndTest endTest();
 
     std::unique_ptr<Placement> makePlacement() const;
     bool isStopRequested() const;
@@ -83,6 +84,7 @@ private:
     const Companion* companion_;
     Supervision* const supervision_;
     EventDescriptor stop_;
+    EventDescriptor refusal_; // readable when nothing more is to be asked
     Monitor monitor_;
     std::shared_ptr<fskit::FSResource> resource_;
     std::unique_ptr<VolumeCalls> volume_;
@@ -176,16 +178,23 @@ void FuseHost::Implementation::superviseVolume() {
     renewal_ = std::make_unique<VolumeRenewal>(*volume_, *tree_, source, *supervision_, options_, stop_);
 }
 
-/// Where a volume's end is the end, it is told as any other failure that lasts.
-EndTest FuseHost::Implementation::endTest() const {
-    if (supervision_ == nullptr || options_.onDeath == OnDeath::fail)
+/// Where a volume's end is the end, it is told as any other failure that lasts. Where operations are to fail from then
+/// on, the embedding program hears of it all the same, and nothing else comes of it.
+EndTest FuseHost::Implementation::endTest() {
+    if (supervision_ == nullptr)
         return {};
-    return [this](const foundation::ErrorOrigin& origin) { return supervision_->isEnd(origin); };
+    return [this](const foundation::ErrorOrigin& origin) {
+        const bool isEnd = supervision_->isEnd(origin) && options_.onDeath != OnDeath::fail;
+        if (isEnd)
+            lookAtVolume(); // nobody may ask for anything for long
+        return isEnd;
+    };
 }
 
 void FuseHost::Implementation::mount() {
     context_ = std::make_unique<KernelContext>(KernelContext{*tree_, options_, {}, {}, renewal_.get()});
     session_ = std::make_unique<KernelSession>(*context_, source_, options_);
+    context_->session = session_->get();
     session_->mount(mountPoint_);
 }
 
@@ -211,6 +220,12 @@ bool FuseHost::Implementation::serve(const std::function<void()>& onWriting) {
     return ended;
 }
 
+// The connection is closed only when there is no loop any more.
+bool FuseHost::Implementation::isMounted() noexcept {
+    const std::lock_guard guard(lock_);
+    return loop_ != nullptr && !session_->isSevered();
+}
+
 /// Nothing where it is not wanted or cannot be had; the mount works without.
 std::unique_ptr<Placement> FuseHost::Implementation::makePlacement() const {
     std::unique_ptr<Placement> placement;
@@ -231,11 +246,17 @@ bool FuseHost::Implementation::writePages(SessionLoop& loop, const std::function
         return true;
     onWriting();
     std::optional<PageWriter> writer;
+    if (renewal_)
+        renewal_->beginLastWriting(refusal_);
     quietly("writing what programs have changed", [&] { writer.emplace(session_->get(), nodes); });
-    return writer ? loop.run(writer->descriptor()) : true;
+    const bool ended = writer ? loop.run(writer->descriptor()) : true;
+    if (renewal_)
+        renewal_->endLastWriting();
+    return ended;
 }
 
 void FuseHost::Implementation::refuseRequests() noexcept {
+    refusal_.signal();
     const std::lock_guard guard(lock_);
     refuses_ = true;
     if (loop_ != nullptr)
@@ -264,6 +285,8 @@ void FuseHost::Implementation::shutdown() {
     tree_->end();
     quietly("ending the volume", [&] { volume_->end(); });
     quietly("unloading the file system", [&] { unload(); });
+    if (renewal_)
+        renewal_->finish();
 }
 
 FuseHost::FuseHost(std::shared_ptr<fskit::FSUnaryFileSystem> fileSystem, std::string source, std::string mountPoint,
@@ -288,6 +311,10 @@ std::optional<unsigned> FuseHost::deviceMinor() const {
 
 bool FuseHost::serve(const std::function<void()>& onWriting) {
     return implementation_->serve(onWriting);
+}
+
+bool FuseHost::isMounted() noexcept {
+    return implementation_->isMounted();
 }
 
 void FuseHost::requestStop() noexcept {

@@ -48,6 +48,10 @@ public:
     /// `onWriting` is called before that if there may be such. Returns false if the connection to the kernel failed.
     bool serve(const std::function<void()>& onWriting = [] {});
 
+    /// True while the volume is served and mounted somewhere, be it where this process cannot see it. Any thread; waits
+    /// for nothing.
+    bool isMounted() noexcept;
+
     /// Asks `serve` to return as soon as the operation in hand is done and all is written. Async-signal-safe, any
     /// thread.
     void requestStop() noexcept;

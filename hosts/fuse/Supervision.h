@@ -13,8 +13,9 @@ class Supervision {
 public:
     virtual ~Supervision() = default;
 
-    /// Whether a failure of that origin shows that the volume answers no more. Any thread; returns soon.
-    virtual bool isEnd(const foundation::ErrorOrigin& origin) const noexcept = 0;
+    /// Whether a failure of that origin shows that the volume answers no more, or that nothing that it answers is to be
+    /// believed. Any thread; returns soon.
+    virtual bool isEnd(const foundation::ErrorOrigin& origin) noexcept = 0;
 
     /// Whether the volume answers no more, by what is known without asking it.
     virtual bool hasEnded() const noexcept = 0;
@@ -38,6 +39,10 @@ public:
 
     /// There will be none. All operations fail from here on, and somebody is to end the mount.
     virtual void gaveUp() noexcept = 0;
+
+    /// The mount has ended, and the volume before it by itself: what programs had changed and was not safe by then may
+    /// be lost. `settle` was called for the last one that ended.
+    virtual void failedAtLast() noexcept = 0;
 };
 
 } // namespace fusehost

@@ -38,7 +38,7 @@ private:
 VolumeRenewal::VolumeRenewal(VolumeCalls& volume, FileTree& tree, Source source, Supervision& supervision,
                              const MountOptions& options, const EventDescriptor& stop)
     : volume_(volume), tree_(tree), source_(std::move(source)), supervision_(supervision), options_(options),
-      stop_(stop) {}
+      stop_(&stop) {}
 
 void VolumeRenewal::ask(KernelCaches caches) noexcept {
     cachesAsked_ = caches;
@@ -60,7 +60,7 @@ void VolumeRenewal::use(SessionLoop* loop, int connection) noexcept {
 void VolumeRenewal::wake() noexcept {
     const std::lock_guard guard(lock_);
     if (loop_ != nullptr)
-        quietly("calling for a restart", [&] { loop_->hand([this] { renewIfDue(); }); });
+        quietly("calling for a restart", [&] { loop_->hand([this] { renewWhenCalled(); }); });
 }
 
 void VolumeRenewal::beforeRequest() noexcept {
@@ -74,8 +74,34 @@ bool VolumeRenewal::isToBeRepeated() noexcept {
         return false;
     if (volume_.changes() == changesBefore_)
         return renew();
+    lostChanges_ = lostChanges_ || isLastWriting_;
     wake();
     return false;
+}
+
+// At the end of the mount nobody may need another one any more.
+void VolumeRenewal::renewWhenCalled() noexcept {
+    if (!isLastWriting_)
+        renewIfDue();
+}
+
+void VolumeRenewal::beginLastWriting(const EventDescriptor& refusal) noexcept {
+    isLastWriting_ = true;
+    isStopping_ = false;
+    stop_ = &refusal;
+}
+
+// What is open and hidden can be given back only to one that answers.
+void VolumeRenewal::endLastWriting() noexcept {
+    renewIfDue();
+}
+
+void VolumeRenewal::finish() noexcept {
+    const bool hasEnded = options_.onDeath != OnDeath::fail && !gaveUp_ && volume_.hasEnded();
+    if (hasEnded)
+        supervision_.settle();
+    if (hasEnded || lostChanges_)
+        supervision_.failedAtLast();
 }
 
 void VolumeRenewal::renewIfDue() noexcept {
@@ -95,7 +121,7 @@ bool VolumeRenewal::isStopRequested() const {
 
 bool VolumeRenewal::wait(milliseconds pause) const {
     // Of the connection nothing is awaited but its end, of which poll tells in any case.
-    pollfd ends[] = {{stop_.number(), POLLIN, 0}, {connection_, 0, 0}};
+    pollfd ends[] = {{stop_->number(), POLLIN, 0}, {connection_, 0, 0}};
     return poll(ends, 2, static_cast<int>(pause.count())) == 0;
 }
 
@@ -153,6 +179,7 @@ bool VolumeRenewal::loadAnother() {
         return false;
     } catch (const KernelError& error) {
         error.tell();
+        supervision_.settle(); // there is a helper
         return false;
     } catch (const MountError&) {
         return false; // cannot be: it is a volume like the one before

@@ -50,12 +50,21 @@ public:
     /// Does what is due.
     void renewIfDue() noexcept;
 
+    /// The mount ends, but something is still to be written: from here on only `refusal`, readable, ends attempts.
+    /// There is another volume when a request needs one. `refusal` must outlive this object.
+    void beginLastWriting(const EventDescriptor& refusal) noexcept;
+    /// It is done. The volume that is there then is let go.
+    void endLastWriting() noexcept;
+    /// The volume was let go. Tells if one has ended before.
+    void finish() noexcept;
+
     void beforeRequest() noexcept override;
     bool isToBeRepeated() noexcept override;
 
 private:
     class HeldUp;
 
+    void renewWhenCalled() noexcept;
     bool isDue() const;
     bool isStopRequested() const;
     /// True if there is another volume.
@@ -73,10 +82,12 @@ private:
     const Source source_;
     Supervision& supervision_;
     const MountOptions& options_;
-    const EventDescriptor& stop_;
+    const EventDescriptor* stop_;
     std::uint64_t changesBefore_ = 0; // VolumeCalls::changes before the request under way
     bool isStopping_ = false;         // the mount is to end
     bool gaveUp_ = false;             // until somebody asks
+    bool isLastWriting_ = false;
+    bool lostChanges_ = false; // in the last writing
     std::atomic<bool> isAsked_{false};
     std::atomic<bool> isToLook_{false};
     std::atomic<KernelCaches> cachesAsked_{KernelCaches::drop};

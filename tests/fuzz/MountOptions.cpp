@@ -30,12 +30,22 @@ std::optional<MountOptions> added(const MountOptions& to, std::string_view text)
     }
 }
 
+/// Where the next option ends: at a comma, but for one that a backslash takes with it.
+std::size_t endOfOption(std::string_view text) {
+    std::size_t end = 0;
+    while (end < text.size() && text[end] != ',') {
+        const std::string_view pair = text.substr(end, 2);
+        end += pair == "\\," || pair == "\\\\" ? 2 : 1;
+    }
+    return end;
+}
+
 std::optional<MountOptions> addedOneByOne(std::string_view text) {
     std::optional<MountOptions> options = MountOptions();
     while (options && !text.empty()) {
-        const std::size_t comma = std::min(text.find(','), text.size());
-        options = added(*options, text.substr(0, comma));
-        text.remove_prefix(std::min(comma + 1, text.size()));
+        const std::size_t end = endOfOption(text);
+        options = added(*options, text.substr(0, end));
+        text.remove_prefix(std::min(end + 1, text.size()));
     }
     return options;
 }

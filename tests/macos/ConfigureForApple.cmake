@@ -32,10 +32,14 @@ expect_match("the first macOS with FSKit is aimed at" "-mmacosx-version-min=15\\
 expect_match("the entry point is Foundation's" "-Xlinker -e -Xlinker _NSExtensionMain[^\n]*-framework FSKit")
 expect_match("the extension lies in the application"
              "copy_directory [^ \n]*bin/KemviFSExtension\\.appex [^ \n]*${extension} ")
+expect_match("the command lies in the application"
+             "-E copy [^ \n]*bin/kemvi [^ \n]*bin/Kemvi\\.app/Contents/Helpers/kemvi ")
+expect_match("the command knows the extension's identifier"
+             "KEMVI_EXTENSION_IDENTIFIER=[\\\\\"]+com\\.kemvi\\.fs\\.extension[^\n]* -c [^\n]*/cli/InitAdviceApple\\.cpp")
 expect_match("the profile lies in the extension"
              "kemvi\\.provisionprofile [^ \n]*${extension}/Contents/embedded\\.provisionprofile")
-expect_match("the extension is signed with its entitlements, then the application around it"
-             "--sign Somebody --entitlements [^ \n]*KemviFSExtension\\.entitlements [^ \n]*${extension} && codesign [^&\n]*--sign Somebody [^ \n]*bin/Kemvi\\.app ")
+expect_match("the command is signed, the extension with its entitlements, then the application around them"
+             "--sign Somebody [^ \n]*bin/Kemvi\\.app/Contents/Helpers/kemvi && codesign [^&\n]*--sign Somebody --entitlements [^ \n]*KemviFSExtension\\.entitlements [^ \n]*${extension} && codesign [^&\n]*--sign Somebody [^ \n]*bin/Kemvi\\.app ")
 
 foreach(pair "KemviFSExtension.appex|Extension-Info.plist" "Kemvi.app|App-Info.plist")
   string(REPLACE "|" ";" pair "${pair}")

@@ -13,6 +13,7 @@
 struct fuse_entry_param;
 struct fuse_file_info;
 struct fuse_req;
+struct fuse_session;
 
 namespace fusehost {
 
@@ -26,9 +27,10 @@ struct RequestOutcome {
 struct KernelContext {
     FileTree& tree;
     const MountOptions& options;
-    std::vector<std::byte> buffer; // for reads and listings; reused, since one operation runs at a time
-    RequestOutcome outcome{};      // of the request that is executed
-    Renewal* renewal = nullptr;    // null where nobody looks after the volume
+    std::vector<std::byte> buffer;   // for reads and listings; reused, since one operation runs at a time
+    RequestOutcome outcome{};        // of the request that is executed
+    Renewal* renewal = nullptr;      // null where nobody looks after the volume
+    fuse_session* session = nullptr; // null while there is none
 
     /// Room for `size` bytes, whose contents are of no account. The next call ends it.
     std::span<std::byte> bufferFor(std::size_t size);

@@ -245,13 +245,26 @@ void opCreate(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mo
     });
 }
 
+/// The kernel asks for size and time before it next goes by them. Waits for nothing: pages are left alone, which it
+/// drops itself when it sees that they are of another size or time.
+void haveAskedAnew(const KernelContext& context, fuse_ino_t node) {
+    context.tree.forgetShown();
+    if (context.session != nullptr)
+        fuse_lowlevel_notify_inval_inode(context.session, node, -1, 0);
+}
+
 void opOpen(fuse_req_t request, fuse_ino_t node, fuse_file_info* file) {
     answer(request, [&] {
-        FileTree& tree = treeOf(request);
+        const KernelContext& context = contextOf(request);
+        FileTree& tree = context.tree;
         checkAccess(request, node, accessToOpen(file->flags));
         const OpenFileID opened = tree.open(node, file->flags);
+        if (context.options.closeToOpen)
+            haveAskedAnew(context, node);
         file->fh = numberOf(opened);
         setOpenFlags(*file);
+        // Past the page cache the kernel reads on until a read is empty, whatever size it knows.
+        file->direct_io = tree.isOfUnknownSize(opened);
         if (fuse_reply_open(request, file) != 0)
             release(tree, opened);
     });

@@ -35,10 +35,12 @@ public:
     /// The descriptor of the connection; does not block.
     int descriptor() const;
 
+    /// True once the kernel has the file system mounted nowhere, or has broken the connection off.
+    bool isSevered() const;
+
 private:
     /// The path by which the mount can be taken away; nothing if there is none.
     std::optional<std::string> ownPath() const;
-    bool isSevered() const;
     void dropConnection() noexcept;
 
     fuse_session* session_ = nullptr;

@@ -16,18 +16,14 @@ void Monitor::begin(const Beginning& beginning) noexcept {
     if (const auto waited = beginning.started - beginning.since; waited.count() > 0)
         LatencyHistogram::increase(waited_, static_cast<std::uint64_t>(waited.count()));
     board_.post(beginning.operation, beginning.path, beginning.thread, beginning.user, beginning.since);
-    // Whoever rests has either seen what is under way or is seen to rest.
-    std::atomic_thread_fence(std::memory_order_seq_cst);
-    if (resting_.load(std::memory_order_relaxed)) {
-        resting_.store(false, std::memory_order_relaxed);
+    // Of this exchange and that of whoever rests one comes first: it sees what is under way, or is seen to rest.
+    if (resting_.exchange(false, std::memory_order_acq_rel))
         workBegan_.signal();
-    }
 }
 
 void Monitor::rest() noexcept {
     workBegan_.clear();
-    resting_.store(true, std::memory_order_relaxed);
-    std::atomic_thread_fence(std::memory_order_seq_cst);
+    resting_.exchange(true, std::memory_order_acq_rel);
 }
 
 void Monitor::end(Clock::time_point now, const Outcome& outcome) noexcept {

@@ -1,7 +1,7 @@
 #include "hosts/fuse/monitor/UnderWay.h"
 
+#include <algorithm>
 #include <cstring>
-#include <thread>
 
 namespace fusehost {
 namespace {
@@ -16,24 +16,23 @@ using SteadyClock = std::chrono::steady_clock;
 
 void UnderWayBoard::post(KernelOperation operation, std::string_view path, std::uint32_t thread, std::uint32_t user,
                          SteadyClock::time_point since) noexcept {
-    const Word version = version_.load(std::memory_order_relaxed);
-    version_.store(version + 1, std::memory_order_relaxed);
     const bool isCut = path.size() > RequestUnderWay::longestPath;
     if (isCut)
         path.remove_prefix(path.size() - RequestUnderWay::longestPath);
-    for (std::size_t at = 0; at < path.size(); at += sizeof(Word)) {
-        Word word = 0;
-        std::memcpy(&word, path.data() + at, std::min(sizeof word, path.size() - at));
-        if (at == 0 && isCut)
-            std::memcpy(&word, cut.data(), cut.size());
-        path_[at / sizeof(Word)].store(word, publish);
-    }
-    what_.store(Word{path.size()} << 8 | static_cast<Word>(operation), publish);
-    who_.store(Word{user} << 32 | thread, publish);
-    since_.store(since.time_since_epoch().count(), publish);
-    number_.store(number_.load(std::memory_order_relaxed) + 1, publish);
-    isUnderWay_.store(true, publish);
-    version_.store(version + 2, publish);
+    version_.write([&] {
+        for (std::size_t at = 0; at < path.size(); at += sizeof(Word)) {
+            Word word = 0;
+            std::memcpy(&word, path.data() + at, std::min(sizeof word, path.size() - at));
+            if (at == 0 && isCut)
+                std::memcpy(&word, cut.data(), cut.size());
+            path_[at / sizeof(Word)].store(word, publish);
+        }
+        what_.store(Word{path.size()} << 8 | static_cast<Word>(operation), publish);
+        who_.store(Word{user} << 32 | thread, publish);
+        since_.store(since.time_since_epoch().count(), publish);
+        number_.store(number_.load(std::memory_order_relaxed) + 1, publish);
+        isUnderWay_.store(true, publish);
+    });
 }
 
 void UnderWayBoard::clear() noexcept {
@@ -42,19 +41,14 @@ void UnderWayBoard::clear() noexcept {
 
 std::optional<RequestUnderWay> UnderWayBoard::read() const {
     std::optional<RequestUnderWay> found;
-    // Writing takes far less than a microsecond, but a thread may be taken off its processor in the midst of it.
-    while (!tryRead(found))
-        std::this_thread::yield();
+    version_.read([&] { readOnce(found); });
     return found;
 }
 
-bool UnderWayBoard::tryRead(std::optional<RequestUnderWay>& found) const {
+void UnderWayBoard::readOnce(std::optional<RequestUnderWay>& found) const {
     found.reset();
-    const Word version = version_.load(see);
-    if (version % 2 != 0)
-        return false;
     if (!isUnderWay_.load(see))
-        return true;
+        return;
     RequestUnderWay& seen = found.emplace();
     const Word what = what_.load(see);
     const Word who = who_.load(see);
@@ -68,7 +62,6 @@ bool UnderWayBoard::tryRead(std::optional<RequestUnderWay>& found) const {
         const Word word = path_[at / sizeof(Word)].load(see);
         std::memcpy(seen.path.data() + at, &word, std::min(sizeof word, seen.path.size() - at));
     }
-    return version_.load(std::memory_order_relaxed) == version;
 }
 
 } // namespace fusehost

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "hosts/fuse/monitor/KernelOperation.h"
+#include "hosts/fuse/monitor/Version.h"
 
 #include <array>
 #include <atomic>
@@ -42,11 +43,9 @@ private:
     using Word = std::uint64_t;
     static constexpr std::size_t pathWords = RequestUnderWay::longestPath / sizeof(Word);
 
-    bool tryRead(std::optional<RequestUnderWay>& found) const;
+    void readOnce(std::optional<RequestUnderWay>& found) const;
 
-    // Odd while the rest is being written. A reader that sees something of a later version sees that version, too,
-    // since all that is written after it is released, and acquired by the reader.
-    std::atomic<Word> version_{0};
+    Version version_; // of all that follows, but for the end of what is under way
     std::atomic<bool> isUnderWay_{false};
     std::atomic<Word> number_{0};
     std::atomic<Word> what_{0}; // operation, length of the path

@@ -1,5 +1,7 @@
 #include "hosts/fuse/mounting/MountOptions.h"
 
+#include "hosts/fuse/mounting/OptionList.h"
+
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -158,6 +160,7 @@ const std::map<std::string_view, void (*)(MountOptions&)>& flags() {
         {"allow_other", [](MountOptions& o) { o.allowOther = true; }},
         {"quiet", [](MountOptions& o) { o.quiet = true; }},
         {"writeback", [](MountOptions& o) { o.writeback = true; }},
+        {"close_to_open", [](MountOptions& o) { o.closeToOpen = true; }},
         {"nonempty", [](MountOptions& o) { o.nonEmpty = true; }},
         {"show_private", [](MountOptions& o) { o.showPrivate = true; }},
         {"default_permissions", [](MountOptions& o) { o.defaultPermissions = true; }},
@@ -245,15 +248,8 @@ bool MountOptions::kernelChecksPermissions() const {
 }
 
 void MountOptions::add(std::string_view commaSeparated) {
-    while (!commaSeparated.empty()) {
-        const std::size_t comma = commaSeparated.find(',');
-        const std::string_view option = commaSeparated.substr(0, comma);
-        if (!option.empty())
-            addOne(*this, option);
-        if (comma == std::string_view::npos)
-            return;
-        commaSeparated.remove_prefix(comma + 1);
-    }
+    for (const std::string_view option : optionsIn(commaSeparated))
+        addOne(*this, unescapedOption(option));
 }
 
 } // namespace fusehost

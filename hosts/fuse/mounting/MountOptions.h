@@ -41,6 +41,7 @@ struct MountOptions {
     bool defaultPermissions = false; // the kernel checks permissions in any case
     bool placement = true;           // host and helper may be put on one processor while that is faster
     bool nonEmpty = false;           // the mount point may hold files, which the mount then hides
+    bool closeToOpen = false;        // who opens a file sees its size and time as they are then
     Seconds entryTimeout{1};         // how long a name is trusted
     Seconds attrTimeout{1};          // how long attributes are trusted
     Seconds negativeTimeout{0};      // how long the absence of a name is trusted
@@ -61,10 +62,10 @@ struct MountOptions {
     /// not the volume alone that says what is shown. It asks for a directory's attributes after each change in it then.
     bool kernelChecksPermissions() const;
 
-    /// Adds one `-o` argument: options separated by commas; later ones win. Options that only mount(8) and systemd
-    /// read (defaults, auto, noauto, user, _netdev, x-..., nofail), and those that other FUSE file systems take and
-    /// this one needs not (auto_unmount, big_writes, kernel_cache, max_read=), are accepted and ignored. Looks names of
-    /// users and groups up. Throws MountOptionError.
+    /// Adds one `-o` argument: options separated by commas (see OptionList.h); later ones win. Options that only
+    /// mount(8) and systemd read (defaults, auto, noauto, user, _netdev, x-..., nofail), and those that other FUSE file
+    /// systems take and this one needs not (auto_unmount, big_writes, kernel_cache, max_read=), are accepted and
+    /// ignored. Looks names of users and groups up. Throws MountOptionError.
     void add(std::string_view commaSeparated);
 };
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
 
 namespace fusehost {
 
@@ -14,13 +15,21 @@ Contents::Contents(Nodes& nodes, VolumeHandles& handles, Freshness& freshness, s
 // for reasons of its own. So the rest is asked for until the answer is empty or the end that the kernel knows of is
 // reached.
 std::size_t Contents::read(Node& node, std::int64_t offset, std::span<std::byte> into) {
+    return readUntil(node, node.size, offset, into);
+}
+
+std::size_t Contents::readToEnd(Node& node, std::int64_t offset, std::span<std::byte> into) {
+    return readUntil(node, std::numeric_limits<std::uint64_t>::max(), offset, into);
+}
+
+std::size_t Contents::readUntil(Node& node, std::uint64_t end, std::int64_t offset, std::span<std::byte> into) {
     std::size_t total = 0;
     while (total < into.size()) {
         nodes_.itemOf(node);
         const auto at = offset + static_cast<std::int64_t>(total);
         const std::size_t count = handles_.read(node, at, into.subspan(total));
         total += count;
-        if (count == 0 || static_cast<std::uint64_t>(offset) + total >= node.size)
+        if (count == 0 || static_cast<std::uint64_t>(offset) + total >= end)
             break;
     }
     return total;

@@ -19,6 +19,8 @@ public:
 
     /// Fills `into` up to the end of the file. An error on the way is an error of the whole. Bytes read.
     std::size_t read(Node& node, std::int64_t offset, std::span<std::byte> into);
+    /// The same where no size tells the end.
+    std::size_t readToEnd(Node& node, std::int64_t offset, std::span<std::byte> into);
     /// Writes all of `contents`, which one request can carry.
     void write(Node& node, std::int64_t offset, std::span<const std::byte> contents);
     /// Adds zeros up to `size` bytes, which are more than the file has.
@@ -38,6 +40,8 @@ public:
     std::size_t requestSize() const { return requestSize_; }
 
 private:
+    std::size_t readUntil(Node& node, std::uint64_t end, std::int64_t offset, std::span<std::byte> into);
+
     Nodes& nodes_;
     VolumeHandles& handles_;
     Freshness& freshness_;

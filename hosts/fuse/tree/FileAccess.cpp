@@ -17,7 +17,9 @@ std::size_t FileAccess::read(OpenFileID id, std::int64_t offset, std::span<std::
     std::size_t total = handles_.takeReadAhead(node, offset, into);
     if (total == 0 || (total < into.size() && static_cast<std::uint64_t>(offset) + total < node.size)) {
         try {
-            total += contents_.read(node, offset + static_cast<std::int64_t>(total), into.subspan(total));
+            const auto at = offset + static_cast<std::int64_t>(total);
+            total += file.isOfUnknownSize ? contents_.readToEnd(node, at, into.subspan(total))
+                                          : contents_.read(node, at, into.subspan(total));
         } catch (const KernelError& error) {
             // The handle had to be opened anew and the file is gone: what was there when it was opened is not.
             throw error.number() == ENOENT ? KernelError(ESTALE) : error;

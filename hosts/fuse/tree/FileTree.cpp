@@ -84,6 +84,10 @@ OpenFileID FileTree::open(NodeID node, int flags) {
     return rooms_->opening.open(rooms_->nodes.at(node), flags);
 }
 
+bool FileTree::isOfUnknownSize(OpenFileID file) const {
+    return rooms_->files.at(file).isOfUnknownSize;
+}
+
 std::size_t FileTree::read(OpenFileID file, std::int64_t offset, std::span<std::byte> into) {
     return rooms_->access.read(file, offset, into);
 }
@@ -172,6 +176,10 @@ void FileTree::rename(NodeID directory, const std::string& name, NodeID newDirec
                       unsigned flags) {
     rooms_->renaming.rename(rooms_->nodes.directoryAt(directory), name, rooms_->nodes.directoryAt(newDirectory),
                             newName, flags);
+}
+
+void FileTree::forgetShown() {
+    rooms_->freshness.forgetShown();
 }
 
 ToForget FileTree::noteOutsideChanges(const std::vector<std::string>& paths) {

@@ -80,11 +80,15 @@ public:
     /// The kernel gives back references, or never got an entry that was handed out.
     void forget(NodeID node, std::uint64_t lookups);
     struct stat getAttributes(NodeID node);
+    /// What was shown of any node a moment ago answers no more questions.
+    void forgetShown();
     struct stat setAttributes(NodeID node, const AttributeChange& change);
     std::string readSymbolicLink(NodeID node);
 
     // Open files (Opening, OpenFiles, FileAccess, Durability)
     OpenFileID open(NodeID node, int flags);
+    /// Whether there is to be read from it until a read is empty, whatever size is shown.
+    bool isOfUnknownSize(OpenFileID file) const;
     std::size_t read(OpenFileID file, std::int64_t offset, std::span<std::byte> into);
     /// In as many requests as it takes. Fewer bytes than given if a later request fails.
     std::size_t write(OpenFileID file, std::int64_t offset, std::span<const std::byte> contents);

@@ -75,8 +75,9 @@ struct Node {
     std::uint32_t unflushedWriters = 0; // writers that have not flushed since they last wrote or were opened
     DeferredError deferredError;        // to be reported by the next fsync, or flush of a writer
     Safety safety = Safety::unknown;
-    bool isWriteProtected = false; // by a change of its mode: a handle that is given back may not be had again
-    std::uint16_t shownMode = 0;   // type and permissions, as the kernel was last shown them; 0: not yet
+    bool isWriteProtected : 1 = false; // by a change of its mode: a handle that is given back may not be had again
+    bool isItemMade : 1 = false;       // of its name and what a listing said of it, not told by the volume
+    std::uint16_t shownMode = 0;       // type and permissions, as the kernel was last shown them; 0: not yet
     std::uint32_t shownOwner = 0;
 
     bool isDirectory() const { return type == fskit::FSItemType::directory; }

@@ -38,7 +38,7 @@ void Nodes::checkName(const std::string& name) const {
 
 const FSItemPtr& Nodes::itemOf(Node& node) {
     if (!node.item)
-        node.item = makeItem(node);
+        makeItem(node);
     if (!node.item)
         lookUpAgain(node);
     return node.item;
@@ -48,14 +48,22 @@ const FSItemPtr& Nodes::itemOf(Node& node) {
 // the kernel knows the node, so it is as good as one looked up within the timeouts, and what has gone since shows in
 // the operation that needs the item. That is for files known by the path of their folder and name alone. Any other path
 // is the volume's to tell: what lies at the path made of the name may be another file.
-FSItemPtr Nodes::makeItem(Node& node) {
+void Nodes::makeItem(Node& node) {
     if (node.parent == nullptr || !node.hasPlainPath)
-        return nullptr;
-    return itemOf(*node.parent)->member(node.name, node.type, node.size);
+        return;
+    node.item = itemOf(*node.parent)->member(node.name, node.type, node.size);
+    node.isItemMade = true;
+}
+
+const FSItemPtr& Nodes::toldItemOf(Node& node) {
+    if (!node.item || node.isItemMade)
+        lookUpAgain(node);
+    return node.item;
 }
 
 void Nodes::setItem(Node& node, const FoundItem& found) {
     node.item = found.item;
+    node.isItemMade = false;
     const FSItemPtr& folder = node.parent->item;
     node.hasPlainPath = folder && folder->hasMember(node.name, found.attributes.fileID());
 }
@@ -87,6 +95,7 @@ FoundItem Nodes::lookUpAgain(Node& node) {
 FSItemPtr Nodes::makeAnew(Node& node) {
     FoundItem made = volume_.create(itemOf(*node.parent), node.name, FSItemType::file);
     node.item = std::move(made.item);
+    node.isItemMade = false;
     return node.item;
 }
 
@@ -111,7 +120,7 @@ bool Nodes::isTaken(Node& directory, const std::string& name) {
 Nodes::Resolved Nodes::resolve(Node& directory, const std::string& name) {
     if (Node* node = child(directory, name)) {
         if (!node->item)
-            node->item = makeItem(*node);
+            makeItem(*node);
         if (node->item)
             return {node, node->item, node->isDirectory()};
     }

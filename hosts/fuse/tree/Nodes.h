@@ -43,6 +43,8 @@ public:
     /// The node's item, made or looked up if the node has none. ESTALE if the node has lost its name or its file, which
     /// may end the node.
     const fskit::FSItemPtr& itemOf(Node& node);
+    /// The same, but one that the volume has told and that was not made of a listing.
+    const fskit::FSItemPtr& toldItemOf(Node& node);
     /// What the volume says of the node's item now.
     fskit::FSItemAttributes attributesOf(Node& node);
     /// What has the node's name now becomes its item. ESTALE if that is nothing, or of another type; which may end the
@@ -93,7 +95,7 @@ public:
     bool hasForgottenDue() const { return table_.hasForgottenDue(); }
 
 private:
-    fskit::FSItemPtr makeItem(Node& node);
+    void makeItem(Node& node);
     void setItem(Node& node, const FoundItem& found);
 
     VolumeCalls& volume_;

@@ -19,8 +19,9 @@ struct OpenFile {
     NodeID node = 0;
     bool reads = false;
     bool writes = false;
-    bool hasFlushed = false;   // and not written since
-    std::int64_t readEnd = -1; // where the last read ended
+    bool isOfUnknownSize = false; // what there is to read ends where a read is empty, and nowhere else
+    bool hasFlushed = false;      // and not written since
+    std::int64_t readEnd = -1;    // where the last read ended
 };
 
 /// The files that the kernel has open, and what their ends bring with them. The counts of openers at a node (`readers`,

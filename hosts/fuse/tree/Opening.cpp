@@ -27,6 +27,10 @@ OpenFileID Opening::open(Node& node, int flags) {
         handles_.closeForMove(node);
     if ((flags & O_TRUNC) != 0)
         resizing_.changeSize(node, 0);
+    const bool isOfUnknownSize = (flags & O_TRUNC) == 0 && hasUnknownSize(node);
+    // The kernel would append at the size that it was told.
+    if (isOfUnknownSize && (flags & O_APPEND) != 0)
+        throw KernelError(EOPNOTSUPP);
     const FSVolumeOpenModes modes = files_.modesFor(flags);
     try {
         openInVolume(node, modes);
@@ -39,7 +43,14 @@ OpenFileID Opening::open(Node& node, int flags) {
         nodes_.lookUpAgain(node);
         openInVolume(node, modes);
     }
-    return files_.add(node, flags);
+    const OpenFileID opened = files_.add(node, flags);
+    files_.at(opened).isOfUnknownSize = isOfUnknownSize;
+    return opened;
+}
+
+// Its records show an empty file.
+bool Opening::hasUnknownSize(Node& node) {
+    return node.size == 0 && node.hasName() && !nodes_.toldItemOf(node)->isSizeKnown();
 }
 
 void Opening::openInVolume(Node& node, FSVolumeOpenModes modes) {

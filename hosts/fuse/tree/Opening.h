@@ -11,7 +11,7 @@ public:
     Opening(Nodes& nodes, VolumeHandles& handles, Resizing& resizing, OpenFiles& files);
 
     /// As open(2) with these flags; empties the file with O_TRUNC. EISDIR for a directory. ESTALE if the file is gone,
-    /// which may end the node.
+    /// which may end the node. EOPNOTSUPP for O_APPEND to a file whose size is not known.
     OpenFileID open(Node& node, int flags);
 
     /// Takes a file that was just made for open. The volume opens its handles when they are first used: a file that is
@@ -22,6 +22,7 @@ public:
     void undo(OpenFileID id) { files_.release(id); }
 
 private:
+    bool hasUnknownSize(Node& node);
     void openInVolume(Node& node, fskit::FSVolumeOpenModes modes);
 
     Nodes& nodes_;

@@ -34,6 +34,8 @@ FSItemAttributes Resizing::resize(Node& node, std::uint64_t size) {
     // fresh handles: one that others hold may belong to a file that was replaced there.
     handles_.closeForMove(node);
     const FoundItem found = nodes_.lookUpAgain(node);
+    if (!found.item->isSizeKnown())
+        throw KernelError(EOPNOTSUPP); // what is to be kept of it cannot be told
     node.size = found.attributes.size();
     if (size == node.size)
         return found.attributes;

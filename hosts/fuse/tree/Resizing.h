@@ -13,8 +13,9 @@ class Resizing {
 public:
     Resizing(Nodes& nodes, VolumeHandles& handles, Attributes& attributes, Contents& contents, Shrinking& shrinking);
 
-    /// EISDIR for a directory, EFBIG for more bytes than a file can have. What the kernel is shown of the node after
-    /// the change. What is open may have to be opened again when next used; what no opener needs is closed.
+    /// EISDIR for a directory, EFBIG for more bytes than a file can have, EOPNOTSUPP where the size is not known,
+    /// unless the file is emptied. What the kernel is shown of the node after the change. What is open may have to be
+    /// opened again when next used; what no opener needs is closed.
     struct stat changeSize(Node& node, std::uint64_t size);
 
 private:

@@ -1,6 +1,6 @@
 #pragma once
 
-// Made by foldings.mjs.
+// Made by foldings.mjs with Unicode 17.0.
 // clang-format off
 
 namespace local {

@@ -1,15 +1,11 @@
 // Writes AsciiFoldings.h: node foldings.mjs > AsciiFoldings.h
 // What stores that do not tell all spellings apart may take for ASCII text: characters that fold to it, or to nothing.
-
-/** As the guard of the helper for node folds a name. @param {string} name */
-function folded(name) {
-    return name.normalize('NFKC').replace(/\p{Default_Ignorable_Code_Point}/gu, '').toLowerCase();
-}
+import { foldedText } from '../../node/src/filesystems/configurationGuard.mjs';
 
 const runs = [];
 for (let code = 0x80; code <= 0x10ffff; code++) {
     if (code >= 0xd800 && code <= 0xdfff) continue;
-    const text = folded(String.fromCodePoint(code));
+    const text = foldedText(String.fromCodePoint(code));
     if (/[^\0-\x7f]/.test(text)) continue;
     const last = runs.at(-1);
     const follows = last !== undefined && last.last === code - 1;
@@ -21,7 +17,7 @@ for (let code = 0x80; code <= 0x10ffff; code++) {
 
 console.log(`#pragma once
 
-// Made by foldings.mjs.
+// Made by foldings.mjs with Unicode ${process.versions.unicode}.
 // clang-format off
 
 namespace local {

@@ -63,15 +63,6 @@ Time checkedTime(const TextField& field) {
     return Time(std::chrono::milliseconds(static_cast<std::int64_t>(std::floor(date->secondsSince1970 * 1000 + 0.05))));
 }
 
-// What a request is about, for people.
-std::string subjectOf(const Request& request) {
-    if (request.path.isGiven)
-        return request.path.text;
-    if (request.oldPath.isGiven)
-        return request.oldPath.text;
-    return request.handle ? "handle " + std::to_string(*request.handle) : std::string();
-}
-
 } // namespace
 
 // In the order of how often they come.
@@ -116,11 +107,23 @@ void Session::carryOut() {
     (this->*operation->run)();
 }
 
+std::string Session::subject() const {
+    const std::string& op = request_.op.text;
+    if (request_.path.isGiven)
+        return op + " of " + request_.path.text;
+    if (request_.oldPath.isGiven)
+        return op + " of " + request_.oldPath.text + " to " + request_.newPath.text;
+    if (!request_.handle)
+        return op;
+    const auto open = open_.find(*request_.handle);
+    return op + " of " + (open != open_.end() ? open->second.path : "the handle " + std::to_string(*request_.handle));
+}
+
 // Called while an exception is handled.
 void Session::fail() {
     const Failure failure = currentFailure();
     if (failure.code.empty())
-        report_(request_.op.text + " " + subjectOf(request_) + " failed: " + failure.message);
+        report_(subject() + " failed: " + failure.message);
     line_.fail(request_.id.text, failure.code, failure.message);
 }
 
@@ -143,8 +146,8 @@ void Session::answerIncomplete() {
 }
 
 void Session::end() {
-    for (auto& [handle, open] : open_)
-        attempt("release of handle " + std::to_string(handle), [file = open.file.get()] { file->release(); });
+    for (auto& [_, open] : open_)
+        attempt("release of " + open.path, [file = open.file.get()] { file->release(); });
     open_.clear();
     attempt("end", [this] { fileSystem_.end(); });
 }
@@ -186,7 +189,7 @@ void Session::open() {
     if (!file)
         throw std::logic_error("open of the file system gave no file");
     const std::int64_t handle = ++lastHandle_;
-    open_.emplace(handle, OpenFile{std::move(file), flags.read, flags.write});
+    open_.emplace(handle, OpenFile{std::move(file), path, flags.read, flags.write});
     line_.raw(",\"result\":{\"handle\":").number(static_cast<std::uint64_t>(handle)).raw("}");
 }
 
@@ -243,9 +246,10 @@ void Session::flush() {
 }
 
 void Session::release() {
-    const std::unique_ptr<File> file = std::move(openFile().file);
+    OpenFile open = std::move(openFile());
     open_.erase(*request_.handle);
-    file->release();
+    request_.path = {true, std::move(open.path)}; // by which a failure is told; the handle tells nothing of it now
+    open.file->release();
 }
 
 void Session::mkdir() {

@@ -33,6 +33,7 @@ public:
 private:
     struct OpenFile {
         std::unique_ptr<File> file;
+        std::string path; // with which it was opened
         bool reads;
         bool writes;
     };
@@ -46,6 +47,8 @@ private:
 
     void carryOut();
     void fail();
+    /// What the request is about, for people: "read of /a.txt".
+    std::string subject() const;
     void answerMalformed(std::string_view line, const char* problem);
     void answerIncomplete();
     void attempt(const std::string& what, const std::function<void()>& step);

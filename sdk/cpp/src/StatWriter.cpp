@@ -57,7 +57,11 @@ void StatWriter::member(std::string_view name, const Stat& stat) {
 
 void StatWriter::facts(const Stat& stat) {
     line_.raw(stat.isDirectory ? ",\"isDirectory\":true,\"size\":" : ",\"isDirectory\":false,\"size\":");
-    line_.number(stat.size).raw(",\"modifiedAt\":\"").raw(timeText(stat.modifiedAt)).raw("\"}");
+    if (stat.size)
+        line_.number(*stat.size);
+    else
+        line_.raw("-1"); // not known
+    line_.raw(",\"modifiedAt\":\"").raw(timeText(stat.modifiedAt)).raw("\"}");
 }
 
 // Members of a listing mostly share few days, so the calendar is asked rarely.

@@ -29,6 +29,8 @@ file(MAKE_DIRECTORY ${_libraries}/uuid)
 find_path(KEMVI_SIMDJSON_INCLUDE simdjson.h)
 find_path(KEMVI_UUID_INCLUDE uuid/uuid.h)
 file(CREATE_LINK ${KEMVI_SIMDJSON_INCLUDE}/simdjson.h ${_libraries}/simdjson.h SYMBOLIC)
+find_path(KEMVI_CLI11_INCLUDE CLI/CLI.hpp)
+file(CREATE_LINK ${KEMVI_CLI11_INCLUDE}/CLI ${_libraries}/CLI SYMBOLIC)
 file(CREATE_LINK ${KEMVI_UUID_INCLUDE}/uuid/uuid.h ${_libraries}/uuid/uuid.h SYMBOLIC)
 
 get_target_property(_warnings kemvi_warnings INTERFACE_COMPILE_OPTIONS)
@@ -40,6 +42,8 @@ set(KEMVI_TARGET_COMPILE
     -D_XOPEN_SOURCE=700 -D_BSD_SOURCE -D_LIBCPP_PROVIDES_DEFAULT_RUNE_TABLE
     -isystem ${KEMVI_LIBCXX_INCLUDE} -isystem ${_macos}/target/include -isystem ${_libraries}
     -idirafter ${KEMVI_MUSL_INCLUDE} -include not_on_macos.h -I${CMAKE_SOURCE_DIR})
+list(TRANSFORM KEMVI_APPLE_COMMAND_DEFINITIONS PREPEND -D OUTPUT_VARIABLE _command_definitions)
+list(APPEND KEMVI_TARGET_COMPILE ${_command_definitions})
 set(KEMVI_TARGET_OBJCXX
     -fobjc-arc -fblocks ${_defines} -isystem ${_macos}/objc/include -isystem ${KEMVI_OBJC_HEADERS}
     -isystem ${KEMVI_GNUSTEP_INCLUDE} -isystem ${_macos}/standin/include)

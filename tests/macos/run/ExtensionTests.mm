@@ -7,18 +7,22 @@
 #import <Foundation/NSDebug.h>
 #import <GNUstepBase/GNUstep.h>
 
+#include "foundation/Descriptor.h"
 #include "support/RecordingLog.h"
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -397,6 +401,43 @@ TEST_F(Extension, aHelperThatExitsAtOnceIsAProtocolFault) {
     EXPECT_STREQ(error.domain.UTF8String, "KemviFSExtension.AdapterError");
     EXPECT_EQ(error.code, 2);
     EXPECT_EQ(error.userInfo.count, 0U);
+}
+
+// The standard error with which the system starts an extension.
+class NoStandardError {
+public:
+    NoStandardError() {
+        const foundation::Descriptor nowhere(::open("/dev/null", O_RDWR | O_CLOEXEC));
+        ::dup2(nowhere.number(), STDERR_FILENO);
+    }
+
+    ~NoStandardError() { ::dup2(before_.number(), STDERR_FILENO); }
+
+    NoStandardError(const NoStandardError&) = delete;
+    NoStandardError& operator=(const NoStandardError&) = delete;
+
+private:
+    const foundation::Descriptor before_{::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)};
+};
+
+TEST_F(Extension, whatAHelperSaysIsInTheLog) {
+    const NoStandardError nowhere;
+    FileSystem* fileSystem = newFileSystem();
+    folders_.configureScript("console.error('no such album\\nbye'); process.exit(3);");
+    EXPECT_NE(load(fileSystem, resource(folders_.source())).error, nil);
+    const auto said = [&] {
+        std::vector<std::string> lines;
+        for (const auto& line : log_.lines())
+            if (line.category == "Helper")
+                lines.push_back(line.subsystem + ": " + line.text);
+        return lines;
+    };
+    // A thread of the extension's writes them, when it comes to it.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (said().size() < 2 && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_EQ(said(),
+              (std::vector<std::string>{"com.kemvi.fs.extension: no such album", "com.kemvi.fs.extension: bye"}));
 }
 
 TEST_F(Extension, aHelperThatRefusesThePingIsItsError) {

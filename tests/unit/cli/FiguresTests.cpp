@@ -82,6 +82,11 @@ double valueOf(const std::string& page, const std::string& series) {
     return found.empty() ? -1 : std::stod(found);
 }
 
+TEST(PrometheusTexts, areUtf8WhateverTheMountPointIs) {
+    const std::string page = prometheusText({{"/caf\xe9/\"x\\\n/\xc3\xa9", std::nullopt}});
+    EXPECT_THAT(page, HasSubstr("kemvi_up{mountpoint=\"/caf\xef\xbf\xbd/\\\"x\\\\\\n/\xc3\xa9\"} 0\n"));
+}
+
 TEST(PrometheusTexts, tellCountersHistogramsAndGauges) {
     const std::string page = prometheusText({{"/mnt", figures()}, {"/hung", std::nullopt}});
     const std::string labels = R"({source="/src/\"odd\"",mountpoint="/mnt")";

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <ctime>
 #include <functional>
 #include <unistd.h>
 
@@ -153,6 +154,34 @@ TEST(HostRecord, hasNoDeviceBeforeAndAfterTheMount) {
         EXPECT_EQ(found->deviceMinor, std::nullopt);
         EXPECT_EQ(found->mountPoint, "/mnt");
     }
+}
+
+/// Of the clock by which files are dated.
+void waitForTheNextTick() {
+    timespec begin{};
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME_COARSE, &begin);
+    do
+        ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    while (now.tv_sec == begin.tv_sec && now.tv_nsec == begin.tv_nsec);
+}
+
+TEST(HostRecord, leavesADeviceNumberThatWasGivenAwayAgainToTheLastProcessThatNotedIt) {
+    const auto host = [](const char* mountPoint) {
+        return Child([mountPoint] {
+            static HostRecord record(mountPoint);
+            record.setDevice(123456788);
+            ::prctl(PR_SET_NAME, "kemvi-123456788");
+        });
+    };
+    const Child stopped = host("/mnt/gone");
+    waitForTheNextTick();
+    const Child serving = host("/mnt/there");
+    const auto gone = servingProcessOf(stopped.pid());
+    const auto there = servingProcessOf(serving.pid());
+    ASSERT_TRUE(gone && there);
+    EXPECT_EQ(gone->deviceMinor, std::nullopt);
+    EXPECT_EQ(there->deviceMinor, 123456788U);
 }
 
 TEST(HostRecord, isNotSeenInAProcessOfAnotherNameOrWithoutOne) {

@@ -182,6 +182,17 @@ TEST(TraceTexts, tellBothNamesOfARename) {
 
 // Filters
 
+TEST(TraceFilters, passWhatIsRenamedToThePathAsWell) {
+    TracedRequest traced = readOfTodo();
+    traced.event.operation = KernelOperation::rename;
+    traced.event.arguments = {{"flags", 0}, {"to", "/done/todo.txt"}};
+    for (const char* path : {"/notes", "/done", "/done/todo.txt", "/done/*"})
+        EXPECT_TRUE(TraceFilter{.path = path}.passes(traced)) << path;
+    EXPECT_FALSE(TraceFilter{.path = "/don"}.passes(traced));
+    traced.event.arguments = {{"name", "/done/todo.txt"}};
+    EXPECT_FALSE(TraceFilter{.path = "/done"}.passes(traced));
+}
+
 TEST(TraceFilters, passWhatIsAskedFor) {
     const TracedRequest traced = readOfTodo();
     const auto passes = [&](const TraceFilter& filter) { return filter.passes(traced); };

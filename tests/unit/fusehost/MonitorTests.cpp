@@ -3,12 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cmath>
 #include <memory>
 #include <poll.h>
+#include <stop_token>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace fusehosttests {
 namespace {
@@ -21,6 +23,7 @@ using fusehost::Monitor;
 using fusehost::RequestEvent;
 using fusehost::RequestUnderWay;
 using fusehost::UnderWayBoard;
+using fusehost::Version;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
@@ -83,6 +86,36 @@ TEST(LatencyHistograms, tellQuantiles) {
     expectNear(1, 1000);
 }
 
+// Versions
+
+TEST(Versions, haveReadAgainWhatWasWrittenMeanwhile) {
+    Version version;
+    int left = 0;
+    int right = 0;
+    const auto write = [&] { version.write([&] { left = right = right + 1; }); };
+    std::vector<std::pair<int, int>> seen;
+    version.read([&] {
+        const int first = left;
+        if (seen.size() < 2)
+            write();
+        seen.emplace_back(first, right);
+    });
+    EXPECT_THAT(seen, ElementsAre(Pair(0, 1), Pair(1, 2), Pair(2, 2)));
+}
+
+TEST(Versions, areNotReadWhileSomethingIsWritten) {
+    Version version;
+    int reads = 0;
+    const auto tryRead = [&] { return version.tryRead([&] { ++reads; }); };
+    EXPECT_TRUE(tryRead());
+    version.write([&] { EXPECT_FALSE(tryRead()); });
+    EXPECT_EQ(reads, 1);
+    EXPECT_TRUE(tryRead());
+    EXPECT_FALSE(version.tryRead([&] { version.write([] {}); })) << "overtaken";
+    EXPECT_TRUE(tryRead());
+    EXPECT_EQ(reads, 3);
+}
+
 // What is under way
 
 TEST(UnderWayBoards, showWhatWasPostedUntilItIsCleared) {
@@ -116,9 +149,8 @@ TEST(UnderWayBoards, showTheEndOfAPathThatIsTooLong) {
 
 TEST(UnderWayBoards, neverShowHalfOfOneRequestAndHalfOfAnother) {
     UnderWayBoard board;
-    std::atomic<bool> ends = false;
-    std::thread executing([&] {
-        for (std::uint32_t i = 0; !ends; ++i) {
+    const std::jthread executing([&](const std::stop_token& ends) {
+        for (std::uint32_t i = 0; !ends.stop_requested(); ++i) {
             const auto letter = static_cast<char>('a' + i % 26);
             board.post(KernelOperation::open, std::string(1 + 8 * (i % 26), letter), i % 26, i % 26, start);
         }
@@ -134,8 +166,6 @@ TEST(UnderWayBoards, neverShowHalfOfOneRequestAndHalfOfAnother) {
         ASSERT_EQ(shown->path, std::string(1 + 8 * which, static_cast<char>('a' + which)));
         ASSERT_EQ((shown->number - 1) % 26, which);
     }
-    ends = true;
-    executing.join();
 }
 
 // The monitor

@@ -1,4 +1,5 @@
 #include "hosts/fuse/mounting/MountOptions.h"
+#include "hosts/fuse/mounting/OptionList.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -45,6 +46,7 @@ TEST(MountOptions, takesEachFlag) {
     EXPECT_TRUE(parsed("allow_other").allowOther);
     EXPECT_TRUE(parsed("quiet").quiet);
     EXPECT_TRUE(parsed("writeback").writeback);
+    EXPECT_TRUE(parsed("close_to_open").closeToOpen);
     EXPECT_TRUE(parsed("nonempty").nonEmpty);
 }
 
@@ -203,6 +205,27 @@ TEST(MountOptions, explainsWhatCannotBeHad) {
 TEST(MountOptions, emptyTextChangesNothing) {
     EXPECT_EQ(problem(""), "none");
     EXPECT_EQ(problem(",,"), "none");
+}
+
+TEST(MountOptions, partAtCommasWithoutABackslash) {
+    using fusehost::optionsIn;
+    EXPECT_THAT(optionsIn(""), IsEmpty());
+    EXPECT_THAT(optionsIn(",ro,,quiet,"), ElementsAre("ro", "quiet"));
+    EXPECT_THAT(optionsIn(R"(a=b\,c,d\\,e\134,f\)"), ElementsAre(R"(a=b\,c)", R"(d\\)", R"(e\134)", R"(f\)"));
+    EXPECT_THAT(optionsIn(R"(a\x,b\04,c)"), ElementsAre(R"(a\x)", R"(b\04)", "c"));
+}
+
+TEST(MountOptions, standForWhatIsEscapedInThem) {
+    using fusehost::unescapedOption;
+    EXPECT_EQ(unescapedOption(R"(a\,b\\c\040d\377)"), "a,b\\c d\xff");
+    EXPECT_EQ(unescapedOption(R"(\d+\04\400\000\089\)"), R"(\d+\04\400\000\089\)");
+}
+
+TEST(MountOptions, haveValuesWithCommas) {
+    const auto options = parsed(R"(fsname=a\,b,log_file=/l/c\,d\040e,ro)");
+    EXPECT_EQ(options.fsname, "a,b");
+    EXPECT_EQ(options.logFile, "/l/c,d e");
+    EXPECT_TRUE(options.readOnly);
 }
 
 } // namespace

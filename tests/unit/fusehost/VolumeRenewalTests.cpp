@@ -20,7 +20,7 @@ using std::chrono::milliseconds;
 /// Tells what it was told, and decides as the test says.
 class PlayedSupervision final : public fusehost::Supervision {
 public:
-    bool isEnd(const foundation::ErrorOrigin& origin) const noexcept override { return isGone(origin); }
+    bool isEnd(const foundation::ErrorOrigin& origin) noexcept override { return isGone(origin); }
 
     bool hasEnded() const noexcept override { return ended; }
 
@@ -49,6 +49,8 @@ public:
     void renewed() noexcept override { told.emplace_back("renewed"); }
 
     void gaveUp() noexcept override { told.emplace_back("gave up"); }
+
+    void failedAtLast() noexcept override { told.emplace_back("failed at last"); }
 
     std::vector<std::string> told;
     std::deque<milliseconds> pauses;
@@ -87,7 +89,7 @@ protected:
 
     /// From now on requests fail as those of a helper that has died, beginning with the first that starts so.
     void dieAt(const std::string& request) {
-        served.before = [this, request, isDead = false](const std::string& asked) mutable {
+        served.before = [request, isDead = false](const std::string& asked) mutable {
             isDead = isDead || asked.starts_with(request);
             if (isDead)
                 throwGone();
@@ -111,6 +113,7 @@ protected:
 
     PlayedSupervision supervision;
     fusehost::EventDescriptor stopMount;
+    fusehost::EventDescriptor refusal;
     int loads = 0;
     int unloads = 0;
     int drops = 0;
@@ -248,6 +251,21 @@ TEST_F(VolumeRenewals, areGivenUpWhenThereIsToBeNone) {
     EXPECT_THAT(supervision.told, ElementsAre("settle", "pause", "gave up")) << "once";
     renewal().ask(KernelCaches::drop);
     EXPECT_EQ(carryOut([&] { tree().getAttributes(file); }), 0) << "but for somebody who asks";
+    supervision.pauses = {0ms};
+    dieAt("getattr /a");
+    EXPECT_EQ(carryOut([&] { tree().getAttributes(file); }), 0) << "and from then on by themselves";
+}
+
+TEST_F(VolumeRenewals, keepTheKernelsCachesOnlyWhereThatWasAskedFor) {
+    served.put("/a", "0123");
+    const NodeID file = node("/a");
+    renewal().ask(KernelCaches::keep);
+    renewal().renewIfDue();
+    EXPECT_EQ(drops, 0);
+    supervision.pauses = {0ms};
+    dieAt("getattr /a");
+    EXPECT_EQ(carryOut([&] { tree().getAttributes(file); }), 0);
+    EXPECT_EQ(drops, 1) << "the next one has died: who knows what is served now";
 }
 
 TEST_F(VolumeRenewals, endWithTheMount) {
@@ -272,6 +290,90 @@ TEST_F(VolumeRenewals, endWithTheMountAlsoWhileTheyWait) {
     });
     EXPECT_EQ(carryOut([&] { tree().getAttributes(file); }), EIO);
     stopper.join();
+    served.before = {};
+}
+
+/// The mount is told to end while a program has something written that the kernel holds.
+class LastWritings : public VolumeRenewals {
+protected:
+    void SetUp() override {
+        VolumeRenewals::SetUp();
+        file = create("/a");
+        other = create("/b");
+        renewal();
+        stopMount.signal();
+        renewal().beginLastWriting(refusal);
+    }
+
+    void finish() {
+        supervision.told.clear();
+        renewal().endLastWriting();
+        renewal().finish();
+    }
+
+    OpenFileID file{};
+    OpenFileID other{};
+};
+
+TEST_F(LastWritings, goOnWithAnotherVolume) {
+    supervision.pauses = {0ms};
+    dieAt("write /a");
+    EXPECT_EQ(carryOut([&] { write(file, 0, "0123"); }), EIO) << "it may have been done";
+    EXPECT_EQ(carryOut([&] { write(other, 0, "4567"); }), 0);
+    EXPECT_EQ(read(other), "4567");
+    EXPECT_EQ(loads, 1);
+    finish();
+    EXPECT_THAT(supervision.told, ElementsAre("failed at last")) << "what was in the first write";
+}
+
+TEST_F(LastWritings, tellOfNothingWhereNothingWasLost) {
+    supervision.pauses = {0ms};
+    write(file, 0, "0123");
+    std::string bytes;
+    dieAt("read /a");
+    EXPECT_EQ(carryOut([&] { bytes = read(file); }), 0) << "which writing a part of a page may begin with";
+    EXPECT_EQ(bytes, "0123");
+    EXPECT_EQ(loads, 1);
+    finish();
+    EXPECT_THAT(supervision.told, IsEmpty());
+}
+
+TEST_F(LastWritings, haveAVolumeToGiveBackWhatIsOpen) {
+    supervision.pauses = {0ms};
+    dieAt("write /a");
+    EXPECT_EQ(carryOut([&] { write(file, 0, "0123"); }), EIO);
+    finish();
+    EXPECT_THAT(supervision.told, ElementsAre("settle", "pause", "renewed", "failed at last"));
+}
+
+TEST_F(LastWritings, areGivenUpWhenNothingIsToBeAskedAnyMore) {
+    supervision.pauses = {1h};
+    dieAt("write /a");
+    EXPECT_EQ(carryOut([&] { write(file, 0, "0123"); }), EIO);
+    refusal.signal();
+    finish();
+    EXPECT_EQ(loads, 0);
+    EXPECT_THAT(supervision.told, ElementsAre("settle", "failed at last"));
+    served.before = {};
+}
+
+TEST_F(LastWritings, endAMountThatIsToEndWithItsVolume) {
+    options.onDeath = OnDeath::exit;
+    dieAt("write /a");
+    EXPECT_EQ(carryOut([&] { write(file, 0, "0123"); }), EIO);
+    finish();
+    EXPECT_THAT(supervision.told, ElementsAre("settle", "pause", "gave up", "failed at last"));
+    served.before = {};
+}
+
+TEST_F(VolumeRenewals, tellWhereAVolumeEndsAfterTheMount) {
+    const OpenFileID file = create("/a");
+    write(file, 0, "0123");
+    renewal();
+    dieAt("release");
+    release(file);
+    renewal().finish();
+    EXPECT_THAT(supervision.told, ElementsAre("settle", "failed at last"));
     served.before = {};
 }
 

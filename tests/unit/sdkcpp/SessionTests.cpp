@@ -62,7 +62,10 @@ public:
 
     Stat getattr(const std::string& path) override {
         before("getattr " + path);
-        return {.isDirectory = path == "/", .size = path == "/" ? 0 : size, .modifiedAt = modified};
+        const bool isEndless = path == "/endless";
+        return {.isDirectory = path == "/",
+                .size = isEndless ? std::nullopt : std::optional<std::uint64_t>(path == "/" ? 0 : size),
+                .modifiedAt = modified};
     }
 
     void readdir(const std::string&, const Members& add) override {
@@ -80,6 +83,7 @@ public:
 
     void rename(const std::string& oldPath, const std::string& newPath) override {
         notes.push_back("rename " + oldPath + " " + newPath);
+        before("rename " + oldPath);
     }
 
     void chmod(const std::string& path, unsigned mode) override {
@@ -194,6 +198,10 @@ TEST_F(Sessions, openReadWriteAndReleaseByHandles) {
     EXPECT_THAT(ask(R"({"id":"9","op":"write","handle":2,"offset":0,"dataBase64":""})"), HasSubstr("EBADF"));
 }
 
+TEST_F(Sessions, tellASizeThatIsNotKnownByMinusOne) {
+    EXPECT_THAT(ask(R"({"id":"1","op":"getattr","path":"\/endless"})"), HasSubstr(R"("isDirectory":false,"size":-1,)"));
+}
+
 TEST_F(Sessions, readMoreThanFitsAtOncePieceByPiece) {
     book.size = 4'000'000;
     ask(R"({"id":"1","op":"open","path":"\/f","flags":["read"]})");
@@ -267,8 +275,8 @@ TEST_F(Sessions, reportFaultsAndGoOn) {
     ask(R"({"id":"2","op":"getattr","path":"\/spelling"})");
     ask(R"({"id":"3","op":"getattr","path":"\/int"})");
     ask(R"({"id":"4","op":"open","path":"\/nothing","flags":["read"]})");
-    EXPECT_THAT(reports, ElementsAre("getattr /fault failed: beyond", HasSubstr("\"enoent\" is not the name"),
-                                     HasSubstr("no std::exception"), HasSubstr("open /nothing failed: ")));
+    EXPECT_THAT(reports, ElementsAre("getattr of /fault failed: beyond", HasSubstr("\"enoent\" is not the name"),
+                                     HasSubstr("no std::exception"), HasSubstr("open of /nothing failed: ")));
     EXPECT_EQ(ask(R"({"id":"5","op":"ping"})"), R"({"id":"5","ok":true})");
 }
 
@@ -362,8 +370,17 @@ TEST_F(Sessions, releaseWhatIsOpenAtTheEndWhateverFails) {
     session->end();
     EXPECT_THAT(book.notes, testing::UnorderedElementsAre("release /f", "release /g", "gone /f", "gone /g", "end"));
     EXPECT_EQ(book.notes.back(), "end");
-    EXPECT_THAT(reports, testing::UnorderedElementsAre("release of handle 1 failed: stuck",
-                                                       "release of handle 2 failed: stuck"));
+    EXPECT_THAT(reports, testing::UnorderedElementsAre("release of /f failed: stuck", "release of /g failed: stuck"));
+}
+
+TEST_F(Sessions, nameWhatFailedByItsPath) {
+    ask(R"({"id":"1","op":"open","path":"\/f","flags":["read"]})");
+    book.fails = [](const std::string&) { throw std::runtime_error("stuck"); };
+    ask(R"({"id":"2","op":"read","handle":1,"offset":0,"length":3})");
+    ask(R"({"id":"3","op":"rename","oldPath":"\/f","newPath":"\/g"})");
+    ask(R"({"id":"4","op":"release","handle":1})");
+    EXPECT_THAT(reports, ElementsAre("read of /f failed: stuck", "rename of /f to /g failed: stuck",
+                                     "release of /f failed: stuck"));
 }
 
 TEST_F(Sessions, noticeThatNobodyReadsAnyMore) {

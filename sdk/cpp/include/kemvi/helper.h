@@ -5,11 +5,14 @@
 #include <cstdint>
 #include <ctime>
 #include <functional>
+#include <initializer_list>
 #include <memory>
+#include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 /// Write a file system that Kemvi mounts, in C++, without knowing the protocol: derive from FileSystem (or from
 /// WritableFileSystem), and from File for what is open, and call `serve`. Everything is called by one thread, that
@@ -37,7 +40,9 @@ timespec timespecOf(Time time);
 /// What is known of one file or folder.
 struct Stat {
     bool isDirectory = false;
-    std::uint64_t size = 0; ///< bytes; 0 for a folder
+    /// Bytes; 0 for a folder. Nothing if it is not known before the file is read: it shows as empty and is read to its
+    /// end.
+    std::optional<std::uint64_t> size = 0;
     Time modifiedAt = startOfHelper();
 };
 
@@ -149,5 +154,14 @@ public:
 ///
 /// Call it once in a process.
 int serve(FileSystem& fileSystem);
+
+/// Tells the mount that something was made, removed, replaced or written at these paths, or beneath them, otherwise
+/// than through the mount: what it and the kernel remember of them is dropped, within some milliseconds. With that a
+/// mount may remember for long (`-o entry_timeout=3600,attr_timeout=3600`). The paths are those of the served tree, as
+/// `getattr` is given them; they need not exist any more. Returns at once; what it cannot do it says on standard error,
+/// once. Any thread, at any time, also in the functions of the file system; after `serve` it does nothing.
+void changed(std::string_view path) noexcept;
+void changed(std::initializer_list<std::string_view> paths) noexcept;
+void changed(const std::vector<std::string>& paths) noexcept;
 
 } // namespace kemvi

@@ -1,11 +1,11 @@
-#include "cli/LineSplitter.h"
+#include "foundation/LineSplitter.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace {
 
-using cli::LineSplitter;
+using foundation::LineSplitter;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -34,14 +34,22 @@ TEST(LineSplitter, givesTheRestOnce) {
 TEST(LineSplitter, givesALineThatGrowsTooLongInPieces) {
     LineSplitter splitter(4);
     EXPECT_THAT(splitter.take("1234"), IsEmpty());
-    EXPECT_THAT(splitter.take("5"), ElementsAre("12345"));
-    EXPECT_THAT(splitter.take("6\n7"), ElementsAre("6"));
+    EXPECT_THAT(splitter.take("5"), ElementsAre("1234"));
+    EXPECT_THAT(splitter.take("6\n7"), ElementsAre("56"));
     EXPECT_THAT(splitter.take("\n"), ElementsAre("7"));
 }
 
-TEST(LineSplitter, cutsNoLineThatHasItsEnd) {
+TEST(LineSplitter, givesNoMoreThanTheLimitAtOnce) {
     LineSplitter splitter(4);
-    EXPECT_THAT(splitter.take("123456789\n"), ElementsAre("123456789"));
+    EXPECT_THAT(splitter.take("123456789\n1234\n"), ElementsAre("1234", "5678", "9", "1234"));
+    EXPECT_EQ(splitter.rest(), std::nullopt);
+}
+
+TEST(LineSplitter, cutsBetweenCharacters) {
+    LineSplitter splitter(4);
+    EXPECT_THAT(splitter.take("abc\xC3\xA4z\n"), ElementsAre("abc", "\xC3\xA4z"));
+    EXPECT_THAT(splitter.take("a\xF0\x9F\x90\x9F\n"), ElementsAre("a", "\xF0\x9F\x90\x9F"));
+    EXPECT_THAT(splitter.take("\x80\x80\x80\x80\x80\n"), ElementsAre("\x80\x80\x80\x80", "\x80"));
 }
 
 } // namespace

@@ -1,0 +1,33 @@
+# What the command is built from on Linux and macOS alike.
+set(KEMVI_PORTABLE_COMMAND_SOURCES
+    CheckCommand.cpp
+    check/Attention.cpp
+    check/CheckedHelper.cpp
+    check/Conversation.cpp
+    check/HelperWords.cpp
+    check/ReadChecks.cpp
+    check/Report.cpp
+    check/ReportText.cpp
+    check/RequestChecks.cpp
+    check/Requests.cpp
+    check/Scratch.cpp
+    check/ScratchFiles.cpp
+    check/ShownLine.cpp
+    check/TreeChecks.cpp
+    check/WriteChecks.cpp
+    CommandError.cpp
+    CommandLine.cpp
+    HelperCommand.cpp
+    HelperScript.cpp
+    HelperSettings.cpp
+    InitCommand.cpp
+    MountSource.cpp
+    Paths.cpp
+    ProcessStart.cpp
+    ProgramOutput.cpp
+    ReportingErrors.cpp
+    Signals.cpp
+    Spelling.cpp
+    store/StoreAddress.cpp
+    store/StorePackage.cpp)
+list(TRANSFORM KEMVI_PORTABLE_COMMAND_SOURCES PREPEND ${CMAKE_CURRENT_LIST_DIR}/)
