@@ -1,4 +1,4 @@
-// The best loop that can be written by hand, for five operations and nothing else: no checks, no errors, no other
+// The best loop that can be written by hand, for six operations and nothing else: no checks, no errors, no other
 // operations. What the kit's loop is measured against.
 import fs from 'node:fs';
 import { compileLate } from '../../sdk/node/src/compilation.mjs';
@@ -41,17 +41,23 @@ export function runBareLoop(codec) {
         send();
     }
 
+    function statText(path, name) {
+        const stat = fs.lstatSync(root + path);
+        return `{"path":"${path}","name":"${name}","isDirectory":${stat.isDirectory()},"size":${
+            stat.size
+        },"modifiedAt":"${stat.mtime.toISOString()}"}`;
+    }
+
     function answer(start, end) {
         if (end - start > 512) return write(start, end);
         const request = JSON.parse(input.latin1Slice(start, end));
         if (request.op === 'read') return read(request);
         let result = '';
         if (request.op === 'getattr') {
-            const stat = fs.lstatSync(root + request.path);
-            const name = request.path.slice(request.path.lastIndexOf('/') + 1);
-            result = `,"result":{"path":"${request.path}","name":"${name}","isDirectory":${stat.isDirectory()},"size":${
-                stat.size
-            },"modifiedAt":"${stat.mtime.toISOString()}"}`;
+            result = `,"result":${statText(request.path, request.path.slice(request.path.lastIndexOf('/') + 1))}`;
+        } else if (request.op === 'readdir') {
+            const members = fs.readdirSync(root + request.path).map((name) => statText(`${request.path}/${name}`, name));
+            result = `,"result":[${members.join(',')}]`;
         } else if (request.op === 'open') {
             const { O_RDWR, O_CREAT, O_RDONLY } = fs.constants;
             const flags = request.flags.includes('write') ? O_RDWR | O_CREAT : O_RDONLY;

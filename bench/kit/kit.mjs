@@ -8,12 +8,14 @@ compileLate(); // as the helpers that ship do
 const root = process.env.KEMVI_REPO_ROOT;
 const { O_RDWR, O_CREAT, O_RDONLY } = fs.constants;
 
+function lookAt(path) {
+    const stat = fs.lstatSync(root + path);
+    return { isDirectory: stat.isDirectory(), size: stat.size, modifiedAt: stat.mtimeMs };
+}
+
 serve({
-    getattr(path) {
-        const stat = fs.lstatSync(root + path);
-        return { isDirectory: stat.isDirectory(), size: stat.size, modifiedAt: stat.mtimeMs };
-    },
-    readdir: () => [],
+    getattr: lookAt,
+    readdir: (path) => fs.readdirSync(root + path).map((name) => ({ name, ...lookAt(`${path}/${name}`) })),
     open: (path, flags) => fs.openSync(root + path, flags.write ? O_RDWR | O_CREAT : O_RDONLY, 0o666),
     read: (file, offset, length, buffer) => fs.readSync(file, buffer, 0, length, offset),
     write(file, offset, data) {

@@ -2,7 +2,7 @@
 import { becomeProgram, configuredCommand, endWith } from '../src/program.mjs';
 
 try {
-    becomeProgram(configuredCommand(process.env.KEMVI_SOURCE));
+    becomeProgram(configuredCommand(process.env));
 } catch (error) {
     endWith(error.message);
 }

@@ -8,6 +8,8 @@ let isUsed = false;
 let isBlocking = false;
 /** @type {Set<string>} */
 const said = new Set();
+/** @type {Set<(path: string) => void>} */
+const heeders = new Set();
 
 /**
  * Tells the mount that something was made, removed, replaced or written at these paths, or beneath them, otherwise than
@@ -24,6 +26,15 @@ export function changed(paths) {
     } catch (error) {
         sayOnce(`changed: expected a path, or several, not ${describe(paths)} (${error})`);
     }
+}
+
+/**
+ * Has a function called with each path that is told, before the mount is told.
+ * @param {(path: string) => void} take
+ */
+export function heedChanges(take) {
+    heeders.add(take);
+    return { end: () => void heeders.delete(take) };
 }
 
 /** Whether the helper uses `changed`, as far as is known. */
@@ -47,6 +58,7 @@ export function endNotices() {
 /** @param {string} path */
 function tell(path) {
     const problem = problemOf(path);
+    if (problem === undefined) for (const take of heeders) take('/' + path.split('/').filter(Boolean).join('/'));
     if (problem !== undefined) {
         sayOnce(`changed: ${describe(path)} ${problem}`);
     } else if (isBlocking) {

@@ -1,10 +1,13 @@
 // What the author of a file system writes.
+import { unknownFunctions } from './unknownFunctions.mjs';
 
 /**
  * What is known of one file or folder.
  * @typedef {object} Stat
  * @property {boolean} [isDirectory] false when left out
  * @property {number} [size] whole bytes; may be left out for a folder
+ * @property {boolean} [sizeUnknown] true for a file whose size is not known before it is read: it shows as empty and is
+ *     read to its end
  * @property {Date | number} [modifiedAt] a Date, or milliseconds since 1970; the start of the helper when left out
  */
 
@@ -64,22 +67,32 @@ const optional = [
 
 /**
  * @param {any} fileSystem
+ * @param {string} caller for the message
  * @throws {TypeError} naming the function that is missing or no function
  */
-export function checkFileSystem(fileSystem) {
+export function checkFileSystem(fileSystem, caller = 'serve') {
     if (typeof fileSystem !== 'object' || fileSystem === null) {
-        throw new TypeError('serve: the file system must be an object with getattr, readdir and read');
+        throw new TypeError(`${caller}: the file system must be an object with getattr, readdir and read`);
     }
     for (const name of required) {
         if (typeof fileSystem[name] !== 'function') {
-            throw new TypeError(`serve: the file system has no function ${name}`);
+            const hint = misnamed(fileSystem).map((line) => `; ${line}`);
+            throw new TypeError(`${caller}: the file system has no function ${name}${hint.join('')}`);
         }
     }
     for (const name of optional) {
         if (fileSystem[name] !== undefined && typeof fileSystem[name] !== 'function') {
-            throw new TypeError(`serve: ${name} of the file system must be a function`);
+            throw new TypeError(`${caller}: ${name} of the file system must be a function`);
         }
     }
+}
+
+/**
+ * A line for each function that looks like one that is called and is not, such as `unLink`.
+ * @param {any} fileSystem
+ */
+export function misnamed(fileSystem) {
+    return unknownFunctions(fileSystem, [...required, ...optional]);
 }
 
 /**

@@ -1,5 +1,5 @@
 // The fourteen operations: which fields each one needs, what it calls, how its result is written.
-import { PosixError } from './errors.mjs';
+import { cameInstead, PosixError, wrongValue } from './errors.mjs';
 import { quote } from './jsonText.mjs';
 import { parseTime } from './times.mjs';
 import { baseName, EntryTexts, statText } from './statText.mjs';
@@ -67,8 +67,8 @@ function changing(session, name) {
     return fileSystem;
 }
 
-/** Without a function `open` a file is its path, after a look that there is one. */
 /**
+ * Without a function `open` a file is its path, after a look that there is one.
  * @param {Session} session
  * @param {string} path
  */
@@ -112,7 +112,7 @@ export const operations = {
         call: (session, request) => session.fileSystem.readdir(pathField(request.path, 'path')),
         answer(session, request, entries) {
             if (typeof entries?.[Symbol.iterator] !== 'function') {
-                throw new TypeError(`the file system gave no list of members for ${quote(String(request.path))}`);
+                throw noListing(String(request.path), entries);
             }
             session.answerEntries(request, entries, new EntryTexts(/** @type {string} */ (request.path)));
         },
@@ -128,14 +128,14 @@ export const operations = {
         },
         answer(session, request, file) {
             const flags = /** @type {import('./fileSystem.mjs').OpenFlags} */ (request.flags);
-            const handle = session.addHandle(file, flags);
+            const handle = session.addFile(file, flags, /** @type {string} */ (request.path));
             session.answerResult(request, '{"handle":' + handle + '}');
         },
     },
 
     read: {
         call(session, request) {
-            const open = session.openFile(request.handle);
+            const open = session.openFiles.get(request.handle);
             const offset = countField(request.offset, 'offset');
             const length = countField(request.length, 'length');
             if (!open.read) throw new PosixError('EBADF', `handle ${request.handle} is not open for reading`);
@@ -146,7 +146,7 @@ export const operations = {
 
     write: {
         call(session, request) {
-            const open = session.openFile(request.handle);
+            const open = session.openFiles.get(request.handle);
             const offset = countField(request.offset, 'offset');
             if (!open.write) throw new PosixError('EBADF', `handle ${request.handle} is not open for writing`);
             return /** @type {any} */ (session.fileSystem).write(open.file, offset, dataField(request));
@@ -154,11 +154,14 @@ export const operations = {
     },
 
     flush: {
-        call: (session, request) => session.fileSystem.flush?.(session.openFile(request.handle).file),
+        call: (session, request) => session.fileSystem.flush?.(session.openFiles.get(request.handle).file),
     },
 
     release: {
-        call: (session, request) => session.release(request.handle),
+        call(session, request) {
+            request.path = session.openFiles.get(request.handle).path; // by which a failure is told
+            return session.openFiles.release(request.handle);
+        },
     },
 
     mkdir: {
@@ -195,6 +198,17 @@ export const operations = {
         },
     },
 };
+
+/**
+ * @param {string} path
+ * @param {unknown} entries
+ */
+function noListing(path, entries) {
+    const isAsync = typeof (/** @type {any} */ (entries)?.[Symbol.asyncIterator]) === 'function';
+    const hint = isAsync ? '; gather what comes with "for await" in an array' : '';
+    const wanted = `an array of the folder's members, such as [{name: "a.txt", size: 12}]${hint}`;
+    return wrongValue(`listing of ${path} is ${cameInstead(entries, wanted)}`);
+}
 
 /** @param {Request} request */
 function dataField(request) {

@@ -54,19 +54,31 @@ function loadBecome(program, command) {
 }
 
 /**
- * What `helperCommand` of a mount configuration names.
- * @param {string | undefined} source the folder of the configuration
+ * What `helperCommand` of a mount configuration names. A host whose helpers may not read the configuration tells it in
+ * KEMVI_COMMAND, which is not passed on.
+ * @param {NodeJS.ProcessEnv} environment
  * @returns {string[]} program and arguments
  * @throws {Error} telling what is missing
  */
-export function configuredCommand(source) {
+export function configuredCommand(environment) {
+    const { KEMVI_SOURCE: source, KEMVI_COMMAND: told } = environment;
+    delete environment.KEMVI_COMMAND;
+    if (told) return checkedCommand(JSON.parse(told), 'KEMVI_COMMAND');
     if (!source) throw new Error('KEMVI_SOURCE is not set; expected the folder with mount-config.json');
     const file = path.join(source, 'mount-config.json');
-    const command = JSON.parse(String(fs.readFileSync(file)))?.helperCommand;
+    return checkedCommand(JSON.parse(String(fs.readFileSync(file)))?.helperCommand, `${file}: helperCommand`);
+}
+
+/**
+ * @param {unknown} command
+ * @param {string} name
+ * @returns {string[]}
+ */
+function checkedCommand(command, name) {
     const isCommand = Array.isArray(command) && command.length > 0 && command[0] !== '' &&
         command.every((part) => typeof part === 'string' && !part.includes('\0'));
     if (isCommand) return command;
-    throw new Error(`${file}: helperCommand must be an array of strings: the program, then its arguments`);
+    throw new Error(`${name} must be an array of strings: the program, then its arguments`);
 }
 
 /** @param {string} text */

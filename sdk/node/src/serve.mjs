@@ -1,7 +1,7 @@
 // The main loop of a helper.
 import { makeCodec } from './base64/codec.mjs';
 import { endNotices, noteLoop, usesChanged } from './changed.mjs';
-import { asyncFunctions, checkFileSystem } from './fileSystem.mjs';
+import { asyncFunctions, checkFileSystem, misnamed } from './fileSystem.mjs';
 import { runBlocking, runInEventLoop, writerTo } from './loops.mjs';
 import { report } from './report.mjs';
 import { LineBuffer } from './requestLines.mjs';
@@ -32,6 +32,7 @@ if (process.env.KEMVI_DRIVE_ID !== undefined) takeStandardStreams();
  */
 export async function serve(fileSystem, options = {}) {
     checkFileSystem(fileSystem);
+    for (const line of misnamed(fileSystem)) report(`serve: ${line}`);
     const { input, output } = takeStandardStreams();
     const codec = makeCodec();
     const session = new Session(fileSystem, codec, writerTo(output), report);
@@ -53,7 +54,9 @@ export async function serve(fileSystem, options = {}) {
         } else {
             const underWay = runBlocking(input, lines, session);
             if (underWay !== undefined) {
-                say('events loop from here on: a function returned a promise');
+                const reason = 'a function returned a promise, or began something that goes on';
+                if (options.loop === 'blocking') report(`serve: not in the blocking loop from here on: ${reason}`);
+                say(`events loop from here on: ${reason}`);
                 noteLoop('events');
                 await runInEventLoop(input, lines, session, underWay);
             }

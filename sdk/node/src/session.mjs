@@ -1,13 +1,15 @@
 // One run of a helper: its open files, and the answer to each request line.
 import { AnswerLine, failureText } from './answerLine.mjs';
-import { isPosixError, PosixError } from './errors.mjs';
+import { cameInstead, codeProblem, isPosixError, PosixError, thrownText, wrongValue } from './errors.mjs';
+import { FirstCalls } from './firstCalls.mjs';
 import { quote } from './jsonText.mjs';
+import { LateAnswers } from './lateAnswers.mjs';
+import { OpenFiles } from './openFiles.mjs';
 import { operations } from './operations.mjs';
 import { parseRequest } from './requestLines.mjs';
 
 /** @typedef {import('./requestLines.mjs').Request} Request */
 /** @typedef {import('./operations.mjs').Operation} Operation */
-/** @typedef {{file: any, read: boolean, write: boolean}} OpenFile */
 
 // Longer reads are asked of the file system in pieces of this size, so that no length is too long for the memory. A
 // multiple of 3, so that the pieces' base64 texts make one.
@@ -19,15 +21,16 @@ export class Session {
      * @param {import('./base64/codec.mjs').Codec} codec
      * @param {(bytes: Buffer, from: number, to: number) => void} send
      * @param {(text: string) => void} report takes lines for people
+     * @param {number} [lateAfter] milliseconds, after which an answer that is still awaited is told
      */
-    constructor(fileSystem, codec, send, report) {
+    constructor(fileSystem, codec, send, report, lateAfter = 10_000) {
         this.fileSystem = fileSystem;
         this.line_ = new AnswerLine(codec, send);
         this.codec_ = codec;
         this.report_ = report;
-        /** @type {Map<number, OpenFile>} */
-        this.handles_ = new Map();
-        this.lastHandle_ = 0;
+        this.openFiles = new OpenFiles(fileSystem);
+        this.firstCalls_ = new FirstCalls();
+        this.lateAnswers_ = new LateAnswers(lateAfter, report);
         this.scratch_ = codec.allocate(readPiece);
         /** What closes the value that is being written, should the line have to end with an error. */
         this.closing_ = '';
@@ -65,11 +68,13 @@ export class Session {
             if (operation === undefined) {
                 throw new PosixError('EINVAL', `unknown operation ${JSON.stringify(request.op)}`);
             }
+            const isFirst = this.firstCalls_.begin(request.op);
             const result = operation.call(this, request);
             if (result !== undefined && typeof result?.then === 'function') {
-                return this.answerLater_(request, operation, result);
+                return this.answerLater_(request, operation, result, isFirst);
             }
             this.finish_(request, operation, result);
+            if (isFirst) return this.lookAfterFirst_(request);
         } catch (error) {
             this.fail_(request, error);
         }
@@ -80,16 +85,52 @@ export class Session {
      * @param {Request} request
      * @param {Operation} operation
      * @param {PromiseLike<any>} promise
+     * @param {boolean} isFirst of its operation
      */
-    async answerLater_(request, operation, promise) {
+    async answerLater_(request, operation, promise, isFirst) {
         /** @type {Promise<never>} */
         const abandoned = new Promise((resolve, reject) => (this.abandon_ = reject));
+        this.lateAnswers_.await(() => this.subject_(request));
         try {
-            this.finish_(request, operation, await Promise.race([promise, abandoned]));
+            const result = await Promise.race([promise, abandoned]);
+            if (isFirst && this.leavesFileWork_()) {
+                await new Promise((resolve) => setImmediate(resolve)); // what was awaited is still there until then
+                if (this.leavesFileWork_()) this.tellOfForgotten_(request, ['FSReqPromise']);
+            }
+            this.finish_(request, operation, result);
         } catch (error) {
             this.fail_(request, error);
         }
+        this.lateAnswers_.came();
         this.abandon_ = () => {};
+    }
+
+    /**
+     * What a function leaves going on may be what an await was meant for. In the blocking loop it would never end, so a
+     * promise is returned then, for which the loop changes.
+     * @param {Request} request
+     * @returns {Promise<void> | undefined}
+     */
+    lookAfterFirst_(request) {
+        const names = this.firstCalls_.end();
+        if (names.some((name) => name.startsWith('FSReq'))) this.tellOfForgotten_(request, names);
+        return names.length > 0 ? Promise.resolve() : undefined;
+    }
+
+    /** Others may have begun something meanwhile too: only what is most likely of the function counts. */
+    leavesFileWork_() {
+        return this.firstCalls_.end().includes('FSReqPromise');
+    }
+
+    /**
+     * @param {Request} request
+     * @param {string[]} names of what goes on
+     */
+    tellOfForgotten_(request, names) {
+        this.report_(
+            `${this.subject_(request)} was answered while something that it began still goes on (${names.join(', ')}): ` +
+                'is an await or a return missing?',
+        );
     }
 
     /**
@@ -98,7 +139,7 @@ export class Session {
      * @param {unknown} error
      */
     strayFailure(error) {
-        this.report_(`unhandled: ${error instanceof Error ? error.stack : String(error)}`);
+        this.report_(`unhandled: ${thrownText(error)}`);
         this.abandon_(new Error('the file system failed while this request was under way'));
     }
 
@@ -107,7 +148,15 @@ export class Session {
      * as it is for ever. Node would end the process without a word.
      */
     abandonHopeless() {
-        this.abandon_(new Error('its promise was never settled, and nothing is left that could settle it'));
+        this.abandon('its promise was never settled, and nothing is left that could settle it');
+    }
+
+    /**
+     * Makes the answer that is awaited an error.
+     * @param {string} reason
+     */
+    abandon(reason) {
+        this.abandon_(new Error(reason));
     }
 
     /**
@@ -171,7 +220,7 @@ export class Session {
             this.line_.end('","ok":true}');
             return;
         }
-        const count = this.byteCount_(got, /** @type {number} */ (request.length));
+        const count = this.byteCount_(got, /** @type {number} */ (request.length), request);
         this.line_.text('{"id":' + quote(/** @type {string} */ (request.id)) + ',"ok":true,"dataBase64":"');
         this.line_.base64(typeof got === 'number' ? this.scratch_ : got, 0, count);
         this.line_.end('"}');
@@ -190,7 +239,7 @@ export class Session {
             const piece = Math.min(length - done, readPiece);
             const got = yield this.fileSystem.read(file, offset + done, piece, this.scratch_);
             if (this.current_ !== request) return alreadyWritten; // abandoned, and answered, while this was awaited
-            const count = this.byteCount_(got, piece);
+            const count = this.byteCount_(got, piece, request);
             this.line_.base64(typeof got === 'number' ? this.scratch_ : got, 0, count);
             if (count < piece) break;
             done += count;
@@ -201,12 +250,15 @@ export class Session {
     /**
      * @param {any} got
      * @param {number} length
+     * @param {Request} request
      * @returns {number}
      */
-    byteCount_(got, length) {
+    byteCount_(got, length, request) {
         if (got instanceof Uint8Array) return Math.min(got.length, length);
         if (Number.isInteger(got) && got >= 0 && got <= length) return got;
-        throw new TypeError(`read of the file system gave ${String(got)}, expected bytes or a count of 0 to ${length}`);
+        const hint = typeof got?.bytesRead === 'number' ? '; return its bytesRead' : '';
+        const wanted = `bytes, such as Buffer.from("text"), or how many were put in the buffer, 0 to ${length}${hint}`;
+        throw wrongValue(`what ${this.subject_(request)} gave is ${cameInstead(got, wanted)}`);
     }
 
     /**
@@ -225,9 +277,7 @@ export class Session {
      * @param {unknown} error
      */
     fail_(request, error) {
-        const text = isPosixError(error)
-            ? failureText(error.message, error.code, error.name)
-            : this.fault_(request, error);
+        const text = isPosixError(error) ? refusalText(error) : this.fault_(request, error);
         if (this.line_.partlySent) {
             this.line_.end(this.closing_ + ',"ok":false,' + text + '}');
         } else {
@@ -241,11 +291,23 @@ export class Session {
      * @param {unknown} error
      */
     fault_(request, error) {
+        const problem = codeProblem(error);
+        const named = problem === undefined ? '' : problem + ': ';
+        this.report_(`${this.subject_(request)} failed: ${named}${thrownText(error)}`);
         const isError = error instanceof Error;
-        const path = request.path ?? request.oldPath ?? request.handle;
-        this.report_(`${request.op} ${path ?? ''} failed: ${isError ? error.stack : String(error)}`);
-        const message = (isError && error.message) || String(error);
-        return failureText(message, undefined, isError ? error.name : undefined);
+        const message = (isError && error.message && String(error.message)) || thrownText(error);
+        return failureText(message, undefined, isError ? String(error.name) : undefined);
+    }
+
+    /**
+     * What a request was about, for people: "read of /a.txt".
+     * @param {Request} request
+     */
+    subject_(request) {
+        const path = request.path ?? this.openFiles.pathOf(request.handle);
+        if (path !== undefined) return `${request.op} of ${path}`;
+        if (request.oldPath !== undefined) return `${request.op} of ${request.oldPath} to ${request.newPath}`;
+        return request.handle === undefined ? String(request.op) : `${request.op} of the handle ${request.handle}`;
     }
 
     /**
@@ -273,34 +335,20 @@ export class Session {
     /**
      * @param {any} file
      * @param {import('./fileSystem.mjs').OpenFlags} flags with which it was opened
-     * @returns {number} a number that was never used before
+     * @param {string} path with which it was opened
+     * @returns {number} its handle
      */
-    addHandle(file, { read, write }) {
-        this.handles_.set(++this.lastHandle_, { file, read, write });
-        return this.lastHandle_;
-    }
-
-    /** @param {unknown} handle @returns {OpenFile} */
-    openFile(handle) {
-        const open = this.handles_.get(/** @type {number} */ (handle));
-        if (open === undefined) throw new PosixError('EBADF', `handle ${String(handle)} is not open`);
-        return open;
-    }
-
-    /**
-     * Forgets a handle and gives its file back.
-     * @param {unknown} handle
-     */
-    release(handle) {
-        const { file } = this.openFile(handle);
-        this.handles_.delete(/** @type {number} */ (handle));
-        return this.fileSystem.release?.(file);
+    addFile(file, flags, path) {
+        if (file === undefined && this.openFiles.isFresh) {
+            this.report_(`open of ${path} gave nothing, which is what read and the others get: is a return missing?`);
+        }
+        return this.openFiles.add(file, flags, path);
     }
 
     /** Gives back what is still open, then ends the file system. What fails is reported, and the rest goes on. */
     async end() {
-        for (const handle of [...this.handles_.keys()]) {
-            await this.attempt_(`release of handle ${handle}`, () => this.release(handle));
+        for (const handle of this.openFiles.handles()) {
+            await this.attempt_(`release of ${this.openFiles.pathOf(handle)}`, () => this.openFiles.release(handle));
         }
         await this.attempt_('end', () => this.fileSystem.end?.());
     }
@@ -313,12 +361,17 @@ export class Session {
         try {
             await step();
         } catch (error) {
-            this.report_(`${what} failed: ${error instanceof Error ? error.stack : String(error)}`);
+            this.report_(`${what} failed: ${thrownText(error)}`);
         }
     }
 }
 
 const alreadyWritten = Symbol('alreadyWritten');
+
+/** @param {{code: string, message?: unknown, name?: unknown}} error */
+function refusalText({ code, message, name }) {
+    return failureText(message ? String(message) : code, code, typeof name === 'string' ? name : undefined);
+}
 
 /**
  * Runs steps that may each be a promise, without one when none is.

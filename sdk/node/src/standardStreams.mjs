@@ -4,8 +4,11 @@ import fs from 'node:fs';
 
 /** @typedef {{input: number, output: number}} Streams descriptors for requests and answers */
 
-/** @type {Streams | undefined} */
-let taken;
+// One for the process, which may hold the kit more than once: imported, and required where node cannot require what is
+// imported. The second to take the streams would get the harmless ones.
+const takenKey = Symbol.for('kemvi-helper.streams');
+/** @type {Record<symbol, Streams | undefined>} */
+const ofProcess = /** @type {any} */ (globalThis);
 
 /**
  * The descriptors of the requests and the answers. The first call takes them; afterwards what the program writes to
@@ -13,8 +16,7 @@ let taken;
  * @returns {Streams}
  */
 export function takeStandardStreams() {
-    taken ??= { input: exchange(0, '/dev/null', 'r', 'r'), output: takeOutput() };
-    return taken;
+    return (ofProcess[takenKey] ??= { input: exchange(0, '/dev/null', 'r', 'r'), output: takeOutput() });
 }
 
 function takeOutput() {

@@ -1,5 +1,5 @@
 // Drives a helper the way Kemvi does: one request line, one answer line.
-import { spawn } from 'node:child_process';
+import { execFileSync, spawn, spawnSync } from 'node:child_process';
 import fs from 'node:fs';
 import os from 'node:os';
 import path from 'node:path';
@@ -159,4 +159,26 @@ export function serverCommand(name, ...values) {
 export function helperCommand(name) {
     if (name === 'local' && process.env.KEMVI_TEST_LOCAL) return [process.env.KEMVI_TEST_LOCAL];
     return [process.execPath, path.join(packageFolder, 'helpers', name + '.mjs')];
+}
+
+const npmEnvironment = { ...process.env, npm_config_audit: 'false', npm_config_fund: 'false', npm_config_update_notifier: 'false' };
+
+/** Why npm cannot be used, or false. */
+export const npmMissing = spawnSync('npm', ['--version']).status !== 0 && 'npm is not installed';
+
+/** Why nothing can be had from npm's registry, or false. */
+export function registryMissing() {
+    const asked = spawnSync('npm', ['view', 'typescript', 'version', '--fetch-retries=0', '--fetch-timeout=10000'], {
+        env: npmEnvironment,
+    });
+    return asked.status !== 0 && "npm's registry cannot be reached";
+}
+
+/**
+ * @param {string} folder where npm is to work
+ * @param {string[]} values
+ * @returns {string} what it printed
+ */
+export function runNpm(folder, values) {
+    return execFileSync('npm', values, { cwd: folder, encoding: 'utf8', env: npmEnvironment, stdio: ['ignore', 'pipe', 'pipe'] });
 }

@@ -30,6 +30,17 @@ test('the tutorial\'s file system over a ready one works from a folder of its ow
     assert.equal(await helper.end(), 0);
 });
 
+test('the tutorial\'s test passes in a folder of its own', (t) => {
+    const folder = temporaryFolder(t);
+    fs.mkdirSync(path.join(folder, 'node_modules'));
+    fs.symlinkSync(packageFolder, path.join(folder, 'node_modules/kemvi-helper'));
+    const text = blocks.find((block) => block.includes("'kemvi-helper/testing'")) ?? '';
+    fs.writeFileSync(path.join(folder, 'tree.test.mjs'), text);
+    const { NODE_TEST_CONTEXT: _, ...environment } = process.env; // else it would report to this test's runner
+    const command = ['--test', '--test-reporter=tap', 'tree.test.mjs'];
+    assert.match(execFileSync(process.execPath, command, { cwd: folder, env: environment, encoding: 'utf8' }), /^# pass [12]$/m);
+});
+
 /**
  * Everything that a helper shows, each file read whole; listing and getattr must agree.
  * @param {Driver} helper
@@ -77,7 +88,7 @@ test('clock changes with time, and an open file does not', async (t) => {
     assert.equal(await helper.end(), 0);
 });
 
-const zipHelper = [process.execPath, path.join(top, 'examples/python/zip.mjs')];
+const zipHelper = ['python3', path.join(top, 'examples/python/zip_helper.py')];
 
 test('the example in Python serves a zip archive over the bare protocol', async (t) => {
     const archive = path.join(temporaryFolder(t), 'archive.zip');

@@ -41,6 +41,15 @@ test('a program gets the streams, its arguments as they are, and the number of t
     assert.equal(await helper.end(), 0);
 });
 
+test('a host may tell the command, which is not passed on', async (t) => {
+    const told = JSON.stringify(['sh', '-c', 'echo "told ${KEMVI_COMMAND-no command}"']);
+    const helper = launcher(t, ['no such program'], { KEMVI_COMMAND: told });
+    assert.equal(await helper.line(), 'told no command');
+    const wrong = launcher(t, ['sh'], { KEMVI_COMMAND: '["sh", 7]' });
+    assert.equal(await wrong.exit, 1);
+    assert.match(wrong.stderr, /^kemvi-helper: KEMVI_COMMAND must be an array of strings: .*\n$/);
+});
+
 test('a helper becomes the program where node can', async (t) => {
     const script = path.join(temporaryFolder(t), 'execve.cjs');
     fs.writeFileSync(script, standIn);

@@ -97,8 +97,8 @@ for (const kind of ['plain', 'async', 'promising']) {
         assert.equal(await helper.code('getattr', { path: '/text' }), undefined);
         assert.equal(await helper.code('getattr', { path: '/nodeCode' }), undefined);
         await helper.ok('ping');
-        await helper.said(/getattr \/fault failed: TypeError: a mistake of the author\n +at .*oddFileSystem/);
-        await helper.said(/getattr \/text failed: only a text/);
+        await helper.said(/getattr of \/fault failed: TypeError: a mistake of the author\n +at .*oddFileSystem/);
+        await helper.said(/getattr of \/text failed: only a text/);
     });
 
     check('what would silently become 0 or 1970 is an error that names the path', async (helper) => {
@@ -106,7 +106,7 @@ for (const kind of ['plain', 'async', 'promising']) {
         for (const name of paths) {
             const { ok, error } = await helper.request('getattr', { path: '/' + name });
             assert.equal(ok, false, name);
-            assert.match(error.message, new RegExp(`for "/${name}", expected`));
+            assert.match(error.message, new RegExp(`^stat of /${name}.* is .*; it must be .*, such as `));
         }
     });
 
@@ -114,7 +114,7 @@ for (const kind of ['plain', 'async', 'promising']) {
         for (const path of ['/slash', '/dots', '/nameless', '/noList']) {
             const { ok, error } = await helper.request('readdir', { path });
             assert.equal(ok, false, path);
-            assert.match(error.message, /the file system gave/);
+            assert.match(error.message, new RegExp(`^(listing|stat) of ${path}.* is .*; it must be `));
         }
     });
 
@@ -416,7 +416,7 @@ for (const name of ['neverSettles', 'neverSettlesAsync']) {
         helper.child.stdin.end();
         assert.match(JSON.parse(await helper.line()).error.message, /never settled/);
         await helper.exit;
-        assert.match(helper.stderr, /getattr \/never failed: Error: its promise was never settled[^]*exit status 0/);
+        assert.match(helper.stderr, /getattr of \/never failed: Error: its promise was never settled[^]*exit status 0/);
     });
 }
 

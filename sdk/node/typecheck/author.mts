@@ -1,8 +1,9 @@
 // What an author in TypeScript writes, checked against the declarations that ship: never run.
 import {
-    changed, GitFileSystem, LocalFileSystem, MemoryFileSystem, PosixError, serve,
-    type Entry, type FileSystem, type OpenFlags, type ServeOptions, type Stat,
+    cached, changed, GitFileSystem, limited, LocalFileSystem, MemoryFileSystem, PosixError, serve,
+    type AbortableFileSystem, type Entry, type FileSystem, type OpenFlags, type PosixCode, type ServeOptions, type Stat,
 } from '../types/index.mjs';
+import { CheckError, mountless, type CheckResult, type KnownEntry, type Mountless } from '../types/testing/index.mjs';
 
 const stat: Stat = { size: 3, modifiedAt: new Date() };
 const entry: Entry = { name: 'file', ...stat };
@@ -33,8 +34,23 @@ const options: ServeOptions = { loop: 'events', debug: true };
 const ended: Promise<void>[] = [serve(readOnly), serve(full, options), serve(new MemoryFileSystem({ limit: 1 << 20 }))];
 ended.push(serve(new GitFileSystem('/')), serve(new LocalFileSystem('/')));
 
+const driven: Mountless = mountless(readOnly, { limit: 100 });
+const text: Promise<string> = driven.readFile('/a', 'utf8');
+const bytes: Promise<Buffer> = driven.readFile('/a');
+const members: Promise<KnownEntry[]> = driven.list('/');
+const checked: Promise<CheckResult> = driven.check({ write: '/a' }).catch((error: CheckError) => { throw error.errors[0]; });
+const remote: AbortableFileSystem = {
+    getattr: async (path, { signal }) => (signal.aborted ? stat : { size: path.length }),
+    readdir: () => [entry],
+    read: async (file, offset, length, buffer, { signal }) => (signal.aborted ? 0 : length),
+};
+ended.push(serve(cached(limited(remote, { concurrency: 8, timeout: 5000 }), { memory: 1 << 20, ttl: 1000 })));
+
 changed('/a');
 changed(new Set(['/a', '/b']));
+const code: PosixCode = new PosixError('ENOENT').code;
+// @ts-expect-error there is no such error
+const wrongCode = new PosixError('ENOTFOUND', 'no server knows that name');
 // @ts-expect-error a path is a text
 changed(3);
 // @ts-expect-error a size is a number
@@ -43,4 +59,6 @@ const wrongSize: Stat = { size: '3' };
 const incomplete: FileSystem = { readdir: () => [], read: () => 0 };
 // @ts-expect-error there is no such loop
 const wrongOptions: ServeOptions = { loop: 'fast' };
-export { ended, incomplete, wrongOptions, wrongSize };
+// @ts-expect-error a number of milliseconds
+cached(readOnly, { ttl: '10s' });
+export { bytes, checked, code, ended, members, text, incomplete, wrongCode, wrongOptions, wrongSize };

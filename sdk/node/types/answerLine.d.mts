@@ -1,3 +1,4 @@
+/// <reference types="node" />
 /**
  * The `error` member of an answer.
  * @param {string} message

@@ -7,6 +7,13 @@
  * @returns {void}
  */
 export function changed(paths: string | Iterable<string>): void;
+/**
+ * Has a function called with each path that is told, before the mount is told.
+ * @param {(path: string) => void} take
+ */
+export function heedChanges(take: (path: string) => void): {
+    end: () => undefined;
+};
 /** Whether the helper uses `changed`, as far as is known. */
 export function usesChanged(): boolean;
 /**

@@ -1,8 +1,15 @@
+/// <reference types="node" />
 /**
  * @param {any} fileSystem
+ * @param {string} caller for the message
  * @throws {TypeError} naming the function that is missing or no function
  */
-export function checkFileSystem(fileSystem: any): void;
+export function checkFileSystem(fileSystem: any, caller?: string): void;
+/**
+ * A line for each function that looks like one that is called and is not, such as `unLink`.
+ * @param {any} fileSystem
+ */
+export function misnamed(fileSystem: any): string[];
 /**
  * The functions of a file system that are declared async.
  * @param {any} fileSystem
@@ -21,6 +28,11 @@ export type Stat = {
      * whole bytes; may be left out for a folder
      */
     size?: number | undefined;
+    /**
+     * true for a file whose size is not known before it is read: it shows as empty and is
+     * read to its end
+     */
+    sizeUnknown?: boolean | undefined;
     /**
      * a Date, or milliseconds since 1970; the start of the helper when left out
      */

@@ -1,5 +1,7 @@
 export { serve } from "./serve.mjs";
 export { changed } from "./changed.mjs";
+export { cached } from "./cached.mjs";
+export { limited } from "./limited.mjs";
 export { PosixError } from "./errors.mjs";
 export { LocalFileSystem } from "./filesystems/local.mjs";
 export { MemoryFileSystem } from "./filesystems/memory.mjs";
@@ -8,4 +10,8 @@ export type Stat = import('./fileSystem.mjs').Stat;
 export type Entry = import('./fileSystem.mjs').Entry;
 export type OpenFlags = import('./fileSystem.mjs').OpenFlags;
 export type FileSystem<File = any> = import('./fileSystem.mjs').FileSystem<File>;
+export type CacheOptions = import('./cached.mjs').CacheOptions;
+export type LimitOptions = import('./limited.mjs').LimitOptions;
+export type AbortableFileSystem = import('./limited.mjs').AbortableFileSystem;
 export type ServeOptions = import('./serve.mjs').ServeOptions;
+export type PosixCode = import('./errors.mjs').PosixCode;

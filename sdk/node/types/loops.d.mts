@@ -1,3 +1,4 @@
+/// <reference types="node" />
 /** @typedef {import('./requestLines.mjs').LineBuffer} LineBuffer */
 /** @typedef {import('./session.mjs').Session} Session */
 /**

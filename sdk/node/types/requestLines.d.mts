@@ -1,3 +1,4 @@
+/// <reference types="node" />
 /**
  * @param {Buffer} bytes
  * @param {number} from

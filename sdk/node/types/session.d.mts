@@ -1,18 +1,20 @@
+/// <reference types="node" />
 export class Session {
     /**
      * @param {import('./fileSystem.mjs').FileSystem} fileSystem
      * @param {import('./base64/codec.mjs').Codec} codec
      * @param {(bytes: Buffer, from: number, to: number) => void} send
      * @param {(text: string) => void} report takes lines for people
+     * @param {number} [lateAfter] milliseconds, after which an answer that is still awaited is told
      */
-    constructor(fileSystem: import('./fileSystem.mjs').FileSystem, codec: import('./base64/codec.mjs').Codec, send: (bytes: Buffer, from: number, to: number) => void, report: (text: string) => void);
+    constructor(fileSystem: import('./fileSystem.mjs').FileSystem, codec: import('./base64/codec.mjs').Codec, send: (bytes: Buffer, from: number, to: number) => void, report: (text: string) => void, lateAfter?: number | undefined);
     fileSystem: import("./fileSystem.mjs").FileSystem<any>;
     line_: AnswerLine;
     codec_: import("./base64/codec.mjs").Codec;
     report_: (text: string) => void;
-    /** @type {Map<number, OpenFile>} */
-    handles_: Map<number, OpenFile>;
-    lastHandle_: number;
+    openFiles: OpenFiles;
+    firstCalls_: FirstCalls;
+    lateAnswers_: LateAnswers;
     scratch_: Buffer;
     /** What closes the value that is being written, should the line have to end with an error. */
     closing_: string;
@@ -35,8 +37,23 @@ export class Session {
      * @param {Request} request
      * @param {Operation} operation
      * @param {PromiseLike<any>} promise
+     * @param {boolean} isFirst of its operation
      */
-    answerLater_(request: Request, operation: Operation, promise: PromiseLike<any>): Promise<void>;
+    answerLater_(request: Request, operation: Operation, promise: PromiseLike<any>, isFirst: boolean): Promise<void>;
+    /**
+     * What a function leaves going on may be what an await was meant for. In the blocking loop it would never end, so a
+     * promise is returned then, for which the loop changes.
+     * @param {Request} request
+     * @returns {Promise<void> | undefined}
+     */
+    lookAfterFirst_(request: Request): Promise<void> | undefined;
+    /** Others may have begun something meanwhile too: only what is most likely of the function counts. */
+    leavesFileWork_(): boolean;
+    /**
+     * @param {Request} request
+     * @param {string[]} names of what goes on
+     */
+    tellOfForgotten_(request: Request, names: string[]): void;
     /**
      * Something failed where nobody waits for it: in a timer, an event, a promise left alone. If an answer is awaited,
      * it may never come now, so it becomes an error; a mount would wait for ever.
@@ -48,6 +65,11 @@ export class Session {
      * as it is for ever. Node would end the process without a word.
      */
     abandonHopeless(): void;
+    /**
+     * Makes the answer that is awaited an error.
+     * @param {string} reason
+     */
+    abandon(reason: string): void;
     /**
      * @param {Request} request
      * @param {Operation} operation
@@ -91,9 +113,10 @@ export class Session {
     /**
      * @param {any} got
      * @param {number} length
+     * @param {Request} request
      * @returns {number}
      */
-    byteCount_(got: any, length: number): number;
+    byteCount_(got: any, length: number, request: Request): number;
     /**
      * Begins an answer that may have to end with an error after all: "ok" comes last.
      * @param {Request} request
@@ -112,6 +135,11 @@ export class Session {
      */
     fault_(request: Request, error: unknown): string;
     /**
+     * What a request was about, for people: "read of /a.txt".
+     * @param {Request} request
+     */
+    subject_(request: Request): string;
+    /**
      * A line that is no JSON object: its sender waits all the same, so it is answered when it shows an id.
      * @param {string} head
      * @param {unknown} error
@@ -122,16 +150,10 @@ export class Session {
     /**
      * @param {any} file
      * @param {import('./fileSystem.mjs').OpenFlags} flags with which it was opened
-     * @returns {number} a number that was never used before
+     * @param {string} path with which it was opened
+     * @returns {number} its handle
      */
-    addHandle(file: any, { read, write }: import('./fileSystem.mjs').OpenFlags): number;
-    /** @param {unknown} handle @returns {OpenFile} */
-    openFile(handle: unknown): OpenFile;
-    /**
-     * Forgets a handle and gives its file back.
-     * @param {unknown} handle
-     */
-    release(handle: unknown): import("./fileSystem.mjs").MaybeAsync<void> | undefined;
+    addFile(file: any, flags: import('./fileSystem.mjs').OpenFlags, path: string): number;
     /** Gives back what is still open, then ends the file system. What fails is reported, and the rest goes on. */
     end(): Promise<void>;
     /**
@@ -142,9 +164,7 @@ export class Session {
 }
 export type Request = import('./requestLines.mjs').Request;
 export type Operation = import('./operations.mjs').Operation;
-export type OpenFile = {
-    file: any;
-    read: boolean;
-    write: boolean;
-};
 import { AnswerLine } from "./answerLine.mjs";
+import { OpenFiles } from "./openFiles.mjs";
+import { FirstCalls } from "./firstCalls.mjs";
+import { LateAnswers } from "./lateAnswers.mjs";

@@ -15,13 +15,15 @@ export function baseName(path: string): string;
 export class EntryTexts {
     /** @param {string} folder */
     constructor(folder: string);
+    folder_: string;
     quotedPrefix_: string;
     /** @param {import('./fileSystem.mjs').Entry} entry */
     text(entry: import('./fileSystem.mjs').Entry): string;
     /**
      * @param {unknown} name
+     * @param {unknown} entry
      * @returns {string} its JSON text without the first quote
      */
-    checkedName_(name: unknown): string;
+    checkedName_(name: unknown, entry: unknown): string;
 }
 export type Stat = import('./fileSystem.mjs').Stat;

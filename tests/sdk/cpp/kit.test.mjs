@@ -18,7 +18,7 @@ test('what is printed goes to standard error, and the input is empty for everybo
         await helper.ok('ping');
         await helper.end();
         assert.equal(helper.stderr.match(/printed\nstreamed\nfrom a child\n/g).length, 2);
-        assert.match(helper.stderr, /kemvi-helper: getattr \/fault failed: something was thrown/);
+        assert.match(helper.stderr, /kemvi-helper: getattr of \/fault failed: something was thrown/);
         assert.match(helper.stderr, /ended\n/);
     }
 });

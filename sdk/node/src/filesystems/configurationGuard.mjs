@@ -172,8 +172,15 @@ function isExact(folder, name) {
  * @param {string} name
  */
 function folded(name) {
-    const visible = name.normalize('NFKC').replace(/\p{Default_Ignorable_Code_Point}/gu, '');
-    return visible.toLowerCase().replace(/[. ]+$/, '');
+    return foldedText(name).replace(/[. ]+$/, '');
+}
+
+/**
+ * The same but for the end. The helper in C++ has a table of what becomes ASCII by it (sdk/cpp/local/foldings.mjs).
+ * @param {string} text
+ */
+export function foldedText(text) {
+    return text.normalize('NFKC').replace(/\p{Default_Ignorable_Code_Point}/gu, '').toLowerCase();
 }
 
 /**

@@ -118,5 +118,5 @@ export function withoutRealPath(error, path) {
     const { code, message } = /** @type {NodeJS.ErrnoException} */ (error);
     if (code === 'ERR_INVALID_ARG_VALUE') return new PosixError('EINVAL', `${JSON.stringify(path)} is not a path`);
     if (code === undefined || error instanceof PosixError) return error;
-    return new PosixError(code, `${message.split(',')[0]}: ${path}`);
+    return new PosixError(/** @type {import('../errors.mjs').PosixCode} */ (code), `${message.split(',')[0]}: ${path}`);
 }

@@ -1,4 +1,5 @@
 // Small servers, chosen by the first argument.
+import fsp from 'node:fs/promises';
 import { serve } from 'kemvi-helper';
 
 const tree = {
@@ -20,6 +21,14 @@ const variants = {
     notAFunction: () => serve({ ...tree, mkdir: 5 }),
     noObject: () => serve(undefined),
     wrongLoop: () => serve(tree, { loop: 'fast' }),
+    misnamed: () => serve({ ...tree, unLink: () => {} }),
+    misnamedRequired: () => serve({ getattr: tree.getattr, read: tree.read, readDir: tree.readdir }),
+    forgetsAwait: () =>
+        serve({
+            ...tree,
+            write: () => {},
+            mkdir: () => void fsp.writeFile(process.argv[3], '').then(() => console.error('made it')),
+        }),
     askedForEvents: () => serve(tree, { loop: 'events', debug: true }),
     timer() {
         setInterval(() => {}, 60_000);

@@ -1,3 +1,4 @@
+/// <reference types="node" />
 /**
  * @typedef {object} Codec
  * @property {(size: number) => Buffer} allocate a buffer from which and to which the codec works without copying

@@ -1,3 +1,4 @@
+/// <reference types="node" />
 /** @typedef {import('./codec.mjs').Codec} Codec */
 /** @implements {Codec} */
 export class PlainCodec implements Codec {

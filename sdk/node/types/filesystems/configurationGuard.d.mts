@@ -1,3 +1,8 @@
+/**
+ * The same but for the end. The helper in C++ has a table of what becomes ASCII by it (sdk/cpp/local/foldings.mjs).
+ * @param {string} text
+ */
+export function foldedText(text: string): string;
 /** @typedef {{ino: number, dev: number}} Identity as node's fs.Stats have it, so rounded where it is large */
 /**
  * What is used of node's fs.BigIntStats.

@@ -1,3 +1,4 @@
+/// <reference types="node" />
 /**
  * A repository, read-only. Every file and folder of a commit has the time of the commit. A symbolic link shows as a
  * file with its target as text, a submodule as an empty folder. `commits` lists the latest thousand and leads to all.

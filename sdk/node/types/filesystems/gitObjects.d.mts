@@ -1,3 +1,4 @@
+/// <reference types="node" />
 /** Reads the objects of one repository. What was read is kept, since an object never changes. */
 export class GitObjects {
     /**

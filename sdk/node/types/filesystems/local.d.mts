@@ -1,3 +1,4 @@
+/// <reference types="node" />
 /** @typedef {import('../fileSystem.mjs').Entry} Entry */
 /** @typedef {import('../fileSystem.mjs').OpenFlags} OpenFlags */
 /** @typedef {{descriptor: number, path: string}} LocalFile */

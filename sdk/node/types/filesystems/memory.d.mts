@@ -1,3 +1,4 @@
+/// <reference types="node" />
 /**
  * Files and folders in memory, up to a limit; beyond it, writing answers ENOSPC. A file that is removed while it is
  * open lives, and counts, until it is released.

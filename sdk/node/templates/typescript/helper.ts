@@ -1,0 +1,5 @@
+// The helper: the program that a mount starts.
+import { serve } from 'kemvi-helper';
+import { fileSystem } from './fileSystem.ts';
+
+serve(fileSystem);

@@ -1,0 +1,17 @@
+export { serve } from "./serve.cjs";
+export { changed } from "./changed.cjs";
+export { cached } from "./cached.cjs";
+export { limited } from "./limited.cjs";
+export { PosixError } from "./errors.cjs";
+export { LocalFileSystem } from "./filesystems/local.cjs";
+export { MemoryFileSystem } from "./filesystems/memory.cjs";
+export { GitFileSystem } from "./filesystems/git.cjs";
+export type Stat = import('./fileSystem.cjs').Stat;
+export type Entry = import('./fileSystem.cjs').Entry;
+export type OpenFlags = import('./fileSystem.cjs').OpenFlags;
+export type FileSystem<File = any> = import('./fileSystem.cjs').FileSystem<File>;
+export type CacheOptions = import('./cached.cjs').CacheOptions;
+export type LimitOptions = import('./limited.cjs').LimitOptions;
+export type AbortableFileSystem = import('./limited.cjs').AbortableFileSystem;
+export type ServeOptions = import('./serve.cjs').ServeOptions;
+export type PosixCode = import('./errors.cjs').PosixCode;
