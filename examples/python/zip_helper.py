@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Serves the members of a zip archive, read-only, with Python's standard library alone.
 
-The archive is the file named by KEMVI_REPO_ROOT. Kemvi runs helpers with node, so zip.mjs beside this file starts it.
+kemvi init config --command 'python3 zip_helper.py' --repo-root archive.zip
 """
 import base64
 import json
