@@ -4,13 +4,14 @@ import faulthandler
 import os
 import shutil
 import signal
+import subprocess
 import sys
 import tempfile
 from pathlib import Path
 
 import pytest
 
-from harness import system
+from harness import late, system
 from harness.deadline import SLOWNESS, Late, eventually
 from harness.length import IS_SHORT
 
@@ -47,6 +48,20 @@ def pytest_sessionfinish(session, exitstatus):
         session.exitstatus = 77
 
 
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item, call):
+    """What is late is shown with what its processes are at."""
+    report = (yield).get_result()
+    fault = call.excinfo.value if call.excinfo else None
+    if isinstance(fault, (Late, subprocess.TimeoutExpired)) and "workspace" in item.funcargs:
+        signal.setitimer(signal.ITIMER_REAL, 0)  # this test has failed, and looking takes its time
+        for name in ("stdout", "stderr"):
+            if said := getattr(fault, name, None):
+                report.sections.append((f"{name} of what was late", said if isinstance(said, str) else said.decode(errors="replace")))
+        report.sections.append(("what was late", getattr(fault, "seen", None) or late.look(item.funcargs["workspace"])))
+        signal.setitimer(signal.ITIMER_REAL, DEFAULT_LIMIT * SLOWNESS)  # for what ends the test
+
+
 @pytest.fixture
 def limit(request):
     marker = request.node.get_closest_marker("limit")
@@ -56,9 +71,9 @@ def limit(request):
 @pytest.fixture(autouse=True)
 def time_limit(limit):
     """Ends a test that hangs. Runs before every other fixture, so it covers their set-up too."""
-    def late(_number, _frame):
-        raise AssertionError(f"the test took longer than {limit} s")
-    previous = signal.signal(signal.SIGALRM, late)
+    def ring(_number, _frame):
+        raise Late(f"the test took longer than {limit} s")
+    previous = signal.signal(signal.SIGALRM, ring)
     faulthandler.dump_traceback_later(limit + 3, exit=False, file=sys.__stderr__)
     signal.setitimer(signal.ITIMER_REAL, limit)
     yield

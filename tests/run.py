@@ -21,11 +21,11 @@ import sys
 import tempfile
 from pathlib import Path
 
-from harness import system
+from harness import keeping, system
 
 SKIPPED = 77
 HERE = Path(__file__).resolve().parent
-PROGRAMS = ("kemvi-local", "kemvi-become.node")  # built beside the command, installed under libexec
+PROGRAMS = ("kemvi-local", "kemvi-become.node", "kemvi_test_changing")  # built beside the command; installed under libexec
 WATCH = "harness.sanitizer_watch"  # the plugin of pytest that looks at the reports
 SEMANTICS = HERE.parent / "docs" / "semantics.md"
 
@@ -40,7 +40,9 @@ def parse():
     parser.add_argument("--binary", required=True, help="the kemvi command")
     parser.add_argument("--sdk", required=True, help="the folder of the helper kit, with helpers/local.mjs in it")
     parser.add_argument("--user", action="store_true", help="run as an ordinary user")
+    parser.add_argument("--anybody", action="store_true", help="run as whoever calls, where it makes no difference")
     parser.add_argument("--native", action="store_true", help="volumes are served with the shipped helper in C++")
+    parser.add_argument("--python", action="store_true", help="volumes are served with `local` of the kit for Python")
     parser.add_argument("--apart", action="store_true", help="with mounts that are not placed; a short run")
     parser.add_argument("--tests", type=Path, default=HERE, help="where the folders are, if not beside this file")
     parser.add_argument("folders", nargs="+", help="folders or files of tests, such as mount/rename")
@@ -74,10 +76,15 @@ def owned_copy(arguments, user):
             shutil.copy2(built, home / "libexec" / "kemvi" / name)
     shutil.copytree(arguments.sdk, home / "share" / "kemvi", ignore=shutil.ignore_patterns("node_modules"),
                     symlinks=True)
+    copy_folder(arguments.sdk.parent / "python", home / "share" / "python")
+    if any(folder.startswith("store") for folder in arguments.folders):
+        copy_store(arguments.sdk.parent / "store", home / "share" / "kemvi")
     shutil.copy2(SEMANTICS, home / "semantics.md")
-    for folder in ("docs", "completions"):  # which some tests read
+    for folder in ("docs", "completions", "examples"):  # which some tests read
         copy_folder(HERE.parent / folder, home / folder)
+    shutil.copy2(HERE.parent / "README.md", home)
     copy_folder(HERE / "harness", home / "tests" / "harness")
+    copy_folder(HERE / "servers", home / "tests" / "servers")
     shutil.copy2(__file__, home / "tests")  # its own tests run it
     for conftest in arguments.tests.glob("conftest.py"):
         shutil.copy2(conftest, home / "tests")
@@ -88,6 +95,14 @@ def owned_copy(arguments, user):
         for name in folders + files:
             os.chown(os.path.join(folder, name), user.pw_uid, user.pw_gid, follow_symlinks=False)
     return home
+
+
+def copy_store(package, kit):
+    """With its libraries, of which the kit is a link to where the sources have it."""
+    shutil.copytree(package, kit / "store", symlinks=True)
+    if (link := kit / "store" / "node_modules" / "kemvi-helper").is_symlink():
+        link.unlink()
+        link.symlink_to("../..")
 
 
 def copy_folder(folder, where):
@@ -109,12 +124,19 @@ def native_helper(binary):
     return installed if installed.exists() else binary.with_name("kemvi-local")
 
 
-def pytest(binary, sdk, tests, folders, reports, plugins, prefix=(), native=False):
+def served_by(arguments, binary, sdk):
+    """The program that serves the volumes, where that is not the shipped helper for node."""
+    if arguments.native:
+        return native_helper(binary)
+    return sdk.parent / "python" / "helpers" / "local" if arguments.python else None
+
+
+def pytest(binary, sdk, tests, folders, reports, plugins, prefix=(), program=None):
     environment = dict(os.environ, KEMVI_BIN=str(binary), KEMVI_HELPER=str(Path(sdk) / "helpers" / "local.mjs"),
                        KEMVI_SDK=str(sdk), PYTHONDONTWRITEBYTECODE="1", PYTHONPATH=str(plugins), LC_ALL="C.UTF-8",
                        **reports_to(reports))
-    if native:
-        environment["KEMVI_NATIVE_HELPER"] = str(native_helper(binary))
+    if program:
+        environment["KEMVI_NATIVE_HELPER"] = str(program)
     for name in ("GIT_DIR", "GIT_WORK_TREE", "GIT_INDEX_FILE"):
         environment.pop(name, None)
     command = [*prefix, sys.executable, "-m", "pytest", "-p", "no:cacheprovider", "-p", WATCH, "-q", "-ra",
@@ -161,7 +183,7 @@ def with_open_device(home):
         return []
     folder = home / "device"
     folder.mkdir()
-    return ["unshare", "--mount", "--propagation", "private", "sh", "-c", OPEN_DEVICE, "sh", str(folder),
+    return [system.OWN_MOUNT_TABLE, "sh", "-c", OPEN_DEVICE, "sh", str(folder),
             str(os.major(device.st_rdev)), str(os.minor(device.st_rdev))]
 
 
@@ -176,7 +198,7 @@ def run_as_user(arguments):
     command, kit, tests = home / "bin" / "kemvi", home / "share" / "kemvi", home / "tests"
     try:
         return with_reports(lambda reports: pytest(command, kit, tests, arguments.folders, reports, tests, prefix,
-                                                   arguments.native), home, user)
+                                                   served_by(arguments, command, kit)), home, user)
     finally:
         for left in system.clear_away(home):
             print("cleared away:", left)
@@ -191,12 +213,16 @@ def main():
     if arguments.apart:
         os.environ |= {"KEMVI_TEST_PLACEMENT": "off", "KEMVI_TEST_SHORT": "1"}
     check_machine(arguments.user)
+    return keeping.kept(lambda: run(arguments))
+
+
+def run(arguments):
     if arguments.user and os.getuid() == 0:
         return run_as_user(arguments)
-    if not arguments.user and os.getuid() != 0:
+    if not (arguments.user or arguments.anybody) and os.getuid() != 0:
         skip("needs root; the .user entry of this name runs as the ordinary user that you are")
     return with_reports(lambda reports: pytest(arguments.binary, arguments.sdk, arguments.tests, arguments.folders,
-                                               reports, HERE, native=arguments.native))
+                                               reports, HERE, program=served_by(arguments, arguments.binary, arguments.sdk)))
 
 
 if __name__ == "__main__":

@@ -4,11 +4,13 @@ import json
 import os
 import shutil
 import subprocess
+from pathlib import Path
 
 import pytest
 
+from harness import system
 from harness.place import HELPERS, assert_fails
-from harness.program import KEMVI
+from harness.program import KEMVI, SHIPPED_HELPER
 
 KEYS = ["driveId", "kemviHome", "repoRoot", "helperPath"]
 
@@ -152,6 +154,20 @@ def test_further_keys_are_ignored(place):
 
 # The helper
 
+@pytest.mark.parametrize("options, words", [("ro", ["must be an array of strings"]), ([5], ["must be an array of strings"]),
+                                            (["frobnicate"], ['option "frobnicate" is not known']), (["attr_timeout=x"], ["attr_timeout"]),
+                                            (["ro,helper_env=A=1"], ["helper_env=A=1", "helperEnvironment"])])
+def test_mount_options_in_the_configuration_that_are_none(place, options, words):
+    place.configure(mountOptions=options)
+    assert_fails(place.run("mount", place.source, place.point), 3, place.source / "mount-config.json", "mountOptions", *words)
+    assert not place.is_mounted()
+
+
+def test_a_bad_option_is_told_before_the_configuration_is_looked_at(place):
+    place.configure(mountOptions=["frobnicate"])
+    assert_fails(place.run("mount", place.source, place.point, "-o", "other"), 2, "-o other")
+
+
 def test_helper_script_that_does_not_exist(place):
     missing = place.folder / "none.mjs"
     place.configure(missing)
@@ -285,6 +301,15 @@ def test_mount_point_that_would_cover_a_helper_in_the_served_tree(place):
     assert_fails(result, 6, "--repo-root")
 
 
+@pytest.mark.parametrize("what", ["program", "argument"])
+def test_mount_point_that_would_cover_what_a_command_needs(place, what):
+    needed = place.point / "needed"
+    shutil.copy2("/bin/true", needed)
+    command = [str(needed)] if what == "program" else ["/bin/cat", "-n", str(needed)]
+    place.configure(Path(SHIPPED_HELPER).with_name("program.mjs"), helperCommand=command)
+    fails(place, 6, "cover", needed, options=["-o", "nonempty"])
+
+
 def test_mount_point_that_is_the_source_directory(place):
     result = place.run("mount", place.source, place.source, "-o", "nonempty")
     assert_fails(result, 6, "cover", place.source)
@@ -305,7 +330,7 @@ def test_mount_point_that_belongs_to_someone_else(place):
 
 # The machine
 
-IN_PRIVATE_NAMESPACE = ["unshare", "--mount", "--propagation", "private", "sh", "-c"]
+IN_PRIVATE_NAMESPACE = [system.OWN_MOUNT_TABLE, "sh", "-c"]
 
 
 @pytest.mark.root_only

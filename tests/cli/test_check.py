@@ -147,6 +147,11 @@ def test_a_missing_root_is_called_that(place):
     assert [problem for _, problem, _ in findings(report)] == ['the root "/" does not exist']
 
 
+def test_a_size_that_is_not_known_is_no_fault(place):
+    code, report = broken(place, "unknown size")
+    assert (code, findings(report)) == (0, [])
+
+
 def test_a_wrong_size_is_shown(place):
     _, report = broken(place, "fractional size")
     assert "the size is 12.5" in [problem for _, problem, _ in findings(report)]

@@ -79,7 +79,7 @@ def test_values_of_options_are_offered(place, complete):
 def test_mount_options_are_offered(complete):
     offered = complete("mount", "-o", "")
     for option in ("ro", "rw", "allow_other", "fmask=", "dmask=", "uid=", "gid=", "quiet", "nonempty", "entry_timeout=",
-                   "attr_timeout=", "negative_timeout=", "request_size=", "placement=", "writeback", "fsname=",
+                   "attr_timeout=", "negative_timeout=", "request_size=", "placement=", "writeback", "close_to_open", "fsname=",
                    "log_file=", "log_level=", "show_private", "nosuid", "noexec", "dirsync"):
         assert option in offered, option
     assert all(re.fullmatch("[a-z_]+=?", option) for option in offered), offered

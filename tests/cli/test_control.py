@@ -174,6 +174,16 @@ def test_a_dead_helper_is_told_with_how_it_ended(place):
     assert "helper dead: it was killed by signal 9 (Killed)\n" in place.run("status", place.point).stdout
 
 
+def test_a_dead_helper_is_told_before_any_request_meets_its_end(place):
+    place.mount("-o", "on_death=fail")
+    helper = place.helper()
+    os.kill(helper, signal.SIGKILL)
+    eventually(lambda: not system.is_alive(helper), 30, "the end of the helper")
+    told = status(place)
+    assert told["state"] == "helperDead" and told["helper"]["answers"] is False
+    assert told["helper"]["end"] == "was killed by signal 9 (Killed)"
+
+
 def test_a_mount_in_the_making_is_listed(place):
     place.use_helper("hangs.mjs")
     process = place.start("mount", "-f", place.source, place.point)
@@ -358,37 +368,6 @@ def ask_without_reading(peer):
             peer.say('{"op":"status"}')
     except OSError:
         peer.close()
-
-
-def test_a_mount_is_not_held_up_by_many_questions(place, workspace):
-    """Thousands of them while git works on the mount; git and the questions both get all their answers."""
-    if subprocess.run(["git", "--version"], capture_output=True, check=False).returncode != 0:
-        pytest.skip("git is not installed")
-    place.mount()
-    origin = workspace / "origin"
-    git = {"cwd": workspace, "check": True, "capture_output": True, "timeout": 60 * SLOWNESS}
-    subprocess.run(["git", "init", "-q", origin], **git)
-    for number in range(60):
-        (origin / f"{number}.txt").write_text(f"{number}\n" * number)
-    subprocess.run(["git", "-C", origin, "add", "-A"], **git)
-    subprocess.run(["git", "-C", origin, "-c", "user.name=t", "-c", "user.email=t@t", "commit", "-qm", "first"], **git)
-    peer, done, answered = Peer(socket_of(place)), threading.Event(), []
-
-    def ask():
-        while not done.is_set():
-            answered.append(peer.ask(op="status")["ok"])
-
-    asking = threading.Thread(target=ask)
-    asking.start()
-    try:
-        subprocess.run(["git", "clone", "-q", "--no-local", origin, place.point / "clone"], **git)
-    finally:
-        done.set()
-        asking.join(20 * SLOWNESS)
-    peer.close()
-    assert answered and all(answered)
-    for number in range(60):
-        assert (place.point / "clone" / f"{number}.txt").read_text() == f"{number}\n" * number
 
 
 # The end of a mount, asked for over the channel

@@ -103,11 +103,17 @@ def test_a_mount_of_a_mount_ends_without_its_host(place):
     assert place.run("unmount", place.point).returncode == 0
 
 
+# In a mount table of its own, of which this mount alone stays: the tests beside this one have theirs gone when they unmount.
+KEEP = 'mount --bind "$1" "$2" && echo ready; read end'
+
+
 @pytest.mark.root_only
 def test_a_mount_that_another_mount_table_still_has_is_told_and_not_waited_for(place):
     """As of a container that was started meanwhile: the volume lives on for it."""
     place.mount()
-    container = subprocess.Popen(["unshare", "--mount", "--propagation", "private", "sh", "-c", "echo ready; read end"],
+    kept = place.folder / "kept"
+    kept.mkdir()
+    container = subprocess.Popen(["unshare", "--mount", "--propagation", "slave", "sh", "-c", KEEP, "sh", place.point, kept],
                                  stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
     assert container.stdout.readline() == "ready\n"
     host = place.host()
@@ -115,6 +121,38 @@ def test_a_mount_that_another_mount_table_still_has_is_told_and_not_waited_for(p
     assert result.returncode == 0 and f"for process {container.pid} " in result.stderr, result.stderr
     assert system.mounts(place.folder) == [] and system.is_alive(host)
     container.communicate("")
+    eventually(lambda: not system.is_alive(host), 30, "the end of the host")
+
+
+# A mount table of its own and a root of its own: what the table still has lies outside the root, so none shows it.
+UNSEEN = """
+import ctypes, os, sys
+libc = ctypes.CDLL(None, use_errno=True)
+new_namespace, bind, recursive, slave = 0x20000, 0x1000, 0x4000, 1 << 19
+assert libc.unshare(new_namespace) == 0 and libc.mount(None, b"/", None, recursive | slave, None) == 0
+assert libc.mount(os.fsencode(sys.argv[2]), os.fsencode(sys.argv[3]), None, bind, None) == 0
+os.chroot(sys.argv[1])
+os.chdir("/")
+print("ready", flush=True)
+sys.stdin.read()
+"""
+
+
+@pytest.mark.root_only
+def test_a_mount_that_is_kept_where_no_mount_table_shows_it_is_told_and_not_waited_for(place):
+    """As of a system that was booted in a folder meanwhile."""
+    place.mount()
+    root, kept = place.folder / "root", place.folder / "kept"
+    root.mkdir()
+    kept.mkdir()
+    with subprocess.Popen([sys.executable, "-c", UNSEEN, root, place.point, kept], stdin=subprocess.PIPE,
+                          stdout=subprocess.PIPE, text=True) as container:
+        assert container.stdout.readline() == "ready\n"
+        host = place.host()
+        result = place.run("unmount", place.point)
+        assert result.returncode == 0 and "does not show it" in result.stderr and f"kill {host}" in result.stderr
+        assert system.mounts(place.folder) == [] and system.is_alive(host)
+        container.communicate("")
     eventually(lambda: not system.is_alive(host), 30, "the end of the host")
 
 

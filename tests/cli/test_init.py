@@ -138,6 +138,17 @@ def test_a_helper_that_is_a_program(place):
     assert "helper lies inside the served directory" in result.stdout
 
 
+def test_a_directory_to_work_on_that_does_not_exist_is_told(place):
+    missing = place.folder / "tre"
+    result = place.run("init", place.folder / "drive", "--repo-root", "tre")
+    assert result.returncode == 0
+    assert result.stderr.startswith(f"kemvi: --repo-root {missing}: does not exist") and result.stderr.count("\n") == 1
+    assert configuration(place.folder / "drive")["repoRoot"] == str(missing)
+    missing.write_text("what a helper of one's own works on may be a file")
+    result = place.run("init", place.folder / "drive", "--force", "--repo-root", "tre")
+    assert (result.returncode, result.stderr) == (0, "")
+
+
 def test_a_source_that_is_a_file(place):
     (place.folder / "file").write_text("")
     assert_fails(place.run("init", place.folder / "file"), 3, "not a directory")

@@ -1,7 +1,10 @@
 """Called as mount(8) calls the program of a file system type."""
 
+import json
 import os
+import re
 import subprocess
+from pathlib import Path
 
 import pytest
 
@@ -17,6 +20,17 @@ def call(place, *arguments, name="mount.kemvi"):
                           stdin=subprocess.DEVNULL, text=True, capture_output=True, timeout=LIMIT)
 
 
+def test_its_manual_page_has_all_that_it_takes_and_nothing_else(place):
+    page = (Path(__file__).resolve().parents[2] / "docs" / "mount.kemvi.8").read_text(encoding="utf-8")
+    page = re.sub(r"\\f[BIRP]|,", "", page).replace("\\-", "-")
+    taken = {option for options in re.findall(r"^  (-\S+) ", call(place, "--help").stdout, re.M) for option in options.split(",")}
+    headed = {option for line in re.findall(r"^\.TP\n\.BI?R? (.*)", page, re.M) for option in re.findall(r"(?<!\w)-[-\w]+", line)}
+    assert headed == taken - {"-h", "--help"}
+    synopsis = re.search(r"^mount\.kemvi (SOURCE .*)$", page, re.M)[1]
+    letters = {f"-{letter}" for group in re.findall(r"\[-(\w+)", synopsis) for letter in group}
+    assert letters == {option for option in headed if len(option) == 2} - {"-V"}
+
+
 @pytest.mark.parametrize("name", ["mount.kemvi", "mount.fuse.kemvi"])
 def test_it_mounts_as_mount_asks(place, name):
     result = call(place, place.source, place.point, "-o", f"rw,noatime,x-systemd.automount,_netdev,log_file={place.folder}/log",
@@ -29,6 +43,14 @@ def test_it_mounts_as_mount_asks(place, name):
 def test_options_that_tables_of_mounts_often_have_are_taken(place):
     options = "defaults,noauto,user,nofail,rw,auto_unmount,big_writes,kernel_cache,max_read=131072,lazytime,user=anna,X-mount.mkdir,uid=root"
     assert call(place, place.source, place.point, "-o", options + ",request_size=128k").returncode == 0
+    assert place.run("unmount", place.point).returncode == 0
+
+
+def test_options_of_the_configuration_hold_where_no_other_is_given(place):
+    place.configure(mountOptions=["close_to_open", "attr_timeout=30,ro", "fsname=the tree"])
+    assert call(place, place.source, place.point, "-o", "rw,negative_timeout=2").returncode == 0
+    options = json.loads(place.run("status", "--json", place.point).stdout)["options"]
+    assert {"close_to_open", "attr_timeout=30", "negative_timeout=2", "fsname=the tree"} <= set(options) and "ro" not in options
     assert place.run("unmount", place.point).returncode == 0
 
 

@@ -3,6 +3,7 @@
 import json
 import os
 import re
+import resource
 import shutil
 import signal
 import subprocess
@@ -103,7 +104,11 @@ def test_a_mount_is_repeated_from_its_recording_alone(place):
 
 def recording(place, file, *options):
     process = place.start("record", place.point, "-o", file, *options)
-    eventually(lambda: file.exists() and file.stat().st_size > 0)
+
+    def has_begun():
+        assert process.poll() is None, process.stderr.read()
+        return file.exists() and file.stat().st_size > 0
+    eventually(has_begun, 30, "the beginning of a recording")
     return process
 
 
@@ -130,6 +135,19 @@ def test_a_mount_is_recorded_while_it_lives(place):
     assert {"open", "write", "readdir"} <= {request["op"] for request in asked}
     assert "later" not in file.read_text()
     assert any(line["k"]["op"] == "create" and line["k"]["path"] == "/new.txt" for line in lines if "k" in line)
+
+
+@pytest.mark.user_only
+def test_a_recording_that_cannot_begin_is_told_and_not_waited_for(place):
+    place.mount()
+    host = place.host()
+    most = resource.prlimit(host, resource.RLIMIT_NPROC)
+    resource.prlimit(host, resource.RLIMIT_NPROC, (1, most[1]))
+    result = place.run("record", place.point, "-o", place.folder / "none.kemvi-record")
+    resource.prlimit(host, resource.RLIMIT_NPROC, most)
+    assert result.returncode == 1 and "cannot begin to record: Resource temporarily unavailable" in result.stderr, result.stderr
+    assert (place.point / "a.txt").read_text() == "hello\n"
+    place.unmount()
 
 
 def test_a_recording_ends_with_its_time_or_with_the_mount(place):

@@ -2,13 +2,16 @@
 whatever lies on the path by then."""
 
 import os
+import re
+import shutil
 import signal
 import subprocess
+import urllib.request
 
 import pytest
 
 from harness import system
-from harness.deadline import eventually
+from harness.deadline import LIMIT, eventually
 from harness.place import assert_fails
 
 ENDINGS = [signal.SIGTERM, signal.SIGKILL]
@@ -51,6 +54,26 @@ def test_the_end_of_a_detached_mount_leaves_the_mount_that_took_its_place(place,
         end(place, first, number)
         assert system.is_alive(host) and (place.point / "a.txt").read_text() == "hello\n"
     assert place.run("unmount", place.point).returncode == 0
+
+
+def test_of_a_detached_mount_and_the_one_that_took_its_place_the_figures_are_those_of_the_one_that_is_there(place):
+    """A server of figures takes no page on which a series stands twice."""
+    first = place.start_foreground()
+    with open(place.point / "a.txt", encoding="utf-8"):
+        subprocess.run(["fusermount3", "-u", "-z", place.point], check=True)
+        other = place.folder / "other"
+        shutil.copytree(place.source, other)
+        assert place.run("mount", other, place.point).returncode == 0
+        metrics = place.start("metrics", "--listen", "127.0.0.1:0")
+        url = re.fullmatch(r"kemvi: serving (\S+)\n", metrics.stderr.readline()).group(1)
+        page = urllib.request.urlopen(url, timeout=LIMIT).read().decode()
+        metrics.terminate()
+        metrics.communicate(timeout=LIMIT)
+        series = [line.rsplit(" ", 1)[0] for line in page.splitlines() if f'mountpoint="{place.point}"' in line]
+        assert f'kemvi_up{{mountpoint="{place.point}"}}' in series and len(series) == len(set(series))
+        assert f'source="{other}"' in page and f'source="{place.source}"' not in page
+    assert place.run("unmount", place.point).returncode == 0
+    end(place, first, signal.SIGTERM)
 
 
 @pytest.mark.parametrize("number", ENDINGS)

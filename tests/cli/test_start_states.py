@@ -118,6 +118,23 @@ def test_check_does_its_work(place, state):
     assert Starter(place, STATES[state]).run("check", place.source) == 0
 
 
+@pytest.mark.root_only
+def test_descriptors_without_dev_null_are_as_good_as_closed(place):
+    """They are of a kind that takes no right to read the root directory."""
+    script = 'mount -t tmpfs none /dev && exec "$0" "$@" <&- >&- 2>&-'
+    with subprocess.Popen([system.OWN_MOUNT_TABLE, "sh", "-c", script, KEMVI, "metrics", "--listen", "127.0.0.1:0"],
+                          env=place.environment()) as process:
+        try:
+            eventually(lambda: system.name_of(process.pid).startswith("kemvi"), 30, "the command")
+            eventually(lambda: all(os.path.exists(f"/proc/{process.pid}/fd/{number}") for number in range(4)), 30, "its start")
+            for number in range(3):
+                flags, = (line.split()[1] for line in Path(f"/proc/{process.pid}/fdinfo/{number}").read_text().splitlines()
+                          if line.startswith("flags:"))
+                assert os.readlink(f"/proc/{process.pid}/fd/{number}") == "/" and int(flags, 8) & os.O_PATH
+        finally:
+            process.terminate()
+
+
 def all_asleep(pid):
     states = []
     for task in Path(f"/proc/{pid}/task").iterdir():

@@ -1,5 +1,6 @@
 """kemvi unmount: finds the mount without asking it, waits for its end, names who is in the way, and by force always works."""
 
+import json
 import os
 import signal
 import subprocess
@@ -43,6 +44,32 @@ def test_it_names_the_process_that_it_waits_for(place):
     result = place.run("unmount", place.point)
     assert result.returncode == 0
     assert f"process {host} still waits for its helper" in result.stderr
+
+
+def test_a_process_whose_device_number_has_gone_to_another_mount_is_not_waited_for(place):
+    place.mount()
+    stopped, number = place.host(), system.mount_at(place.point).minor
+    os.kill(stopped, signal.SIGSTOP)
+    try:
+        subprocess.run(["umount", "-l", place.point] if os.getuid() == 0 else ["fusermount3", "-uz", place.point], check=True)
+        second = place.folder / "second"
+        second.mkdir()
+        eventually(lambda: _mounted_with(place, second, number), 60, "the number to be given away again")
+        status = place.run("status", "--json", second)
+        assert status.returncode == 0 and json.loads(status.stdout)["mountPoint"] == str(second), status.stderr
+        assert place.run("unmount", second).stderr == ""
+    finally:
+        os.kill(stopped, signal.SIGCONT)
+    eventually(lambda: not system.is_alive(stopped), 30, "the end of the one whose mount was taken away")
+
+
+def _mounted_with(place, point, number):
+    """Mounts until the mount has that device number: the lowest that is free, which a test beside this one may have."""
+    assert place.run("mount", place.source, point).returncode == 0
+    if system.mount_at(point).minor == number:
+        return True
+    place.unmount(point=point)
+    return False
 
 
 def test_the_mount_point_may_be_named_in_any_way(place):

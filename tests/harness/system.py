@@ -7,6 +7,9 @@ import subprocess
 from pathlib import Path
 from typing import NamedTuple
 
+# Put before a command: see there.
+OWN_MOUNT_TABLE = str(Path(__file__).resolve().parent / "own_mount_table")
+
 OCTAL = re.compile(r"\\([0-7]{3})")
 
 

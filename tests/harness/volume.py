@@ -7,7 +7,7 @@ import subprocess
 import threading
 from pathlib import Path
 
-from . import system
+from . import late, system
 from .control import HelperControl
 from .deadline import Late, eventually
 from .program import SHIPPED_HELPER, Program, write_configuration
@@ -110,7 +110,8 @@ class Volume:
         try:
             return self.host.wait(seconds)
         except subprocess.TimeoutExpired:
-            raise Late(f"the host did not end within {seconds} s; log: {self.log()}") from None
+            kept = "".join(f"; {table}" for table in late.other_tables())
+            raise Late(f"the host did not end within {seconds} s{kept}; log: {self.log()}") from None
 
     def close(self):
         """Unmounts and holds the volume to its promise to leave nothing behind."""

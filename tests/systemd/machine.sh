@@ -25,7 +25,7 @@ make)
 boot)
     devices=(--bind=/dev/fuse)
     [ ! -e /dev/autofs ] || devices+=(--bind=/dev/autofs)
-    setsid systemd-nspawn --register=no --keep-unit -q -D "$dir/root" "${devices[@]}" --capability=all --private-network \
+    setsid "$(dirname "$0")/../harness/own_mount_table" systemd-nspawn --register=no --keep-unit -q -D "$dir/root" "${devices[@]}" --capability=all --private-network \
         -b systemd.unit=multi-user.target >"$dir/boot.log" 2>&1 </dev/null &
     echo $! >"$dir/nspawn.pid"
     for _ in $(seq 300); do

@@ -195,7 +195,8 @@ def test_a_dead_helper_shows_in_the_status(machine):
 
 def test_a_stop_does_not_wait_for_an_open_file(machine):
     unit = "kemvi@open.service"
-    machine.say(f"systemctl start {unit}; systemd-run --unit=reader --property=Type=exec tail -f /mnt/open/a.txt")
+    machine.say(f"systemctl start {unit}; systemd-run --unit=reader --property=Type=exec sh -c 'exec sleep 1000 </mnt/open/a.txt'")
+    machine.eventually("ls -l /proc/$(systemctl show -P MainPID reader)/fd | grep /mnt/open/a.txt")
     machine.say(f"systemctl stop {unit}")
     assert machine.show(unit, "Result") == "success"
     assert machine.run("mountpoint -q /mnt/open").returncode != 0

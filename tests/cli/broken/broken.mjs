@@ -22,7 +22,8 @@ function stat(path, listed) {
     if (is('no time')) delete all.modifiedAt;
     if (is('text as size')) all.size = String(all.size);
     if (is('fractional size')) all.size += 0.5;
-    if (is('negative size')) all.size = -1;
+    if (is('negative size')) all.size = -2;
+    if (is('unknown size') && !file.folder) all.size = -1;
     if (is('huge size')) all.size = 1e30;
     if (is('wrong size') && !file.folder) all.size += 1;
     if (is('number as boolean')) all.isDirectory = Number(all.isDirectory);

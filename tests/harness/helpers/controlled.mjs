@@ -98,6 +98,12 @@ const actions = {
     answer.result.push(...rule.names.map((name) => listed(request, name)));
     return answer;
   },
+  // Says that it does not know how much there is to read.
+  async hidesSize(rule, request, next) {
+    const answer = await next(request);
+    for (const told of [answer.result ?? []].flat()) if (told.path === rule.of) told.size = -1;
+    return answer;
+  },
   // Tells other paths than those of folder and name, as a helper does that has links of its own.
   async reportsPaths(rule, request, next) {
     const answer = await next(request);
@@ -137,6 +143,15 @@ const actions = {
   // One line too many: from here on every answer is that of the request before.
   extraLine(rule, request, next) {
     fs.writeSync(1, `${JSON.stringify({ id: '0', ok: true })}\n`);
+    return next(request);
+  },
+  // The same, but not by the next helper.
+  extraLineOnce(rule, request, next) {
+    const mark = path.join(folder, `extra-${rule.number}`);
+    if (!fs.existsSync(mark)) {
+      fs.writeFileSync(mark, '');
+      fs.writeSync(1, `${JSON.stringify({ id: '0', ok: true })}\n`);
+    }
     return next(request);
   },
   garbage(rule) {

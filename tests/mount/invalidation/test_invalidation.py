@@ -11,7 +11,7 @@ from pathlib import Path
 import pytest
 
 from harness.deadline import LIMIT, SLOWNESS, eventually
-from harness.program import SHIPPED_HELPER
+from harness.program import KEMVI, SHIPPED_HELPER
 
 LONG = ["entry_timeout=3600", "attr_timeout=3600", "negative_timeout=3600"]
 PAGE = 4096
@@ -415,3 +415,61 @@ def test_helper_that_hears_of_changes_is_never_behind(mount, workspace):
     print(f"seen after {sorted(round(1000 * seconds, 1) for seconds in took)} ms")
     # The promise is 50 ms; what a busy machine adds to one of them says nothing about the mount.
     assert sorted(took)[len(took) // 2] < 0.05 * SLOWNESS
+
+
+def changing_in_cpp(workspace):
+    beside = Path(KEMVI).with_name("kemvi_test_changing")
+    return beside if beside.exists() else Path(KEMVI).parents[1] / "libexec" / "kemvi" / beside.name
+
+
+def changing_in_python(workspace):
+    kit = str(Path(SHIPPED_HELPER).parents[1].with_name("python"))
+    helper = workspace / "changing.py"
+    helper.write_text(f"""#!/usr/bin/env python3
+import os, sys, threading
+sys.path.insert(0, {kit!r})
+from kemvi_helper import LocalFileSystem, changed, serve
+root = os.environ["KEMVI_REPO_ROOT"]
+def listen():
+    while True:
+        with open(root + "/tell") as told:
+            changed(path.rstrip() for path in told)
+threading.Thread(target=listen, daemon=True).start()
+serve(LocalFileSystem(root))
+""")
+    helper.chmod(0o755)
+    return helper
+
+
+@pytest.mark.parametrize("made", [changing_in_cpp, changing_in_python])
+def test_helper_that_is_a_program_and_hears_of_changes_is_never_behind(mount, workspace, made):
+    helper = made(workspace)
+    launcher = workspace / "changing.mjs"
+    launcher.write_text(f"""
+        import {{ becomeProgram }} from {str(Path(SHIPPED_HELPER).parents[1] / "src" / "program.mjs")!r};
+        becomeProgram([{str(helper)!r}]);
+    """)
+    backing = workspace / "served"
+    backing.mkdir()
+    os.mkfifo(backing / "tell")
+    volume = mount(options=LONG, helper=launcher, backing=backing)
+    volume.checks_descriptors = False  # the helper stays connected
+    path = volume.path / "file"
+
+    def seen_when_told(condition, what, *paths):
+        (backing / "tell").write_text("".join(f"{each}\n" for each in paths))
+        eventually(condition, 10, what)
+        invalidate(volume, "nothing")  # all that was told before is over then,
+        assert condition()  # and what is trusted from here on
+
+    for _ in range(3):
+        assert not exists(path)
+        put(backing / "file", b"before")
+        assert not exists(path)
+        seen_when_told(lambda: exists(path) and path.read_bytes() == b"before", "what was made", "/file")
+        put(backing / "file", b"longer")
+        assert path.read_bytes() == b"before"
+        seen_when_told(lambda: path.read_bytes() == b"longer", "what was written", "/nowhere", "/file")
+        os.unlink(backing / "file")
+        assert exists(path)
+        seen_when_told(lambda: not exists(path), "what was removed", "/")

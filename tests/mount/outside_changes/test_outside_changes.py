@@ -257,3 +257,12 @@ def test_writes_through_the_volume_are_in_the_served_tree_at_once(mount):
     assert (volume.backing / "folder").is_dir()
     os.rename(volume.path / "file", volume.path / "folder" / "moved")
     assert (volume.backing / "folder" / "moved").read_bytes() == b"12345" * 5
+
+
+def test_who_opens_a_file_sees_what_was_closed_before_whatever_is_trusted_where_that_is_asked_for(mount):
+    volume = mount(options=["entry_timeout=3600", "attr_timeout=3600", "close_to_open"])
+    file = volume.backing / "file"
+    for number, text in enumerate((b"short", b"longer than before", b"less", b"other")):
+        put(file, text, 1000 + number)
+        assert (volume.path / "file").read_bytes() == text
+        assert (volume.path / "file").stat().st_size == len(text)

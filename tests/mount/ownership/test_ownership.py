@@ -8,6 +8,7 @@ import subprocess
 
 import pytest
 
+from harness import system
 from harness.calls import failure, put
 from harness.place import HELPERS
 from harness.program import KEMVI, Program, write_configuration
@@ -212,7 +213,7 @@ def test_root_has_access_to_the_mount_of_a_user_only_when_allowed(workspace, opt
     (workspace / "helper.mjs").write_text("import { serve } from './answering.mjs'; serve();")
     (workspace / "fuse.conf").write_text("user_allow_other\n")
     write_configuration(workspace / "source", "/mnt/helper.mjs", "/mnt/tree")
-    done = subprocess.run(["unshare", "--mount", "--propagation", "private", "sh", "-ec", ROOT_LOOKS_ON, "sh", *options],
+    done = subprocess.run([system.OWN_MOUNT_TABLE, "sh", "-ec", ROOT_LOOKS_ON, "sh", *options],
                           cwd=workspace, env=Program(workspace).environment, capture_output=True, text=True,
                           timeout=30, check=False)
     assert done.returncode == 0, done.stderr

@@ -341,7 +341,7 @@ def test_close_of_a_process_that_proc_hides_from_the_host_waits_for_the_helper(w
     (volume.backing / "file").touch()
     volume.helper.rule("delay", "release", milliseconds=900)
     told = {"PYTHON": sys.executable, "CLOSE": CLOSE, "FILE": str(volume.path / "file"), "POINT": str(volume.path)}
-    command = ["unshare", "--mount", "--propagation", "private", "sh", "-ec", HIDING, "sh", KEMVI, *volume.arguments()]
+    command = [system.OWN_MOUNT_TABLE, "sh", "-ec", HIDING, "sh", KEMVI, *volume.arguments()]
     done = subprocess.run(command, env={**volume.program.environment, **told}, capture_output=True, text=True,
                           timeout=30, check=False)
     assert done.returncode == 0, done.stderr
