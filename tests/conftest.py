@@ -89,7 +89,7 @@ def workspace(time_limit):
     yield folder
     try:
         # A process that ends with the mount may take a moment more than the unmount did.
-        eventually(lambda: not system.mounts(folder) and not system.processes(folder), 5)
+        eventually(lambda: not system.mounts(folder) and not system.processes(folder), 20)
         left = []
     except Late:
         left = system.clear_away(folder)

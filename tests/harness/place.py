@@ -89,7 +89,7 @@ class Place:
 
     def assert_nothing_left(self):
         assert system.mounts(self.folder) == []
-        eventually(lambda: not system.processes(self.folder), 5, "the end of every process")
+        eventually(lambda: not system.processes(self.folder), 20, "the end of every process")
 
     def notes(self):
         """What the helper has noted."""

@@ -131,7 +131,7 @@ class Volume:
             self._watchdog.cancel()
         try:
             # After the sudden death of a host somebody else takes the mount away, a moment later.
-            eventually(lambda: not system.mount_points(self.path), 5)
+            eventually(lambda: not system.mount_points(self.path), 20)
         except Late:
             faults.append("still mounted")
         faults += self._suspicious_lines()
@@ -142,8 +142,8 @@ class Volume:
         if not self.checks_descriptors:
             return []
         try:
-            eventually(lambda: len(system.descriptors(self.host.pid)) <= self._baseline, 5, "closed descriptors")
-            eventually(lambda: not self.helper_files(), 5, "closed files of the helper")
+            eventually(lambda: len(system.descriptors(self.host.pid)) <= self._baseline, 20, "closed descriptors")
+            eventually(lambda: not self.helper_files(), 20, "closed files of the helper")
         except Late:
             return [f"open in the host: {system.descriptors(self.host.pid)} (at first {self._baseline}); "
                     f"in the helper: {self.helper_files()}"]

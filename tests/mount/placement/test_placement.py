@@ -143,6 +143,7 @@ def test_a_helper_that_outlives_a_killed_host_has_its_processors_again(mount):
         volume.host.send_signal(signal.SIGCONT)
     assert is_placed(helper)
     volume.host.kill()
+    volume.wait_for_end()
     eventually(lambda: not is_placed(helper), 4, "the masks of before")
     assert system.is_alive(helper)
     os.kill(helper, signal.SIGKILL)

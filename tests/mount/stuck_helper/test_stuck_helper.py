@@ -424,6 +424,7 @@ def test_waiting_processes_fail_when_the_host_is_killed(stuck):
     worker = Worker(os.stat, stuck.path / "unseen")
     stuck.helper.blocked_request()
     stuck.host.kill()
+    stuck.wait_for_end()
     with pytest.raises(OSError):
         worker.result(5)
     eventually(lambda: not system.mount_points(stuck.path), 10, "the unmount")
