@@ -111,14 +111,14 @@ def test_what_could_not_be_committed_is_told_and_kept_until_the_server_is_back(m
     machine.expect_log(*LOST, "not committed", "after all")
     asking = Holder(workspace, "asks again", bytes(600_000), [os.fsync, os.fsync, os.close])
     closing = Holder(workspace, "closed", b"new", [os.close])
-    dying = Holder(workspace, "of the dying", bytes(300_000), [os.fsync])
+    dying = Holder(workspace, "of the dying", bytes(1_300_000), [os.fsync])
     own_postgres.kill()
     asking.do(0)
     closing.do(0)
     dying.worker.kill()
     assert dying.worker.is_gone(20)
     kept = "not committed, and tried again until this helper ends: "
-    for line in ("of the dying: " + kept + "300000 bytes", "closed: " + kept + "3 bytes"):
+    for line in ("of the dying: " + kept + "1300000 bytes", "closed: " + kept + "3 bytes"):
         eventually(lambda line=line: IS_LOCAL or machine.log_lines(line), 20, line)
     own_postgres.start()
     asking.do(1)
@@ -126,7 +126,7 @@ def test_what_could_not_be_committed_is_told_and_kept_until_the_server_is_back(m
     asking.do(2)
     assert asking.worker.result() == [errno.EIO, 0, 0]
     assert closing.worker.result() == [errno.EIO]
-    eventually(lambda: (other.path / "of the dying").read_bytes() == bytes(300_000), 20, "what the dead program wrote")
+    eventually(lambda: (other.path / "of the dying").read_bytes() == bytes(1_300_000), 20, "what the dead program wrote")
     eventually(lambda: (other.path / "closed").read_bytes() == b"new", 20, "what close did not acknowledge")
 
     lost = Holder(workspace, "lost", b"new", [os.close])

@@ -19,7 +19,7 @@ from harness.deadline import Late, eventually
 from harness.length import amount
 
 NAMES = ["a", "b", "c", "d e", "\u00e4"]
-SIZES = [0, 1, 100, 4097, 70_000, 262_144, 300_000, 700_001]
+SIZES = [0, 1, 100, 4097, 70_000, 262_144, 300_000, 700_001, 1_300_000]
 
 
 def some_path(source):

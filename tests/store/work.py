@@ -4,7 +4,7 @@ import os
 
 from harness.worker import Worker
 
-SIZES = [0, 10, 5000, 300_000]
+SIZES = [0, 10, 5000, 300_000, 0, 10, 5000, 1_300_000]  # the last is of several chunks wherever it lies
 
 
 def content(number):

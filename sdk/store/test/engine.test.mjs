@@ -74,7 +74,8 @@ onEachEngine('a tree is made once, and stays with where its contents are', async
     const settings = { tree: 'once', contents: 's3://bucket/a' };
     const made = await Promise.all([ensureTree(engine, settings), ensureTree(engine, settings), ensureTree(engine, settings)]);
     assert.deepEqual(new Set(made.map(({ id }) => id)).size, 1);
-    assert.deepEqual(await findTree(engine, 'once'), { ...made[0], name: 'once', chunkSize: 262144, contents: 's3://bucket/a' });
+    assert.deepEqual(await findTree(engine, 'once'), { ...made[0], name: 'once', chunkSize: 1_048_576, contents: 's3://bucket/a' });
+    assert.equal((await ensureTree(engine, { tree: 'rows', contents: 'database' })).chunkSize, 262_144);
     const other = ensureTree(engine, { tree: 'once', contents: 'database' });
     await assert.rejects(other, /the tree "once" keeps its contents in s3:\/\/bucket\/a, and that is fixed; here it is database/);
 });

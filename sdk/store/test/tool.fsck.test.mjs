@@ -235,7 +235,7 @@ for (const [what, length, data] of /** @type {[string, number, number][]} */ ([
 /** A tree whose contents are objects in memory. */
 async function withObjects(name) {
     const { engine } = await engineOf(noServer ? 'pglite' : 'postgres');
-    return planted({ engine, tree: await ensureTree(engine, { tree: name, contents: 's3://no.bucket/x' }), objects: new MemoryObjects() });
+    return planted({ engine, tree: await ensureTree(engine, { tree: name, contents: 's3://no.bucket/x', chunkSize: 262_144 }), objects: new MemoryObjects() });
 }
 
 test('an object that is missing or too short is told, and given up only when that is wanted', async () => {

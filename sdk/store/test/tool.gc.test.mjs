@@ -31,7 +31,7 @@ test('a tree in a bucket: made, filled, cleaned beside writers, dropped', { skip
     const { address: url, engine } = await engineOf('postgres');
     const of = ['--tree', 'bucketed'];
     assert.match((await tool('create', url, ...of, '--contents', 's3://no-such-bucket/x')).err, /no-such-bucket.*make the bucket, or name another one/);
-    assert.match((await tool('create', url, ...of, '--contents', `s3://${bucket}/x`)).out, /^made: .*contents in s3:\/\/tool\/x/);
+    assert.match((await tool('create', url, ...of, '--contents', `s3://${bucket}/x`, '--chunk-size', '256K')).out, /^made: .*contents in s3:\/\/tool\/x, chunks of 256\.0 KiB/);
 
     const source = scratchFolder();
     for (let i = 0; i < 10; i++) fs.writeFileSync(path.join(source, `${i}`), patterned(300_000, i));

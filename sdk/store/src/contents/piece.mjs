@@ -1,6 +1,7 @@
 // What was written to one chunk and is not committed.
 
 const smallest = 4096;
+const growth = 8; // who writes in order fills a chunk with few copies
 
 export class Piece {
     /** @param {number} capacity bytes of a whole chunk */
@@ -92,7 +93,7 @@ export class Piece {
     makeRoom_(end) {
         if (end <= this.bytes_.length && !this.isLent_) return;
         let size = Math.max(smallest, this.bytes_.length);
-        while (size < end) size *= 2;
+        while (size < end) size *= growth;
         const bytes = Buffer.alloc(Math.max(end, Math.min(size, this.capacity_)));
         bytes.set(this.bytes_);
         this.bytes_ = bytes;

@@ -3,7 +3,12 @@
 /** @typedef {import('../engine/engine.mjs').Engine} Engine */
 /** @typedef {{id: number, key: string, name: string, chunkSize: number, contents: string}} Tree */
 
-export const usualChunkSize = 262_144;
+/**
+ * Bytes of a chunk where nobody says otherwise. An object store is asked for each chunk by itself, so larger ones are faster in
+ * order; a small change in the middle of a large file writes a whole one.
+ * @param {string} contents
+ */
+export const usualChunkSize = (contents) => (contents === 'database' ? 262_144 : 1_048_576);
 
 /**
  * @param {Engine} engine
@@ -35,7 +40,7 @@ export async function ensureTree(engine, settings) {
 }
 
 /** @param {Engine} engine @param {{tree: string, contents: string, chunkSize?: number}} settings */
-async function makeTree(engine, { tree, contents, chunkSize = usualChunkSize }) {
+async function makeTree(engine, { tree, contents, chunkSize = usualChunkSize(contents) }) {
     await engine.transaction(async (query) => {
         const [made] = await query(
             'insert into kemvi_store.tree (name, contents, chunk_size) values ($1, $2, $3) on conflict do nothing returning id',

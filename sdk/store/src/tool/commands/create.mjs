@@ -1,7 +1,7 @@
 // kemvi-store create: makes a tree, and the store around it.
 import { addressText } from '../../engine/address.mjs';
 import { migrate } from '../../schema/migrate.mjs';
-import { ensureTree, findTree, usualChunkSize } from '../../schema/trees.mjs';
+import { ensureTree, findTree } from '../../schema/trees.mjs';
 import { parseContents } from '../../settings.mjs';
 import { treeOption } from '../arguments.mjs';
 import { ExitCode, ToolError } from '../failures.mjs';
@@ -20,7 +20,7 @@ export const command = {
     options: {
         ...treeOption,
         contents: { value: 'PLACE', help: 'where contents are kept: database (default), or s3://BUCKET/PREFIX; fixed for the tree' },
-        'chunk-size': { value: 'SIZE', help: 'bytes of a chunk, such as 256K (default), from 16K to 8M; fixed for the tree' },
+        'chunk-size': { value: 'SIZE', help: 'bytes of a chunk, such as 4M, from 16K to 8M (default: 256K in the database, 1M in a bucket); fixed for the tree' },
     },
     async run({ words, options }) {
         const place = readPlace(/** @type {string} */ (words.SOURCE), options);
@@ -31,7 +31,7 @@ export const command = {
             await migrate(engine);
             const before = await findTree(engine, place.tree);
             const contents = before && !place.saysContents ? before.contents : place.contents;
-            const tree = await ensureTree(engine, { tree: place.tree, contents, chunkSize: chunkSize ?? usualChunkSize });
+            const tree = await ensureTree(engine, { tree: place.tree, contents, chunkSize });
             if (chunkSize !== undefined && tree.chunkSize !== chunkSize) {
                 throw new ToolError(`the tree "${tree.name}" has chunks of ${bytesText(tree.chunkSize)}, and that is fixed`);
             }
