@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <limits>
 #include <poll.h>
 #include <sys/socket.h>
 #include <system_error>
@@ -172,13 +173,13 @@ void ControlClient::awaitEvent(short events, std::optional<Clock::time_point> un
         int timeout = -1;
         if (until) {
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(*until - Clock::now());
-            timeout = static_cast<int>(std::max<std::int64_t>(0, left.count()));
+            timeout = static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, std::numeric_limits<int>::max()));
         }
         pollfd source{socket_.number(), events, 0};
         const int ready = ::poll(&source, 1, timeout);
         if (ready > 0)
             return;
-        if (ready == 0)
+        if (ready == 0 && Clock::now() >= *until)
             throw ChannelError(Kind::silent, "does not answer");
     }
 }
