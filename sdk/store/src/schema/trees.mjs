@@ -8,7 +8,7 @@
  * order; a small change in the middle of a large file writes a whole one.
  * @param {string} contents
  */
-export const usualChunkSize = (contents) => (contents === 'database' ? 262_144 : 1_048_576);
+const usualChunkSize = (contents) => (contents === 'database' ? 262_144 : 1_048_576);
 
 /**
  * @param {Engine} engine
